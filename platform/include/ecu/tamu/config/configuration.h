@@ -1,0 +1,73 @@
+#pragma once
+
+#include <istream>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace ecu::tamu::config {
+
+/// The program's settings: text under keys, from a file and from the program itself. Not for use by several
+/// threads at once.
+///
+/// A file holds a `key = value` a line; blanks around both are dropped, a value may stand in double quotes (a
+/// double quote stands nowhere else), and a line that begins with `#` is a comment. No key holds a blank, no
+/// line a zero byte. Of a key given twice the first value counts.
+class Configuration {
+ public:
+  /// The value of `key`: one stored by the program, else the file's, else a default. Empty when unset.
+  [[nodiscard]] std::string get(const std::string& key) const;
+
+  /// Stores a value that beats the file's.
+  void set_value(const std::string& key, std::string value);
+
+  /// Adds `key` to the keys that a file may hold.
+  void register_key(const std::string& key);
+
+  /// Stores a value for `key` that holds unless the file has one.
+  void set_default(const std::string& key, std::string value);
+
+  /// Names the file that the input came from, so that `verify` can look at its access rights.
+  void set_source_file(std::string path);
+
+  /// False, after one ERROR line per fault with the line number and the key, for: a line that is not of the
+  /// form, an unknown key, a key given twice, a "port" that is not 1 to 65535, a "keepalive" that is not 5 to
+  /// 65535, a "loglevel" that is no level, a "certfile" without "keyfile" or the reverse, a TLS file that
+  /// cannot be read; and for input that could not be read to its end. An empty level or TLS file counts as
+  /// unset. A file that anyone may read and that holds "password" is a WARNING and no fault. No line shows
+  /// the value of "password".
+  [[nodiscard]] bool verify() const;
+
+ private:
+  friend void set_config_from_input(std::unique_ptr<Configuration>& config, std::istream& input);
+
+  struct Entry {
+    int line;
+    std::string key;
+    std::string value;
+  };
+
+  void read(std::istream& input);
+  [[nodiscard]] const Entry* find(std::string_view key) const;
+  [[nodiscard]] bool verify_entry(const Entry& entry) const;
+  [[nodiscard]] bool verify_pair(std::string_view key, std::string_view partner) const;
+  void warn_of_public_password() const;
+
+  std::vector<Entry> entries_;  // of the file, in its order, repeats included
+  std::vector<std::pair<int, std::string>>
+      malformed_lines_;  // numbers, from 1, and what may be shown of them
+  bool read_failed_ = false;
+  std::string source_file_;
+  std::map<std::string, std::string> stored_;
+  std::map<std::string, std::string> defaults_;
+  std::set<std::string> registered_;
+};
+
+/// Reads `input` to its end into `config`, which must hold a configuration. Faults are kept for `verify`.
+void set_config_from_input(std::unique_ptr<Configuration>& config, std::istream& input);
+
+}  // namespace ecu::tamu::config

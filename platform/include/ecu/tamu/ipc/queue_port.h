@@ -1,0 +1,100 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include <ecu/tamu/ipc/data_consumer.h>
+#include <ecu/tamu/ipc/ipc_signal.h>
+
+/// Queueing ports: one-way streams of records between the two sides of the unit. A port is a path: a FIFO, a
+/// character device or a regular file. Records come in frames; a frame ends with a mark.
+namespace ecu::tamu::ipc {
+
+/// A record of a header of `HeaderSize` bytes and a payload whose size the header tells.
+template <unsigned HeaderSize>
+struct signal_t_dyn {
+  static constexpr std::size_t header_size = HeaderSize;
+  /// A record fills 64 KiB at most, the room of a FIFO.
+  static constexpr std::size_t max_payload_size = 64 * 1024 - HeaderSize;
+};
+
+namespace detail {
+class PortReceiver;
+class PortSender;
+}  // namespace detail
+
+/// The receiving end of a port. `request_stop` may be called from any thread; everything else belongs to one
+/// thread at a time. Exists for 24-byte headers only.
+template <unsigned HeaderSize, class Record>
+class QueuePortReader {
+ public:
+  /// Throws std::system_error when the system has no descriptor left.
+  explicit QueuePortReader(std::unique_ptr<IDataConsumer<IpcSignal>> consumer);
+  /// Nobody may be receiving any more.
+  ~QueuePortReader();
+
+  QueuePortReader(const QueuePortReader&) = delete;
+  QueuePortReader& operator=(const QueuePortReader&) = delete;
+
+  /// A number for platforms whose ports can be tuned; a Linux host's cannot, and ignore it.
+  void configure(int setting) noexcept;
+
+  /// Opens the port without blocking, whether or not anybody writes to it; false when that fails. A FIFO must
+  /// be open to the process for reading and writing: the reader holds the writing end too, so that a far side
+  /// that goes and comes back is no end of file.
+  [[nodiscard]] bool open(const std::string& path);
+
+  /// Hands records and ends of frames to the consumer until a stop is requested; waits without waking while
+  /// none come. The stop request ends the wait at once: what the port held at that moment is still delivered,
+  /// then `finished` is called, and the request is taken back on return.
+  ///
+  /// Bytes that are no whole record are dropped up to the next one that is, with an ERROR line that counts
+  /// them. So is a record that is not complete 1 s after its first byte. The line is written when the next
+  /// whole record is found, or 1 s after the first of the bytes, or when reception ends.
+  ///
+  /// An I/O error, or the end of a port that is no FIFO, closes the port with one ERROR line: `finished` is
+  /// called and the call returns. On a port that is not open it does so at once.
+  void receive_data();
+
+  /// Makes `receive_data`, the running call or else the next one, deliver what is there and return.
+  void request_stop() noexcept;
+
+  /// The body of a receiving thread, which it names: receives until a stop is requested, be that before or
+  /// after it began.
+  void reception_loop();
+
+ private:
+  std::unique_ptr<detail::PortReceiver> receiver_;
+};
+
+/// The sending end of a port. One writer belongs to one thread at a time, but any number of writers, in any
+/// number of processes, may have the same port open: their records never mix.
+template <unsigned HeaderSize, class Record>
+class QueuePortWriter {
+ public:
+  QueuePortWriter();
+  /// Ends the frame when a record was transmitted, which waits for room like a record does, and closes the
+  /// port.
+  ~QueuePortWriter();
+
+  QueuePortWriter(const QueuePortWriter&) = delete;
+  QueuePortWriter& operator=(const QueuePortWriter&) = delete;
+
+  /// Opens the port; false when that fails, as it does at once for a FIFO that nobody reads. A port that was
+  /// open before is closed as the destructor does it. A regular file is appended to.
+  [[nodiscard]] bool open(const std::string& path);
+
+  /// Writes one record; false, after a WARNING line that says why, when it cannot be written whole: the
+  /// payload is too large, the port stays full (or in another writer's use) for 1 s, the far side is gone. A
+  /// record larger than the free room of the port may then stand on it in part; readers drop that part.
+  [[nodiscard]] bool transmit_data(const IpcSignal& signal);
+
+ private:
+  std::unique_ptr<detail::PortSender> sender_;
+};
+
+extern template class QueuePortReader<24u, signal_t_dyn<24u>>;
+extern template class QueuePortWriter<24u, signal_t_dyn<24u>>;
+
+}  // namespace ecu::tamu::ipc
