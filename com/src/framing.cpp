@@ -1,0 +1,98 @@
+#include <limits>
+#include <stdexcept>
+
+#include <ecu/tamu/com/framing.h>
+#include <ecu/tamu/date_time.h>
+#include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+namespace ecu::tamu::com {
+
+namespace {
+
+using Error = err::PbInternalDeserializationError;
+
+constexpr auto logger = logging::module("tamu.com.messageadapter");
+
+constexpr unsigned header_length_shift = 16;
+constexpr unsigned body_length_shift = 32;
+
+std::uint64_t framing_word(std::uint16_t protocol_type, std::size_t body_size) {
+  return protocol_type | (std::uint64_t{txf_header_size} << header_length_shift) |
+         (std::uint64_t{body_size} << body_length_shift);
+}
+
+Payload encode(const google::protobuf::MessageLite& body, std::uint16_t protocol_type, std::uint64_t now) {
+  const std::size_t body_size = body.ByteSizeLong();
+  if (body_size > std::numeric_limits<std::int32_t>::max()) {
+    throw std::runtime_error("unable to serialize body!");
+  }
+  pb::TXFHeader header;
+  header.set_framing(framing_word(protocol_type, body_size));
+  header.set_send_time_ns(now);
+
+  Payload payload(txf_header_size + body_size);
+  if (!header.SerializeToArray(payload.data(), txf_header_size)) {
+    throw std::runtime_error("unable to serialize TXFheader!");
+  }
+  if (!body.SerializeToArray(payload.data() + txf_header_size, static_cast<int>(body_size))) {
+    throw std::runtime_error("unable to serialize body!");
+  }
+  return payload;
+}
+
+// protobuf's own ParseFromArray writes to standard error when a required field is missing.
+bool parse(google::protobuf::MessageLite& message, std::span<const std::uint8_t> bytes) {
+  return message.ParsePartialFromArray(bytes.data(), static_cast<int>(bytes.size())) &&
+         message.IsInitialized();
+}
+
+Error refuse(Error error, logging::Level level, std::string_view text) {
+  logger.log(level, text);
+  return error;
+}
+
+}  // namespace
+
+std::optional<Message> frame(const google::protobuf::MessageLite& body,
+                             std::uint16_t protocol_type) noexcept {
+  try {
+    const std::uint64_t now = DateTime::time_since_boot_ns();
+    return make_message(now, encode(body, protocol_type, now));
+  } catch (const std::runtime_error& failure) {
+    logger.error(failure.what());
+  } catch (...) {
+    logger.log(logging::Level::emerg, "Unable to allocate memory for serialization!");
+  }
+  return std::nullopt;
+}
+
+Error unframe(std::span<const std::uint8_t> payload, google::protobuf::MessageLite& body,
+              std::uint16_t& protocol_type) {
+  using logging::Level;
+
+  if (payload.size() < txf_header_size) {
+    return refuse(Error::too_short, Level::error, "Total length is smaller then expected header length");
+  }
+  pb::TXFHeader header;
+  if (!parse(header, payload.first(txf_header_size))) {
+    return refuse(Error::bad_header, Level::error, "Unable to decode the header.");
+  }
+  const std::uint64_t framing = header.framing();
+  protocol_type = static_cast<std::uint16_t>(framing);
+  if (protocol_type == 0) {
+    return refuse(Error::protocol_not_used, Level::error, "ProtocolType is set to not used!");
+  }
+  if (static_cast<std::uint16_t>(framing >> header_length_shift) != txf_header_size) {
+    return refuse(Error::bad_header_length, Level::error, "Specified hdr-len does not comply.");
+  }
+  const auto body_size = static_cast<std::int32_t>(framing >> body_length_shift);
+  const std::span<const std::uint8_t> rest = payload.subspan(txf_header_size);
+  if (body_size < 0 || static_cast<std::size_t>(body_size) > rest.size() ||
+      !parse(body, rest.first(static_cast<std::size_t>(body_size)))) {
+    return refuse(Error::bad_body, Level::emerg, "Unable to deserialize protobuf");
+  }
+  return Error::success;
+}
+
+}  // namespace ecu::tamu::com

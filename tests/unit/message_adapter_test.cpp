@@ -1,0 +1,120 @@
+#include <gmock/gmock.h>
+
+#include <string>
+
+#include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/date_time.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+#include "support/captured_log.h"
+
+namespace {
+
+using namespace ecu::tamu;
+using com::err::PbInternalDeserializationError;
+using testing::HasSubstr;
+
+using Adapter = com::PbInternalMessageAdapter<pb::EcuVariable>;
+
+std::string framed(std::uint64_t framing, const std::string& body) {
+  pb::TXFHeader header;
+  header.set_framing(framing);
+  header.set_send_time_ns(1);
+  return header.SerializeAsString() + body;
+}
+
+constexpr std::uint64_t word(std::uint64_t type, std::uint64_t header_length, std::uint64_t body_length) {
+  return type | header_length << 16 | body_length << 32;
+}
+
+pb::EcuVariable variable(const std::string& value) {
+  pb::EcuVariable body;
+  body.set_value(value);
+  body.set_timestamp(42);
+  return body;
+}
+
+// The payload gets an allocation of its own size, so that a sanitizer sees a read past its end.
+com::Message exact_message(const std::string& bytes) {
+  com::Payload payload(bytes.begin(), bytes.end());
+  payload.shrink_to_fit();
+  return com::make_message(0, std::move(payload));
+}
+
+TEST(MessageAdapter, SerialisedBodyStandsBehindItsHeader) {
+  const std::uint64_t before = DateTime::time_since_boot_ns();
+  for (const std::string& value :
+       {std::string(), std::string("x"), std::string(70000, 'v'), std::string("\0\xff", 2)}) {
+    const auto message = Adapter().serialize(variable(value));
+    ASSERT_TRUE(message);
+    pb::TXFHeader header;
+    ASSERT_TRUE(header.ParseFromArray(message->payload.data(), com::txf_header_size));
+    EXPECT_EQ(header.framing(), word(1, 18, message->payload.size() - 18));
+    EXPECT_EQ(header.send_time_ns(), message->timestamp);
+    EXPECT_GE(message->timestamp, before);
+
+    const auto result =
+        Adapter().deserialize(exact_message({message->payload.begin(), message->payload.end()}));
+    EXPECT_TRUE(result.ok);
+    EXPECT_EQ(result.body.value(), value);
+    EXPECT_EQ(result.body.timestamp(), 42u);
+  }
+}
+
+TEST(MessageAdapter, AcceptsAnEmptyBodyAndIgnoresWhatFollowsTheBody) {
+  const std::string body = variable("abc").SerializeAsString();
+  const auto empty = Adapter().deserialize(exact_message(framed(word(1, 18, 0), "")));
+  EXPECT_TRUE(empty.ok);
+  EXPECT_FALSE(empty.body.has_value());
+  const auto followed =
+      Adapter().deserialize(exact_message(framed(word(1, 18, body.size()), body + "\xff\xff")));
+  EXPECT_TRUE(followed.ok);
+  EXPECT_EQ(followed.body.value(), "abc");
+}
+
+TEST(MessageAdapter, RefusesMalformedMessagesWithTheirCodeAndOneLine) {
+  const std::string body = variable("abc").SerializeAsString();
+  const std::string too_short =
+      "ERROR [tamu.com.messageadapter] Total length is smaller then expected header length\n";
+  const std::string bad_header = "ERROR [tamu.com.messageadapter] Unable to decode the header.\n";
+  const std::string bad_body = "EMERG [tamu.com.messageadapter] Unable to deserialize protobuf\n";
+  const struct {
+    std::string what;
+    std::string payload;
+    int code;
+    std::string line;
+  } cases[] = {
+      {"empty", "", 1, too_short},
+      {"17 bytes", framed(word(1, 18, 0), "").substr(0, 17), 1, too_short},
+      {"no protobuf", std::string(18, '\xff'), 2, bad_header},
+      {"another message", std::string("\x0a\x10") + std::string(16, 'x'), 2, bad_header},
+      {"type 0", framed(word(0, 18, body.size()), body), 3,
+       "ERROR [tamu.com.messageadapter] ProtocolType is set to not used!\n"},
+      {"header length 19", framed(word(1, 19, body.size()), body), 4,
+       "ERROR [tamu.com.messageadapter] Specified hdr-len does not comply.\n"},
+      {"body one byte short", framed(word(1, 18, body.size()), body.substr(1)), 5, bad_body},
+      {"largest body length", framed(word(1, 18, 0x7fffffff), body), 5, bad_body},
+      {"negative body length", framed(word(1, 18, 0xffffffff), body), 5, bad_body},
+      {"body no protobuf", framed(word(1, 18, 2), "\x0a\x7f"), 5, bad_body},
+  };
+  for (const auto& c : cases) {
+    Adapter::Result result;
+    const std::string log =
+        tests::logged_by([&] { result = Adapter().deserialize(exact_message(c.payload)); });
+    EXPECT_FALSE(result.ok) << c.what;
+    EXPECT_EQ(static_cast<int>(result.error), c.code) << c.what;
+    EXPECT_FALSE(result.body.has_value()) << c.what;
+    EXPECT_THAT(log, testing::EndsWith(" " + c.line)) << c.what;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << c.what;
+  }
+}
+
+TEST(MessageAdapter, TakesTheProtocolTypeOfWhatItReads) {
+  Adapter adapter;
+  EXPECT_TRUE(adapter.deserialize(exact_message(framed(word(7, 18, 0), ""))).ok);
+  EXPECT_EQ(adapter.protocol_type(), 7);
+  EXPECT_FALSE(adapter.deserialize(exact_message(framed(word(0, 18, 0), ""))).ok);
+  EXPECT_EQ(adapter.protocol_type(), 0);
+}
+
+}  // namespace
