@@ -1,0 +1,106 @@
+#include "system/supervision.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <string_view>
+
+#include <ecu/tamu/application.h>
+#include <ecu/tamu/logging/logging.h>
+
+#include "posix/unique_fd.h"
+#include "text/parse_number.h"
+
+namespace ecu::tamu {
+
+namespace {
+
+constexpr auto logger = logging::module("tamu.supervision");
+
+constexpr const char* socket_variable = "NOTIFY_SOCKET";
+constexpr const char* watchdog_time_variable = "WATCHDOG_USEC";
+constexpr const char* watchdog_process_variable = "WATCHDOG_PID";
+
+std::string_view environment(const char* name) noexcept {
+  const char* const value = std::getenv(name);
+  return value == nullptr ? std::string_view{} : std::string_view(value);
+}
+
+struct Address {
+  sockaddr_un name{};
+  socklen_t size = 0;
+};
+
+// Of a text that is not empty: a path, or behind "@" a name in the abstract namespace.
+std::optional<Address> to_address(std::string_view text) noexcept {
+  Address address;
+  if (text.size() > sizeof address.name.sun_path || (text.front() != '/' && text.front() != '@')) {
+    return std::nullopt;
+  }
+  address.name.sun_family = AF_UNIX;
+  text.copy(address.name.sun_path, text.size());
+  if (text.front() == '@') {
+    address.name.sun_path[0] = '\0';
+  }
+  address.size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + text.size());
+  return address;
+}
+
+// False with errno set on failure.
+bool deliver(const Address& address, std::string_view state) noexcept {
+  const posix::UniqueFd channel(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  return channel && ::sendto(channel.get(), state.data(), state.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                             reinterpret_cast<const sockaddr*>(&address.name), address.size) >= 0;
+}
+
+void notify(std::string_view state) noexcept {
+  const std::string_view target = environment(socket_variable);
+  if (target.empty()) {
+    return;
+  }
+  const std::optional<Address> address = to_address(target);
+  if (!address) {
+    logger.warning(socket_variable, " '", target, "' is not an address of a local socket");
+  } else if (!deliver(*address, state)) {
+    logger.warning("Unable to notify the service manager at '", target, "' (errno ", errno, ")");
+  }
+}
+
+}  // namespace
+
+void application_starting() noexcept {
+  notify("STATUS=Starting");
+}
+
+void application_ready() noexcept {
+  notify("READY=1\nSTATUS=Running");
+}
+
+void notify_stopping() noexcept {
+  notify("STOPPING=1");
+}
+
+void notify_watchdog() noexcept {
+  notify("WATCHDOG=1");
+}
+
+std::optional<std::chrono::microseconds> watchdog_period() noexcept {
+  constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
+  const std::string_view process = environment(watchdog_process_variable);
+  if (!process.empty() && text::parse_number(process) != static_cast<std::uint64_t>(::getpid())) {
+    return std::nullopt;
+  }
+  const std::uint64_t half = text::parse_number(environment(watchdog_time_variable)).value_or(never) / 2;
+  if (half == 0 || half == never / 2) {
+    return std::nullopt;
+  }
+  return std::chrono::microseconds(half);
+}
+
+}  // namespace ecu::tamu

@@ -1,0 +1,94 @@
+#include "system/supervision.h"
+
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <ecu/tamu/application.h>
+
+#include "support/captured_log.h"
+
+using namespace ecu::tamu;
+using testing::HasSubstr;
+using tests::logged_by;
+
+namespace {
+
+const std::string own_pid = std::to_string(::getpid());
+
+void set_environment(const char* name, const std::string& value) {
+  ::setenv(name, value.c_str(), 1);
+}
+
+// The service manager's end, at a path or behind '@' in the abstract namespace.
+class Manager {
+ public:
+  explicit Manager(const std::string& name) {
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    name.copy(address.sun_path, sizeof address.sun_path);
+    address.sun_path[0] = name[0] == '@' ? '\0' : name[0];
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
+    EXPECT_EQ(::bind(channel_.get(), reinterpret_cast<const sockaddr*>(&address), size), 0);
+    set_environment("NOTIFY_SOCKET", name);
+  }
+  ~Manager() { ::unsetenv("NOTIFY_SOCKET"); }
+
+  [[nodiscard]] std::string received() const {
+    std::array<char, 256> text{};
+    return {text.data(), static_cast<std::size_t>(::recv(channel_.get(), text.data(), text.size(), 0))};
+  }
+
+ private:
+  posix::UniqueFd channel_{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+};
+
+}  // namespace
+
+TEST(SupervisionTest, ManagerIsToldOnItsSocket) {
+  const std::string path = testing::TempDir() + "tolquil_notify_" + own_pid;
+  for (const std::string& name : {path, "@tolquil_notify_" + own_pid}) {
+    const Manager manager(name);
+    application_starting(), application_ready(), notify_watchdog(), notify_stopping();
+    EXPECT_THAT(manager.received(), HasSubstr("STATUS="));
+    EXPECT_THAT(manager.received(), HasSubstr("READY=1\n"));
+    EXPECT_EQ(manager.received(), "WATCHDOG=1");
+    EXPECT_EQ(manager.received(), "STOPPING=1");
+  }
+  ::unlink(path.c_str());
+}
+
+TEST(SupervisionTest, ManagerThatCannotBeToldIsReportedAndHoldsNobodyUp) {
+  const auto flood = [] {
+    for (int i = 0; i < 2000; ++i) {
+      notify_watchdog();
+    }
+  };
+  const Manager deaf_manager("@tolquil_deaf_" + own_pid);
+  EXPECT_THAT(logged_by(flood), HasSubstr(" WARNING "));
+  for (const std::string& name : {std::string("/nowhere"), std::string("@"), "/" + std::string(200, 'x')}) {
+    set_environment("NOTIFY_SOCKET", name);
+    EXPECT_THAT(logged_by(application_ready), HasSubstr(" WARNING ")) << name;
+  }
+  ::unsetenv("NOTIFY_SOCKET");
+  EXPECT_EQ(logged_by(application_ready), "");
+}
+
+TEST(SupervisionTest, WatchdogPeriodIsHalfOfWhatTheManagerGivesThisProcess) {
+  const std::tuple<std::string, std::string, std::optional<std::chrono::microseconds>> cases[] = {
+      {"30000000", "", std::chrono::seconds(15)},
+      {"30000000", own_pid, std::chrono::seconds(15)},
+      {"30000000", "1" + own_pid, {}},
+      {"30000000", "x", {}},
+      {"", "", {}},
+      {"0", "", {}},
+      {"30s", "", {}},
+      {"18446744073709551615", "", {}},
+  };
+  for (const auto& [time, process, period] : cases) {
+    set_environment("WATCHDOG_USEC", time);
+    set_environment("WATCHDOG_PID", process);
+    EXPECT_EQ(watchdog_period(), period) << time << ' ' << process;
+  }
+  ::unsetenv("WATCHDOG_USEC");
+  ::unsetenv("WATCHDOG_PID");
+}
