@@ -1,0 +1,52 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+namespace tests {
+
+/// A group of the real-time side, made signal by signal: `Group().bytes("data", "...").message(ts)`.
+class Group {
+ public:
+  Group& bytes(std::string_view name, std::string_view data) {
+    add(name).set_data(std::string(data));
+    return *this;
+  }
+  Group& value(std::string_view name, double value) {
+    add(name).set_value(value);
+    return *this;
+  }
+  Group& status(std::uint32_t status) {
+    group_.mutable_signal(group_.signal_size() - 1)->set_status(status);
+    return *this;
+  }
+  [[nodiscard]] ecu::tamu::com::Message message(std::uint64_t timestamp = 0) const {
+    auto message = ecu::tamu::com::frame(group_, ecu::tamu::com::pb_protocol_type).value();
+    message.timestamp = timestamp;
+    return message;
+  }
+
+ private:
+  ecu::tamu::pb::Signal& add(std::string_view name) {
+    ecu::tamu::pb::Signal& signal = *group_.add_signal();
+    signal.set_name(std::string(name));
+    return signal;
+  }
+
+  ecu::tamu::pb::SignalGroup group_;
+};
+
+/// A message whose payload is `text` as it stands.
+inline ecu::tamu::com::Message raw_message(std::string_view text) {
+  return ecu::tamu::com::make_message(0, {text.begin(), text.end()});
+}
+
+/// The variable that a published message carries.
+inline ecu::tamu::pb::EcuVariable variable_in(const ecu::tamu::com::Message& message) {
+  return ecu::tamu::com::PbInternalMessageAdapter<ecu::tamu::pb::EcuVariable>().deserialize(message).body;
+}
+
+}  // namespace tests
