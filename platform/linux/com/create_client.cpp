@@ -1,0 +1,27 @@
+#include <mosquittopp.h>
+
+#include <stdexcept>
+
+#include <ecu/tamu/com/transport_client.h>
+
+#include "com/mqtt_client.h"
+
+namespace ecu::tamu::com {
+
+std::shared_ptr<ITransportClient> create_client(const std::unique_ptr<config::Configuration>& config,
+                                                TransportType type) {
+  if (type != TransportType::mqtt) {
+    throw std::invalid_argument("unknown transport type");
+  }
+  return std::make_shared<MqttClient>(read_settings(*config));
+}
+
+void library_init() {
+  mosqpp::lib_init();
+}
+
+void library_cleanup() {
+  mosqpp::lib_cleanup();
+}
+
+}  // namespace ecu::tamu::com

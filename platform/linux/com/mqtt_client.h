@@ -1,0 +1,74 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <ecu/tamu/com/transport_client.h>
+
+#include "com/connection.h"
+#include "com/delivery.h"
+#include "com/leader_threads.h"
+#include "com/mqtt_settings.h"
+#include "com/outbox.h"
+#include "posix/event.h"
+
+namespace ecu::tamu::com {
+
+/// The bus over MQTT 3.1.1. One thread at a time, the leader, uses the connection; publications of other
+/// threads, and of the observers that it calls, are queued and leave in batches.
+class MqttClient final : public ITransportClient, private Connection::Listener {
+ public:
+  explicit MqttClient(MqttSettings settings);
+  ~MqttClient() override;
+
+  void connect() override;
+  void start() override;
+  void run() override;
+  void stop() override;
+  void subscribe(const std::string& topic, int max_qos,
+                 std::shared_ptr<ISubscriptionObserver> observer) override;
+  void unsubscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer) override;
+  PublishResult publish(const std::string& topic, Message message) override;
+  [[nodiscard]] bool connected() const override;
+
+ private:
+  struct SubscriptionChange {
+    Subscription subscription;
+    bool wanted;
+  };
+
+  void connection_up() override;
+  void connection_lost() override;
+  void message(const std::string& topic, Message message) override;
+
+  void lead();
+  [[nodiscard]] bool deliver();
+  void send();
+  void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
+  void send_publications();
+  void sleep();
+  void close_connection();
+  [[nodiscard]] bool all_sent();
+  void wait_for_stop();
+  void wake_leader(std::unique_lock<std::mutex>& lock);
+
+  const MqttSettings settings_;
+  const posix::Event stop_;  // for the thread in `run`
+  const posix::Event wake_;  // for the leader
+  std::atomic<bool> stop_requested_ = false;
+  Delivery delivery_;
+
+  Connection connection_;  // the leader's alone
+
+  mutable std::mutex mutex_;  // guards the rest but threads_; never held while an observer is called
+  Outbox outbox_;
+  std::vector<SubscriptionChange> subscription_changes_;  // since the connection is up
+  bool leader_asleep_ = false;                            // it must be woken to see what was queued
+
+  LeaderThreads threads_;
+};
+
+}  // namespace ecu::tamu::com

@@ -1,0 +1,339 @@
+#include "com/mqtt_session.h"
+
+#include <mosquittopp.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <map>
+#include <utility>
+
+#include <ecu/tamu/date_time.h>
+
+#include "com/mqtt_log.h"
+
+namespace ecu::tamu::com {
+
+namespace {
+
+constexpr int qos_acknowledged = 1;
+constexpr int refused_qos = 0x80;  // in a SUBACK
+constexpr unsigned max_messages_per_read = 32;
+constexpr std::size_t max_bytes_per_read = 256 * 1024;
+
+constexpr const char* closed_by_peer = "connection closed by the peer";
+
+// An end of file (no error number), a reset and a write that comes too late are the same event; which of them
+// it shows as is chance, and must not look like a new reason.
+std::string text_of_errno(int error) {
+  return error == 0 || error == ECONNRESET || error == EPIPE ? closed_by_peer : std::strerror(error);
+}
+
+std::string text_of(int result) {
+  switch (result) {
+    case MOSQ_ERR_ERRNO:
+      return text_of_errno(errno);
+    case MOSQ_ERR_CONN_LOST:
+      return closed_by_peer;
+    case MOSQ_ERR_KEEPALIVE:  // the library has no text for it
+      return "no answer";
+    default:
+      return mosqpp::strerror(result);
+  }
+}
+
+}  // namespace
+
+/// The library's object. Its callbacks run inside the library's calls, under its locks: they take down what
+/// happened and call nothing of the library.
+class MqttSession::Library final : public mosqpp::mosquittopp {
+ public:
+  Library(const std::string& client_id, Listener& listener)
+      : mosqpp::mosquittopp(client_id.empty() ? nullptr : client_id.c_str(), true), listener_(listener) {}
+
+  void expect_acknowledgement(int mid) { unacknowledged_.push_back(mid); }
+  void expect_subscription(int mid, const std::string& filter) { subscribing_[mid] = filter; }
+  [[nodiscard]] std::size_t unacknowledged() const noexcept { return unacknowledged_.size(); }
+
+  /// How many packets have led to a callback.
+  [[nodiscard]] unsigned received() const noexcept { return received_; }
+  [[nodiscard]] unsigned messages() const noexcept { return messages_; }
+  [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
+  [[nodiscard]] bool accepted() const noexcept { return accepted_; }
+
+  /// The most telling account of a failure that the library gave a general name.
+  [[nodiscard]] std::string explain(const std::string& general) const {
+    if (!refusal_.empty()) {
+      return refusal_;
+    }
+    return last_error_.empty() ? general : general + " (" + last_error_ + ")";
+  }
+
+ private:
+  // Nothing may unwind through the library's C code.
+  template <class Action>
+  void guard(Action action) noexcept {
+    try {
+      ++received_;
+      action();
+    } catch (const std::exception& failure) {
+      mqtt_log.error("incoming packet lost: ", failure.what());
+    } catch (...) {
+      mqtt_log.error("incoming packet lost");
+    }
+  }
+
+  void on_connect(int code) override {
+    guard([&] {
+      if (code != 0) {
+        refusal_ = mosqpp::connack_string(code);
+        return;
+      }
+      accepted_ = true;
+      listener_.connected();
+    });
+  }
+
+  void on_message(const mosquitto_message* message) override {
+    guard([&] {
+      ++messages_;
+      bytes_ += static_cast<std::size_t>(message->payloadlen);
+      const auto* bytes = static_cast<const std::uint8_t*>(message->payload);
+      Message received;
+      received.acknowledged = message->qos > 0;
+      received.timestamp = DateTime::time_since_boot_ns();
+      received.payload.assign(bytes, bytes + message->payloadlen);
+      received.retained = message->retain;
+      listener_.message(message->topic, std::move(received));
+    });
+  }
+
+  void on_subscribe(int mid, int count, const int* granted) override {
+    guard([&] {
+      const auto subscription = subscribing_.extract(mid);
+      if (!subscription.empty() && count > 0 && granted[0] == refused_qos) {
+        mqtt_log.warning("broker refuses the subscription to ", subscription.mapped());
+      }
+    });
+  }
+
+  void on_publish(int mid) override {
+    guard([&] { std::erase(unacknowledged_, mid); });
+  }
+
+  void on_log(int level, const char* text) override {
+    if (level == MOSQ_LOG_ERR) {
+      guard([&] { last_error_ = text; });
+    }
+  }
+
+  Listener& listener_;
+  std::vector<int> unacknowledged_;
+  std::map<int, std::string> subscribing_;
+  unsigned received_ = 0;
+  unsigned messages_ = 0;
+  std::size_t bytes_ = 0;  // of the messages' payloads
+  bool accepted_ = false;
+  std::string refusal_;     // what the broker answered to the login
+  std::string last_error_;  // what the library wrote last about an error
+};
+
+MqttSession::MqttSession(const MqttSettings& settings, Listener& listener)
+    : settings_(settings), library_(std::make_unique<Library>(settings.client_id, listener)) {}
+
+MqttSession::~MqttSession() = default;
+
+Failure MqttSession::open(const std::string& host, const std::string& bind_address) {
+  if (!settings_.username.empty()) {
+    library_->username_pw_set(settings_.username.c_str(), settings_.password.c_str());
+  }
+  if (settings_.presence) {
+    constexpr std::string_view off_line = "offline";
+    library_->will_set(settings_.presence_topic().c_str(), static_cast<int>(off_line.size()), off_line.data(),
+                       qos_acknowledged, true);
+  }
+  if (settings_.uses_tls()) {
+    const auto path_or_null = [](const std::string& path) { return path.empty() ? nullptr : path.c_str(); };
+    const int result = library_->tls_set(settings_.cafile.c_str(), nullptr, path_or_null(settings_.certfile),
+                                         path_or_null(settings_.keyfile));
+    if (result != MOSQ_ERR_SUCCESS) {
+      return outcome(result);
+    }
+    constexpr int verify_peer = 1;
+    library_->tls_opts_set(verify_peer, nullptr, nullptr);
+    library_->tls_insecure_set(false);
+  }
+  last_read_ = last_write_ = std::chrono::steady_clock::now();
+  const auto keepalive = static_cast<int>(settings_.keepalive.count());
+  return outcome(bind_address.empty() ? library_->connect_async(host.c_str(), settings_.port, keepalive)
+                                      : library_->connect_async(host.c_str(), settings_.port, keepalive,
+                                                                bind_address.c_str()));
+}
+
+bool MqttSession::is_connected() const noexcept {
+  return library_->accepted();
+}
+
+int MqttSession::fd() const {
+  return library_->socket();
+}
+
+short MqttSession::wanted_events() const {
+  const bool write = !reachable_ || library_->want_write();
+  return static_cast<short>(POLLIN | (write ? POLLOUT : 0));
+}
+
+Failure MqttSession::handle(short events) {
+  more_to_read_ = false;
+  if (events == 0) {
+    return std::nullopt;
+  }
+  if (!is_connected()) {
+    if (auto failure = finish_connecting()) {
+      return failure;
+    }
+  }
+  if ((events & POLLOUT) != 0) {
+    last_write_ = std::chrono::steady_clock::now();
+    if (auto failure = outcome(library_->loop_write())) {
+      return failure;
+    }
+  }
+  if ((events & POLLIN) != 0) {
+    return read();
+  }
+  if ((events & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
+    return closed_by_peer;
+  }
+  return std::nullopt;
+}
+
+// The library takes a refused connection, or one that the peer closes in the middle of a TLS handshake, for
+// one that is still being made, and would be asked about it for ever.
+Failure MqttSession::finish_connecting() {
+  int error = 0;
+  socklen_t size = sizeof(error);
+  if (::getsockopt(fd(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0) {
+    return text_of_errno(error);
+  }
+  reachable_ = true;
+  char byte = 0;
+  if (::recv(fd(), &byte, sizeof(byte), MSG_PEEK | MSG_DONTWAIT) == 0) {
+    return closed_by_peer;
+  }
+  return std::nullopt;
+}
+
+Failure MqttSession::read() {
+  last_read_ = std::chrono::steady_clock::now();
+  const bool was_connected = is_connected();
+  // Behind a packet without a callback, TLS may hold back others that poll knows nothing of.
+  const int tries = settings_.uses_tls() ? 2 : 1;
+  const unsigned first_message = library_->messages();
+  const std::size_t first_byte = library_->bytes();
+  for (int fruitless = 0; fruitless < tries;) {
+    const unsigned before = library_->received();
+    if (auto failure = outcome(library_->loop_read())) {
+      return failure;
+    }
+    fruitless = library_->received() == before ? fruitless + 1 : 0;
+    if (library_->messages() - first_message >= max_messages_per_read ||
+        library_->bytes() - first_byte >= max_bytes_per_read) {
+      more_to_read_ = true;
+      break;
+    }
+  }
+  if (!was_connected && is_connected()) {
+    set_tcp_option(TCP_NODELAY, 1);
+  }
+  return std::nullopt;
+}
+
+std::chrono::steady_clock::time_point MqttSession::keep_alive_due() const {
+  return std::min(last_read_, last_write_) + settings_.keepalive;
+}
+
+Failure MqttSession::keep_alive() {
+  last_read_ = last_write_ = std::chrono::steady_clock::now();
+  return outcome(library_->loop_misc());
+}
+
+bool MqttSession::accepts(bool acknowledged) const {
+  return is_connected() && is_open() && !library_->want_write() &&
+         (!acknowledged || library_->unacknowledged() < max_unacknowledged);
+}
+
+bool MqttSession::idle() const {
+  return !library_->want_write() && library_->unacknowledged() == 0;
+}
+
+Failure MqttSession::publish(const std::string& topic, const Message& message) {
+  int mid = 0;
+  const int qos = message.acknowledged ? qos_acknowledged : 0;
+  last_write_ = std::chrono::steady_clock::now();
+  const int result = library_->publish(&mid, topic.c_str(), static_cast<int>(message.payload.size()),
+                                       message.payload.data(), qos, message.retained);
+  switch (result) {
+    case MOSQ_ERR_INVAL:
+    case MOSQ_ERR_MALFORMED_UTF8:
+    case MOSQ_ERR_PAYLOAD_SIZE:
+    case MOSQ_ERR_OVERSIZE_PACKET:
+      mqtt_log.warning("cannot publish on topic ", topic, ": ", mosqpp::strerror(result));
+      return std::nullopt;
+    default:
+      break;
+  }
+  if (result == MOSQ_ERR_SUCCESS && message.acknowledged) {
+    library_->expect_acknowledgement(mid);
+  }
+  return outcome(result);
+}
+
+Failure MqttSession::subscribe(const std::string& filter, int max_qos) {
+  int mid = 0;
+  const int result = library_->subscribe(&mid, filter.c_str(), max_qos);
+  if (result == MOSQ_ERR_INVAL || result == MOSQ_ERR_MALFORMED_UTF8) {
+    mqtt_log.warning("cannot subscribe to ", filter, ": ", mosqpp::strerror(result));
+    return std::nullopt;
+  }
+  library_->expect_subscription(mid, filter);
+  return outcome(result);
+}
+
+Failure MqttSession::unsubscribe(const std::string& filter) {
+  const int result = library_->unsubscribe(nullptr, filter.c_str());
+  return result == MOSQ_ERR_INVAL ? std::nullopt : outcome(result);
+}
+
+Failure MqttSession::disconnect() {
+  return outcome(library_->disconnect());
+}
+
+void MqttSession::cork() const {
+  set_tcp_option(TCP_CORK, 1);
+}
+
+void MqttSession::uncork() const {
+  set_tcp_option(TCP_CORK, 0);
+}
+
+Failure MqttSession::outcome(int result) {
+  // The library closes a connection on which nothing comes back, and calls that a success.
+  if (result == MOSQ_ERR_SUCCESS && !is_open()) {
+    result = MOSQ_ERR_CONN_LOST;
+  }
+  return result == MOSQ_ERR_SUCCESS ? Failure() : library_->explain(text_of(result));
+}
+
+void MqttSession::set_tcp_option(int option, int value) const {
+  if (!settings_.is_unix_socket()) {
+    ::setsockopt(fd(), IPPROTO_TCP, option, &value, sizeof(value));
+  }
+}
+
+}  // namespace ecu::tamu::com
