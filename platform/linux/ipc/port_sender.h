@@ -1,0 +1,39 @@
+#pragma once
+
+#include <chrono>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <ecu/tamu/ipc/ipc_signal.h>
+
+#include "posix/unique_fd.h"
+
+namespace ecu::tamu::ipc::detail {
+
+/// What `QueuePortWriter` promises, on a file descriptor.
+class PortSender {
+ public:
+  PortSender() = default;
+  ~PortSender() { close(); }
+
+  PortSender(const PortSender&) = delete;
+  PortSender& operator=(const PortSender&) = delete;
+
+  [[nodiscard]] bool open(const std::string& path);
+  [[nodiscard]] bool transmit(const IpcSignal& signal);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void close();
+  [[nodiscard]] bool send(std::span<const char> record);
+  [[nodiscard]] const char* write_whole(std::span<const char> record, Clock::time_point deadline) const;
+
+  std::string path_;
+  posix::UniqueFd port_;
+  bool frame_begun_ = false;
+  std::vector<char> record_;
+};
+
+}  // namespace ecu::tamu::ipc::detail

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <ecu/tamu/ipc/queue_port.h>
+
+#include "ipc/record_format.h"
+#include "posix/unique_fd.h"
+#include "support/temp_dir.h"
+
+namespace tests {
+
+using Reader = ecu::tamu::ipc::QueuePortReader<24u, ecu::tamu::ipc::signal_t_dyn<24u>>;
+using Writer = ecu::tamu::ipc::QueuePortWriter<24u, ecu::tamu::ipc::signal_t_dyn<24u>>;
+
+inline ecu::tamu::ipc::IpcSignal record(std::uint32_t id, std::string_view data) {
+  ecu::tamu::ipc::IpcSignal signal;
+  signal.id = id;
+  signal.data.assign(data.begin(), data.end());
+  return signal;
+}
+
+/// The bytes of a record as they stand on a port.
+inline std::string wire(std::uint32_t id, std::string_view data) {
+  std::vector<char> bytes;
+  ecu::tamu::ipc::encode_record(record(id, data), bytes);
+  return {bytes.begin(), bytes.end()};
+}
+inline std::string end_mark() {
+  const auto mark = ecu::tamu::ipc::end_of_frame();
+  return {mark.begin(), mark.end()};
+}
+
+/// A FIFO of the test's own, and the far end of it as raw bytes.
+class Fifo {
+ public:
+  explicit Fifo(const TempDir& dir, const std::string& name) : path_(dir.path(name)) {
+    ::mkfifo(path_.c_str(), 0600);
+  }
+
+  [[nodiscard]] const std::string& path() const noexcept { return path_; }
+
+  /// Holds the far end open from now on.
+  void open() { fd_.reset(::open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)); }
+  [[nodiscard]] int fd() const noexcept { return fd_.get(); }
+  void write(std::string_view bytes) const { (void)!::write(fd_.get(), bytes.data(), bytes.size()); }
+  [[nodiscard]] std::string read() const {
+    std::string bytes(1 << 20, '\0');
+    const ssize_t count = ::read(fd_.get(), bytes.data(), bytes.size());
+    return bytes.substr(0, count > 0 ? static_cast<std::size_t>(count) : 0);
+  }
+
+ private:
+  std::string path_;
+  ecu::tamu::posix::UniqueFd fd_;
+};
+
+/// Takes down what it is called for: "id:data" for a record, "|" for the end of a frame, "." for the end of
+/// reception.
+class PortLog final : public ecu::tamu::ipc::IDataConsumer<ecu::tamu::ipc::IpcSignal> {
+ public:
+  void consume(const ecu::tamu::ipc::IpcSignal& signal) override {
+    add(std::to_string(signal.id) + ":" + std::string(signal.data.begin(), signal.data.end()) + " ");
+  }
+  void finished() override { add("."); }
+  void frame_finished() override { add("|"); }
+
+  [[nodiscard]] std::string text() const {
+    const std::lock_guard lock(mutex_);
+    return text_;
+  }
+  /// Waits until the text ends so.
+  void wait_for(std::string_view end) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return text_.ends_with(end); });
+  }
+
+ private:
+  void add(const std::string& text) {
+    const std::lock_guard lock(mutex_);
+    text_ += text;
+    changed_.notify_all();
+  }
+
+  mutable std::mutex mutex_;  // guards text_
+  std::condition_variable changed_;
+  std::string text_;
+};
+
+/// Passes everything on to a consumer that the test keeps.
+class Passing final : public ecu::tamu::ipc::IDataConsumer<ecu::tamu::ipc::IpcSignal> {
+ public:
+  explicit Passing(IDataConsumer& target) : target_(target) {}
+  void consume(const ecu::tamu::ipc::IpcSignal& signal) override { target_.consume(signal); }
+  void finished() override { target_.finished(); }
+  void frame_finished() override { target_.frame_finished(); }
+
+ private:
+  IDataConsumer& target_;
+};
+
+}  // namespace tests
