@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <ecu/tamu/com/message.h>
+
+namespace ecu::quil {
+
+/// How a variable gets its value, which decides when it is published.
+enum class VariableSource : std::uint32_t {
+  LOCAL = 0,     // once, at construction, from the local machine
+  SYSPARAM = 1,  // on demand, from the system parameters
+  SIGNAL = 2,    // from messages on the variable's topic
+};
+
+/// One value that the daemon publishes on "system/var/" + name. Has no lock: the operations of one variable
+/// are called one after another.
+class EnvironmentVariable {
+ public:
+  /// A variable without a value. `topic` is empty for a variable that no message feeds.
+  EnvironmentVariable(std::string name, std::string topic, VariableSource source);
+  virtual ~EnvironmentVariable() = default;
+
+  EnvironmentVariable(const EnvironmentVariable&) = delete;
+  EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
+
+  /// Takes the value out of a message received on `topic()`. True when a value was stored, which is then to
+  /// be published; false leaves value and time stamp as they were, the reason having been logged.
+  virtual bool extract(const tamu::com::Message& msg);
+
+  /// The current value; empty until there was one.
+  [[nodiscard]] virtual const std::string& value() const;
+
+  /// When the current value was received or set, nanoseconds since boot; 0 until there was one.
+  [[nodiscard]] virtual std::uint64_t timestamp() const;
+
+  /// The framed `EcuVariable`, with both fields unset while the value is empty. Empty when it cannot be
+  /// serialised.
+  [[nodiscard]] virtual std::optional<tamu::com::Message> to_message() const;
+
+  [[nodiscard]] const std::string& name() const noexcept { return m_name; }
+  [[nodiscard]] const std::string& topic() const noexcept { return m_topic; }
+  /// "system/var/" + name.
+  [[nodiscard]] const std::string& published_topic() const noexcept { return m_published_topic; }
+  [[nodiscard]] VariableSource source() const noexcept { return m_source; }
+
+ protected:
+  /// Stores a value together with the time that belongs to it.
+  void set(std::string value, std::uint64_t timestamp);
+
+ private:
+  std::string m_name;
+  std::string m_value;
+  VariableSource m_source;
+  std::string m_topic;
+  std::uint64_t m_timestamp = 0;
+  std::string m_published_topic;
+};
+
+}  // namespace ecu::quil

@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include <ecu/quil/hw_identity_variables.h>
+
+#include "support/captured_log.h"
+#include "support/rt_messages.h"
+
+namespace {
+
+using namespace ecu::quil;
+using namespace std::string_literals;
+
+/// One message offered to a fresh variable, or to `variable`.
+struct Case {
+  std::string data;
+  std::string value;  // empty: refused
+  std::string line;   // the log's last, with its level
+};
+
+template <class Variable>
+void check(const char* signal, std::initializer_list<Case> cases) {
+  for (const Case& c : cases) {
+    Variable variable;
+    bool taken = false;
+    const auto log = tests::logged_lines(
+        [&] { taken = variable.extract(tests::Group().bytes(signal, c.data).message(77)); });
+    EXPECT_EQ(taken, !c.value.empty()) << testing::PrintToString(c.data);
+    EXPECT_EQ(variable.value(), c.value) << testing::PrintToString(c.data);
+    EXPECT_EQ(variable.timestamp(), c.value.empty() ? 0u : 77u);
+    EXPECT_EQ(log.empty() ? "" : log.back(), c.line) << testing::PrintToString(c.data);
+  }
+}
+
+std::string serial(std::string_view bytes, std::size_t tail = 0) {
+  return std::string(64, 'x') + std::string(bytes) + std::string(tail, 'y');
+}
+
+TEST(HWVersion, IsTheFirstCharactersInLowerCase) {
+  const std::string unset = "NOTICE [HWVersionVariable] data is empty or all 0xff or null, ignore.";
+  const std::string too_short = "NOTICE [HWVersionVariable] Received string too short";
+  check<HWVersionVariable>("variant", {{"R08_B1\0\0\0"s, "r08", "INFO HW Version: r08"},
+                                       {"abc", "abc", "INFO HW Version: abc"},
+                                       {"ABCD", "abc", "INFO HW Version: abc"},
+                                       {"A_BC", "a", "INFO HW Version: a"},
+                                       {"", "", unset},
+                                       {"\0\0"s, "", unset},
+                                       {"\xff\xff\xff", "", unset},
+                                       {"ab\0cd"s, "", too_short},
+                                       {"\0\xff\xff\xff"s, "", too_short}});
+}
+
+TEST(HWVariant, IsTheTextAsItStands) {
+  const std::string unset = "DEBUG [HWVariantVariable] data is empty or all 0xff or null, ignore.";
+  check<HWVariantVariable>("variant", {{"R08_B1\0\0"s, "R08_B1", "INFO HW Variant: 'R08_B1'"},
+                                       {"\xff\xfe", "\xff\xfe", "INFO HW Variant: '\\xff\\xfe'"},
+                                       {"", "", unset},
+                                       {"\0"s, "", unset},
+                                       {"\xff", "", unset}});
+}
+
+TEST(NetworkVariant, IsTheTextInLowerCase) {
+  const std::string unset = "DEBUG [NetworkVariant] data is empty or all 0xff or nill, ignore.";
+  check<NetworkVariantVariable>(
+      "network_variant", {{"TRUCK_hd\0X"s, "truck_hd", "INFO NetworkVariant (VehicleVariant): 'truck_hd'"},
+                          {"\xff\xff", "", unset},
+                          {"\0\0"s, "", unset}});
+}
+
+TEST(SerialNumber, IsWrittenFromBytes64To67) {
+  const std::string not_enough =
+      "ERROR [SerialNumberVariable] Unable to extract S/N from 'data' signal,not enough elements: ";
+  const std::string size = "NOTICE Unexpected size of serial number extract: (";
+  check<SerialNumberVariable>(
+      "data", {{serial("\xd2\x02\x96\x49"), "123456-7890", "INFO Serial Number: 123456-7890"},
+               {serial("\xd2\x02\x96\x49", 60), "123456-7890", "INFO Serial Number: 123456-7890"},
+               {serial("\xfe\xff\xff\xff"), "429496-7294", "INFO Serial Number: 429496-7294"},
+               {serial("\x00\xca\x9a\x3b"s), "100000-0000", "INFO Serial Number: 100000-0000"},
+               {serial("\xff\xc9\x9a\x3b"), "", size + "9) expected: 10, value: '999999999"},
+               {serial("\x00\x00\x00\x00"s), "", size + "1) expected: 10, value: '0"},
+               {serial("\xff\xff\xff\xff"), "", "NOTICE Ignoring invalid serial number (0xFFFFFFFF)"},
+               {serial("\xd2\x02\x96"), "", not_enough + "67"},
+               {serial("\xd2\x02"), "", not_enough + "66"},
+               {"", "", not_enough + "0"}});
+}
+
+template <class Variable>
+void check_reports(const std::string& unpack, const std::string& find, const std::string& topic) {
+  Variable variable;
+  const auto log = tests::logged_lines([&] {
+    EXPECT_FALSE(variable.extract(tests::raw_message("short")));
+    EXPECT_FALSE(variable.extract(tests::Group().bytes("other", "x").message()));
+  });
+  ASSERT_EQ(log.size(), 3u);  // the first stands behind the framing's own
+  EXPECT_EQ(log[1], "ERROR " + unpack + " (error 1) message for topic: " + topic);
+  EXPECT_EQ(log[2], "ERROR " + find + " signal from SignalGroup for topic: " + topic);
+}
+
+TEST(HwIdentity, UnusableMessagesAreReportedUnderTheVariablesName) {
+  check_reports<SerialNumberVariable>("[SerialNumberVariable] Unable to deserialize",
+                                      "[SerialNumberVariable] Unable to extract 'data'", "rt/system/rtc_ee");
+  check_reports<HWVersionVariable>("[HWVersionVariable] Unable to unpack",
+                                   "[HWVersionVariable] Unable to extract 'variant'", "rt/system/hw_variant");
+  check_reports<HWVariantVariable>("[HWVariantVariable] Unable to unpack",
+                                   "[HWVariantVariable] Unable to extract 'variant'", "rt/system/hw_variant");
+  check_reports<NetworkVariantVariable>("[NetworkVariant] Unable to unpack",
+                                        "[NetworkVariant] Unable to extract 'variant'",
+                                        "rt/system/network_variant");
+}
+
+TEST(HwIdentity, ARefusedMessageKeepsTheLastValue) {
+  HWVariantVariable variable;
+  ASSERT_TRUE(variable.extract(tests::Group().bytes("variant", "R08").message(5)));
+  EXPECT_FALSE(variable.extract(tests::Group().bytes("variant", "").message(6)));
+  EXPECT_FALSE(variable.extract(tests::raw_message("")));
+  EXPECT_EQ(variable.value(), "R08");
+  EXPECT_EQ(variable.timestamp(), 5u);
+}
+
+}  // namespace
