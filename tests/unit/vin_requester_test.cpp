@@ -1,0 +1,223 @@
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <ecu/quil/vin_requester_thread.h>
+#include <ecu/quil/vin_variables.h>
+#include <ecu/tamu/rt/signal_adapter.h>
+
+#include "support/captured_log.h"
+#include "support/fake_client.h"
+#include "support/rt_messages.h"
+
+namespace {
+
+using namespace ecu::quil;
+using namespace std::chrono_literals;
+using ecu::tamu::com::PublishResult;
+using testing::ElementsAre;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* request_topic = "rt/j1939can/tx/rqst_fb_ee";
+
+/// Lets a test wait for the requests that are published, or asked for and refused.
+struct Bus final : tests::FakeClient, ecu::tamu::diag::PgnRequestClient {
+  using Error = ecu::tamu::diag::Error;
+  using Token = ecu::tamu::diag::PgnRequestToken;
+
+  PublishResult publish(const std::string& topic, Message message) override {
+    count(topic == request_topic ? std::optional(std::move(message)) : std::nullopt);
+    return result;
+  }
+  ecu::tamu::Result<Token, Error> request_token(const std::string& topic, std::uint64_t seconds) override {
+    if (!refuse && topic == request_topic && seconds == 60) {
+      return Token{};
+    }
+    count(std::nullopt);
+    return Error::too_early;
+  }
+  std::string error_str(const Error& /*error*/) const override { return "not now"; }
+
+  void count(std::optional<Message> request) {
+    const std::lock_guard lock(mutex);
+    last_request = std::move(request);
+    last_time = Clock::now();
+    ++attempts;
+    changed.notify_all();
+  }
+  Clock::time_point wait_for_attempts(int more) {
+    std::unique_lock lock(mutex);
+    const int wanted = attempts + more;
+    changed.wait(lock, [&] { return attempts >= wanted; });
+    return last_time;
+  }
+
+  std::mutex mutex;  // guards all below
+  std::condition_variable changed;
+  std::optional<Message> last_request;  // none when the last attempt was refused
+  Clock::time_point last_time;
+  int attempts = 0;
+  std::atomic_bool refuse = false;
+};
+
+bool requester_thread_exists() {
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(task.path() / "comm") >> std::ws, name);
+    if (name == "vin-requester") {
+      return true;
+    }
+  }
+  return false;
+}
+
+class VinRequesterTest : public testing::Test {
+ protected:
+  std::unique_ptr<VINRequesterThread> make(std::chrono::milliseconds period) {
+    return std::make_unique<VINRequesterThread>(bus, mutex, wakeup, running, bus, period);
+  }
+  void start(std::chrono::milliseconds period) {
+    requester = make(period);
+    requester->init();
+  }
+  void kl15(std::string_view data, std::uint32_t status = 3) {
+    bus->last_observer->message("rt/io/kl15", tests::Group().bytes("kl15", data).status(status).message());
+  }
+  void notify() {
+    const std::lock_guard lock(*mutex);
+    wakeup->notify_all();
+  }
+
+  std::shared_ptr<Bus> bus = std::make_shared<Bus>();
+  std::shared_ptr<std::mutex> mutex = std::make_shared<std::mutex>();
+  std::shared_ptr<std::condition_variable> wakeup = std::make_shared<std::condition_variable>();
+  std::shared_ptr<std::atomic_bool> running = std::make_shared<std::atomic_bool>(false);
+  std::unique_ptr<VINRequesterThread> requester;
+};
+
+TEST_F(VinRequesterTest, RequestsTheVinWhileTheIgnitionIsOn) {
+  start(1ms);
+  EXPECT_TRUE(*running);
+  EXPECT_THAT(bus->subscribed, ElementsAre("rt/io/kl15"));
+  std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(bus->attempts, 0);
+  kl15("\x02");
+  bus->wait_for_attempts(3);
+  kl15({"\0", 1});
+  const int before = (std::lock_guard(bus->mutex), bus->attempts);
+  std::this_thread::sleep_for(10ms);
+  requester->stop();
+  EXPECT_LE(bus->attempts, before + 1);  // one may have been under way
+  const auto group = ecu::tamu::rt::SignalAdapter::instance().unpack(request_topic, *bus->last_request);
+  EXPECT_EQ(group.value()->signal("parametergroupnumberrqst")->data(),
+            (std::vector<std::uint8_t>{0xec, 0xfe, 0, 0}));
+  requester.reset();
+  EXPECT_THAT(bus->unsubscribed, ElementsAre("rt/io/kl15"));
+}
+
+TEST_F(VinRequesterTest, ABadIgnitionMessageIsReportedAndChangesNothing) {
+  start(1ms);
+  kl15("\x01");
+  const auto log = tests::logged_lines([this] {
+    kl15({"\0", 1}, 2);
+    kl15("");
+    bus->last_observer->message("rt/io/kl15", tests::Group().bytes("other", "").message());
+    bus->last_observer->message("rt/io/kl15", tests::raw_message("short"));
+  });
+  EXPECT_THAT(log, testing::IsSupersetOf({"ERROR ERROR signal not ok", "ERROR ERROR signal not ok",
+                                          "ERROR ERROR no signal: kl15 on topic: rt/io/kl15",
+                                          "ERROR ERROR message not okay on topic: rt/io/kl15"}));
+  bus->wait_for_attempts(2);
+}
+
+TEST_F(VinRequesterTest, ARefusedTokenIsReportedAndAskedForAgain) {
+  bus->refuse = true;
+  const auto log = tests::logged_lines([this] {
+    start(1ms);
+    kl15("\x01");
+    bus->wait_for_attempts(2);
+    requester->stop();
+  });
+  EXPECT_EQ(log.front(), "DEBUG Start thread wait 0 seconds to Receive VIN");
+  EXPECT_EQ(log[1], "ERROR Unable to acquire PGN request token: not now");
+  EXPECT_EQ(log[2], std::string("ERROR Error request VIN on topic: ") + request_topic);
+  EXPECT_EQ(log.back(), "NOTICE Stop vin thread");
+  EXPECT_FALSE(bus->last_request);
+}
+
+TEST_F(VinRequesterTest, ANotificationRestartsThePeriodWithoutARequest) {
+  constexpr auto period = 40ms;
+  start(period);
+  kl15("\x01");
+  Clock::time_point request, notification;
+  do {  // until the notification came before the period's end
+    request = bus->wait_for_attempts(1);
+    std::this_thread::sleep_until(request + period / 2);
+    notification = Clock::now();
+    notify();
+  } while (Clock::now() >= request + period);
+  EXPECT_GE(bus->wait_for_attempts(1), notification + period);
+}
+
+TEST_F(VinRequesterTest, EndsByItselfOnceTheVinIsConfirmed) {
+  start(1ms);
+  kl15("\x01");
+  bus->wait_for_attempts(1);
+  EXPECT_TRUE(requester_thread_exists());
+  VinVariableJ1939Ecu variable("00", mutex, wakeup, running, 2);
+  const auto message = tests::Group().bytes("data", "A").value("nof_bytes", 1).message();
+  EXPECT_FALSE(variable.extract(message));
+  EXPECT_TRUE(variable.extract(message));
+  while (requester_thread_exists()) {
+    std::this_thread::yield();
+  }
+  const auto log = tests::logged_lines([this] {
+    requester->stop();
+    requester->stop();
+  });
+  EXPECT_THAT(log, ElementsAre("NOTICE Stop vin thread"));
+}
+
+TEST_F(VinRequesterTest, StopsAtOnceAtWhateverInstant) {
+  make(1h)->stop();
+  for (int i = 0; i < 1500; ++i) {
+    start(1h);
+    notify();
+    const auto instant = Clock::now() + i * 40ns;
+    while (Clock::now() < instant) {
+    }
+    requester->stop();
+    EXPECT_FALSE(*running);
+  }
+}
+
+TEST_F(VinRequesterTest, DoesNotBeginAPeriodOnceTheFlagIsCleared) {
+  std::unique_lock lock(*mutex);
+  start(1h);
+  while (!requester_thread_exists()) {
+    std::this_thread::yield();
+  }
+  std::this_thread::sleep_for(1ms);  // so that it is most likely at the mutex
+  *running = false;
+  lock.unlock();
+  while (requester_thread_exists()) {
+    std::this_thread::yield();
+  }
+}
+
+TEST_F(VinRequesterTest, ASecondInitEndsTheProcess) {
+  EXPECT_DEATH(
+      {
+        start(1h);
+        requester->init();
+      },
+      "terminate called");
+}
+
+}  // namespace
