@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+
+#include <ecu/tamu/com/transport_client.h>
+
+namespace ecu::quil {
+
+/// Stands for its owner where the transport wants to share the observer. The owner unsubscribes it before it
+/// goes.
+class SubWrapper final : public tamu::com::ISubscriptionObserver {
+ public:
+  explicit SubWrapper(tamu::com::ISubscriptionObserver* owner) : m_owner(owner) {}
+
+  void message(const std::string& topic, const tamu::com::Message& msg) override {
+    m_owner->message(topic, msg);
+  }
+
+ private:
+  tamu::com::ISubscriptionObserver* m_owner;
+};
+
+}  // namespace ecu::quil

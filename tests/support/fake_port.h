@@ -1,0 +1,27 @@
+#pragma once
+
+#include <vector>
+
+#include <ecu/quil/queuing_port_handler.h>
+
+#include "support/ports.h"
+
+namespace tests {
+
+/// Ports without a far side: takes down what is written.
+class FakePort final : public ecu::quil::QueuingPortHandler {
+ public:
+  FakePort() : QueuingPortHandler("", "", 1) {}
+
+  [[nodiscard]] bool write(const std::vector<IpcSignal>& signals) override {
+    if (accepts) {
+      written.insert(written.end(), signals.begin(), signals.end());
+    }
+    return accepts;
+  }
+
+  bool accepts = true;
+  std::vector<IpcSignal> written;
+};
+
+}  // namespace tests

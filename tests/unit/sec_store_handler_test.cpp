@@ -1,0 +1,91 @@
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <string>
+
+#include <ecu/quil/sec_store_handler.h>
+#include <ecu/quil/sys_param_container.h>
+
+#include "support/captured_log.h"
+#include "support/fake_client.h"
+#include "support/fake_port.h"
+#include "support/rt_messages.h"
+
+namespace {
+
+using namespace ecu::quil;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class SecStoreHandlerTest : public testing::Test {
+ protected:
+  static std::string text(const ecu::tamu::com::Message& message) {
+    return {message.payload.begin(), message.payload.end()};
+  }
+
+  std::shared_ptr<tests::FakeClient> client = std::make_shared<tests::FakeClient>();
+  std::shared_ptr<tests::FakePort> port = std::make_shared<tests::FakePort>();
+  std::unique_ptr<SecStoreHandler> handler = std::make_unique<SecStoreHandler>(client, port);
+};
+
+TEST_F(SecStoreHandlerTest, ASetValueIsWrittenThenEchoed) {
+  ecu::tamu::com::Message set = tests::raw_message("12345");
+  set.timestamp = 77;
+  client->last_observer->message("system/quil/secstore/setremote", set);
+  client->last_observer->message("system/quil/secstore/setmaster", tests::raw_message(""));
+  ASSERT_EQ(port->written.size(), 2u);
+  EXPECT_EQ(port->written[0].id, 3u);
+  EXPECT_EQ(port->written[0].data, SysParamContainer::to_signal({3, "12345"}).data);
+  EXPECT_EQ(port->written[1].data, SysParamContainer::to_signal({2, ""}).data);
+  ASSERT_EQ(client->published.size(), 2u);
+  const auto& [topic, echo] = client->published[0];
+  EXPECT_EQ(topic, "system/quil/secstore/getremote");
+  EXPECT_EQ(text(echo), "12345");
+  EXPECT_EQ(echo.timestamp, 77u);
+  EXPECT_TRUE(echo.acknowledged && echo.retained);
+  EXPECT_EQ(client->published[1].topic, "system/quil/secstore/getmaster");
+}
+
+TEST_F(SecStoreHandlerTest, AValueThatThePortRefusesIsNotEchoed) {
+  port->accepts = false;
+  const auto log = tests::logged_lines(
+      [this] { handler->message("system/quil/secstore/setmaster", tests::raw_message("x")); });
+  EXPECT_THAT(log, ElementsAre("ERROR Unable to write SecStore to Queueing Port!"));
+  EXPECT_THAT(client->published, IsEmpty());
+}
+
+TEST_F(SecStoreHandlerTest, AValueFromThePortIsPublished) {
+  const auto log = tests::logged_lines([this] {
+    port->consume(SysParamContainer::to_signal({2, "hush"}));
+    port->consume(SysParamContainer::to_signal({4, "x"}));
+    port->consume(tests::record(3, "abc"));
+  });
+  ASSERT_EQ(client->published.size(), 1u);
+  const auto& [topic, message] = client->published[0];
+  EXPECT_EQ(topic, "system/quil/secstore/getmaster");
+  EXPECT_EQ(text(message), "hush");
+  EXPECT_TRUE(message.acknowledged && message.retained);
+  EXPECT_EQ(log.front(), "NOTICE Reading sec storage. ota id: 2 signal id: 2");
+  EXPECT_EQ(log.back(),
+            "ERROR Couldn't build a param with to_parameter(), returning early from consume(), signal.id: 3");
+}
+
+TEST_F(SecStoreHandlerTest, NoLogLineShowsAValue) {
+  const auto log = tests::logged_lines([this] {
+    handler->message("system/quil/secstore/setmaster", tests::raw_message("hush"));
+    handler->message("system/quil/secstore/getmaster", tests::raw_message("hush"));
+    port->consume(SysParamContainer::to_signal({3, "hush"}));
+  });
+  EXPECT_THAT(
+      log, testing::Contains("NOTICE Message on unexpect topic 'system/quil/secstore/getmaster' received"));
+  EXPECT_THAT(log, testing::Each(testing::Not(HasSubstr("hush"))));
+}
+
+TEST_F(SecStoreHandlerTest, TakesItsSubscriptionsBack) {
+  handler.reset();
+  EXPECT_THAT(client->unsubscribed,
+              ElementsAre("system/quil/secstore/setmaster", "system/quil/secstore/setremote"));
+}
+
+}  // namespace

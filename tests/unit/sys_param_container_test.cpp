@@ -1,0 +1,151 @@
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <ecu/quil/sys_param_container.h>
+
+#include "support/captured_log.h"
+#include "support/fake_port.h"
+
+namespace {
+
+using namespace ecu::quil;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using State = SysParamContainer::ContainerState;
+using Params = std::vector<SysParamContainer::SysParam>;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class SysParamContainerTest : public testing::Test {
+ protected:
+  void receive(const Params& params) {
+    for (const auto& param : params) {
+      container.consume(SysParamContainer::to_signal(param));
+    }
+    container.frame_finished();
+  }
+  Params cached() const { return container.get_sysparams()->all(); }
+
+  std::shared_ptr<tests::FakePort> port = std::make_shared<tests::FakePort>();
+  int callbacks = 0;
+  SysParamContainer::Clock::time_point now{};
+  SysParamContainer container{port, [this] { ++callbacks; }, 30s, [this] { return now; }};
+};
+
+TEST_F(SysParamContainerTest, ARecordCarriesIdentifierLengthAndValue) {
+  const auto signal = SysParamContainer::to_signal({0xa009, "TV\0"s});
+  EXPECT_EQ(signal.id, 0xa009u);
+  EXPECT_EQ(std::string(signal.data.begin(), signal.data.end()), "\x09\xa0\0\0\x03\0\0\0TV\0"s);
+  const struct {
+    std::string data;
+    bool usable;
+    std::string payload;
+    std::vector<std::string> log;
+  } cases[] = {
+      {"\x09\xa0\0"s,
+       false,
+       "",
+       {"ERROR [SysParam] Insufficient signal data to create a SysParam: 3. Expecting at least 4 bytes for "
+        "the ota_id"}},
+      {"\x09\xa0\0\0"s,
+       true,
+       "",
+       {"WARNING [SysParam] Creating a Sysparam with no payload. Signal data size: 4"}},
+      {"\x09\xa0\0\0\x01\0\0\0"s,
+       true,
+       "",
+       {"WARNING [SysParam] Creating a Sysparam with no payload. Signal data size: 8"}},
+      {"\x09\xa0\0\0\xff\0\0\0x"s, true, "x", {}},
+  };
+  for (const auto& c : cases) {
+    std::pair<bool, SysParamContainer::SysParam> result;
+    const auto log =
+        tests::logged_lines([&] { result = SysParamContainer::to_parameter(tests::record(1, c.data)); });
+    EXPECT_EQ(result.first, c.usable);
+    EXPECT_EQ(result.second.ota_id, c.usable ? 0xa009u : 0u);
+    EXPECT_EQ(result.second.payload, c.payload);
+    EXPECT_EQ(log, c.log);
+  }
+}
+
+TEST_F(SysParamContainerTest, AFrameIsMergedAtItsEndTheLaterRecordOfAnIdentifierWins) {
+  container.consume(SysParamContainer::to_signal({5, "old"}));
+  container.consume(SysParamContainer::to_signal({6, "six"}));
+  container.consume(SysParamContainer::to_signal({5, "new"}));
+  EXPECT_EQ(container.get_state(), State::RECEIVING);
+  EXPECT_TRUE(container.is_updating());
+  EXPECT_THAT(cached(), IsEmpty());
+  const auto log = tests::logged_lines([this] { container.frame_finished(); });
+  EXPECT_THAT(log,
+              ElementsAre("DEBUG [SysParam] frame finished, 2 parameters to merge into SysParamContainer"));
+  EXPECT_EQ(container.get_state(), State::SYNCED);
+  EXPECT_EQ(cached(), (Params{{5, "new"}, {6, "six"}}));
+  EXPECT_EQ(callbacks, 1);
+  receive({{7, "seven"}, {5, "newer"}});
+  EXPECT_EQ(cached(), (Params{{5, "newer"}, {6, "six"}, {7, "seven"}}));
+  container.finished();
+  EXPECT_EQ(callbacks, 2);
+}
+
+TEST_F(SysParamContainerTest, OtherRecordsLeaveTheCopyAlone) {
+  const auto log = tests::logged_lines([this] {
+    container.consume(tests::record(2, "secret"));
+    container.consume(tests::record(3, ""));
+    container.consume(tests::record(4, ""));
+  });
+  EXPECT_THAT(log, ElementsAre("ERROR [SysParam] IpcSignal data is empty. Signal will not be handled"));
+  EXPECT_EQ(container.get_state(), State::EMPTY);
+  const auto short_record = tests::logged_lines([this] { container.consume(tests::record(26, "abc")); });
+  EXPECT_EQ(short_record.front(), "INFO [SysParam] Going to handle parameter with id: 1a");
+  container.frame_finished();
+  EXPECT_EQ(container.get_state(), State::RECEIVING);
+  EXPECT_EQ(callbacks, 0);
+}
+
+TEST_F(SysParamContainerTest, OnlyWhatDiffersIsWritten) {
+  receive({{5, "five"}, {6, "six"}});
+  EXPECT_TRUE(container.update({{5, "five"}}));
+  EXPECT_THAT(port->written, IsEmpty());
+  EXPECT_EQ(container.get_state(), State::SYNCED);
+  EXPECT_TRUE(container.update({{5, "five"}, {6, "changed"}, {9, ""}}));
+  ASSERT_EQ(port->written.size(), 2u);
+  EXPECT_EQ(port->written[0].data, SysParamContainer::to_signal({6, "changed"}).data);
+  EXPECT_EQ(port->written[1].id, 9u);
+  EXPECT_EQ(container.get_state(), State::UPDATING);
+  receive({{6, "changed"}});
+  EXPECT_EQ(container.get_state(), State::SYNCED);
+}
+
+TEST_F(SysParamContainerTest, AWriteWithoutAnswerFallsBackWhenItsTimeIsOver) {
+  receive({{5, "five"}});
+  EXPECT_TRUE(container.update({{5, "other"}}));
+  now += 30s - 1ms;
+  EXPECT_EQ(container.get_state(), State::UPDATING);
+  now += 1ms;
+  const auto log = tests::logged_lines([this] { EXPECT_EQ(container.get_state(), State::SYNCED); });
+  EXPECT_THAT(log, ElementsAre("ERROR [SysParam] System parameter write timed out with no response from RT! "
+                               "Returning to state 1"));
+}
+
+TEST_F(SysParamContainerTest, ARefusedWriteLeavesTheStateThatTheCopyIsIn) {
+  port->accepts = false;
+  EXPECT_FALSE(container.update({{5, "x"}}));
+  EXPECT_EQ(container.get_state(), State::EMPTY);
+  receive({{5, "five"}});
+  EXPECT_FALSE(container.update({{5, "x"}}));
+  EXPECT_EQ(container.get_state(), State::SYNCED);
+}
+
+TEST_F(SysParamContainerTest, ListsTravelInMessages) {
+  const Params params{{1, "one"}, {2, "\0\xff"s}, {3, ""}};
+  Params read{{9, "kept"}};
+  EXPECT_TRUE(SysParamContainer::from_message_all(SysParamContainer::to_message(params).value(), read));
+  EXPECT_EQ(read, (Params{{9, "kept"}, {1, "one"}, {2, "\0\xff"s}, {3, ""}}));
+  const auto log = tests::logged_lines([&] { EXPECT_FALSE(SysParamContainer::from_message_all({}, read)); });
+  EXPECT_EQ(log.back(), "ERROR [SysParam] Unable to deserialize SystemParameterList form com::Message");
+}
+
+}  // namespace
