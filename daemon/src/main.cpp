@@ -1,0 +1,106 @@
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include <ecu/quil/environment_daemon.h>
+#include <ecu/quil/options.h>
+#include <ecu/quil/process.h>
+#include <ecu/tamu/application.h>
+#include <ecu/tamu/com/transport_client.h>
+#include <ecu/tamu/config/configuration.h>
+#include <ecu/tamu/logging/logging.h>
+
+namespace {
+
+using namespace ecu::quil;
+using ecu::tamu::config::Configuration;
+namespace com = ecu::tamu::com;
+namespace logging = ecu::tamu::logging;
+
+constexpr const char* default_config_path = "/etc/morn/tolquil.conf";
+
+std::unique_ptr<Configuration> read_configuration(const std::string& given_path) {
+  const std::string path = given_path.empty() ? default_config_path : given_path;
+  std::ifstream file(path);
+  if (!file && !given_path.empty()) {
+    logging::error("Unable to open configuration file!");
+    std::exit(EXIT_FAILURE);
+  }
+  auto config = std::make_unique<Configuration>();
+  if (file) {
+    config->set_source_file(path);
+    ecu::tamu::config::set_config_from_input(config, file);
+  } else {
+    logging::info("Using default configuration");
+  }
+  return config;
+}
+
+void fill_in_defaults(Configuration& config) {
+  config.set_value("client_name", "quil");
+  config.register_key("qpread");
+  config.set_default("qpread", "/dev/qport/telematics_param_receive");
+  config.register_key("qpwrite");
+  config.set_default("qpwrite", "/dev/qport/telematics_param_send");
+}
+
+void choose_log_mode(const std::string& mode) {
+  if (mode == "stdout") {
+    logging::set_log_mode(logging::LogMode::standard_output);
+  } else if (mode == "stderr") {
+    logging::set_log_mode(logging::LogMode::standard_error);
+  } else if (mode == "syslog") {
+    logging::set_log_mode(logging::LogMode::syslog);
+  } else {
+    logging::notice("logmode from config '", mode, "' not recognized");
+  }
+}
+
+void configure_logging(const Options& options, const Configuration& config) {
+  const std::string mode = config.get("logmode");
+  if (!mode.empty() && !options.log_to_stdout) {
+    choose_log_mode(mode);
+  }
+  const std::string level = options.log_level.empty() ? config.get("loglevel") : options.log_level;
+  if (!level.empty()) {
+    logging::configure_logging(level);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  Options options;
+  if (!parse_opts(argc, argv, options)) {
+    usage();
+    return EXIT_FAILURE;
+  }
+  com::library_init();
+  ecu::tamu::application_starting();
+  logging::configure_logging(options.log_level);
+  logging::debug("Register unix signal handler");
+  install_signal_handler();
+
+  std::unique_ptr<Configuration> config = read_configuration(options.config_path);
+  fill_in_defaults(*config);
+  configure_logging(options, *config);
+  if (!config->verify()) {
+    return EXIT_FAILURE;
+  }
+
+  ProcessHolder& holder = process();
+  holder.client = com::create_client(config, com::TransportType::mqtt);
+  holder.client->connect();
+  holder.daemon = std::make_shared<EnvironmentDaemon>(holder.client, config);
+  holder.daemon->init();
+  holder.client->start();
+  holder.daemon->initial_publish();
+  ecu::tamu::application_ready();
+  holder.client->run();
+
+  com::library_cleanup();
+  holder.daemon.reset();
+  holder.client.reset();
+  return EXIT_SUCCESS;
+}

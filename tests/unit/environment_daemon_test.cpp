@@ -1,0 +1,181 @@
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <ecu/quil/environment_daemon.h>
+#include <ecu/quil/environment_variable.h>
+
+#include "support/captured_log.h"
+#include "support/fake_client.h"
+#include "support/ports.h"
+#include "support/rt_messages.h"
+
+namespace {
+
+using namespace ecu::quil;
+using ecu::tamu::com::PublishResult;
+using ecu::tamu::config::Configuration;
+using testing::ElementsAre;
+
+class EnvironmentDaemonTest : public testing::Test {
+ protected:
+  std::vector<std::string> published_topics() const {
+    std::vector<std::string> topics;
+    for (const auto& publication : client->published) {
+      topics.push_back(publication.topic);
+    }
+    return topics;
+  }
+
+  std::shared_ptr<tests::FakeClient> client = std::make_shared<tests::FakeClient>();
+  std::unique_ptr<Configuration> config = std::make_unique<Configuration>();
+  std::unique_ptr<EnvironmentDaemon> daemon = std::make_unique<EnvironmentDaemon>(client, config);
+};
+
+TEST_F(EnvironmentDaemonTest, SubscribesOncePerEntryInRegistryOrderAndTakesAllBack) {
+  const auto log = tests::logged_lines([this] {
+    daemon->init();
+    daemon->stop();
+  });
+  std::vector<std::string> topics{"system/quil/request/sysparam",   "system/quil/request/sysparams",
+                                  "system/sysparams/write",         "system/quil/secstore/setmaster",
+                                  "system/quil/secstore/setremote", "rt/system/rtc_ee",
+                                  "rt/j1939can/rx/vi_00",           "rt/j1939can/rx/vi_ee",
+                                  "rt/j1939can/rx/vi_fe",           "rt/system/hw_variant",
+                                  "rt/system/version_hypervisor",   "rt/system/version_csp",
+                                  "rt/system/version_tele_kernel",  "rt/system/version_tele_dtb",
+                                  "rt/system/version_linux_kernel", "rt/system/version_update_kernel",
+                                  "rt/system/version_update_dtb",   "rt/system/hw_variant",
+                                  "rt/system/network_variant"};
+  topics.insert(topics.end(), 17, "rt/system/hw_properties");
+  topics.emplace_back("rt/io/kl15");
+  EXPECT_EQ(client->subscribed, topics);
+  EXPECT_EQ(client->max_qos_seen, 0);
+  EXPECT_EQ(client->observers["rt/system/rtc_ee"].get(), daemon.get());
+  EXPECT_THAT(log, testing::IsSupersetOf({"DEBUG Subscribed to 31 topics", "NOTICE Stop vin thread",
+                                          "DEBUG Start thread wait 12 seconds to Receive VIN"}));
+  daemon.reset();
+  EXPECT_THAT(client->unsubscribed, testing::UnorderedElementsAreArray(topics));
+}
+
+TEST_F(EnvironmentDaemonTest, OneMessageOfPropertiesMakesEachPropertyItHoldsPublish) {
+  daemon->init();
+  tests::Group group;
+  for (const char* signal : {"vehicle_type", "region", "modem_type", "diversity_antenna", "is_wifi_bt",
+                             "is_external_wifi_bt_antenna", "is_gnss", "is_ethernet2", "is_accelerometer",
+                             "is_digital_io", "is_d8", "is_can1", "is_can2", "is_network_management",
+                             "is_int_sim", "is_ext_sim"}) {  // and not is_ethernet1
+    group.value(signal, 1);
+  }
+  daemon->message("rt/system/hw_properties", group.message());
+  std::vector<std::string> expected;
+  for (const char* name : {"vehicletype", "hwregion", "modemtype", "divantenna", "haswifibt",
+                           "hasextwifibtant", "hasgnss", "haseth2", "hasaccelerometer", "hasdigio", "hasd8",
+                           "hascan1", "hascan2", "hasnm", "hasintsim", "hasextsim"}) {
+    expected.push_back(std::string("system/var/") + name);
+  }
+  EXPECT_EQ(published_topics(), expected);
+}
+
+TEST_F(EnvironmentDaemonTest, EveryVersionHasANameThatIsNotItsTopics) {
+  daemon->init();
+  const auto version = tests::Group().bytes("version", "0123456789abcdef").message();
+  for (const char* topic :
+       {"hypervisor", "csp", "tele_kernel", "tele_dtb", "linux_kernel", "update_kernel", "update_dtb"}) {
+    daemon->message(std::string("rt/system/version_") + topic, version);
+  }
+  EXPECT_THAT(published_topics(), ElementsAre("system/var/versionhypervisor", "system/var/versioncsp",
+                                              "system/var/versiontelekernel", "system/var/versionteledtb",
+                                              "system/var/versiontpakernel", "system/var/versionupdatekernel",
+                                              "system/var/versionupdatedtb"));
+}
+
+TEST_F(EnvironmentDaemonTest, TheFifthReceptionFromOneAddressPublishesAVin) {
+  daemon->init();
+  const auto vin = tests::Group().bytes("data", "1M8").value("nof_bytes", 3).message();
+  for (const char* address : {"00", "00", "00", "00", "ee", "ee", "ee", "ee", "fe", "fe", "fe", "fe", "ee"}) {
+    EXPECT_THAT(published_topics(), ElementsAre());
+    daemon->message(std::string("rt/j1939can/rx/vi_") + address, vin);
+  }
+  EXPECT_THAT(published_topics(), ElementsAre("system/var/vehicleid"));
+}
+
+TEST_F(EnvironmentDaemonTest, OffersAMessageToEveryEntryOfItsTopic) {
+  daemon->init();
+  const auto log = tests::logged_lines([this] {
+    daemon->message("rt/system/hw_variant", tests::Group().bytes("variant", "R08_B1").message(9));
+  });
+  EXPECT_THAT(published_topics(), ElementsAre("system/var/hwversion", "system/var/hwvariant"));
+  EXPECT_THAT(log, ElementsAre("INFO Received data for EcuVar hwversion (from rt/system/hw_variant)",
+                               "INFO HW Version: r08",
+                               "INFO Received data for EcuVar hwvariant (from rt/system/hw_variant)",
+                               "INFO HW Variant: 'R08_B1'"));
+  const auto& message = client->published.back().message;
+  EXPECT_TRUE(message.retained);
+  EXPECT_EQ(tests::variable_in(message).value(), "R08_B1");
+  EXPECT_EQ(tests::variable_in(message).timestamp(), 9u);
+}
+
+TEST_F(EnvironmentDaemonTest, AnEntryThatTakesNothingCostsTheOthersNothing) {
+  daemon->init();
+  const auto log = tests::logged_lines(
+      [this] { daemon->message("rt/system/hw_variant", tests::Group().bytes("variant", "R8").message()); });
+  EXPECT_THAT(published_topics(), ElementsAre("system/var/hwvariant"));
+  EXPECT_THAT(log, testing::Contains("DEBUG Unable to extract EcuVar from topic: rt/system/hw_variant"));
+}
+
+TEST_F(EnvironmentDaemonTest, IgnoresOtherTopicsWithoutAWord) {
+  daemon->init();
+  const auto log = tests::logged_lines([this] {
+    for (const char* topic : {"rt/system/hw_variant/", "rt/system/hw_varian", "RT/system/hw_variant"}) {
+      daemon->message(topic, tests::Group().bytes("variant", "R08").message());
+    }
+  });
+  EXPECT_THAT(client->published, testing::IsEmpty());
+  EXPECT_THAT(log, testing::IsEmpty());
+}
+
+TEST_F(EnvironmentDaemonTest, PublishesUnaskedWhatNoMessageFeeds) {
+  daemon->init();
+  daemon->initial_publish();
+  EXPECT_THAT(published_topics(), ElementsAre("system/var/versionuboot", "system/var/topversion"));
+  EXPECT_NE(tests::variable_in(client->published[0].message).value(), "");
+  EXPECT_FALSE(tests::variable_in(client->published[1].message).has_value());
+  daemon->sysparams_received();
+  EXPECT_EQ(published_topics().back(), "system/var/topversion");
+  EXPECT_EQ(client->published.size(), 3u);
+}
+
+TEST_F(EnvironmentDaemonTest, AFrameOfSystemParametersBringsTheTopVersion) {
+  const tests::TempDir dir;
+  tests::Fifo port(dir, "receive");
+  port.open();
+  port.write(tests::wire(0xa009, std::string("\x09\xa0\0\0\4\0\0\0TV 1", 12)) + tests::end_mark());
+  config->set_value("qpread", port.path());
+  EnvironmentDaemon with_port(client, config);
+  with_port.sysparams_received();
+  with_port.init();
+  EXPECT_THAT(published_topics(), ElementsAre());
+  with_port.initial_publish();
+  EXPECT_EQ(tests::variable_in(client->published.back().message).value(), "TV 1");
+}
+
+TEST_F(EnvironmentDaemonTest, PublishPassesItsFlagAndTheClientsResultOn) {
+  const EnvironmentVariable variable("name", "topic", VariableSource::SIGNAL);
+  client->result = PublishResult::overload;
+  EXPECT_EQ(daemon->publish(variable, false), PublishResult::overload);
+  EXPECT_THAT(published_topics(), ElementsAre("system/var/name"));
+  EXPECT_FALSE(client->published[0].message.retained);
+}
+
+TEST(EnvironmentVariableTest, WithoutAValueItsMessageHasNoField) {
+  EnvironmentVariable variable("name", "topic", VariableSource::SIGNAL);
+  EXPECT_FALSE(variable.extract(tests::Group().bytes("data", "x").message(3)));
+  const auto body = tests::variable_in(variable.to_message().value());
+  EXPECT_FALSE(body.has_value());
+  EXPECT_FALSE(body.has_timestamp());
+}
+
+}  // namespace
