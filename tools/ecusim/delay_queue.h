@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <utility>
+
+namespace ecu::sim {
+
+/// Hands items on in the order in which they were put in, each not before its time. Any thread may put in,
+/// one thread takes out.
+template <class T>
+class DelayQueue {
+ public:
+  void push(T item, std::chrono::milliseconds delay) {
+    const std::lock_guard lock(mutex_);
+    entries_.push_back({Clock::now() + delay, std::move(item)});
+    changed_.notify_one();
+  }
+
+  /// Waits for the next item; nothing when `stop` was requested.
+  std::optional<T> pop(const std::stop_token& stop) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, stop, [this] { return !entries_.empty(); });
+    if (!stop.stop_requested()) {
+      const Clock::time_point due = entries_.front().due;
+      changed_.wait_until(lock, stop, due, [] { return false; });
+    }
+    if (stop.stop_requested()) {
+      return std::nullopt;
+    }
+    T item = std::move(entries_.front().item);
+    entries_.pop_front();
+    return item;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Entry {
+    Clock::time_point due;
+    T item;
+  };
+
+  std::mutex mutex_;
+  std::condition_variable_any changed_;
+  std::deque<Entry> entries_;  // guarded by mutex_
+};
+
+}  // namespace ecu::sim

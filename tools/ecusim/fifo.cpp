@@ -1,0 +1,78 @@
+#include "fifo.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <span>
+#include <system_error>
+#include <utility>
+
+#include "interruptible_sleep.h"
+
+namespace ecu::sim {
+
+namespace {
+
+constexpr std::chrono::milliseconds reader_retry_interval{100};
+constexpr std::chrono::milliseconds room_retry_interval{5};
+constexpr mode_t owner_only = 0600;
+
+bool sleep_for(const std::stop_token& stop, std::chrono::milliseconds time) {
+  return sleep_until(stop, std::chrono::steady_clock::now() + time);
+}
+
+// The writing end; fails to open while nobody reads.
+class WritingEnd {
+ public:
+  explicit WritingEnd(const std::string& path)
+      : fd_(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) {}
+  ~WritingEnd() {
+    if (fd_ >= 0) {
+      ::close(fd_);
+    }
+  }
+  WritingEnd(const WritingEnd&) = delete;
+  WritingEnd& operator=(const WritingEnd&) = delete;
+
+  // True when all is written; false when there is no reader (any more), or `stop` was requested.
+  bool write(std::span<const std::uint8_t> bytes, const std::stop_token& stop) const {
+    while (!bytes.empty()) {
+      const ssize_t written = ::write(fd_, bytes.data(), bytes.size());
+      if (written >= 0) {
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+      } else if ((errno != EAGAIN && errno != EINTR) || !sleep_for(stop, room_retry_interval)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  int fd_;
+};
+
+}  // namespace
+
+Fifo::Fifo(std::string path) : path_(std::move(path)) {
+  if (::mkfifo(path_.c_str(), owner_only) != 0) {
+    throw std::system_error(errno, std::generic_category(), path_ + " cannot be made");
+  }
+}
+
+Fifo::~Fifo() {
+  ::unlink(path_.c_str());
+}
+
+bool Fifo::write(const tamu::com::Payload& bytes, const std::stop_token& stop) const {
+  while (!WritingEnd(path_).write(bytes, stop)) {
+    if (!sleep_for(stop, reader_retry_interval)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace ecu::sim

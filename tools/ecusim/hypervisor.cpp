@@ -1,0 +1,116 @@
+#include "hypervisor.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+#include <ecu/tamu/logging/logging.h>
+
+#include "port_frame.h"
+
+namespace ecu::sim {
+
+namespace ipc = tamu::ipc;
+
+namespace {
+
+void block_sigpipe() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+void merge(std::vector<Parameter>& kept, Parameter parameter) {
+  bool is_known = false;
+  for (Parameter& one : kept) {
+    if (one.id == parameter.id) {
+      one.payload = parameter.payload;
+      is_known = true;
+    }
+  }
+  if (!is_known) {
+    kept.push_back(std::move(parameter));
+  }
+}
+
+}  // namespace
+
+// What the far side keeps. After construction of the receiving thread alone.
+class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
+ public:
+  Storage(PortsSetup setup, DelayQueue<tamu::com::Payload>& frames)
+      : setup_(std::move(setup)), frames_(frames) {
+    constexpr std::chrono::milliseconds at_once{0};
+    if (!setup_.parameters.empty()) {
+      frames_.push(make_faulty_frame(setup_.parameters, setup_), at_once);
+    }
+    if (!setup_.secure_values.empty()) {
+      frames_.push(make_frame(setup_.secure_values), at_once);
+    }
+  }
+
+  void consume(const ipc::IpcSignal& record) override {
+    std::optional<Parameter> parameter = parameter_in(record);
+    if (!parameter) {
+      tamu::logging::warning("A record that is no parameter was written, id ", record.id);
+    } else if (is_secure_value(record.id)) {
+      merge(written_secure_values_, std::move(*parameter));
+    } else {
+      merge(setup_.parameters, std::move(*parameter));
+      is_written_ = true;
+    }
+  }
+
+  void frame_finished() override {
+    if (is_written_ && setup_.answer_writes) {
+      frames_.push(make_faulty_frame(setup_.parameters, setup_), setup_.answer_after);
+    }
+    if (!written_secure_values_.empty() && setup_.answer_writes) {
+      frames_.push(make_frame(written_secure_values_), setup_.answer_after);
+    }
+    is_written_ = false;
+    written_secure_values_.clear();
+  }
+
+  void finished() override {}
+
+ private:
+  PortsSetup setup_;
+  DelayQueue<tamu::com::Payload>& frames_;
+  // Since the last frame.
+  bool is_written_ = false;
+  std::vector<Parameter> written_secure_values_;
+};
+
+Hypervisor::Hypervisor(PortsSetup setup, const std::string& folder)
+    : receive_port_(folder + "/telematics_param_receive"),
+      send_port_(folder + "/telematics_param_send"),
+      reader_(std::make_unique<Storage>(std::move(setup), frames_)) {
+  if (!reader_.open(send_port_.path())) {
+    throw std::system_error(errno, std::generic_category(), send_port_.path() + " cannot be opened");
+  }
+  receiver_ = std::jthread([this] { reader_.reception_loop(); });
+  sender_ = std::jthread([this](const std::stop_token& stop) { send(stop); });
+}
+
+Hypervisor::~Hypervisor() {
+  reader_.request_stop();
+}
+
+void Hypervisor::send(const std::stop_token& stop) {
+  pthread_setname_np(pthread_self(), "port sender");
+  block_sigpipe();
+  while (const std::optional<tamu::com::Payload> frame = frames_.pop(stop)) {
+    if (!receive_port_.write(*frame, stop)) {
+      return;
+    }
+  }
+}
+
+}  // namespace ecu::sim

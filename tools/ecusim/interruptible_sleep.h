@@ -1,0 +1,19 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stop_token>
+
+namespace ecu::sim {
+
+/// Sleeps until `when`, and no longer than until `stop` is requested; true when the time has come.
+inline bool sleep_until(const std::stop_token& stop, std::chrono::steady_clock::time_point when) {
+  std::mutex mutex;
+  std::condition_variable_any wakeup;
+  std::unique_lock lock(mutex);
+  wakeup.wait_until(lock, stop, when, [] { return false; });
+  return !stop.stop_requested();
+}
+
+}  // namespace ecu::sim

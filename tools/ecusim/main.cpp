@@ -1,0 +1,151 @@
+#include <pthread.h>
+
+#include <array>
+#include <cerrno>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <ecu/tamu/logging/logging.h>
+
+#include "bus.h"
+#include "command_line.h"
+#include "hypervisor.h"
+#include "interruptible_sleep.h"
+#include "parameter_requests.h"
+#include "player.h"
+#include "scenario.h"
+#include "vehicle.h"
+#include "watcher.h"
+
+namespace {
+
+using namespace ecu::sim;
+namespace logging = ecu::tamu::logging;
+
+// Empty when `path` cannot be read; errno says why.
+std::optional<std::string> read_file(const std::string& path) {
+  std::ifstream file(path);
+  std::string text;
+  std::array<char, 4096> block{};
+  while (file.read(block.data(), block.size()), file.gcount() > 0) {
+    text.append(block.data(), static_cast<std::size_t>(file.gcount()));
+  }
+  return file.is_open() && !file.bad() ? std::optional(std::move(text)) : std::nullopt;
+}
+
+// Empty when the scenario cannot be used, which has been said on standard error.
+std::optional<Scenario> load_scenario(const std::string& path) {
+  if (path.empty()) {
+    return parse_scenario(default_scenario());
+  }
+  const std::optional<std::string> text = read_file(path);
+  if (!text) {
+    std::cerr << path << ": cannot be read: " << std::generic_category().message(errno) << std::endl;
+    return std::nullopt;
+  }
+  try {
+    return parse_scenario(*text);
+  } catch (const Fault& fault) {
+    std::cerr << path << ':' << fault.line() << ": " << printable(fault.what()) << std::endl;
+    return std::nullopt;
+  }
+}
+
+int print_scenario() {
+  std::cout << default_scenario() << std::flush;
+  return std::cout ? exit_done : exit_failure;
+}
+
+int play(const Options& options, Scenario scenario) {
+  Bus bus(options.broker, "play");
+  bus.client()->connect();
+  bus.client()->start();
+  std::optional<Hypervisor> hypervisor;
+  if (!options.ports_folder.empty()) {
+    hypervisor.emplace(std::move(scenario.ports).value_or(PortsSetup()), options.ports_folder);
+  }
+  std::optional<Vehicle> vehicle;
+  if (scenario.vehicle) {
+    vehicle.emplace(std::move(*scenario.vehicle), bus.client());
+  }
+  const Player player(std::move(scenario.messages), bus.client());
+  bus.run();
+  return exit_done;
+}
+
+int watch(const Options& options) {
+  Bus bus(options.broker, "watch");
+  bus.client()->connect();
+  const auto printer = std::make_shared<VariablePrinter>(std::cout);
+  bus.client()->subscribe(all_variables, 0, printer);
+  bus.client()->subscribe(all_parameters, 0, printer);
+  bus.client()->start();
+  const ParameterRequests requests(bus.client());
+  bus.run();
+  return exit_done;
+}
+
+int watch_once(const Options& options, const Scenario& scenario) {
+  Bus bus(options.broker, "watch");
+  const auto client = bus.client();
+  const auto checker = std::make_shared<VariableChecker>(scenario.expect, [&client] { client->stop(); });
+  client->connect();
+  client->subscribe(all_variables, 0, checker);
+  client->subscribe(all_parameters, 0, checker);
+  client->start();
+  const ParameterRequests requests(client);
+  const auto deadline = std::chrono::steady_clock::now() +
+                        std::chrono::duration_cast<std::chrono::steady_clock::duration>(options.timeout);
+  const std::jthread timer([&client, deadline](const std::stop_token& stop) {
+    pthread_setname_np(pthread_self(), "deadline");
+    if (sleep_until(stop, deadline)) {
+      client->stop();
+    }
+  });
+  bus.run();
+  return checker->report(std::cout, std::cerr) ? exit_done : exit_failure;
+}
+
+int run(const Options& options) {
+  if (options.command == Command::scenario) {
+    return print_scenario();
+  }
+  std::optional<Scenario> scenario = load_scenario(options.scenario_path);
+  if (!scenario) {
+    return exit_usage;
+  }
+  if (options.command == Command::play) {
+    return play(options, std::move(*scenario));
+  }
+  if (!options.once) {
+    return watch(options);
+  }
+  if (scenario->expect.empty()) {
+    std::cerr << "ecusim: the scenario expects nothing, so there is nothing to wait for" << std::endl;
+    return exit_usage;
+  }
+  return watch_once(options, *scenario);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  Options options;
+  if (const auto exit_code = parse_command_line(argc, argv, options)) {
+    return *exit_code;
+  }
+  logging::set_log_mode(logging::LogMode::standard_error);
+  try {
+    return run(options);
+  } catch (const std::exception& failure) {
+    std::cerr << "ecusim: " << failure.what() << std::endl;
+    return exit_failure;
+  }
+}
