@@ -1,0 +1,65 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <ecu/tamu/com/message.h>
+
+#include "support/process.h"
+
+namespace tests {
+
+/// What a client received.
+struct BusMessage {
+  std::string topic;
+  std::string payload;
+  int qos = 0;
+  bool retained = false;
+};
+
+/// Another user of the bus. Its connection is lost with the broker's process: make a new client for a new
+/// one.
+class BusClient {
+ public:
+  using Predicate = std::function<bool(const BusMessage&)>;
+
+  /// Connects; throws std::runtime_error when the broker does not let it.
+  explicit BusClient(int port, const std::string& id = "");
+  ~BusClient();
+
+  void publish(const std::string& topic, std::string_view payload, bool retained = false, int qos = 0);
+  void publish(const std::string& topic, const ecu::tamu::com::Payload& payload);
+
+  /// Returns when the broker has made the subscription.
+  void subscribe(const std::string& filter, int qos = 1);
+
+  /// The first message on `topic` that `wanted` holds for and that was not returned before.
+  std::optional<BusMessage> wait_for(const std::string& topic, const Predicate& wanted = nullptr,
+                                     std::chrono::milliseconds timeout = patience);
+  /// The same by payload; whether it came.
+  bool wait_for_text(const std::string& topic, std::string_view text);
+
+  /// All that was received, in order.
+  [[nodiscard]] std::vector<BusMessage> history() const;
+
+ private:
+  class Library;
+
+  mutable std::mutex mutex_;  // guards all below but library_
+  std::condition_variable changed_;
+  bool logged_in_ = false;
+  std::vector<int> subscribed_;
+  std::vector<BusMessage> history_;
+  std::vector<bool> returned_;  // of history_
+
+  std::unique_ptr<Library> library_;  // its thread uses all of the above
+};
+
+}  // namespace tests

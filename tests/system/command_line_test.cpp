@@ -1,0 +1,115 @@
+#include "system/daemon.h"
+
+namespace tests {
+namespace {
+
+constexpr const char* version_text = "HEAD - 13.3.0 - 48a1f73 - 2022-04-06 14:26:03 +0200 - DEBUG\n";
+
+constexpr const char* usage_text =
+    "Usage: tolquil [OPTION]\n"
+    "\n"
+    "Options:\n"
+    "\n"
+    "  -c, --config CONFIG     Provide a configuration file\n"
+    "  -v, --verbose           Set verbose logging\n"
+    "  -L, --log-stdout        Set logging to STDOUT instead of syslog\n"
+    "  -l, --loglevel          Enforces the loglevel and overrides the LOG_LEVEL\n"
+    "        Possible values: EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO, DEBUG\n"
+    "        Default: NOTICE\n"
+    "  -H, --help              Show this help\n"
+    "  -V, --version           Show version\n"
+    "\n";
+
+TEST(CommandLineTest, WhatEndsTheProgramAtOnceHasItsExitCodeAndText) {
+  struct Case {
+    std::vector<std::string> options;
+    int status;
+    std::string text;  // on standard output; a log line without its time
+  };
+  for (const auto& [options, status, text] : std::vector<Case>{
+           {{"-V"}, 0, version_text},
+           {{"-L", "-v", "--version", "-x"}, 0, version_text},
+           {{"-H"}, 1, usage_text},
+           {{"--help", "-V"}, 1, usage_text},
+           {{"-x"}, 1, usage_text},
+           {{"--unknown"}, 1, usage_text},
+           {{"-c"}, 1, usage_text},
+           {{"extra"}, 1, ""},
+           {{"extra", "-H"}, 1, usage_text},
+           {{"-L", "extra"}, 1, "ERROR No additional arguments required!\n"},
+           {{"-L", "--", "-V"}, 1, "ERROR No additional arguments required!\n"},
+           {{"-L", "-c", "/no/such/file"}, 1, "ERROR Unable to open configuration file!\n"},
+           {{"-L", "-l", "CRITICAL", "-c", "/no/such/file"}, 1, ""},
+       }) {
+    auto command = options;
+    command.insert(command.begin(), program);
+    Process process(command);
+    EXPECT_EQ(process.wait(), status) << testing::PrintToString(options);
+    std::string written = process.standard_output();
+    if (text.starts_with("ERROR")) {
+      written.erase(0, written.find(' ') + 1);
+    }
+    EXPECT_EQ(written, text) << testing::PrintToString(options);
+  }
+}
+
+TEST(CommandLineTest, AConfigurationThatFailsVerificationEndsTheProgram) {
+  Daemon daemon("port = 70000\nhots = x\n", {"-L"});
+  EXPECT_EQ(daemon.wait(), 1);
+  EXPECT_THAT(lines_of(daemon.standard_output()), testing::SizeIs(2)) << daemon.output();
+}
+
+TEST(CommandLineTest, TheCommandLineBeatsTheFileAndTheLaterOptionTheEarlier) {
+  struct Case {
+    std::string config;
+    std::vector<std::string> options;
+    std::string debug_goes_to;
+  };
+  for (const auto& [config, options, debug_goes_to] : std::vector<Case>{
+           {"", {"-L", "-v", "-l", "ERROR"}, "nowhere"},
+           {"", {"-L", "-l", "ERROR", "-v"}, "stdout"},
+           {"", {"-L", "--loglevel=info", "--verbose"}, "stdout"},
+           {"loglevel = DEBUG", {"-L"}, "stdout"},
+           {"loglevel = DEBUG", {"-L", "-l", "ERROR"}, "nowhere"},
+           {"loglevel = ERROR", {"-L", "-v"}, "stdout"},
+           {"logmode = syslog", {"-L", "-v"}, "stdout"},
+           {"logmode = stderr", {"-L", "-v"}, "stdout"},
+           {"logmode = bad", {"-L", "-v"}, "stdout"},
+           {"logmode = stdout\nloglevel = DEBUG", {}, "stdout"},
+           {"logmode = stderr", {"-v"}, "stderr"},
+           {"logmode = syslog", {"-v"}, "nowhere"},
+       }) {
+    DatagramSocket manager;
+    Daemon daemon("host = /no/such/socket\n" + config, options, {"NOTIFY_SOCKET=" + manager.path()});
+    EXPECT_TRUE(manager.wait_for("READY=1"));
+    daemon.signal(SIGTERM);
+    EXPECT_EQ(daemon.wait(), 0);
+    const auto subscribed = [](const std::string& log) { return count(log, " DEBUG Subscribed to ") == 1; };
+    EXPECT_EQ(subscribed(daemon.standard_output()) ? "stdout"
+              : subscribed(daemon.output())        ? "stderr"
+                                                   : "nowhere",
+              debug_goes_to)
+        << config << testing::PrintToString(options) << daemon.output();
+    EXPECT_EQ(count(daemon.output(), "logmode"), 0) << daemon.output();
+  }
+}
+
+// The system log's socket has a fixed path, so the program gets a /dev of its own.
+TEST(CommandLineTest, TheSystemLogGetsTheLinesUnlessTheyAreWantedElsewhere) {
+  const std::string isolate = "mount -t tmpfs none /dev && ln -s \"$0\" /dev/log && exec \"$@\"";
+  if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
+    GTEST_SKIP() << "no mount namespace to be had";
+  }
+  const TempDir dir;
+  DatagramSocket system_log;
+  const std::string file = dir.write("conf", "host = /no/such/socket\nlogmode = bad\n");
+  Process process(
+      {"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, system_log.path(), program, "-c", file});
+  constexpr int daemon_notice = 3 * 8 + 5;
+  EXPECT_TRUE(system_log.wait_for('<' + std::to_string(daemon_notice) + '>'));
+  EXPECT_TRUE(system_log.wait_for("/no/such/socket"));
+  EXPECT_EQ(process.output(), "");
+}
+
+}  // namespace
+}  // namespace tests

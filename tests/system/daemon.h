@@ -1,0 +1,108 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <array>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "posix/event.h"
+#include "support/broker.h"
+#include "support/bus_client.h"
+#include "support/process.h"
+#include "support/rt_messages.h"
+#include "support/temp_dir.h"
+
+namespace tests {
+
+inline const std::string program = PROGRAM_DIR "/tolquil";
+inline const std::string presence_topic = "system/presence/quil";
+
+/// The program with a configuration file of its own; `environment` is added to this process's.
+class Daemon : private TempDir, public Process {
+ public:
+  explicit Daemon(const std::string& config, std::vector<std::string> options = {"-L", "-v"},
+                  std::vector<std::string> environment = {})
+      : Process(command(write("tolquil.conf", config), options, std::move(environment))) {}
+
+  bool wait_until_connected() { return wait_for_output("] connected to "); }
+
+ private:
+  static std::vector<std::string> command(const std::string& file, const std::vector<std::string>& options,
+                                          std::vector<std::string> words) {
+    words.insert(words.begin(), "/usr/bin/env");
+    words.insert(words.end(), {program, "-c", file});
+    words.insert(words.end(), options.begin(), options.end());
+    return words;
+  }
+};
+
+/// How to find a broker.
+inline std::string config_for(int port, const std::string& more = "") {
+  return "host = 127.0.0.1\nport = " + std::to_string(port) + '\n' + more;
+}
+
+/// A broker, another user of its bus that hears all that the daemon says, and what the daemon needs to find
+/// it.
+class SystemTest : public testing::Test {
+ protected:
+  SystemTest() { bus.subscribe("system/#"); }
+
+  [[nodiscard]] std::string config(const std::string& more = "") const {
+    return config_for(broker.port(), more);
+  }
+
+  Broker broker;
+  BusClient bus{broker.port()};
+};
+
+/// Where a service manager or the system log listens.
+class DatagramSocket {
+ public:
+  DatagramSocket()
+      : socket_(ecu::tamu::posix::checked_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket")) {
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    path().copy(name.sun_path, sizeof(name.sun_path) - 1);
+    EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&name), sizeof(name)), 0);
+  }
+
+  [[nodiscard]] std::string path() const { return dir_.path("datagrams"); }
+
+  /// Whether a datagram that holds `text` comes, those before it being passed over.
+  bool wait_for(std::string_view text) {
+    std::array<char, 4096> datagram{};
+    pollfd ready{socket_.get(), POLLIN, 0};
+    while (::poll(&ready, 1, std::chrono::milliseconds(patience).count()) == 1) {
+      const auto size = ::recv(socket_.get(), datagram.data(), datagram.size(), 0);
+      if (std::string_view(datagram.data(), static_cast<std::size_t>(size)).find(text) !=
+          std::string_view::npos) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+ private:
+  TempDir dir_;
+  ecu::tamu::posix::UniqueFd socket_;
+};
+
+/// The lines of a log without their times.
+inline std::vector<std::string> lines_of(const std::string& log) {
+  std::istringstream text(log);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(text, line);) {
+    lines.push_back(line.substr(line.find(' ') + 1));
+  }
+  return lines;
+}
+
+}  // namespace tests

@@ -1,0 +1,345 @@
+#include <sys/socket.h>
+#include <time.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "system/daemon.h"
+
+namespace tests {
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
+
+/// A stop takes at most 2 s; the rest is for a loaded machine.
+void expect_prompt_stop(Daemon& daemon, int signal = SIGTERM) {
+  daemon.signal(signal);
+  EXPECT_EQ(daemon.wait(milliseconds(4000)), 0) << daemon.output();
+}
+
+/// A port on which a test plays the broker.
+struct Peer {
+  explicit Peer(int backlog = 8) { EXPECT_EQ(::listen(port.fd(), backlog), 0); }
+  [[nodiscard]] ecu::tamu::posix::UniqueFd accept() const {
+    return ecu::tamu::posix::checked_fd(::accept(port.fd(), nullptr, nullptr), "accept");
+  }
+  LoopbackPort port;
+};
+
+ecu::tamu::posix::UniqueFd begin_to_connect(const LoopbackPort& port) {
+  ecu::tamu::posix::UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  const sockaddr_in address = port.address();
+  (void)!::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+  return socket;
+}
+
+// ---- stopping ----
+
+class StopTest : public SystemTest {};
+
+TEST_F(StopTest, WithAHealthyBrokerSaysGoodByeAndSucceeds) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    Daemon daemon(config());
+    ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+    expect_prompt_stop(daemon, signal);
+    EXPECT_TRUE(bus.wait_for_text(presence_topic, "offline"));
+  }
+}
+
+TEST_F(StopTest, WithADeadBrokerIsPrompt) {
+  Daemon daemon(config());
+  ASSERT_TRUE(daemon.wait_until_connected());
+  broker.stop();
+  ASSERT_TRUE(daemon.wait_for_output("cannot connect"));
+  expect_prompt_stop(daemon);
+}
+
+TEST_F(StopTest, WithAFrozenBrokerIsPrompt) {
+  Daemon daemon(config());
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  broker.freeze();
+  expect_prompt_stop(daemon);
+}
+
+TEST_F(StopTest, WithABrokerThatNeverAnswersIsPrompt) {
+  const Peer peer;
+  Daemon daemon(config_for(peer.port.number()));
+  const auto connection = peer.accept();
+  expect_prompt_stop(daemon);
+}
+
+TEST_F(StopTest, WithAHostThatNeverAnswersIsPrompt) {
+  const Peer peer(0);
+  const auto first = begin_to_connect(peer.port), second = begin_to_connect(peer.port);
+  Daemon daemon(config_for(peer.port.number()));
+  ASSERT_TRUE(daemon.wait_for_output("Subscribed to"));
+  EXPECT_FALSE(daemon.wait_for_output("connect to", 1, milliseconds(300)));
+  expect_prompt_stop(daemon);
+}
+
+TEST_F(StopTest, ASecondSignalEndsTheProcessByDefaultAction) {
+  DatagramSocket manager;
+  Daemon daemon(config(), {"-L"}, {"NOTIFY_SOCKET=" + manager.path()});
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  broker.freeze();
+  daemon.signal(SIGTERM);
+  ASSERT_TRUE(manager.wait_for("STOPPING=1"));
+  daemon.signal(SIGINT);
+  EXPECT_EQ(daemon.wait(), -SIGINT);
+}
+
+TEST_F(StopTest, ASignalAtAnyMomentOfTheStartEndsIt) {
+  const auto began = Clock::now();
+  {
+    Daemon daemon(config());
+    ASSERT_TRUE(daemon.wait_until_connected());
+  }
+  constexpr int moments = 40;
+  const auto step = (Clock::now() - began) / (moments - 5);
+  for (int i = 0; i < moments; ++i) {
+    Daemon daemon(config());
+    std::this_thread::sleep_for(i * step);
+    daemon.signal(SIGTERM);
+    const auto status = daemon.wait();
+    // Until there is a handler the default action ends it.
+    EXPECT_TRUE(status == 0 || (status == -SIGTERM && count(daemon.output(), "Subscribed") == 0))
+        << daemon.output();
+  }
+}
+
+TEST_F(StopTest, ASignalFromBeforeTheStartTakesEffectOnceItIsUp) {
+  const TempDir dir;
+  Process daemon({"/usr/bin/env", "--block-signal=TERM", "/bin/sh", "-c", "kill -TERM $$; exec \"$@\"", "sh",
+                  program, "-L", "-v", "-c", dir.write("conf", config())});
+  EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_TRUE(daemon.wait_for_output("Subscribed to"));
+}
+
+// ---- the connection ----
+
+class ConnectionTest : public SystemTest {
+ protected:
+  void send_serial_number(BusClient& from) {
+    const std::string record = std::string(64, '\0') + "\xd2\x02\x96\x49";
+    from.publish("rt/system/rtc_ee", Group().bytes("data", record).message().payload);
+  }
+};
+
+TEST_F(ConnectionTest, ABrokerThatComesLateIsFound) {
+  broker.stop();
+  Daemon daemon(config());
+  std::this_thread::sleep_for(std::chrono::seconds(3));  // the attempts grow rare meanwhile
+  broker.start();
+  BusClient late(broker.port());
+  late.subscribe("system/#");
+  EXPECT_TRUE(late.wait_for_text(presence_topic, "online"));
+}
+
+TEST_F(ConnectionTest, ABrokerThatForgotAllIsMadeWhole) {
+  Daemon daemon(config());
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  send_serial_number(bus);
+  bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+  ASSERT_TRUE(bus.wait_for("system/var/serialnumber") && bus.wait_for("system/var/hwvariant"));
+  broker.restart();
+
+  BusClient later(broker.port());
+  later.subscribe("system/#");
+  for (const char* name : {"presence/quil", "var/serialnumber", "var/hwversion", "var/hwvariant"}) {
+    EXPECT_TRUE(later.wait_for(std::string("system/") + name)) << name;
+  }
+  send_serial_number(later);
+  EXPECT_TRUE(later.wait_for("system/var/serialnumber"));
+}
+
+TEST_F(ConnectionTest, AKilledDaemonIsReportedOffLine) {
+  Daemon daemon(config());
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  daemon.signal(SIGKILL);
+  const auto will = bus.wait_for(presence_topic);
+  ASSERT_TRUE(will);
+  EXPECT_EQ(will->payload, "offline");
+  BusClient late(broker.port());
+  late.subscribe("system/#");
+  EXPECT_TRUE(late.wait_for_text(presence_topic, "offline"));
+}
+
+TEST_F(ConnectionTest, PresenceCanBeTurnedOff) {
+  Daemon daemon(config("presence = no\n"));
+  ASSERT_TRUE(daemon.wait_until_connected());
+  expect_prompt_stop(daemon);
+  ASSERT_TRUE(broker.wait_for_log("quil disconnected"));
+  bus.publish("system/end", "");
+  ASSERT_TRUE(bus.wait_for("system/end"));
+  EXPECT_FALSE(bus.wait_for(presence_topic, nullptr, std::chrono::milliseconds(0)));
+}
+
+TEST_F(ConnectionTest, ALocalSocketAndTheKeepaliveAreTakenFromTheFile) {
+  Daemon daemon("client_name = other\nkeepalive = 7\nport = 1\nhost = " + broker.socket_path());
+  EXPECT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  EXPECT_TRUE(broker.wait_for_log(" as quil (p2, c1, k7"));  // protocol 3.1.1, clean session
+}
+
+std::chrono::nanoseconds processor_time(int pid) {
+  clockid_t clock{};
+  timespec used{};
+  ::clock_getcpuclockid(pid, &clock);
+  ::clock_gettime(clock, &used);
+  return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+}
+
+/// The failure is told once, and neither that nor anything after costs processor time.
+void expect_calm_failure(Daemon& daemon, const std::function<void()>& let_it_try) {
+  ASSERT_TRUE(daemon.wait_for_output("cannot connect"));
+  const auto began = Clock::now();
+  const auto before = processor_time(daemon.pid());
+  let_it_try();
+  EXPECT_LT(processor_time(daemon.pid()) - before, (Clock::now() - began) / 4 + milliseconds(50));
+  EXPECT_EQ(count(daemon.output(), "connect "), 1) << daemon.output();
+  expect_prompt_stop(daemon);
+}
+
+TEST(LoginTest, ARefusalIsToldOnceAndTriedAgainCalmly) {
+  Broker broker("allow_anonymous false");
+  Daemon daemon(config_for(broker.port()), {"-L"});
+  expect_calm_failure(daemon, [&] { EXPECT_TRUE(broker.wait_for_log("not authorised", 4)); });
+}
+
+TEST(LoginTest, APeerThatSpeaksAnotherProtocolIsToldOnceAndTriedAgainCalmly) {
+  const Peer peer;
+  Daemon daemon(config_for(peer.port.number()), {"-L"});
+  const auto answer = [&peer] {
+    const auto connection = peer.accept();
+    std::array<char, 100> greeting{};
+    EXPECT_GT(::recv(connection.get(), greeting.data(), greeting.size(), 0), 0);
+    EXPECT_GT(::send(connection.get(), "HTTP/1.1 400 Bad Request\r\n\r\n", 28, MSG_NOSIGNAL), 0);
+  };
+  answer();
+  expect_calm_failure(daemon, [&] { answer(), answer(), answer(); });
+}
+
+TEST(LoginTest, NameAndPasswordOpenTheDoor) {
+  const TempDir dir;
+  const std::string file = dir.write("passwords", "");
+  ASSERT_EQ(Process({"/usr/bin/mosquitto_passwd", "-b", file, "unit", "secret"}).wait(), 0);
+  Broker broker("allow_anonymous false\npassword_file " + file);
+  Daemon daemon(config_for(broker.port(), "username = unit\npassword = \"secret\"\n"));
+  EXPECT_TRUE(daemon.wait_until_connected());
+  EXPECT_EQ(count(daemon.output(), "secret"), 0);
+}
+
+TEST(LoginTest, OnlyAServerOfTheRightNameAndCertificateIsTrusted) {
+  const TempDir dir;
+  const auto certify = [&dir](const std::string& name, const std::string& subject) {
+    const std::string key = dir.path(name + ".key"), certificate = dir.path(name + ".pem");
+    Process openssl({"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key,
+                     "-out", certificate, "-subj", "/CN=unit", "-addext", "subjectAltName=" + subject});
+    EXPECT_EQ(openssl.wait(), 0) << openssl.output();
+    return "allow_anonymous true\ncertfile " + certificate + "\nkeyfile " + key;
+  };
+  const Broker right(certify("right", "IP:127.0.0.1")), misnamed(certify("misnamed", "DNS:elsewhere")), plain;
+  const auto trust = [&dir](const std::string& name, const Broker& broker) {
+    return config_for(broker.port(), "cafile = " + dir.path(name + ".pem"));
+  };
+  EXPECT_TRUE(Daemon(trust("right", right)).wait_until_connected());
+  for (const std::string& config :
+       {trust("misnamed", right), trust("misnamed", misnamed), trust("right", plain)}) {
+    Daemon daemon(config, {"-L"});
+    expect_calm_failure(daemon, [&] { EXPECT_FALSE(daemon.wait(milliseconds(800))); });
+  }
+}
+
+TEST_F(ConnectionTest, ABrokerThatFallsSilentIsNoticedAndFoundAgain) {
+  Daemon daemon(config("keepalive = 5\n"));
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  broker.freeze();
+  EXPECT_TRUE(daemon.wait_for_output("lost: no answer"));
+  broker.thaw();
+  EXPECT_TRUE(bus.wait_for_text(presence_topic, "online"));
+}
+
+// ---- resources and supervision ----
+
+using ResourceTest = SystemTest;
+
+/// A number out of a file of /proc that names what it tells.
+long number_in(const std::filesystem::path& file, const std::string& name) {
+  std::ifstream status(file);
+  for (std::string word; status >> word;) {
+    if (word == name + ':') {
+      status >> word;
+      return std::stol(word);
+    }
+  }
+  return 0;
+}
+
+/// How often the threads of a process have gone to sleep.
+long sleeps(int pid) {
+  long total = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+    total += number_in(task.path() / "status", "voluntary_ctxt_switches");
+  }
+  return total;
+}
+
+TEST_F(ResourceTest, AnIdleDaemonSleeps) {
+  if (sanitized) {
+    GTEST_SKIP() << "a sanitizer's own thread wakes up";
+  }
+  Daemon daemon(config());
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  long before = 0;
+  for (long now = sleeps(daemon.pid()); now != before; now = sleeps(daemon.pid())) {
+    before = now;
+    std::this_thread::sleep_for(milliseconds(300));
+  }
+  std::this_thread::sleep_for(milliseconds(1500));
+  EXPECT_EQ(sleeps(daemon.pid()), before);
+}
+
+TEST_F(ResourceTest, AFloodOnOneTopicCostsNeitherAnotherTopicNorMemory) {
+  Daemon daemon(config(), {"-l", "EMERG"});
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  const auto kilobytes = [&daemon] {
+    return number_in("/proc/" + std::to_string(daemon.pid()) + "/status", "VmRSS");
+  };
+  const long before = kilobytes();
+  const std::string flood(16384, 'x');
+  for (int i = 0; i < 4000; ++i) {
+    bus.publish("rt/system/network_variant", flood);
+  }
+  // The broker itself may drop what a slow client does not take.
+  const auto answered = [this] {
+    bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+    return bus.wait_for("system/var/hwvariant", nullptr, std::chrono::seconds(2)).has_value();
+  };
+  EXPECT_TRUE(answered() || answered() || answered() || answered());
+  if (!sanitized) {
+    EXPECT_LT(kilobytes() - before, 16 * 1024);
+  }
+}
+
+TEST_F(ResourceTest, TheServiceManagerIsTold) {
+  DatagramSocket manager;
+  Daemon daemon(config(), {"-L"}, {"NOTIFY_SOCKET=" + manager.path(), "WATCHDOG_USEC=200000"});
+  for (const char* state : {"STATUS=", "READY=1", "WATCHDOG=1", "WATCHDOG=1"}) {
+    EXPECT_TRUE(manager.wait_for(state)) << state;
+  }
+  daemon.signal(SIGTERM);
+  EXPECT_TRUE(manager.wait_for("STOPPING=1"));
+  EXPECT_EQ(daemon.wait(), 0);
+}
+
+}  // namespace
+}  // namespace tests

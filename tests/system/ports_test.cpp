@@ -1,0 +1,151 @@
+#include "support/ports.h"
+
+#include <csignal>
+
+#include <ecu/tamu/com/framing.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+#include "daemon.h"
+
+namespace {
+
+using namespace tests;
+namespace com = ecu::tamu::com;
+namespace pb = ecu::tamu::pb;
+
+/// The bytes of a system parameter in a record.
+std::string param(std::uint32_t id, const std::string& value) {
+  std::string bytes;
+  for (const std::uint32_t number : {id, static_cast<std::uint32_t>(value.size())}) {
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+      bytes += static_cast<char>(number >> shift & 0xffU);
+    }
+  }
+  return bytes + value;
+}
+std::string param_record(std::uint32_t id, const std::string& value) {
+  return wire(id, param(id, value));
+}
+
+com::Payload framed(const google::protobuf::MessageLite& body) {
+  return com::frame(body, com::pb_protocol_type).value().payload;
+}
+
+/// A broker, a far side of both ports, and the daemon between them.
+class PortsTest : public SystemTest {
+ protected:
+  PortsTest() {
+    to_daemon.open();
+    from_daemon.open();
+    to_daemon.write(param_record(0xa009, "TV 1") + param_record(0x11, "old") + end_mark());
+  }
+
+  // Presence comes behind the subscriptions.
+  bool is_up() { return bus.wait_for_text(presence_topic, "online"); }
+  void ask_for_all() { bus.publish("system/quil/request/sysparams", std::string_view()); }
+  bool answered_with(const std::string& value) {
+    return bus
+        .wait_for("system/sysparams",
+                  [&](const BusMessage& message) { return message.payload.find(value) != std::string::npos; })
+        .has_value();
+  }
+  void write_param(const std::string& value) {
+    pb::SystemParameterList list;
+    list.add_entry()->set_ota_id(0x11);
+    list.mutable_entry(0)->set_value(value);
+    bus.publish("system/sysparams/write", framed(list));
+  }
+  std::string written() {
+    std::string bytes;
+    pollfd port{from_daemon.fd(), POLLIN, 0};
+    while (!bytes.ends_with(end_mark()) && ::poll(&port, 1, 20000) == 1) {
+      bytes += from_daemon.read();
+    }
+    return bytes;
+  }
+
+  TempDir dir;
+  Fifo to_daemon{dir, "receive"};
+  Fifo from_daemon{dir, "send"};
+  Daemon daemon{config("qpread = " + to_daemon.path() + "\nqpwrite = " + from_daemon.path() + "\n")};
+};
+
+TEST_F(PortsTest, ParametersAreAskedForWrittenAndSeenToComeBack) {
+  ASSERT_TRUE(bus.wait_for("system/var/topversion", [](const BusMessage& message) {
+    return message.payload.find("TV 1") != std::string::npos;
+  }));
+  ASSERT_TRUE(is_up());
+  ask_for_all();
+  EXPECT_TRUE(answered_with("old"));
+  pb::EcuVariableReq request;
+  request.add_name("17");
+  bus.publish("system/quil/request/sysparam", framed(request));
+  EXPECT_TRUE(bus.wait_for("system/sysparam/"));
+  write_param("new");
+  EXPECT_EQ(written(), param_record(0x11, "new") + end_mark());
+  to_daemon.write(param_record(0x11, "new") + param_record(0xa009, "TV 2") + end_mark());
+  EXPECT_TRUE(bus.wait_for("system/var/topversion", [](const BusMessage& message) {
+    return message.payload.find("TV 2") != std::string::npos;
+  }));
+  ask_for_all();
+  EXPECT_TRUE(answered_with("new"));
+}
+
+TEST_F(PortsTest, SecretsTravelBothWaysAndShowInNoLog) {
+  ASSERT_TRUE(is_up());
+  to_daemon.write(wire(2, param(2, "hush-master")) + end_mark());
+  EXPECT_TRUE(bus.wait_for_text("system/quil/secstore/getmaster", "hush-master"));
+  bus.publish("system/quil/secstore/setremote", "hush-remote");
+  EXPECT_TRUE(bus.wait_for_text("system/quil/secstore/getremote", "hush-remote"));
+  EXPECT_EQ(written(), wire(3, param(3, "hush-remote")) + end_mark());
+  EXPECT_EQ(daemon.output().find("hush"), std::string::npos);
+}
+
+TEST_F(PortsTest, ARequestThatWaitsForAnAnswerHoldsUpNothingElseNorAStop) {
+  ASSERT_TRUE(is_up());
+  write_param("unanswered");
+  EXPECT_FALSE(written().empty());
+  ask_for_all();
+  bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+  EXPECT_TRUE(bus.wait_for("system/var/hwvariant"));
+  bus.publish("system/quil/secstore/setmaster", "x");
+  EXPECT_TRUE(bus.wait_for_text("system/quil/secstore/getmaster", "x"));
+  EXPECT_FALSE(bus.wait_for("system/sysparams", nullptr, std::chrono::milliseconds(0)));
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
+}
+
+TEST_F(PortsTest, DamageAndAFarSideThatComesAndGoesCostNoWholeRecord) {
+  ASSERT_TRUE(is_up());
+  const std::string record = param_record(0x11, "whole");
+  to_daemon.write("noise" + record.substr(0, 20));
+  to_daemon.open();
+  to_daemon.write(record + end_mark());
+  EXPECT_TRUE(daemon.wait_for_output("25 bytes dropped, they are no whole record"));
+  ASSERT_TRUE(daemon.wait_for_output("frame finished, 1 parameters"));
+  ask_for_all();
+  EXPECT_TRUE(answered_with("whole"));
+}
+
+/// The daemon sends its first request when the ignition has been on for a whole period of 12 s.
+TEST_F(SystemTest, TheVehicleIsAskedForItsVinUntilThatIsConfirmed) {
+  const std::string request_topic = "rt/j1939can/tx/rqst_fb_ee";
+  bus.subscribe(request_topic);
+  Daemon daemon(config());
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  bus.publish("rt/io/kl15", Group().bytes("kl15", "\x01").status(3).message().payload);
+  const auto request = bus.wait_for(request_topic, nullptr, std::chrono::seconds(40));
+  ASSERT_TRUE(request);
+  EXPECT_NE(request->payload.find(std::string("\xec\xfe\0\0", 4)), std::string::npos);
+  const auto answer = Group().bytes("data", "1M8GDM9AXKP042788").value("nof_bytes", 17).message().payload;
+  for (int reception = 0; reception < 5; ++reception) {
+    EXPECT_FALSE(bus.wait_for("system/var/vehicleid", nullptr, std::chrono::milliseconds(0)));
+    bus.publish("rt/j1939can/rx/vi_00", answer);
+  }
+  const auto vin = bus.wait_for("system/var/vehicleid");
+  ASSERT_TRUE(vin);
+  EXPECT_NE(vin->payload.find("1M8GDM9AXKP042788"), std::string::npos);
+  EXPECT_TRUE(daemon.wait_for_output("Received 5/5 to confirm VIN :1M8GDM9AXKP042788"));
+}
+
+}  // namespace
