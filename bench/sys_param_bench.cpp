@@ -1,0 +1,77 @@
+// What system parameters cost: a frame from the port into the cache, and the answer to a request for all of
+// them.
+
+#include <benchmark/benchmark.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <ecu/quil/sys_param_container.h>
+#include <ecu/quil/sys_param_req_handler.h>
+
+#include "support/discarding_client.h"
+#include "support/fake_port.h"
+
+namespace {
+
+using namespace ecu::quil;
+
+std::vector<ecu::tamu::ipc::IpcSignal> frame(std::int64_t size) {
+  std::vector<ecu::tamu::ipc::IpcSignal> signals;
+  for (std::int64_t i = 0; i < size; ++i) {
+    signals.push_back(
+        SysParamContainer::to_signal({static_cast<std::uint32_t>(0x1000 + i), "parameter value"}));
+  }
+  return signals;
+}
+
+void receive(QueuingPortHandler& port, const std::vector<ecu::tamu::ipc::IpcSignal>& signals) {
+  for (const auto& signal : signals) {
+    port.consume(signal);
+  }
+  port.frame_finished();
+}
+
+void per_parameter(benchmark::State& state) {
+  state.counters["per_parameter"] =
+      benchmark::Counter(static_cast<double>(state.iterations() * state.range(0)),
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void consume_and_merge(benchmark::State& state) {
+  const auto port = std::make_shared<tests::FakePort>();
+  const SysParamContainer container(port, {}, SysParamReqHandler::answer_timeout);
+  const auto signals = frame(state.range(0));
+  for (auto _ : state) {
+    receive(*port, signals);
+  }
+  per_parameter(state);
+}
+BENCHMARK(consume_and_merge)->RangeMultiplier(10)->Range(10, 10'000);
+
+void diff_of_a_write(benchmark::State& state) {
+  const auto port = std::make_shared<tests::FakePort>();
+  const SysParamContainer container(port, {}, SysParamReqHandler::answer_timeout);
+  receive(*port, frame(state.range(0)));
+  const auto same = container.get_sysparams()->all();
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(container.diff(same));
+  }
+  per_parameter(state);
+}
+BENCHMARK(diff_of_a_write)->RangeMultiplier(10)->Range(10, 10'000);
+
+void answer_all_parameters(benchmark::State& state) {
+  const auto client = std::make_shared<tests::DiscardingClient>();
+  const auto port = std::make_shared<tests::FakePort>();
+  SysParamReqHandler handler(client, port, {});
+  receive(*port, frame(state.range(0)));
+  for (auto _ : state) {
+    handler.message("system/quil/request/sysparams", {});
+  }
+  per_parameter(state);
+}
+BENCHMARK(answer_all_parameters)->RangeMultiplier(10)->Range(10, 10'000);
+
+}  // namespace
