@@ -25,6 +25,7 @@ QueuingPortHandler::~QueuingPortHandler() {
 }
 
 void QueuingPortHandler::stop() {
+  m_stopped = true;
   if (m_reader_thread.joinable()) {
     m_reader.request_stop();
     m_reader_thread.join();
@@ -52,6 +53,9 @@ void QueuingPortHandler::frame_finished() {
 void QueuingPortHandler::init() {
   if (m_reader_thread.joinable()) {
     std::terminate();
+  }
+  if (m_stopped) {
+    return;
   }
   if (!m_reader.open(m_read_path)) {
     logging::error(prefix, "Unable to open System Parameter queueing port for reading: ", m_read_path);

@@ -23,6 +23,7 @@ template <class Body>
 SysParamContainer::MessageResult framed(const Body& body) {
   auto message = tamu::com::PbInternalMessageAdapter<Body>().serialize(body);
   if (!message) {
+    // The adapter does not say why. All that can keep it from serialising is the body, so that is the code.
     return static_cast<int>(tamu::com::err::PbInternalDeserializationError::bad_body);
   }
   return std::move(*message);

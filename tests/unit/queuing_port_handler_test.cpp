@@ -42,6 +42,15 @@ TEST_F(QueuingPortHandlerTest, WhatWaitsIsDeliveredBeforeInitReturnsAndTheRestOn
   EXPECT_EQ(first.text(), "7:early |.8:late |.");
 }
 
+TEST_F(QueuingPortHandlerTest, AStopHoldsEvenBeforeTheStart) {
+  handler->add_consumer(&first);
+  receive.open();
+  receive.write(wire(7, "early") + end_mark());
+  handler->stop();
+  handler->init();
+  EXPECT_EQ(first.text(), "");
+}
+
 TEST_F(QueuingPortHandlerTest, WithoutAReceivePortItStillWrites) {
   QueuingPortHandler deaf(dir.path("absent"), send.path(), 1);
   const auto log = tests::logged_lines([&] { deaf.init(); });

@@ -41,8 +41,9 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   /// Registers a consumer, which is not owned. Only before `init`. A consumer calls `stop` before it goes.
   void add_consumer(Consumer* consumer);
 
-  /// Ends reception for good: on return no consumer is being called, and none will be. Not to be called by a
-  /// consumer from inside a call. Calling it again does nothing.
+  /// Ends reception for good: on return no consumer is being called, and none will be, not even by an `init`
+  /// that comes later. Not to be called by a consumer from inside a call, nor while `init` runs. Calling it
+  /// again does nothing.
   void stop();
 
  private:
@@ -53,6 +54,7 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   std::string m_write_path;
   std::vector<Consumer*> m_consumers;
   std::thread m_reader_thread;
+  bool m_stopped = false;
 };
 
 /// Stands for the handler where the platform's reader wants to own its consumer.
