@@ -98,7 +98,9 @@ Ready wait_for_input(int first, int second, Deadline deadline) noexcept {
   if (!poll_until(fds, deadline)) {
     return {};
   }
-  return {.first = fds[0].revents != 0, .second = fds[1].revents != 0};
+  return {.first = fds[0].revents != 0,
+          .first_readable = (fds[0].revents & POLLIN) != 0,
+          .second = fds[1].revents != 0};
 }
 
 bool wait_for_room(int fd, steady_clock::time_point deadline) noexcept {
@@ -107,7 +109,7 @@ bool wait_for_room(int fd, steady_clock::time_point deadline) noexcept {
 }
 
 bool try_lock_port(int fd) noexcept {
-  return ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+  return uninterrupted([fd] { return ::flock(fd, LOCK_EX | LOCK_NB); }) == 0;
 }
 
 void unlock_port(int fd) noexcept {

@@ -30,6 +30,7 @@ using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 /// What a wait came back with; neither when the deadline has passed.
 struct Ready {
   bool first = false;
+  bool first_readable = false;  // not so when it has only failed
   bool second = false;
 };
 
@@ -40,8 +41,8 @@ struct Ready {
 /// Waits until `fd` can be written to (or has failed); false when the deadline has passed.
 [[nodiscard]] bool wait_for_room(int fd, std::chrono::steady_clock::time_point deadline) noexcept;
 
-/// Keeps other writers of the port out, in this process and in others, until `unlock_port`; false when one of
-/// them holds it now.
+/// Keeps other writers of the port out, in this process and in others, until `unlock_port`. False, with the
+/// reason in errno, when that fails: EWOULDBLOCK when one of them holds it now.
 [[nodiscard]] bool try_lock_port(int fd) noexcept;
 void unlock_port(int fd) noexcept;
 

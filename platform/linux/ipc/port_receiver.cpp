@@ -20,6 +20,8 @@ constexpr auto logger = logging::module("tamu.ipc.queueport");
 // otherwise keep a stop from coming to its end.
 constexpr std::size_t drain_limit = 1024 * 1024;
 
+constexpr int no_descriptor = -1;  // of which poll sees nothing
+
 }  // namespace
 
 bool PortReceiver::open(const std::string& path) {
@@ -37,7 +39,9 @@ void PortReceiver::receive() {
     if (stopped) {
       drain();
     } else if (ready.first) {
-      (void)read_once();
+      if (!read_once() && port_ && !ready.first_readable) {
+        end_reception("the port has failed");
+      }
     } else {
       deliver(steady_clock::now());
     }
@@ -46,17 +50,28 @@ void PortReceiver::receive() {
   stop_.clear();
 }
 
-// An incomplete record at the end stays, as its rest may be on its way; not so one that has whole records
-// behind it.
+// An incomplete record at the end stays, as its rest may be on its way. One that has whole records behind its
+// beginning is torn, or carries them as its payload: its time tells.
 void PortReceiver::drain() {
   const std::size_t waiting = bytes_waiting(port_.get()).value_or(drain_limit);
   const std::uint64_t goal = received_ + waiting;
   while (received_ < goal && read_once()) {
   }
+  if (parser_.seems_torn()) {
+    wait_for_rest(*parser_.deadline());
+  }
   while (parser_.skip_torn()) {
     deliver(steady_clock::now());
   }
   report_damage();
+}
+
+void PortReceiver::wait_for_rest(TimePoint deadline) {
+  while (port_ && parser_.seems_torn()) {
+    if (!wait_for_input(port_.get(), no_descriptor, deadline).first_readable || !read_once()) {
+      break;
+    }
+  }
 }
 
 // False when nothing more can be read now.

@@ -29,6 +29,7 @@ class PortReceiver {
   using TimePoint = RecordParser::TimePoint;
 
   void drain();
+  void wait_for_rest(TimePoint deadline);
   [[nodiscard]] bool read_once();
   void end_reception(std::string_view reason);
   void deliver(TimePoint now);

@@ -25,14 +25,21 @@ RecordParser::Event RecordParser::next(TimePoint now) {
 }
 
 bool RecordParser::skip_torn() {
+  const std::optional<std::size_t> offset = whole_record_inside();
+  if (offset) {
+    drop_damaged(*offset);
+  }
+  return offset.has_value();
+}
+
+std::optional<std::size_t> RecordParser::whole_record_inside() {
   for (std::size_t offset = next_candidate(1); offset < received_.size();
        offset = next_candidate(offset + 1)) {
     if (judge(received_.bytes().subspan(offset)) == Verdict::whole) {
-      drop_damaged(offset);
-      return true;
+      return offset;
     }
   }
-  return false;
+  return std::nullopt;
 }
 
 std::optional<RecordParser::TimePoint> RecordParser::deadline() const noexcept {

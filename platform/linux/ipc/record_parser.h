@@ -40,8 +40,11 @@ class RecordParser {
   /// What is incomplete at TimePoint::max() is given up, however young it is.
   [[nodiscard]] Event next(TimePoint now);
 
-  /// Gives an incomplete record up before its time when a whole one stands inside of what it lays claim to;
-  /// whether there is. Called when `next` says `none`.
+  /// Whether a whole record stands inside of what an incomplete one lays claim to. Called when `next` says
+  /// `none`.
+  [[nodiscard]] bool seems_torn() { return whole_record_inside().has_value(); }
+
+  /// Gives the incomplete record up before its time when it seems torn; whether it does.
   [[nodiscard]] bool skip_torn();
 
   /// The number of bytes dropped since the last call. `next` says when to ask: where the damaged run is over
@@ -59,6 +62,7 @@ class RecordParser {
 
   [[nodiscard]] Verdict judge(std::span<const char> bytes);
   [[nodiscard]] std::size_t next_candidate(std::size_t offset) const noexcept;
+  [[nodiscard]] std::optional<std::size_t> whole_record_inside();
   void drop_damaged(std::size_t count);
   Event deliver();
 

@@ -47,7 +47,9 @@ class QueuePortReader {
 
   /// Hands records and ends of frames to the consumer until a stop is requested; waits without waking while
   /// none come. The stop request ends the wait at once: what the port held at that moment is still delivered,
-  /// then `finished` is called, and the request is taken back on return.
+  /// then `finished` is called, and the request is taken back on return. An incomplete record with whole ones
+  /// behind its beginning may be torn, or have them as its payload: its rest is then waited for until its
+  /// time is over.
   ///
   /// Bytes that are no whole record are dropped up to the next one that is, with an ERROR line that counts
   /// them. So is a record that is not complete 1 s after its first byte. The line is written when the next
@@ -86,8 +88,9 @@ class QueuePortWriter {
   [[nodiscard]] bool open(const std::string& path);
 
   /// Writes one record; false, after a WARNING line that says why, when it cannot be written whole: the
-  /// payload is too large, the port stays full (or in another writer's use) for 1 s, the far side is gone. A
-  /// record larger than the free room of the port may then stand on it in part; readers drop that part.
+  /// payload is too large, the port stays full (or in another writer's use) for 1 s, the far side is gone.
+  /// The writers of one process get at the port in the order in which they came, record by record. A record
+  /// larger than the free room of the port may then stand on it in part; readers drop that part.
   [[nodiscard]] bool transmit_data(const IpcSignal& signal);
 
  private:
