@@ -44,9 +44,7 @@ inline std::string end_mark() {
 /// A FIFO of the test's own, and the far end of it as raw bytes.
 class Fifo {
  public:
-  explicit Fifo(const TempDir& dir, const std::string& name) : path_(dir.path(name)) {
-    ::mkfifo(path_.c_str(), 0600);
-  }
+  Fifo(const TempDir& dir, const std::string& name) : path_(dir.path(name)) { ::mkfifo(path_.c_str(), 0600); }
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <thread>
 
+#include "support/ports.h"
 #include "system/daemon.h"
 
 namespace tests {
@@ -297,7 +298,10 @@ TEST_F(ResourceTest, AnIdleDaemonSleeps) {
   if (sanitized) {
     GTEST_SKIP() << "a sanitizer's own thread wakes up";
   }
-  Daemon daemon(config());
+  const TempDir dir;
+  Fifo receive(dir, "receive"), send(dir, "send");
+  send.open();
+  Daemon daemon(config("qpread = " + receive.path() + "\nqpwrite = " + send.path() + "\n"));
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   long before = 0;
   for (long now = sleeps(daemon.pid()); now != before; now = sleeps(daemon.pid())) {

@@ -1,11 +1,14 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "ipc/port_file.h"
 #include "ipc/record_parser.h"
 #include "support/captured_log.h"
 #include "support/ports.h"
@@ -197,6 +200,57 @@ TEST_F(QueuePortTest, LargeRecordsOfSeveralWritersNeverMix) {
     EXPECT_EQ(tests::count(log.text(), whole), 25) << id;
   }
   EXPECT_EQ(std::ranges::count(log.text(), '|'), 100);
+}
+
+TEST_F(QueuePortTest, WritersOfManyRecordsKeepNoOtherOut) {
+  fifo.open();
+  std::atomic<bool> begun = false, done = false, drained = false;
+  std::thread slow_far_side([&] {
+    for (std::array<char, 4096> block{}; !drained; std::this_thread::sleep_for(1ms)) {
+      (void)!::read(fifo.fd(), block.data(), block.size());
+    }
+  });
+  const auto write_many = [&] {
+    tests::Writer writer;
+    EXPECT_TRUE(writer.open(fifo.path()));
+    for (const auto large = tests::record(1, std::string(60000, 'x')); !done; begun = true) {
+      EXPECT_TRUE(writer.transmit_data(large));
+    }
+  };
+  std::thread busy(write_many), as_busy(write_many);
+  while (!begun) {
+    std::this_thread::yield();
+  }
+  for (int i = 0; i < 10; ++i) {
+    tests::Writer writer;
+    ASSERT_TRUE(writer.open(fifo.path()));
+    EXPECT_TRUE(writer.transmit_data(tests::record(2, "y")));
+  }
+  done = true;
+  busy.join();
+  as_busy.join();
+  drained = true;
+  slow_far_side.join();
+}
+
+TEST_F(QueuePortTest, TheFirstDrainTellsATornRecordFromOneThatIsOnItsWay) {
+  ASSERT_TRUE(reader.open(fifo.path()));
+  fifo.open();
+  const std::string inner = wire(2, "inner") + end_mark();
+  const auto drain_with_rest = [&](const std::string& rest) {
+    fifo.write(wire(1, inner + "rest").substr(0, 24 + inner.size()));
+    reader.request_stop();
+    std::thread draining([this] { reader.receive_data(); });
+    while (bytes_waiting(fifo.fd()) != 0u) {
+      std::this_thread::yield();
+    }
+    fifo.write(rest);
+    draining.join();
+  };
+  drain_with_rest("rest");
+  EXPECT_EQ(log.text(), "1:" + inner + "rest .");
+  drain_with_rest("");
+  EXPECT_EQ(log.text(), "1:" + inner + "rest .2:inner |.");
 }
 
 TEST_F(QueuePortTest, AnAbsentOrDeadFarSideIsAFailureAndNoSignal) {

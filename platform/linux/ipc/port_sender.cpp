@@ -51,14 +51,20 @@ class BrokenPipeGuard {
   sigset_t mask_before_{};
 };
 
-bool lock_until(int fd, std::chrono::steady_clock::time_point deadline) {
+constexpr const char* port_in_use = "another writer holds the port";
+
+// Why the port is not locked; null when it is.
+const char* lock_until(int fd, std::chrono::steady_clock::time_point deadline) {
   while (!try_lock_port(fd)) {
+    if (errno != EWOULDBLOCK) {
+      return std::strerror(errno);
+    }
     if (std::chrono::steady_clock::now() >= deadline) {
-      return false;
+      return port_in_use;
     }
     std::this_thread::sleep_for(lock_poll_interval);
   }
-  return true;
+  return nullptr;
 }
 
 }  // namespace
@@ -67,6 +73,7 @@ bool PortSender::open(const std::string& path) {
   close();
   path_ = path;
   port_ = open_for_writing(path);
+  queue_ = WriterQueue::of(path);
   return static_cast<bool>(port_);
 }
 
@@ -90,22 +97,28 @@ bool PortSender::transmit(const IpcSignal& signal) {
 }
 
 bool PortSender::send(std::span<const char> record) {
-  const Clock::time_point deadline = Clock::now() + send_time_limit;
-  const char* failure = "the port is not open";
-  if (port_) {
-    failure = "another writer holds the port";
-    if (lock_until(port_.get(), deadline)) {
-      failure = write_whole(record, deadline);
-      unlock_port(port_.get());
-    }
-  }
+  const char* const failure =
+      port_ ? write_alone(record, Clock::now() + send_time_limit) : "the port is not open";
   if (failure != nullptr) {
     logger.warning(path_, ": a record cannot be written: ", failure);
   }
   return failure == nullptr;
 }
 
-// Why it did not succeed; null when it did.
+// Why it did not succeed; null when it did. So for the next one.
+const char* PortSender::write_alone(std::span<const char> record, Clock::time_point deadline) const {
+  const WriterQueue::Place place(*queue_);
+  if (!place.wait_until(deadline)) {
+    return port_in_use;
+  }
+  if (const char* const failure = lock_until(port_.get(), deadline)) {
+    return failure;
+  }
+  const char* const failure = write_whole(record, deadline);
+  unlock_port(port_.get());
+  return failure;
+}
+
 const char* PortSender::write_whole(std::span<const char> record, Clock::time_point deadline) const {
   const BrokenPipeGuard guard;
   while (!record.empty()) {

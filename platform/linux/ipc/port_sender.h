@@ -1,12 +1,14 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
 #include <ecu/tamu/ipc/ipc_signal.h>
 
+#include "ipc/writer_queue.h"
 #include "posix/unique_fd.h"
 
 namespace ecu::tamu::ipc::detail {
@@ -28,10 +30,12 @@ class PortSender {
 
   void close();
   [[nodiscard]] bool send(std::span<const char> record);
+  [[nodiscard]] const char* write_alone(std::span<const char> record, Clock::time_point deadline) const;
   [[nodiscard]] const char* write_whole(std::span<const char> record, Clock::time_point deadline) const;
 
   std::string path_;
   posix::UniqueFd port_;
+  std::shared_ptr<WriterQueue> queue_;  // of the open port
   bool frame_begun_ = false;
   std::vector<char> record_;
 };
