@@ -65,6 +65,20 @@ std::shared_ptr<Recorder> make_recorder(Recorder::Action action = nullptr) {
   return std::make_shared<Recorder>(std::move(action));
 }
 
+/// Calls `on_event` with "up", "down" or "settled"; the broker of these tests refuses nothing.
+class ConnectionLog final : public IConnectionObserver {
+ public:
+  explicit ConnectionLog(std::function<void(const std::string&)> on_event) : on_event_(std::move(on_event)) {}
+
+  void connection_up() override { on_event_("up"); }
+  void connection_down(const std::string& reason) override { on_event_("down: " + reason); }
+  void subscription_refused(const std::string& /*filter*/) override {}
+  void subscriptions_settled() override { on_event_("settled"); }
+
+ private:
+  const std::function<void(const std::string&)> on_event_;
+};
+
 /// The client under test, and another user of the bus that hears all of "out/" and "system/".
 class ClientTest : public testing::Test {
  protected:
@@ -75,7 +89,12 @@ class ClientTest : public testing::Test {
     config->set_value("client_name", "tested");
     config->set_value("host", "127.0.0.1");
     config->set_value("port", std::to_string(broker.port()));
-    client = create_client(config, TransportType::mqtt);
+    client = create_client(config, TransportType::mqtt,
+                           std::make_shared<ConnectionLog>([this](const std::string& event) {
+                             if (on_connection) {
+                               on_connection(event);
+                             }
+                           }));
   }
   ~ClientTest() override {
     if (!gate.try_wait()) {
@@ -109,7 +128,8 @@ class ClientTest : public testing::Test {
     return make_recorder([this](const std::string&, const Message&) { gate.wait(); });
   }
 
-  std::latch gate{1};  // blocked observers wait for it
+  std::function<void(const std::string&)> on_connection;  // set before `start`
+  std::latch gate{1};                                     // blocked observers wait for it
   Broker broker;
   BusClient bus{broker.port()};
   std::shared_ptr<ITransportClient> client;
@@ -316,6 +336,29 @@ TEST_F(ClientTest, EachConnectionBringsTheLatestRetainedMessagesInTheOrderOfThei
   }
   EXPECT_THAT(heard, ElementsAre("out/a=2", "out/b=1", "out/passing=1", "out/c=1",  //
                                  "out/a=2", "out/b=1", "out/c=1"));
+}
+
+TEST_F(ClientTest, AnObserverOfTheConnectionKnowsWhenAllThatIsRetainedHasCome) {
+  const auto recorder = make_recorder();
+  std::promise<std::size_t> settled;
+  std::promise<std::string> lost;
+  on_connection = [&, told = false](const std::string& event) mutable {
+    if (event == "settled") {
+      settled.set_value(recorder->seen().size());
+    } else if (event != "up" && !std::exchange(told, true)) {
+      lost.set_value(event);
+    }
+  };
+  for (int i = 0; i < 200; ++i) {
+    bus.publish("in/" + std::to_string(i), std::string(2000, 'x'), true);
+  }
+  bus.publish("out/done", "");
+  ASSERT_TRUE(bus.wait_for("out/done"));
+  client->subscribe("in/#", 0, recorder);
+  start();
+  EXPECT_EQ(settled.get_future().get(), 200u);
+  broker.stop();
+  EXPECT_EQ(lost.get_future().get(), "down: connection closed by the peer");
 }
 
 TEST_F(ClientTest, AnAcknowledgedMessageLeavesWithQualityOfServiceOne) {

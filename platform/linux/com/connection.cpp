@@ -123,6 +123,14 @@ void Connection::message(const std::string& topic, Message message) {
   listener_.message(topic, std::move(message));
 }
 
+void Connection::subscription_refused(const std::string& filter) {
+  listener_.subscription_refused(filter);
+}
+
+void Connection::echoed() {
+  listener_.echoed();
+}
+
 void Connection::check(const Failure& failure) {
   if (failure) {
     fail(*failure);
@@ -141,13 +149,13 @@ void Connection::fail(const std::string& reason) {
       backoff_.reset();
     }
     addresses_.clear();
-    listener_.connection_lost();
   }
   if (std::exchange(reported_, reason) != reason) {
     mqtt_log.warning(was_up ? "connection to " : "cannot connect to ", settings_.broker(),
                      was_up ? " lost: " : ": ", reason);
   }
   timer_ = Clock::now() + backoff_.next();
+  listener_.connection_down(reason);
 }
 
 void Connection::publish(const std::string& topic, const Message& message) {
@@ -165,6 +173,12 @@ void Connection::subscribe(const std::string& filter, int max_qos) {
 void Connection::unsubscribe(const std::string& filter) {
   if (session_) {
     check(session_->unsubscribe(filter));
+  }
+}
+
+void Connection::request_echo() {
+  if (session_) {
+    check(session_->request_echo());
   }
 }
 

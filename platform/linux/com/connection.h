@@ -22,13 +22,16 @@ class Connection final : private MqttSession::Listener {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Called from inside `wait` only.
+  /// Called from inside `wait` only. `connection_down` may come without an `up` before it: for each attempt
+  /// that fails, and for each connection that is lost.
   class Listener {
    public:
     virtual ~Listener() = default;
     virtual void connection_up() = 0;
-    virtual void connection_lost() = 0;
+    virtual void connection_down(const std::string& reason) = 0;
     virtual void message(const std::string& topic, Message message) = 0;
+    virtual void subscription_refused(const std::string& filter) = 0;
+    virtual void echoed() = 0;
   };
 
   /// Both must outlive the connection.
@@ -49,6 +52,7 @@ class Connection final : private MqttSession::Listener {
   void publish(const std::string& topic, const Message& message);
   void subscribe(const std::string& filter, int max_qos);
   void unsubscribe(const std::string& filter);
+  void request_echo();
   /// Says good-bye to the broker; `is_up` until that has been written.
   void disconnect();
   void cork();
@@ -66,6 +70,8 @@ class Connection final : private MqttSession::Listener {
  private:
   void connected() override;
   void message(const std::string& topic, Message message) override;
+  void subscription_refused(const std::string& filter) override;
+  void echoed() override;
 
   void begin_attempt();
   void open_session();

@@ -1,6 +1,7 @@
 #include <mosquittopp.h>
 
 #include <stdexcept>
+#include <utility>
 
 #include <ecu/tamu/com/transport_client.h>
 
@@ -9,11 +10,12 @@
 namespace ecu::tamu::com {
 
 std::shared_ptr<ITransportClient> create_client(const std::unique_ptr<config::Configuration>& config,
-                                                TransportType type) {
+                                                TransportType type,
+                                                std::shared_ptr<IConnectionObserver> observer) {
   if (type != TransportType::mqtt) {
     throw std::invalid_argument("unknown transport type");
   }
-  return std::make_shared<MqttClient>(read_settings(*config));
+  return std::make_shared<MqttClient>(read_settings(*config), std::move(observer));
 }
 
 void library_init() {

@@ -56,8 +56,11 @@ void let_default_termination_in() {
 
 }  // namespace
 
-MqttClient::MqttClient(MqttSettings settings)
-    : settings_(std::move(settings)), connection_(settings_, *this), threads_([this] { lead(); }) {}
+MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserver> observer)
+    : settings_(std::move(settings)),
+      observer_(std::move(observer)),
+      connection_(settings_, *this),
+      threads_([this] { lead(); }) {}
 
 MqttClient::~MqttClient() {
   stop();
@@ -144,6 +147,10 @@ void MqttClient::wake_leader(std::unique_lock<std::mutex>& lock) {
 }
 
 void MqttClient::connection_up() {
+  if (observer_) {
+    observer_->connection_up();
+    echo_wanted_ = true;
+  }
   const std::lock_guard lock(mutex_);
   outbox_.connection_up();
   if (settings_.presence) {
@@ -155,10 +162,28 @@ void MqttClient::connection_up() {
   }
 }
 
-void MqttClient::connection_lost() {
-  const std::lock_guard lock(mutex_);
-  outbox_.connection_lost();
-  subscription_changes_.clear();
+void MqttClient::connection_down(const std::string& reason) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (outbox_.connected()) {
+      outbox_.connection_lost();
+      subscription_changes_.clear();
+    }
+  }
+  if (observer_) {
+    settlement_due_ = false;
+    observer_->connection_down(reason);
+  }
+}
+
+void MqttClient::subscription_refused(const std::string& filter) {
+  if (observer_) {
+    observer_->subscription_refused(filter);
+  }
+}
+
+void MqttClient::echoed() {
+  settlement_due_ = true;
 }
 
 void MqttClient::message(const std::string& topic, Message message) {
@@ -170,6 +195,7 @@ void MqttClient::lead() {
     if (!deliver()) {
       return;
     }
+    report_settlement();
     send();
     sleep();
   }
@@ -187,6 +213,13 @@ bool MqttClient::deliver() {
   return threads_.end_calls();
 }
 
+void MqttClient::report_settlement() {
+  if (settlement_due_) {
+    settlement_due_ = false;
+    observer_->subscriptions_settled();
+  }
+}
+
 void MqttClient::send() {
   std::vector<SubscriptionChange> changes;
   bool several = false;
@@ -199,6 +232,9 @@ void MqttClient::send() {
     connection_.cork();
   }
   send_subscription_changes(changes);
+  if (std::exchange(echo_wanted_, false)) {
+    connection_.request_echo();
+  }
   send_publications();
   if (several) {
     connection_.uncork();
@@ -261,7 +297,9 @@ void MqttClient::close_connection() {
     }
   }
   connection_.close();
-  connection_lost();
+  const std::lock_guard lock(mutex_);
+  outbox_.connection_lost();
+  subscription_changes_.clear();
 }
 
 bool MqttClient::all_sent() {

@@ -21,7 +21,8 @@ namespace ecu::tamu::com {
 /// threads, and of the observers that it calls, are queued and leave in batches.
 class MqttClient final : public ITransportClient, private Connection::Listener {
  public:
-  explicit MqttClient(MqttSettings settings);
+  /// `observer` may be null.
+  MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserver> observer);
   ~MqttClient() override;
 
   void connect() override;
@@ -41,12 +42,15 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   };
 
   void connection_up() override;
-  void connection_lost() override;
+  void connection_down(const std::string& reason) override;
   void message(const std::string& topic, Message message) override;
+  void subscription_refused(const std::string& filter) override;
+  void echoed() override;
 
   void lead();
   [[nodiscard]] bool deliver();
   void send();
+  void report_settlement();
   void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
   void send_publications();
   void sleep();
@@ -56,12 +60,15 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   void wake_leader(std::unique_lock<std::mutex>& lock);
 
   const MqttSettings settings_;
+  const std::shared_ptr<IConnectionObserver> observer_;
   const posix::Event stop_;  // for the thread in `run`
   const posix::Event wake_;  // for the leader
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
 
-  Connection connection_;  // the leader's alone
+  Connection connection_;        // the leader's alone, as the next two
+  bool echo_wanted_ = false;     // behind the first subscriptions of a connection
+  bool settlement_due_ = false;  // the observer is to be told that they are settled
 
   mutable std::mutex mutex_;  // guards the rest but threads_; never held while an observer is called
   Outbox outbox_;

@@ -57,6 +57,7 @@ class MqttSession::Library final : public mosqpp::mosquittopp {
       : mosqpp::mosquittopp(client_id.empty() ? nullptr : client_id.c_str(), true), listener_(listener) {}
 
   void expect_acknowledgement(int mid) { unacknowledged_.push_back(mid); }
+  void expect_echo(int mid) noexcept { echo_ = mid; }
   void expect_subscription(int mid, const std::string& filter) { subscribing_[mid] = filter; }
   [[nodiscard]] std::size_t unacknowledged() const noexcept { return unacknowledged_.size(); }
 
@@ -118,6 +119,15 @@ class MqttSession::Library final : public mosqpp::mosquittopp {
       const auto subscription = subscribing_.extract(mid);
       if (!subscription.empty() && count > 0 && granted[0] == refused_qos) {
         mqtt_log.warning("broker refuses the subscription to ", subscription.mapped());
+        listener_.subscription_refused(subscription.mapped());
+      }
+    });
+  }
+
+  void on_unsubscribe(int mid) override {
+    guard([&] {
+      if (mid == echo_) {
+        listener_.echoed();
       }
     });
   }
@@ -135,6 +145,7 @@ class MqttSession::Library final : public mosqpp::mosquittopp {
   Listener& listener_;
   std::vector<int> unacknowledged_;
   std::map<int, std::string> subscribing_;
+  int echo_ = 0;
   unsigned received_ = 0;
   unsigned messages_ = 0;
   std::size_t bytes_ = 0;  // of the messages' payloads
@@ -308,6 +319,15 @@ Failure MqttSession::subscribe(const std::string& filter, int max_qos) {
 Failure MqttSession::unsubscribe(const std::string& filter) {
   const int result = library_->unsubscribe(nullptr, filter.c_str());
   return result == MOSQ_ERR_INVAL ? std::nullopt : outcome(result);
+}
+
+// To unsubscribe from what was never subscribed to changes nothing, and a broker has to answer it
+// (MQTT 3.1.1, 3.10.4).
+Failure MqttSession::request_echo() {
+  int mid = 0;
+  const int result = library_->unsubscribe(&mid, "echo");
+  library_->expect_echo(mid);
+  return outcome(result);
 }
 
 Failure MqttSession::disconnect() {

@@ -26,6 +26,8 @@ class MqttSession {
     virtual ~Listener() = default;
     virtual void connected() = 0;
     virtual void message(const std::string& topic, Message message) = 0;
+    virtual void subscription_refused(const std::string& filter) = 0;
+    virtual void echoed() = 0;
   };
 
   /// Publications with quality of service 1 that may await their acknowledgement at once.
@@ -67,6 +69,9 @@ class MqttSession {
   [[nodiscard]] Failure publish(const std::string& topic, const Message& message);
   [[nodiscard]] Failure subscribe(const std::string& filter, int max_qos);
   [[nodiscard]] Failure unsubscribe(const std::string& filter);
+
+  /// Asks the broker for an answer, `echoed`, which comes behind its answers to all that was sent before.
+  [[nodiscard]] Failure request_echo();
 
   /// Sends the DISCONNECT packet; the session is no longer open once that has been written.
   [[nodiscard]] Failure disconnect();

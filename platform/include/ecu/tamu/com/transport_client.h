@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include <ecu/tamu/com/connection_observer.h>
 #include <ecu/tamu/com/message.h>
 #include <ecu/tamu/config/configuration.h>
 
@@ -69,10 +70,11 @@ class ITransportClient {
 enum class TransportType : int { mqtt = 0 };
 
 /// Makes a client from the keys "client_name", "host", "port", "username", "password", "cafile", "certfile",
-/// "keyfile", "keepalive" and "presence" of `config`, which is only read during the call. Throws
-/// std::invalid_argument for another transport type.
+/// "keyfile", "keepalive" and "presence" of `config`, which is only read during the call. `observer`, if any,
+/// is told how the client stands with the broker. Throws std::invalid_argument for another transport type.
 [[nodiscard]] std::shared_ptr<ITransportClient> create_client(
-    const std::unique_ptr<config::Configuration>& config, TransportType type);
+    const std::unique_ptr<config::Configuration>& config, TransportType type,
+    std::shared_ptr<IConnectionObserver> observer = nullptr);
 
 /// Sets the transport's library up for the whole process. Call once, before the first client.
 void library_init();

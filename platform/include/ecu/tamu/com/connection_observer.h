@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+namespace ecu::tamu::com {
+
+/// Learns how a client stands with its broker. Called on a thread of the transport, one call after another; a
+/// call must not block.
+class IConnectionObserver {
+ public:
+  virtual ~IConnectionObserver() = default;
+
+  /// The broker has let the client in.
+  virtual void connection_up() = 0;
+
+  /// An attempt to connect has failed, or the connection was lost; the client tries again by itself.
+  virtual void connection_down(const std::string& reason) = 0;
+
+  /// The broker does not let this client have what it subscribed to.
+  virtual void subscription_refused(const std::string& filter) = 0;
+
+  /// Once for each connection: the broker has answered every subscription that there was when the connection
+  /// came up, and the observers have been called for all that it retains for them at quality of service 0
+  /// (one whose call lasts may still be in it).
+  virtual void subscriptions_settled() = 0;
+};
+
+}  // namespace ecu::tamu::com
