@@ -6,6 +6,7 @@
 #include <ecu/quil/environment_daemon.h>
 #include <ecu/quil/options.h>
 #include <ecu/quil/process.h>
+#include <ecu/quil/settings.h>
 #include <ecu/tamu/application.h>
 #include <ecu/tamu/com/transport_client.h>
 #include <ecu/tamu/config/configuration.h>
@@ -17,8 +18,6 @@ using namespace ecu::quil;
 using ecu::tamu::config::Configuration;
 namespace com = ecu::tamu::com;
 namespace logging = ecu::tamu::logging;
-
-constexpr const char* default_config_path = "/etc/morn/tolquil.conf";
 
 std::unique_ptr<Configuration> read_configuration(const std::string& given_path) {
   const std::string path = given_path.empty() ? default_config_path : given_path;
@@ -37,23 +36,11 @@ std::unique_ptr<Configuration> read_configuration(const std::string& given_path)
   return config;
 }
 
-void fill_in_defaults(Configuration& config) {
-  config.set_value("client_name", "quil");
-  config.register_key("qpread");
-  config.set_default("qpread", "/dev/qport/telematics_param_receive");
-  config.register_key("qpwrite");
-  config.set_default("qpwrite", "/dev/qport/telematics_param_send");
-}
-
-void choose_log_mode(const std::string& mode) {
-  if (mode == "stdout") {
-    logging::set_log_mode(logging::LogMode::standard_output);
-  } else if (mode == "stderr") {
-    logging::set_log_mode(logging::LogMode::standard_error);
-  } else if (mode == "syslog") {
-    logging::set_log_mode(logging::LogMode::syslog);
+void choose_log_mode(const std::string& name) {
+  if (const auto mode = log_mode_from_name(name)) {
+    logging::set_log_mode(*mode);
   } else {
-    logging::notice("logmode from config '", mode, "' not recognized");
+    logging::notice("logmode from config '", name, "' not recognized");
   }
 }
 

@@ -22,9 +22,20 @@ constexpr std::string_view password_key = "password";
 constexpr std::string_view certificate_key = "certfile";
 constexpr std::string_view private_key_key = "keyfile";
 
-constexpr std::string_view built_in_keys[] = {"host",     "port",          "username",      password_key,
-                                              "cafile",   certificate_key, private_key_key, "keepalive",
-                                              "presence", "logmode",       "loglevel",      "client_name"};
+struct BuiltInKey {
+  std::string_view key;
+  std::string_view default_value;  // that of the level is the logging's
+};
+constexpr std::string_view level_key = "loglevel";
+constexpr BuiltInKey built_in_keys[] = {
+    {"host", "localhost"}, {"port", "1883"},      {"username", ""},      {password_key, ""},
+    {"cafile", ""},        {certificate_key, ""}, {private_key_key, ""}, {"keepalive", "60"},
+    {"presence", "yes"},   {"logmode", "syslog"}, {level_key, ""},       {"client_name", ""},
+};
+
+Fault error_in(int line, std::string text) {
+  return {line, false, std::move(text)};
+}
 
 constexpr std::string_view blanks = " \t\r\v\f";
 
@@ -62,7 +73,7 @@ struct ValueRule {
 constexpr ValueRule value_rules[] = {
     {"port", is_port, "is not a port, 1 to 65535"},
     {"keepalive", is_keepalive, "is not a time from 5 to 65535 seconds"},
-    {"loglevel", is_level_or_unset, "is not a level, EMERG to DEBUG"},
+    {level_key, is_level_or_unset, "is not a level, EMERG to DEBUG"},
     {"cafile", is_readable_or_unset, "is not a file that can be read"},
     {certificate_key, is_readable_or_unset, "is not a file that can be read"},
     {private_key_key, is_readable_or_unset, "is not a file that can be read"},
@@ -121,6 +132,27 @@ std::string Configuration::get(const std::string& key) const {
   return preset == defaults_.end() ? std::string() : preset->second;
 }
 
+std::string Configuration::effective(const std::string& key) const {
+  std::string value = get(key);
+  if (!value.empty()) {
+    return value;
+  }
+  if (key == level_key) {
+    return std::string(logging::get_default_log_level_name());
+  }
+  const auto* const built_in = std::ranges::find(built_in_keys, key, &BuiltInKey::key);
+  return built_in == std::end(built_in_keys) ? std::string() : std::string(built_in->default_value);
+}
+
+std::vector<std::string> Configuration::keys() const {
+  std::vector<std::string> keys;
+  for (const BuiltInKey& built_in : built_in_keys) {
+    keys.emplace_back(built_in.key);
+  }
+  keys.insert(keys.end(), registered_.begin(), registered_.end());
+  return keys;
+}
+
 void Configuration::set_value(const std::string& key, std::string value) {
   stored_[key] = std::move(value);
 }
@@ -137,59 +169,67 @@ void Configuration::set_source_file(std::string path) {
   source_file_ = std::move(path);
 }
 
-bool Configuration::verify() const {
-  bool faultless = true;
+std::vector<Fault> Configuration::faults() const {
+  std::vector<Fault> faults;
   if (read_failed_) {
-    logger.error("'", source_file_, "' cannot be read to its end");
-    faultless = false;
+    faults.push_back(error_in(0, "'" + source_file_ + "' cannot be read to its end"));
   }
   for (const auto& [line, text] : malformed_lines_) {
-    logger.error("line ", line, ": '", text, "' does not begin a line of the form key = value");
-    faultless = false;
+    faults.push_back(error_in(line, "'" + text + "' does not begin a line of the form key = value"));
   }
   for (const Entry& entry : entries_) {
-    faultless &= verify_entry(entry);
+    check_entry(entry, faults);
   }
-  faultless &= verify_pair(certificate_key, private_key_key);
-  faultless &= verify_pair(private_key_key, certificate_key);
-  warn_of_public_password();
+  check_pair(certificate_key, private_key_key, faults);
+  check_pair(private_key_key, certificate_key, faults);
+  check_access(faults);
+  return faults;
+}
+
+bool Configuration::verify() const {
+  bool faultless = true;
+  for (const auto& [line, is_warning, text] : faults()) {
+    const std::string place = line == 0 ? "" : "line " + std::to_string(line) + ": ";
+    logger.log(is_warning ? logging::Level::warning : logging::Level::error, place, text);
+    faultless = faultless && is_warning;
+  }
   return faultless;
 }
 
-bool Configuration::verify_entry(const Entry& entry) const {
+void Configuration::check_entry(const Entry& entry, std::vector<Fault>& faults) const {
   const auto& [line, key, value] = entry;
-  if (std::ranges::find(built_in_keys, key) == std::end(built_in_keys) && !registered_.contains(key)) {
-    logger.error("line ", line, ": unknown key '", clipped(key), "'");
-    return false;
+  if (std::ranges::find(built_in_keys, key, &BuiltInKey::key) == std::end(built_in_keys) &&
+      !registered_.contains(key)) {
+    faults.push_back(error_in(line, "unknown key '" + std::string(clipped(key)) + "'"));
+    return;
   }
-  bool faultless = true;
   if (const Entry* const first = find(key); first != &entry) {
-    logger.error("line ", line, ": key '", key, "' is in line ", first->line, " already");
-    faultless = false;
+    faults.push_back(
+        error_in(line, "key '" + key + "' is in line " + std::to_string(first->line) + " already"));
   }
   const auto* const rule = std::ranges::find(value_rules, key, &ValueRule::key);
   if (rule != std::end(value_rules) && !rule->is_met(value)) {
-    logger.error("line ", line, ": key '", key, "': '", clipped(value), "' ", rule->text);
-    faultless = false;
+    faults.push_back(error_in(
+        line, "key '" + key + "': '" + std::string(clipped(value)) + "' " + std::string(rule->text)));
   }
-  return faultless;
 }
 
-bool Configuration::verify_pair(std::string_view key, std::string_view partner) const {
+void Configuration::check_pair(std::string_view key, std::string_view partner,
+                               std::vector<Fault>& faults) const {
   const Entry* const entry = find(key);
-  if (entry == nullptr || entry->value.empty() || !get(std::string(partner)).empty()) {
-    return true;
+  if (entry != nullptr && !entry->value.empty() && get(std::string(partner)).empty()) {
+    faults.push_back(
+        error_in(entry->line, "key '" + entry->key + "' needs key '" + std::string(partner) + "' beside it"));
   }
-  logger.error("line ", entry->line, ": key '", key, "' needs key '", partner, "' beside it");
-  return false;
 }
 
-void Configuration::warn_of_public_password() const {
+void Configuration::check_access(std::vector<Fault>& faults) const {
   struct stat status {};
   const Entry* const password = find(password_key);
   if (password != nullptr && ::stat(source_file_.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0) {
-    logger.warning("line ", password->line, ": key '", password_key, "' is in a file that anyone may read, '",
-                   source_file_, "'");
+    faults.push_back(
+        {password->line, true,
+         "key '" + password->key + "' is in a file that anyone may read, '" + source_file_ + "'"});
   }
 }
 

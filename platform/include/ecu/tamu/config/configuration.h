@@ -11,6 +11,13 @@
 
 namespace ecu::tamu::config {
 
+/// Something in a configuration that is not as it should be.
+struct Fault {
+  int line;         // from 1; 0: the file as a whole
+  bool is_warning;  // the configuration can be used all the same
+  std::string text;
+};
+
 /// The program's settings: text under keys, from a file and from the program itself. Not for use by several
 /// threads at once.
 ///
@@ -21,6 +28,12 @@ class Configuration {
  public:
   /// The value of `key`: one stored by the program, else the file's, else a default. Empty when unset.
   [[nodiscard]] std::string get(const std::string& key) const;
+
+  /// What holds for `key`: as `get`, and where that is empty the platform's default, if it has one.
+  [[nodiscard]] std::string effective(const std::string& key) const;
+
+  /// The keys that a file may hold: the platform's own, then the registered ones.
+  [[nodiscard]] std::vector<std::string> keys() const;
 
   /// Stores a value that beats the file's.
   void set_value(const std::string& key, std::string value);
@@ -34,12 +47,14 @@ class Configuration {
   /// Names the file that the input came from, so that `verify` can look at its access rights.
   void set_source_file(std::string path);
 
-  /// False, after one ERROR line per fault with the line number and the key, for: a line that is not of the
-  /// form, an unknown key, a key given twice, a "port" that is not 1 to 65535, a "keepalive" that is not 5 to
-  /// 65535, a "loglevel" that is no level, a "certfile" without "keyfile" or the reverse, a TLS file that
-  /// cannot be read; and for input that could not be read to its end. An empty level or TLS file counts as
-  /// unset. A file that anyone may read and that holds "password" is a WARNING and no fault. No line shows
-  /// the value of "password".
+  /// One fault with the line number and the key for: a line that is not of the form, an unknown key, a key
+  /// given twice, a "port" that is not 1 to 65535, a "keepalive" that is not 5 to 65535, a "loglevel" that is
+  /// no level, a "certfile" without "keyfile" or the reverse, a TLS file that cannot be read; and for input
+  /// that could not be read to its end. An empty level or TLS file counts as unset. A file that anyone may
+  /// read and that holds "password" is a warning. No text shows the value of "password".
+  [[nodiscard]] std::vector<Fault> faults() const;
+
+  /// Logs the faults, a line each, at ERROR or WARNING. False when there is one that is not only a warning.
   [[nodiscard]] bool verify() const;
 
  private:
@@ -53,9 +68,9 @@ class Configuration {
 
   void read(std::istream& input);
   [[nodiscard]] const Entry* find(std::string_view key) const;
-  [[nodiscard]] bool verify_entry(const Entry& entry) const;
-  [[nodiscard]] bool verify_pair(std::string_view key, std::string_view partner) const;
-  void warn_of_public_password() const;
+  void check_entry(const Entry& entry, std::vector<Fault>& faults) const;
+  void check_pair(std::string_view key, std::string_view partner, std::vector<Fault>& faults) const;
+  void check_access(std::vector<Fault>& faults) const;
 
   std::vector<Entry> entries_;  // of the file, in its order, repeats included
   std::vector<std::pair<int, std::string>>
