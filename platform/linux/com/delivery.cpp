@@ -1,10 +1,10 @@
 #include "com/delivery.h"
 
-#include <mosquittopp.h>
-
 #include <algorithm>
 #include <exception>
 #include <utility>
+
+#include <ecu/tamu/com/topic.h>
 
 #include "com/mqtt_log.h"
 
@@ -20,14 +20,6 @@ void call(ISubscriptionObserver& observer, const Letter& letter) noexcept {
   } catch (...) {
     mqtt_log.error("observer failed on topic ", letter.topic);
   }
-}
-
-bool matches(const std::string& filter, const std::string& topic) {
-  if (filter.find_first_of("+#") == std::string::npos) {
-    return filter == topic;
-  }
-  bool result = false;
-  return mosqpp::topic_matches_sub(filter.c_str(), topic.c_str(), &result) == MOSQ_ERR_SUCCESS && result;
 }
 
 }  // namespace
@@ -83,7 +75,7 @@ void Delivery::wait_for(const std::string& topic, const ISubscriptionObserver* o
   std::unique_lock lock(mutex_);
   call_ended_.wait(lock, [&] {
     return std::none_of(recipients_.begin(), recipients_.end(), [&](const auto& recipient) {
-      return recipient->mailbox.observer() == observer && matches(topic, recipient->current_topic) &&
+      return recipient->mailbox.observer() == observer && topic_matches(topic, recipient->current_topic) &&
              recipient->server != std::this_thread::get_id();
     });
   });
@@ -109,7 +101,7 @@ void Delivery::post(const std::string& topic, Message message) {
   const std::shared_ptr<Recipient>* found = nullptr;
   const std::string* found_by = nullptr;
   for (const Route& route : routes_) {
-    if (!matches(route.filter, topic)) {
+    if (!topic_matches(route.filter, topic)) {
       continue;
     }
     for (const auto& recipient : route.recipients) {

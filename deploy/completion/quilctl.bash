@@ -1,0 +1,81 @@
+# shellcheck shell=bash
+# Completion of quilctl(1).
+
+_quilctl_variables() {
+  quilctl describe --json 2>/dev/null | sed -n 's/^{"name":"\([^"]*\)".*/\1/p'
+}
+
+# The commands among the words so far, as in "param set"; empty before there is one.
+_quilctl_command() {
+  local word command=
+  for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+    case $command/$word in
+      /list | /get | /watch | /describe | /param | /secstore | /status | /check | /decode | /record | /replay) command=$word ;;
+      param/get | param/list | param/set | secstore/get | secstore/set) command+=" $word" ;;
+    esac
+  done
+  echo "$command"
+}
+
+_quilctl_options() {
+  echo '-h --help -V --version --host --port --user --password-file --cafile --cert --key --config --timeout --json --raw
+    -v --verbose'
+  case $1 in
+    get) echo '--wait' ;;
+    watch) echo '--table' ;;
+    'secstore get') echo '--reveal' ;;
+    decode) echo '--count --reveal' ;;
+    record) echo '--topics --duration --reveal' ;;
+    replay) echo '--speed --topics' ;;
+  esac
+}
+
+_quilctl_arguments() {
+  case $1 in
+    '') echo 'list get watch describe param secstore status check decode record replay' ;;
+    get | watch | describe) _quilctl_variables ;;
+    param) echo 'get list set' ;;
+    secstore) echo 'get set' ;;
+    'secstore get' | 'secstore set') echo 'master remote' ;;
+    decode) echo 'rt/# system/# system/var/#' ;;
+  esac
+}
+
+_quilctl() {
+  local current=${COMP_WORDS[COMP_CWORD]} option=${COMP_WORDS[COMP_CWORD - 1]} command
+  # Of --option=value the shell makes three words.
+  if [[ $current == '=' ]]; then
+    current=
+  elif [[ $option == '=' ]]; then
+    option=${COMP_WORDS[COMP_CWORD - 2]}
+  fi
+  COMPREPLY=()
+  command=$(_quilctl_command)
+  case $option in
+    --host)
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -A hostname -- "$current"; compgen -f -- "$current")
+      return
+      ;;
+    --password-file | --cafile | --cert | --key | --config)
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -f -- "$current")
+      return
+      ;;
+    --port | --user | --timeout | --wait | --count | --duration | --speed) return ;;
+    --topics)
+      mapfile -t COMPREPLY < <(compgen -W 'rt/# system/#' -- "$current")
+      return
+      ;;
+  esac
+  if [[ $current == -* ]]; then
+    mapfile -t COMPREPLY < <(compgen -W "$(_quilctl_options "$command")" -- "$current")
+  elif [[ $command == check || $command == record || $command == replay ]]; then
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -f -- "$current")
+  else
+    mapfile -t COMPREPLY < <(compgen -W "$(_quilctl_arguments "$command")" -- "$current")
+  fi
+}
+
+complete -F _quilctl quilctl

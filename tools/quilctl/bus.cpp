@@ -1,0 +1,260 @@
+#include "bus.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <deque>
+#include <fstream>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+#include <ecu/quil/settings.h>
+#include <ecu/tamu/config/configuration.h>
+
+#include "failure.h"
+
+namespace ecu::ctl {
+
+namespace com = tamu::com;
+using tamu::config::Configuration;
+
+namespace {
+
+// What may wait to be taken.
+constexpr std::size_t max_waiting_events = 10'000;
+constexpr std::size_t max_waiting_bytes = std::size_t{16} * 1024 * 1024;
+
+volatile std::sig_atomic_t pending_signal = 0;
+
+void on_signal(int signal_number) {
+  pending_signal = signal_number;
+}
+
+sigset_t termination_signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  return signals;
+}
+
+// The handler runs only inside of the wait, which lets the signals in. A second signal ends the process.
+void take_termination_signals() {
+  const sigset_t signals = termination_signals();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  struct sigaction action {};
+  action.sa_handler = on_signal;
+  action.sa_mask = signals;
+  action.sa_flags = SA_RESETHAND;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+}
+
+void give_termination_signals_back() {
+  const sigset_t signals = termination_signals();
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+std::string first_line_of(const std::string& path) {
+  std::ifstream file(path);
+  std::string line;
+  if (!std::getline(file, line) && !file.eof()) {
+    throw Failure(ExitCode::usage, path + ": " + std::generic_category().message(errno));
+  }
+  return line;
+}
+
+void read_file(std::unique_ptr<Configuration>& config, const std::string& path) {
+  std::ifstream file(path);
+  if (!file) {
+    throw Failure(ExitCode::usage, path + ": " + std::generic_category().message(errno));
+  }
+  config->set_source_file(path);
+  tamu::config::set_config_from_input(config, file);
+  quil::fill_in_defaults(*config);
+  for (const tamu::config::Fault& fault : config->faults()) {
+    if (!fault.is_warning) {
+      throw Failure(ExitCode::usage, path + ":" + std::to_string(fault.line) + ": " + fault.text);
+    }
+  }
+}
+
+void require_readable(const std::string& path) {
+  if (!path.empty() && !std::ifstream(path)) {
+    throw Failure(ExitCode::usage, path + ": " + std::generic_category().message(errno));
+  }
+}
+
+void set_if_given(Configuration& config, const std::string& key, const std::string& value) {
+  if (!value.empty()) {
+    config.set_value(key, value);
+  }
+}
+
+std::unique_ptr<Configuration> configuration_of(const BrokerOptions& options) {
+  auto config = std::make_unique<Configuration>();
+  if (!options.config_file.empty()) {
+    read_file(config, options.config_file);
+  }
+  // The broker ends a connection when another one takes its name, so each process has its own.
+  config->set_value("client_name", "quilctl-" + std::to_string(::getpid()));
+  config->set_value("presence", "no");
+  set_if_given(*config, "host", options.host);
+  set_if_given(*config, "port", options.port);
+  set_if_given(*config, "username", options.user);
+  for (const std::string& path : {options.ca_file, options.certificate_file, options.key_file}) {
+    require_readable(path);
+  }
+  set_if_given(*config, "cafile", options.ca_file);
+  set_if_given(*config, "certfile", options.certificate_file);
+  set_if_given(*config, "keyfile", options.key_file);
+  if (!options.password_file.empty()) {
+    config->set_value("password", first_line_of(options.password_file));
+  }
+  return config;
+}
+
+std::string broker_of(const Configuration& config) {
+  const std::string host = config.effective("host");
+  return host.front() == '/' ? host : host + ":" + config.effective("port");
+}
+
+}  // namespace
+
+/// Holds the events until they are taken. Written by the threads of the client.
+class Bus::Inbox final : public com::ISubscriptionObserver, public com::IConnectionObserver {
+ public:
+  Inbox() : wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (wake_ < 0) {
+      throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+  }
+  ~Inbox() override { ::close(wake_); }
+  Inbox(const Inbox&) = delete;
+  Inbox& operator=(const Inbox&) = delete;
+
+  void message(const std::string& topic, const com::Message& msg) override {
+    put({Event::Kind::message, topic, msg, {}});
+  }
+  void connection_up() override { put({Event::Kind::up, {}, {}, {}}); }
+  void connection_down(const std::string& reason) override { put({Event::Kind::down, reason, {}, {}}); }
+  void subscription_refused(const std::string& filter) override {
+    put({Event::Kind::refused, filter, {}, {}});
+  }
+  void subscriptions_settled() override { put({Event::Kind::settled, {}, {}, {}}); }
+
+  std::optional<Event> take() {
+    const std::lock_guard lock(mutex_);
+    if (waiting_.empty()) {
+      std::uint64_t count = 0;
+      (void)!::read(wake_, &count, sizeof(count));
+      return std::nullopt;
+    }
+    Event event = std::move(waiting_.front());
+    waiting_.pop_front();
+    bytes_ -= event.message.payload.size();
+    return event;
+  }
+
+  std::size_t take_lost() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(lost_, 0);
+  }
+
+  /// Readable when there may be something to take.
+  [[nodiscard]] int fd() const noexcept { return wake_; }
+
+ private:
+  void put(Event event) {
+    event.at = std::chrono::system_clock::now();
+    const std::lock_guard lock(mutex_);
+    if (event.kind == Event::Kind::message) {
+      bytes_ += event.message.payload.size();
+    }
+    waiting_.push_back(std::move(event));
+    drop_oldest_messages();
+    const std::uint64_t one = 1;
+    (void)!::write(wake_, &one, sizeof(one));
+  }
+
+  void drop_oldest_messages() {
+    while (waiting_.size() > max_waiting_events || bytes_ > max_waiting_bytes) {
+      const auto oldest = std::find_if(waiting_.begin(), waiting_.end(),
+                                       [](const Event& event) { return event.kind == Event::Kind::message; });
+      if (oldest == waiting_.end()) {
+        return;
+      }
+      bytes_ -= oldest->message.payload.size();
+      waiting_.erase(oldest);
+      ++lost_;
+    }
+  }
+
+  const int wake_;
+  std::mutex mutex_;  // guards all below
+  std::deque<Event> waiting_;
+  std::size_t bytes_ = 0;  // of the payloads that wait
+  std::size_t lost_ = 0;
+};
+
+Bus::Bus(const BrokerOptions& options) : inbox_(std::make_shared<Inbox>()) {
+  const std::unique_ptr<Configuration> config = configuration_of(options);
+  broker_ = broker_of(*config);
+  com::library_init();
+  client_ = com::create_client(config, com::TransportType::mqtt, inbox_);
+  take_termination_signals();
+}
+
+Bus::~Bus() {
+  client_.reset();
+  com::library_cleanup();
+  give_termination_signals_back();
+}
+
+void Bus::subscribe(const std::string& filter, int max_qos) {
+  client_->subscribe(filter, max_qos, inbox_);
+}
+
+void Bus::connect() {
+  client_->connect();
+  client_->start();
+}
+
+std::optional<Event> Bus::next(Clock::time_point deadline) {
+  sigset_t mask;
+  pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  sigdelset(&mask, SIGINT);
+  sigdelset(&mask, SIGTERM);
+  for (;;) {
+    if (pending_signal != 0) {
+      throw Interrupted{pending_signal};
+    }
+    if (auto event = inbox_->take()) {
+      return event;
+    }
+    const auto left = std::chrono::ceil<std::chrono::nanoseconds>(deadline - Clock::now());
+    if (left <= left.zero()) {
+      return std::nullopt;
+    }
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    const timespec timeout{static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
+    pollfd inbox{inbox_->fd(), POLLIN, 0};
+    ::ppoll(&inbox, 1, deadline == Clock::time_point::max() ? nullptr : &timeout, &mask);
+  }
+}
+
+std::size_t Bus::take_lost() {
+  return inbox_->take_lost();
+}
+
+bool Bus::publish(const std::string& topic, com::Message message) {
+  return client_->publish(topic, std::move(message)) != com::PublishResult::overload;
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <ecu/tamu/com/transport_client.h>
+
+#include "options.h"
+
+namespace ecu::ctl {
+
+/// What happened on the bus.
+struct Event {
+  enum class Kind {
+    up,       // the broker has let us in
+    down,     // an attempt to connect has failed or the connection was lost; text: why
+    refused,  // the broker does not let us have a subscription; text: its filter
+    settled,  // all that the broker retains for the subscriptions has come
+    message,  // text: its topic
+  };
+  Kind kind = Kind::message;
+  std::string text;
+  tamu::com::Message message;
+  std::chrono::system_clock::time_point at;
+};
+
+/// Thrown out of a wait by SIGINT or SIGTERM.
+struct Interrupted {
+  int signal_number;
+};
+
+/// The program's connection to the bus, whose events one thread takes one after another. Make it before any
+/// thread is started, and only one: it blocks SIGINT and SIGTERM in every thread of the process, and lets
+/// them in while it waits.
+class Bus {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  /// Throws `Failure` when the options name a file that cannot be used.
+  explicit Bus(const BrokerOptions& options);
+  /// Sends what was published, for at most 2 s, and closes the connection.
+  ~Bus();
+  Bus(const Bus&) = delete;
+  Bus& operator=(const Bus&) = delete;
+
+  /// Before `connect`: the topics to hear, and at which quality of service.
+  void subscribe(const std::string& filter, int max_qos = 0);
+
+  /// Connects, and again whenever that fails or the connection is lost.
+  void connect();
+
+  /// The next event; nothing at the deadline. Throws `Interrupted`.
+  [[nodiscard]] std::optional<Event> next(Clock::time_point deadline);
+
+  /// How many messages were dropped since the last call because they came faster than `next` took them.
+  [[nodiscard]] std::size_t take_lost();
+
+  /// False when the broker does not take messages as fast as they come: the message has to be published again
+  /// later. What is published without a connection is lost.
+  bool publish(const std::string& topic, tamu::com::Message message);
+
+  /// Where the broker is, as people write it.
+  [[nodiscard]] const std::string& broker() const noexcept { return broker_; }
+  /// Whether the broker runs on this machine, beyond doubt.
+  [[nodiscard]] bool is_local() const noexcept { return broker_.front() == '/'; }
+
+ private:
+  class Inbox;
+
+  std::string broker_;
+  std::shared_ptr<Inbox> inbox_;
+  std::shared_ptr<tamu::com::ITransportClient> client_;
+};
+
+}  // namespace ecu::ctl

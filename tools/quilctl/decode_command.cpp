@@ -1,0 +1,56 @@
+#include <iostream>
+
+#include "bus.h"
+#include "commands.h"
+#include "decoding.h"
+#include "long_watch.h"
+#include "notes.h"
+#include "values.h"
+
+namespace ecu::ctl {
+
+namespace {
+
+constexpr const char* all_topics = "#";
+
+void print(const Options& options, const Event& event) {
+  Json decoded = decode(event.text, event.message, options.reveal);
+  if (options.json) {
+    decoded["at"] = iso_time(event.at);
+    print_json(decoded);
+  } else {
+    std::cout << local_time(event.at) << '\n';
+    print_decoded(std::cout, decoded);
+    std::cout << std::endl;
+  }
+}
+
+void decode_messages(const Options& options, Bus& bus) {
+  LongWatch watch(options, bus);
+  for (unsigned shown = 0; std::cout && (!options.count || shown < *options.count);) {
+    const auto event = watch.next();
+    if (!watch.news().empty()) {
+      note(watch.news());
+    }
+    if (event && event->kind == Event::Kind::message) {
+      print(options, *event);
+      ++shown;
+    }
+  }
+}
+
+}  // namespace
+
+ExitCode decode(const Options& options) {
+  Bus bus(options.broker);
+  bus.subscribe(options.filter.empty() ? all_topics : options.filter);
+  bus.connect();
+  try {
+    decode_messages(options, bus);
+  } catch (const Interrupted&) {
+    // The way for it to end.
+  }
+  return std::cout ? ExitCode::done : ExitCode::failure;
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,68 @@
+#include "long_watch.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "failure.h"
+#include "notes.h"
+
+namespace ecu::ctl {
+
+namespace {
+
+constexpr std::chrono::seconds default_timeout{5};
+
+}  // namespace
+
+LongWatch::LongWatch(const Options& options, Bus& bus)
+    : bus_(bus),
+      first_deadline_(Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                         options.timeout.value_or(default_timeout))) {}
+
+std::optional<Event> LongWatch::next(Clock::time_point wake) {
+  news_.clear();
+  auto event = bus_.next(was_up_ ? wake : std::min(wake, first_deadline_));
+  if (!event && !was_up_ && Clock::now() >= first_deadline_) {
+    throw Failure(ExitCode::broker_unreachable, "broker " + bus_.broker() + " not reachable: no answer");
+  }
+  if (const std::size_t lost = bus_.take_lost(); lost > 0) {
+    note(std::to_string(lost) + " messages came faster than they could be taken and are lost");
+  }
+  if (event) {
+    news_ = news_of(*event);
+  }
+  return event;
+}
+
+std::string LongWatch::news_of(const Event& event) {
+  switch (event.kind) {
+    case Event::Kind::up:
+      return std::exchange(was_up_, true) ? "connected again" : "";
+    case Event::Kind::down:
+      if (!was_up_) {
+        throw Failure(ExitCode::broker_unreachable,
+                      "broker " + bus_.broker() + " not reachable: " + event.text);
+      }
+      return std::exchange(reason_, event.text) == event.text
+                 ? ""
+                 : "no connection: " + event.text + "; trying again";
+    case Event::Kind::refused:
+      throw Failure(ExitCode::refused, "the broker refuses the subscription to " + event.text);
+    case Event::Kind::settled:
+      reason_.clear();
+      return "";
+    case Event::Kind::message:
+      return event.text == daemon_presence ? presence_news(event) : "";
+  }
+  return "";
+}
+
+std::string LongWatch::presence_news(const Event& event) {
+  const auto before = presence_.daemon_on_line();
+  (void)presence_.take(event.text, event.message);
+  const auto now = presence_.daemon_on_line();
+  return now == before ? "" : now == true ? "the daemon is on line" : "the daemon is off line";
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "bus.h"
+#include "options.h"
+#include "variable_view.h"
+
+namespace ecu::ctl {
+
+/// The bus for a command that goes on until it is interrupted: the broker must be there at the beginning, and
+/// is waited for when it goes later.
+class LongWatch {
+ public:
+  using Clock = Bus::Clock;
+
+  /// Both must outlive it.
+  LongWatch(const Options& options, Bus& bus);
+
+  /// The next event; nothing at `wake`. Throws `Interrupted`, and `Failure` when the broker cannot be reached
+  /// at first or refuses a subscription. Messages that were lost are told to the user.
+  [[nodiscard]] std::optional<Event> next(Clock::time_point wake = Clock::time_point::max());
+
+  /// What the event that came last says of the connection or the daemon; empty when nothing new.
+  [[nodiscard]] const std::string& news() const noexcept { return news_; }
+
+ private:
+  [[nodiscard]] std::string news_of(const Event& event);
+  [[nodiscard]] std::string presence_news(const Event& event);
+
+  Bus& bus_;
+  const Clock::time_point first_deadline_;
+  bool was_up_ = false;
+  std::string reason_;  // why there is no connection, as the user was told
+  VariableView presence_;
+  std::string news_;
+};
+
+}  // namespace ecu::ctl

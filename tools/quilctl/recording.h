@@ -1,0 +1,56 @@
+#pragma once
+
+#include <chrono>
+#include <istream>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// What was seen on the bus as text, a message a line, for people to read and edit:
+///
+///   quilctl-recording 1
+///   # a comment
+///   0.000123 "rt/system/hw_variant" hex:0a0b0c
+///   0.250000 "system/presence/quil" retained qos1 "online"
+///   0.250410 "system/quil/secstore/getmaster" retained qos1 redacted
+///
+/// Time in seconds since the beginning, topic, flags, payload: as text in quotes, in hexadecimal, or left out
+/// because it is a secret. In quotes bytes are escaped as `printable` does it, and the quote as \x22.
+namespace ecu::ctl {
+
+struct Recorded {
+  std::chrono::microseconds at{};
+  std::string topic;
+  bool retained = false;
+  bool acknowledged = false;           // quality of service 1
+  std::optional<std::string> payload;  // none: redacted
+};
+
+/// The first line of a recording, and the line of a message; without their ends.
+[[nodiscard]] std::string_view recording_header() noexcept;
+[[nodiscard]] std::string line_of(const Recorded& message);
+
+/// Reads a recording line by line. Throws `Failure` with name, line and reason for what is none.
+class RecordingReader {
+ public:
+  /// `input` must outlive the reader; `name` is what faults call it.
+  RecordingReader(std::istream& input, std::string name);
+
+  /// The next message; nothing at the end. Times never go back.
+  [[nodiscard]] std::optional<Recorded> next();
+
+ private:
+  [[nodiscard]] bool read_line(std::string& line);
+  [[noreturn]] void fail(const std::string& reason) const;
+  [[nodiscard]] Recorded parse(std::string_view line) const;
+  [[nodiscard]] std::chrono::microseconds parse_time(std::string_view text) const;
+  [[nodiscard]] std::string parse_quoted(std::string_view& rest) const;
+  [[nodiscard]] std::optional<std::string> parse_payload(std::string_view rest) const;
+
+  std::istream& input_;
+  const std::string name_;
+  int line_ = 0;
+  std::chrono::microseconds last_{};
+};
+
+}  // namespace ecu::ctl

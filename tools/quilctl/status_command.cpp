@@ -1,0 +1,87 @@
+#include <iostream>
+#include <optional>
+#include <string>
+
+#include "catalogue.h"
+#include "commands.h"
+#include "conversation.h"
+#include "parameter_talk.h"
+#include "text.h"
+#include "values.h"
+#include "variable_view.h"
+
+namespace ecu::ctl {
+
+namespace {
+
+constexpr const char* vin_name = "vehicleid";
+
+// What is asked for last: an answer takes long only while a frame is on its way.
+constexpr std::chrono::seconds parameter_patience{2};
+
+struct Status {
+  std::string broker;
+  std::optional<bool> daemon_on_line;  // none: it does not say
+  std::size_t with_value = 0;
+  std::optional<std::string> vin;
+  std::optional<std::size_t> parameters;  // none: no answer
+};
+
+Status read_variables(const Options& options) {
+  VariableView view;
+  Conversation talk(options, {all_variables, daemon_presence},
+                    [&view](const Event& event) { (void)view.take(event.text, event.message); });
+  Status status;
+  status.broker = talk.bus().broker();
+  status.daemon_on_line = view.daemon_on_line();
+  status.with_value = view.with_value();
+  if (const Variable* const vin = view.find(vin_name)) {
+    status.vin = vin->value;
+  }
+  return status;
+}
+
+std::optional<std::size_t> count_parameters(const Options& options) {
+  ParameterTalk talk(options, parameter_patience);
+  const auto parameters = talk.try_read();
+  return parameters ? std::optional(parameters->size()) : std::nullopt;
+}
+
+void print(const Status& status) {
+  std::cout << "broker      " << status.broker << ", reachable\n"
+            << "daemon      " << (status.daemon_on_line == true ? "on line" : "off line") << '\n'
+            << "variables   " << status.with_value << " of " << variables().size() << " have a value\n"
+            << "VIN         " << (status.vin ? printable(*status.vin) : "not known") << '\n'
+            << "parameters  "
+            << (status.parameters ? std::to_string(*status.parameters) + " cached" : "no answer") << '\n';
+}
+
+Json json_of(const Status& status) {
+  Json object{{"broker", status.broker}};
+  object["daemon_on_line"] = status.daemon_on_line == true;
+  object["variables_with_value"] = status.with_value;
+  object["variables_known"] = variables().size();
+  object["vin"] = json_value(status.vin);
+  object["parameters_cached"] = status.parameters ? Json(*status.parameters) : Json(nullptr);
+  return object;
+}
+
+}  // namespace
+
+ExitCode status(const Options& options) {
+  Status status = read_variables(options);
+  if (status.daemon_on_line != false) {
+    status.parameters = count_parameters(options);
+  }
+  if (!status.daemon_on_line) {
+    status.daemon_on_line = status.parameters.has_value();
+  }
+  if (options.json) {
+    print_json(json_of(status));
+  } else {
+    print(status);
+  }
+  return status.daemon_on_line == false ? ExitCode::daemon_off_line : ExitCode::done;
+}
+
+}  // namespace ecu::ctl

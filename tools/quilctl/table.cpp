@@ -1,0 +1,85 @@
+#include "table.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <numeric>
+#include <string_view>
+
+#include "text.h"
+
+namespace ecu::ctl {
+
+namespace {
+
+constexpr std::size_t gap = 2;          // between columns
+constexpr std::size_t least_width = 4;  // of a column that is cut
+constexpr const char* bold = "\x1b[1m";
+constexpr const char* plain = "\x1b[0m";
+
+std::string_view variable(const char* name) {
+  const char* const value = std::getenv(name);
+  return value == nullptr ? std::string_view() : value;
+}
+
+}  // namespace
+
+OutputStyle OutputStyle::of_standard_output() {
+  if (::isatty(STDOUT_FILENO) == 0) {
+    return {};
+  }
+  OutputStyle style;
+  style.colour = variable("NO_COLOR").empty() && variable("TERM") != "dumb";
+  if (winsize size{}; ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+    style.width = size.ws_col;
+  }
+  return style;
+}
+
+std::vector<std::size_t> Table::column_widths(std::size_t width) const {
+  std::vector<std::size_t> widths(rows_.front().size());
+  for (const auto& row : rows_) {
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+      widths[i] = std::max(widths[i], display_width(row[i]));
+    }
+  }
+  std::size_t total = std::accumulate(widths.begin(), widths.end(), gap * (widths.size() - 1));
+  while (total > width) {
+    const auto widest = std::ranges::max_element(widths);
+    if (*widest <= least_width) {
+      break;
+    }
+    --*widest;
+    --total;
+  }
+  return widths;
+}
+
+std::vector<std::string> Table::lines(std::size_t width) const {
+  const std::vector<std::size_t> widths = column_widths(width);
+  std::vector<std::string> result;
+  for (const auto& row : rows_) {
+    std::string line;
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+      const std::string cell = cut_to_width(row[i], widths[i]);
+      line += cell;
+      if (i + 1 < widths.size()) {
+        line.append(widths[i] - display_width(cell) + gap, ' ');
+      }
+    }
+    result.push_back(cut_to_width(line, width));
+  }
+  return result;
+}
+
+void Table::print(std::ostream& out, const OutputStyle& style) const {
+  bool is_heading = style.colour;
+  for (const std::string& line : lines(style.width)) {
+    out << (is_heading ? bold : "") << line << (is_heading ? plain : "") << '\n';
+    is_heading = false;
+  }
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,154 @@
+#include <chrono>
+#include <iostream>
+#include <string>
+
+#include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+#include "catalogue.h"
+#include "commands.h"
+#include "conversation.h"
+#include "notes.h"
+#include "table.h"
+#include "values.h"
+#include "variable_rows.h"
+#include "variable_view.h"
+
+namespace ecu::ctl {
+
+namespace com = tamu::com;
+
+namespace {
+
+constexpr const char* parameter_request = "system/quil/request/sysparam";
+constexpr const char* parameter_answer = "system/sysparam/";
+constexpr const char* top_version_id = "40969";  // the parameter that a unit has before all others
+
+// What an answer of the daemon may take before ages are left out.
+constexpr std::chrono::milliseconds clock_patience{500};
+
+// Any answer tells the unit's clock; what retained messages say was true when they were sent.
+void ask_for_clock(Conversation& talk, const VariableView& view, UnitClock& clock) {
+  if (talk.bus().is_local()) {
+    clock.take_own();
+    return;
+  }
+  if (view.daemon_on_line() == false) {
+    return;
+  }
+  tamu::pb::EcuVariableReq request;
+  request.add_name(top_version_id);
+  if (auto message = com::PbInternalMessageAdapter<tamu::pb::EcuVariableReq>().serialize(request)) {
+    (void)talk.bus().publish(parameter_request, std::move(*message));
+  }
+  (void)talk.wait_until([&clock] { return clock.known(); }, Conversation::Clock::now() + clock_patience);
+}
+
+void print_table(const VariableView& view, const UnitClock& clock) {
+  Table table(variable_headings());
+  for (const VariableRow& row : variable_rows(view)) {
+    table.add(columns_of(row, clock));
+  }
+  table.print(std::cout, OutputStyle::of_standard_output());
+}
+
+[[noreturn]] void miss(const std::string& name, const VariableView& view) {
+  if (find_variable(name) == nullptr && view.find(name) == nullptr) {
+    throw Failure(ExitCode::unknown, "no variable is named " + name + "; quilctl describe lists them");
+  }
+  if (view.daemon_on_line() != true) {
+    throw Failure(ExitCode::daemon_off_line, name + " has no value, and the daemon is off line");
+  }
+  throw Failure(ExitCode::no_value, name + " has no value");
+}
+
+void print_info(const VariableInfo& info) {
+  std::cout << info.name << "\n  " << info.meaning << "\n  kind       " << info.kind << "\n  source     "
+            << (info.source_topic.empty() ? "-" : info.source_topic)
+            << (info.signal.empty() ? "" : ", signal ") << info.signal << "\n  published  "
+            << info.published_when << "\n  example    " << info.example << '\n';
+}
+
+Json json_of(const VariableInfo& info) {
+  return {{"name", info.name},      {"meaning", info.meaning}, {"source", info.source_topic},
+          {"signal", info.signal},  {"kind", info.kind},       {"published_when", info.published_when},
+          {"example", info.example}};
+}
+
+}  // namespace
+
+ExitCode list(const Options& options) {
+  VariableView view;
+  UnitClock clock;
+  Conversation talk(options, {all_variables, daemon_presence, parameter_answer}, [&](const Event& event) {
+    if (view.take(event.text, event.message) == VariableView::Change::faulty) {
+      note("a message on " + event.text + " cannot be decoded");
+    } else if (event.text != daemon_presence) {
+      clock.take(event.message);
+    }
+  });
+  ask_for_clock(talk, view, clock);
+  if (options.json) {
+    for (const VariableRow& row : variable_rows(view)) {
+      print_json(json_of(row, clock));
+    }
+  } else {
+    print_table(view, clock);
+  }
+  if (view.daemon_on_line() == false) {
+    note("the daemon is off line: these are the values that it published last");
+  }
+  return ExitCode::done;
+}
+
+ExitCode get(const Options& options) {
+  const std::string& name = options.words.front();
+  if (name.empty() || name.find_first_of("+#") != std::string::npos) {
+    throw Failure(ExitCode::unknown, "no variable is named '" + name + "'");
+  }
+  VariableView view;
+  Conversation talk(options, {"system/var/" + name, daemon_presence},
+                    [&view](const Event& event) { (void)view.take(event.text, event.message); });
+  const auto has_value = [&] {
+    const Variable* const variable = view.find(name);
+    return variable != nullptr && variable->value.has_value();
+  };
+  if (!has_value() && options.wait && (find_variable(name) != nullptr || view.find(name) != nullptr)) {
+    talk.allow(*options.wait);
+    if (!talk.wait_until(has_value)) {
+      throw Failure(ExitCode::time_out, name + " got no value within " + talk.time_limit());
+    }
+  }
+  if (!has_value()) {
+    miss(name, view);
+  }
+  if (view.daemon_on_line() == false) {
+    note("the daemon is off line: this is the value that it published last");
+  }
+  const Variable& variable = *view.find(name);
+  if (options.json) {
+    print_json({{"name", name}, {"value", json_value(variable.value)}, {"timestamp_ns", variable.timestamp}});
+  } else {
+    print_value(options, *variable.value);
+  }
+  return ExitCode::done;
+}
+
+ExitCode describe(const Options& options) {
+  for (const VariableInfo& info : variables()) {
+    if (!options.words.empty() && info.name != options.words.front()) {
+      continue;
+    }
+    if (options.json) {
+      print_json(json_of(info));
+    } else {
+      print_info(info);
+    }
+  }
+  if (!options.words.empty() && find_variable(options.words.front()) == nullptr) {
+    throw Failure(ExitCode::unknown, "no variable is named " + options.words.front());
+  }
+  return ExitCode::done;
+}
+
+}  // namespace ecu::ctl

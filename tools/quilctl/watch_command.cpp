@@ -1,0 +1,100 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <string>
+
+#include "bus.h"
+#include "commands.h"
+#include "live_table.h"
+#include "long_watch.h"
+#include "notes.h"
+#include "text.h"
+#include "values.h"
+#include "variable_view.h"
+
+namespace ecu::ctl {
+
+namespace {
+
+bool is_wanted(const Options& options, std::string_view name) {
+  return options.words.empty() || std::ranges::any_of(options.words, [name](const std::string& pattern) {
+           return matches_pattern(name, pattern);
+         });
+}
+
+void print_change(const Options& options, const Event& event, const VariableView& view) {
+  const std::string name(*variable_of(event.text));
+  const Variable* const variable = view.find(name);
+  const std::optional<std::string> value = variable == nullptr ? std::nullopt : variable->value;
+  if (options.json) {
+    print_json({{"at", iso_time(event.at)}, {"name", name}, {"value", json_value(value)}});
+  } else {
+    std::cout << local_time(event.at) << "  " << printable(name) << "  "
+              << (options.raw && value ? *value : shown_value(value)) << std::endl;
+  }
+}
+
+void watch_lines(const Options& options, Bus& bus) {
+  VariableView view;
+  LongWatch watch(options, bus);
+  while (std::cout) {
+    const auto event = watch.next();
+    if (!watch.news().empty()) {
+      note(watch.news());
+    }
+    if (!event || event->kind != Event::Kind::message) {
+      continue;
+    }
+    const auto change = view.take(event->text, event->message);
+    if (change == VariableView::Change::faulty) {
+      note("a message on " + event->text + " cannot be decoded");
+    } else if (change == VariableView::Change::changed && is_wanted(options, *variable_of(event->text))) {
+      print_change(options, *event, view);
+    }
+  }
+}
+
+void watch_table(const Options& options, Bus& bus) {
+  LongWatch watch(options, bus);
+  LiveTable table(bus.broker(), bus.is_local(),
+                  [&options](std::string_view name) { return is_wanted(options, name); });
+  for (;;) {
+    if (const auto event = watch.next(table.redraw_due())) {
+      table.take(*event, watch.news());
+    }
+    if (Bus::Clock::now() >= table.redraw_due()) {
+      table.draw(std::cout);
+    }
+  }
+}
+
+}  // namespace
+
+ExitCode watch(const Options& options) {
+  const bool as_table = options.table && !options.json && ::isatty(STDOUT_FILENO) == 1;
+  if (options.table && !as_table) {
+    note("a table needs a terminal: a line a change instead");
+  }
+  Bus bus(options.broker);
+  bus.subscribe(all_variables);
+  bus.subscribe(daemon_presence);
+  if (as_table) {
+    for (const std::string& filter : LiveTable::more_filters()) {
+      bus.subscribe(filter);
+    }
+  }
+  bus.connect();
+  try {
+    if (as_table) {
+      watch_table(options, bus);
+    } else {
+      watch_lines(options, bus);
+    }
+  } catch (const Interrupted&) {
+    // The way for a watch to end.
+  }
+  return std::cout ? ExitCode::done : ExitCode::failure;
+}
+
+}  // namespace ecu::ctl
