@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <iostream>
@@ -34,7 +35,7 @@ std::unique_ptr<Configuration> read(const std::string& path) {
   return config;
 }
 
-// Those that keep the daemon from starting, and what it only complains of.
+// Those that keep the daemon from starting, and what it only complains of, by line.
 std::vector<Fault> faults_of(const Configuration& config) {
   std::vector<Fault> faults = config.faults();
   const std::string mode = config.effective(log_mode_key);
@@ -43,6 +44,7 @@ std::vector<Fault> faults_of(const Configuration& config) {
         {0, true,
          std::string("key '") + log_mode_key + "': '" + mode + "' is none of syslog, stdout, stderr"});
   }
+  std::ranges::stable_sort(faults, {}, &Fault::line);
   return faults;
 }
 

@@ -15,7 +15,7 @@ namespace ecu::ctl {
 namespace {
 
 constexpr std::size_t gap = 2;          // between columns
-constexpr std::size_t least_width = 4;  // of a column that is cut
+constexpr std::size_t least_width = 6;  // of a column that is cut
 constexpr const char* bold = "\x1b[1m";
 constexpr const char* plain = "\x1b[0m";
 
@@ -45,14 +45,12 @@ std::vector<std::size_t> Table::column_widths(std::size_t width) const {
       widths[i] = std::max(widths[i], display_width(row[i]));
     }
   }
-  std::size_t total = std::accumulate(widths.begin(), widths.end(), gap * (widths.size() - 1));
-  while (total > width) {
-    const auto widest = std::ranges::max_element(widths);
-    if (*widest <= least_width) {
-      break;
-    }
-    --*widest;
-    --total;
+  const std::size_t total = std::accumulate(widths.begin(), widths.end(), gap * (widths.size() - 1));
+  std::size_t surplus = total > width ? total - width : 0;
+  for (auto column = widths.rbegin(); column != widths.rend(); ++column) {
+    const std::size_t cut = std::min(surplus, *column - std::min(*column, least_width));
+    *column -= cut;
+    surplus -= cut;
   }
   return widths;
 }

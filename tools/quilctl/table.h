@@ -26,7 +26,7 @@ class Table {
   /// `row` has a text for each heading.
   void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
 
-  /// A line for the headings and one for each row, none wider than `width`: the widest columns are cut first.
+  /// A line for the headings and one for each row, none wider than `width`: the last columns are cut first.
   [[nodiscard]] std::vector<std::string> lines(std::size_t width) const;
 
   void print(std::ostream& out, const OutputStyle& style) const;

@@ -36,7 +36,7 @@ const std::vector<std::string>& variable_headings() {
 std::vector<std::string> columns_of(const VariableRow& row, const UnitClock& clock) {
   const auto age = age_of(row, clock);
   return {printable(row.name), shown_value(row.value()), age ? age_text(std::chrono::nanoseconds(*age)) : "-",
-          row.info == nullptr ? "-" : std::string(row.info->source_topic)};
+          row.info == nullptr || row.info->source_topic.empty() ? "-" : std::string(row.info->source_topic)};
 }
 
 Json json_of(const VariableRow& row, const UnitClock& clock) {

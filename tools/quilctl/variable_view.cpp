@@ -46,7 +46,8 @@ VariableView::Change VariableView::take(const std::string& topic, const com::Mes
   }
   variable.timestamp = decoded.body.timestamp();
   const auto [held, is_new] = variables_.try_emplace(std::string(*name), variable);
-  return is_new || std::exchange(held->second, variable) != variable ? Change::changed : Change::none;
+  const Variable before = std::exchange(held->second, variable);
+  return is_new || before.value != variable.value ? Change::changed : Change::none;
 }
 
 const Variable* VariableView::find(std::string_view name) const {

@@ -17,16 +17,14 @@ inline constexpr const char* daemon_presence = "system/presence/quil";
 struct Variable {
   std::optional<std::string> value;  // none: published without one
   std::uint64_t timestamp = 0;       // of the value, nanoseconds since the unit's boot
-
-  friend bool operator==(const Variable&, const Variable&) = default;
 };
 
 /// What the bus says of the variables and of the daemon that publishes them.
 class VariableView {
  public:
   enum class Change {
-    none,     // as before
-    changed,  // another value, another time, or none any more
+    none,     // the value is as before, though it may be newer
+    changed,  // another value, or none any more
     other,    // no message of a variable
     faulty,   // a message of a variable that cannot be decoded; what was known stays
   };
