@@ -30,7 +30,7 @@ class BusClient::Library final : public mosqpp::mosquittopp {
   void on_connect(int code) override {
     const int on = 1;
     ::setsockopt(socket(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-    tell([&] { owner_.logged_in_ = code == 0; });
+    tell([&] { owner_.answer_ = code; });
   }
   void on_subscribe(int mid, int /*count*/, const int* /*granted*/) override {
     tell([&] { owner_.subscribed_.push_back(mid); });
@@ -47,16 +47,19 @@ class BusClient::Library final : public mosqpp::mosquittopp {
   BusClient& owner_;
 };
 
-BusClient::BusClient(int port, const std::string& id) {
+BusClient::BusClient(int port, const std::string& id, const std::string& user, const std::string& password) {
   static const int initialised = mosqpp::lib_init();
   static_cast<void>(initialised);
   library_ = std::make_unique<Library>(id, *this);
+  if (!user.empty()) {
+    library_->username_pw_set(user.c_str(), password.c_str());
+  }
   if (library_->connect("127.0.0.1", port) != MOSQ_ERR_SUCCESS) {
     throw std::runtime_error("no broker on port " + std::to_string(port));
   }
   library_->loop_start();
   std::unique_lock lock(mutex_);
-  if (!changed_.wait_for(lock, patience, [this] { return logged_in_; })) {
+  if (!changed_.wait_for(lock, patience, [this] { return answer_.has_value(); }) || *answer_ != 0) {
     throw std::runtime_error("no login");
   }
 }

@@ -30,8 +30,9 @@ class BusClient {
  public:
   using Predicate = std::function<bool(const BusMessage&)>;
 
-  /// Connects; throws std::runtime_error when the broker does not let it.
-  explicit BusClient(int port, const std::string& id = "");
+  /// Connects, with a login when `user` is given; throws std::runtime_error when the broker does not let it.
+  explicit BusClient(int port, const std::string& id = "", const std::string& user = "",
+                     const std::string& password = "");
   ~BusClient();
 
   void publish(const std::string& topic, std::string_view payload, bool retained = false, int qos = 0);
@@ -54,7 +55,7 @@ class BusClient {
 
   mutable std::mutex mutex_;  // guards all below but library_
   std::condition_variable changed_;
-  bool logged_in_ = false;
+  std::optional<int> answer_;  // of the broker to the login; 0 lets in
   std::vector<int> subscribed_;
   std::vector<BusMessage> history_;
   std::vector<bool> returned_;  // of history_

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "support/process.h"
+#include "support/temp_dir.h"
+
+namespace tests {
+
+/// A throw-away authority, and the certificates that it signs. All of its files go with it.
+class Authority {
+ public:
+  Authority() { openssl("req -x509 $kind -subj /CN=authority -keyout ca.key -out ca.pem"); }
+
+  [[nodiscard]] std::string file() const { return dir_.path("ca.pem"); }
+
+  /// Signs a certificate for a name such as "IP:127.0.0.1", good for so many days from now (before now, if
+  /// negative), and returns the two lines `certfile` and `keyfile` that say where it is; `assign` stands
+  /// between key and value.
+  std::string certify(const std::string& name, const std::string& assign = " ", int days = 1) {
+    const std::string stem = std::to_string(++certificates_);
+    openssl("req -new $kind -subj /CN=unit -addext subjectAltName=" + name + " -keyout " + stem +
+            ".key -out " + stem + ".csr");
+    openssl("x509 -req -copy_extensions copy -CA ca.pem -CAkey ca.key -days " + std::to_string(days) +
+            " -in " + stem + ".csr -out " + stem + ".pem");
+    return "certfile" + assign + dir_.path(stem + ".pem") + "\nkeyfile" + assign + dir_.path(stem + ".key") +
+           '\n';
+  }
+
+ private:
+  void openssl(const std::string& arguments) {
+    Process shell(
+        {"/bin/sh", "-c",
+         "kind='-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes'; cd \"$0\" && openssl " + arguments,
+         dir_.path("")});
+    if (shell.wait() != 0) {
+      throw std::runtime_error("openssl " + arguments + ": " + shell.output());
+    }
+  }
+
+  TempDir dir_;
+  int certificates_ = 0;
+};
+
+}  // namespace tests

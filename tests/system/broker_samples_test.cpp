@@ -1,0 +1,237 @@
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include <ecu/tamu/pb/messages.pb.h>
+
+#include "support/authority.h"
+#include "support/ports.h"
+#include "system/daemon.h"
+
+namespace tests {
+namespace {
+
+using Edits = std::vector<std::pair<std::string, std::string>>;
+
+/// A broker sample. Only where it says EDIT, `edits` are made; each must find its place.
+std::string sample(const std::string& name, const Edits& edits = {}) {
+  std::ifstream file(SOURCE_DIR "/deploy/broker/" + name);
+  EXPECT_TRUE(file) << name;
+  std::map<std::string, int> made;
+  std::string text;
+  bool marked = false;
+  for (std::string line; std::getline(file, line); text += line + '\n') {
+    for (const auto& [from, to] : edits) {
+      if (const auto at = line.find(from); marked && at != std::string::npos) {
+        line.replace(at, from.size(), to);
+        ++made[from];
+      }
+    }
+    marked = line.starts_with("# EDIT:");
+  }
+  EXPECT_EQ(made.size(), edits.size()) << name;
+  return text;
+}
+
+/// A file of logins, the password of each being its name.
+std::string write_passwords(const TempDir& dir, const std::vector<std::string>& users) {
+  std::string lines;
+  for (const std::string& user : users) {
+    lines.append(user).append(":").append(user).append("\n");
+  }
+  const std::string file = dir.write("passwords", lines);
+  EXPECT_EQ(Process({"/usr/bin/mosquitto_passwd", "-U", file}).wait(), 0);
+  return file;
+}
+
+const std::vector<std::string> users{"quil", "realtime", "configurator", "vault", "application"};
+
+/// A unit's broker with all its samples, in which "witness" may do everything.
+class UnitBroker {
+ public:
+  explicit UnitBroker(const std::string& more = "") : broker(configuration() + more) {}
+
+  BusClient log_in(const std::string& user, const std::string& id = "") {
+    return BusClient(broker.port(), id, user, user);
+  }
+  /// For the daemon.
+  [[nodiscard]] std::string config(const std::string& more = "") const {
+    return "username = quil\npassword = quil\nhost = " + dir.path("socket") + '\n' + more;
+  }
+
+  TempDir dir;
+  Broker broker;
+
+ private:
+  std::string configuration() {
+    auto logins = users;
+    logins.emplace_back("witness");
+    const std::string acl = sample("access.acl") + "user witness\ntopic readwrite #\n";
+    return sample("socket.conf", {{"/run/mqtt/broker.socket", dir.path("socket")}}) + sample("limits.conf") +
+           sample("access.conf", {{"/etc/mosquitto/tolquil.passwd", write_passwords(dir, logins)},
+                                  {"/etc/mosquitto/tolquil.acl", dir.write("acl", acl)}});
+  }
+};
+
+bool heard(const BusClient& client, const std::string& topic, const std::string& text) {
+  return std::ranges::any_of(client.history(), [&](const BusMessage& message) {
+    return message.topic == topic && message.payload == text;
+  });
+}
+
+TEST(BrokerSamplesTest, EachTopicHasItsWritersAndReadersAndNoOthers) {
+  struct Rule {
+    std::string topic, writers, readers;
+  };
+  const std::string everybody = "realtime configurator vault application";
+  const std::vector<Rule> rules{
+      {"system/var/hwversion", "quil", "configurator application"},
+      {"system/presence/quil", "quil", everybody},
+      {"system/quil/secstore/setmaster", "vault", "quil"},
+      {"system/quil/secstore/setremote", "vault", "quil"},
+      {"system/quil/secstore/getmaster", "quil", "vault"},
+      {"system/quil/secstore/getremote", "quil", "vault"},
+      {"system/quil/secstore/other", "", ""},
+      {"system/sysparams/write", "configurator", "quil"},
+      {"system/sysparams", "quil", "configurator application"},
+      {"system/sysparam/", "quil", "configurator application"},
+      {"system/quil/request/sysparams", "configurator application", "quil"},
+      {"rt/system/hw_variant", "realtime", "quil"},
+      {"rt/j1939can/tx/rqst_fb_ee", "quil", "realtime"},
+  };
+  UnitBroker unit;
+  BusClient witness = unit.log_in("witness");
+  witness.subscribe("#");
+  for (const std::string& user : users) {
+    BusClient client = unit.log_in(user);
+    client.subscribe("#");
+    client.subscribe("system/quil/secstore/+");
+    for (const Rule& rule : rules) {
+      client.publish(rule.topic, "by " + user, false, 1);
+      witness.publish(rule.topic, "for " + user, false, 1);
+    }
+    // What the user may write, and may read: all that came before has been through by then.
+    client.publish("system/presence/" + user, "done", false, 1);
+    ASSERT_TRUE(witness.wait_for_text("system/presence/" + user, "done"));
+    witness.publish(user == "quil" ? "system/sysparams/write" : "system/presence/x", "done", false, 1);
+    ASSERT_TRUE(
+        client.wait_for_text(user == "quil" ? "system/sysparams/write" : "system/presence/x", "done"));
+    for (const auto& [topic, writers, readers] : rules) {
+      const auto named_in = [&](const std::string& list) { return list.find(user) != std::string::npos; };
+      EXPECT_EQ(heard(witness, topic, "by " + user), named_in(writers)) << user << " writes " << topic;
+      EXPECT_EQ(heard(client, topic, "for " + user), named_in(readers)) << user << " reads " << topic;
+    }
+  }
+  EXPECT_THROW(BusClient(unit.broker.port()), std::runtime_error);
+  EXPECT_THROW(BusClient(unit.broker.port(), "", "quil", "guessed"), std::runtime_error);
+}
+
+TEST(BrokerSamplesTest, TheDaemonWorksThroughTheSocketWithItsLogin) {
+  UnitBroker unit;
+  Fifo to_daemon(unit.dir, "receive"), from_daemon(unit.dir, "send");
+  to_daemon.open();
+  from_daemon.open();
+  BusClient vault = unit.log_in("vault"), application = unit.log_in("application"),
+            realtime = unit.log_in("realtime");
+  vault.subscribe("#");
+  application.subscribe("#");
+  Daemon daemon(unit.config("qpread = " + to_daemon.path() + "\nqpwrite = " + from_daemon.path()));
+  ASSERT_TRUE(application.wait_for_text(presence_topic, "online")) << daemon.output();
+  vault.publish("system/quil/secstore/setmaster", "hush", false, 1);
+  EXPECT_TRUE(vault.wait_for_text("system/quil/secstore/getmaster", "hush"));
+  realtime.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+  EXPECT_TRUE(application.wait_for("system/var/hwvariant"));
+}
+
+TEST(BrokerSamplesTest, AMessageBeyondTheLimitIsDroppedAndItsSenderStays) {
+  UnitBroker unit;
+  BusClient witness = unit.log_in("witness");
+  witness.subscribe("x/#");
+  constexpr std::size_t limit = 262'144;
+  witness.publish("x/over", std::string(limit + 1, 'x'), false, 1);
+  witness.publish("x/at", std::string(limit, 'x'), false, 1);
+  EXPECT_TRUE(witness.wait_for("x/at"));
+  EXPECT_EQ(witness.history().size(), 1U);
+}
+
+// ---- the bridge ----
+
+/// The fleet's broker, and a unit's whose bridge leads to it.
+class BridgeTest : public testing::Test {
+ protected:
+  const std::string id = "unit-0042";
+  const std::string unit_tree = "fleet/" + id + '/';
+  const std::string variable = unit_tree + "system/var/hwvariant";
+
+  std::string fleet_configuration() {
+    const std::string certificate = authority.certify("IP:127.0.0.1");
+    const auto lines = certificate.find('\n');
+    return sample("fleet.conf",
+                  {{"listener 8883", "listener " + std::to_string(fleet_port.number()) + " 127.0.0.1"},
+                   {"certfile /etc/mosquitto/certs/fleet.pem", certificate.substr(0, lines)},
+                   {"keyfile /etc/mosquitto/certs/fleet.key", certificate.substr(lines + 1)},
+                   {"/etc/mosquitto/fleet.passwd", write_passwords(dir, {id, "monitor", "unit-0001"})},
+                   {"/etc/mosquitto/fleet.acl", SOURCE_DIR "/deploy/broker/fleet.acl"}});
+  }
+  std::string bridge_configuration() const {
+    return sample("bridge.conf",
+                  {{"fleet.example.com:8883", "127.0.0.1:" + std::to_string(fleet_port.number())},
+                   {"unit-0001", id},
+                   {"change-me", id},
+                   {"/etc/mosquitto/ca_certificates/fleet.pem", authority.file()}});
+  }
+  /// Whether the fleet's broker has kept the unit's variable, and nothing that is none.
+  void expect_kept(const std::string& value) {
+    BusClient monitor(fleet.port(), "", "monitor", "monitor");
+    monitor.subscribe("#");
+    EXPECT_TRUE(monitor.wait_for(variable, [&](const BusMessage& kept) {
+      return kept.payload.find(value) != std::string::npos;
+    })) << value;
+    for (const BusMessage& kept : monitor.history()) {
+      EXPECT_TRUE(kept.topic.starts_with(unit_tree + "system/var/") || kept.topic == unit_tree + "connected")
+          << kept.topic;
+    }
+  }
+  /// Returns when the daemon was there to hear it.
+  void send_variant(const std::string& value) {
+    BusClient realtime = unit.log_in("realtime");
+    realtime.subscribe("system/presence/#");
+    ASSERT_TRUE(realtime.wait_for_text(presence_topic, "online"));
+    realtime.publish("rt/system/hw_variant", Group().bytes("variant", value).message().payload);
+  }
+
+  TempDir dir;
+  Authority authority;
+  LoopbackPort fleet_port;
+  Broker fleet{fleet_configuration()};
+  UnitBroker unit{bridge_configuration()};
+};
+
+TEST_F(BridgeTest, TheFleetHasTheVariablesAfterEitherSideRestartsAndNeverASecret) {
+  Daemon daemon(unit.config());
+  unit.log_in("witness").publish("system/quil/secstore/getmaster", "hush", true, 1);
+  send_variant("R08_B1");
+  expect_kept("R08_B1");
+  fleet.restart();
+  expect_kept("R08_B1");
+  unit.broker.restart();
+  send_variant("R08_B2");
+  expect_kept("R08_B2");
+}
+
+TEST_F(BridgeTest, AUnitWritesBelowItsOwnIdOnlyAndIsSeenToComeAndGo) {
+  BusClient monitor(fleet.port(), "", "monitor", "monitor");
+  monitor.subscribe("#");
+  BusClient other(fleet.port(), "", "unit-0001", "unit-0001");
+  other.publish(variable, "forged", false, 1);
+  other.publish("fleet/unit-0001/system/var/hwvariant", "own", false, 1);
+  EXPECT_TRUE(monitor.wait_for_text("fleet/unit-0001/system/var/hwvariant", "own"));
+  EXPECT_FALSE(heard(monitor, variable, "forged"));
+  EXPECT_TRUE(monitor.wait_for_text(unit_tree + "connected", "1"));
+  unit.broker.stop();
+  EXPECT_TRUE(monitor.wait_for_text(unit_tree + "connected", "0"));
+}
+
+}  // namespace
+}  // namespace tests
