@@ -1,0 +1,57 @@
+# shellcheck shell=bash
+# Completion of ecusim(1).
+
+# The command among the words so far; play is understood.
+_ecusim_command() {
+  local word
+  for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+    case $word in
+      play | watch | scenario)
+        echo "$word"
+        return
+        ;;
+    esac
+  done
+  echo none
+}
+
+# What may stand here: the options and, in place of a command or a scenario, commands.
+_ecusim_words() {
+  case $(_ecusim_command) in
+    none) echo 'play watch scenario -h --help --host --port --ports' ;;
+    play) echo '-h --help --host --port --ports' ;;
+    watch) echo '-h --help --host --port --once --timeout' ;;
+    scenario) echo '-h --help' ;;
+  esac
+}
+
+_ecusim() {
+  local current=${COMP_WORDS[COMP_CWORD]} option=${COMP_WORDS[COMP_CWORD - 1]}
+  # Of --option=value the shell makes three words.
+  if [[ $current == '=' ]]; then
+    current=
+  elif [[ $option == '=' ]]; then
+    option=${COMP_WORDS[COMP_CWORD - 2]}
+  fi
+  COMPREPLY=()
+  case $option in
+    --host)
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -A hostname -- "$current"; compgen -f -- "$current")
+      ;;
+    --ports)
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -d -- "$current")
+      ;;
+    --port | --timeout) ;;
+    *)
+      mapfile -t COMPREPLY < <(compgen -W "$(_ecusim_words)" -- "$current")
+      if [[ $current != -* && $(_ecusim_command) != scenario ]]; then
+        compopt -o filenames 2>/dev/null
+        mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -d -- "$current"; compgen -f -X '!*.json' -- "$current")
+      fi
+      ;;
+  esac
+}
+
+complete -F _ecusim ecusim
