@@ -1,0 +1,129 @@
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
+
+#include "system/daemon.h"
+
+namespace tests {
+namespace {
+
+using testing::Contains;
+
+std::string contents(const std::string& path) {
+  std::ifstream file(SOURCE_DIR "/" + path);
+  EXPECT_TRUE(file) << path;
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// What a man page says, without its markup.
+std::string man_page(const std::string& name) {
+  const std::string text = std::regex_replace(contents("docs/man/" + name), std::regex(R"(\\f[A-Z])"), "");
+  return std::regex_replace(text, std::regex(R"(\\-)"), "-");
+}
+
+/// Each first group of what matches.
+std::set<std::string> all(const std::string& text, const char* pattern) {
+  const std::regex expression(pattern, std::regex::multiline);
+  std::set<std::string> found;
+  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end; ++match) {
+    found.insert((*match)[1]);
+  }
+  return found;
+}
+
+/// The words of a text, options with their dashes.
+std::set<std::string> words(const std::string& text) {
+  return all(text, "([-A-Za-z0-9_]*[A-Za-z0-9])");
+}
+
+struct Tool {
+  std::string name, help_option, man_page;
+};
+const std::vector<Tool> tools{
+    {"tolquil", "-H", "tolquil.8"},
+    {"ecusim", "--help", "ecusim.1"},
+};
+
+/// All options and subcommands that a command's help shows, and those of its subcommands.
+std::set<std::string> shown(std::vector<std::string> command, const std::string& help_option) {
+  command.push_back(help_option);
+  Process process(command);
+  EXPECT_TRUE(process.wait());
+  command.pop_back();
+  const std::string help = process.standard_output();
+  std::set<std::string> found = all(help, R"((?:^|[\s,])(--?[A-Za-z][-A-Za-z]*))");
+  const auto list = help.find("\nSubcommands:\n");
+  if (list != std::string::npos) {
+    for (const std::string& name : all(help.substr(list, help.find("\n\n", list) - list), "^  ([a-z]+)")) {
+      found.insert(name);
+      command.push_back(name);
+      found.merge(shown(command, help_option));
+      command.pop_back();
+    }
+  }
+  return found;
+}
+
+TEST(DocumentationTest, WhatHelpShowsIsInTheManPageAndInBothCompletions) {
+  for (const auto& [name, help_option, page] : tools) {
+    const auto told = words(man_page(page)), in_bash = words(contents("deploy/completion/" + name + ".bash")),
+               in_zsh = words(contents("deploy/completion/_" + name));
+    const auto options = shown({PROGRAM_DIR "/" + name}, help_option);
+    EXPECT_THAT(options, Contains(help_option)) << name;
+    EXPECT_THAT(told, testing::IsSupersetOf(options)) << name;
+    EXPECT_THAT(in_bash, testing::IsSupersetOf(options)) << name;
+    EXPECT_THAT(in_zsh, testing::IsSupersetOf(options)) << name;
+  }
+}
+
+TEST(DocumentationTest, CompletionOffersWhatFits) {
+  const TempDir dir;
+  dir.write("mine.json", "");
+  dir.write("mine.txt", "");
+  const std::string script =
+      "cd \"$0\" && source \"$1\" && shift && COMP_WORDS=(\"$@\") COMP_CWORD=$(($# - 1)) && _$1 2>&1 && "
+      "echo ${COMPREPLY[*]}";
+  struct Case {
+    std::vector<std::string> line;  // the shell makes words of their own of "="
+    std::string offer;
+  };
+  for (const auto& [line, offer] : std::vector<Case>{
+           {{"tolquil", "--lo"}, "--log-stdout --loglevel"},
+           {{"tolquil", "-l", "n"}, "NOTICE"},
+           {{"tolquil", "-L", "--loglevel", "=", "E"}, "EMERG ERROR"},
+           {{"tolquil", "--config", "=", "mine.t"}, "mine.txt"},
+           {{"ecusim", "s"}, "scenario"},
+           {{"ecusim", "m"}, "mine.json"},
+           {{"ecusim", "watch", "--p"}, "--port"},
+           {{"ecusim", "play", "--p"}, "--port --ports"},
+           {{"ecusim", "scenario", "m"}, ""},
+       }) {
+    std::vector<std::string> command{"/bin/bash", "-c", script, dir.path(""),
+                                     SOURCE_DIR "/deploy/completion/" + line.front() + ".bash"};
+    command.insert(command.end(), line.begin(), line.end());
+    Process bash(command);
+    EXPECT_EQ(bash.wait(), 0);
+    EXPECT_EQ(bash.output(), offer + '\n') << testing::PrintToString(line);
+  }
+}
+
+TEST(DocumentationTest, TheInstalledConfigurationHoldsEveryKeyAndTheDaemonTakesIt) {
+  std::string config = contents("deploy/tolquil.conf"), table = contents("docs/interfaces.md");
+  table.erase(0, table.find("## Configuration file"));
+  table.resize(table.find("\n## "));
+  std::set<std::string> documented;
+  for (const std::string& cell : all(table, R"(^\| (`[^|]*) \|)")) {
+    documented.merge(all(cell, "`([a-z_]+)`"));
+  }
+  EXPECT_EQ(all(config, "^#([a-z_]+) ="), documented);
+  EXPECT_THAT(words(man_page("tolquil.conf.5")), testing::IsSupersetOf(documented));
+  config = std::regex_replace(config, std::regex("^#([a-z_]+ =)", std::regex::multiline), "$1");
+  config.replace(config.find("= localhost"), 11, "= /no/such/socket");
+  DatagramSocket manager;
+  Daemon daemon(config, {}, {"NOTIFY_SOCKET=" + manager.path()});
+  EXPECT_TRUE(manager.wait_for("READY=1"));
+}
+
+}  // namespace
+}  // namespace tests
