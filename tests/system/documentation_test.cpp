@@ -43,6 +43,7 @@ struct Tool {
 const std::vector<Tool> tools{
     {"tolquil", "-H", "tolquil.8"},
     {"ecusim", "--help", "ecusim.1"},
+    {"quilctl", "--help", "quilctl.1"},
 };
 
 /// All options and subcommands that a command's help shows, and those of its subcommands.
@@ -98,6 +99,10 @@ TEST(DocumentationTest, CompletionOffersWhatFits) {
            {{"ecusim", "watch", "--p"}, "--port"},
            {{"ecusim", "play", "--p"}, "--port --ports"},
            {{"ecusim", "scenario", "m"}, ""},
+           {{"quilctl", "re"}, "record replay"},
+           {{"quilctl", "--host", "x", "param", "s"}, "set"},
+           {{"quilctl", "secstore", "get", "--re"}, "--reveal"},
+           {{"quilctl", "check", "mine.t"}, "mine.txt"},
        }) {
     std::vector<std::string> command{"/bin/bash", "-c", script, dir.path(""),
                                      SOURCE_DIR "/deploy/completion/" + line.front() + ".bash"};

@@ -117,7 +117,7 @@ void add_common_options(CLI::App& app, Options& options) {
 
 void add_variable_commands(Builder& build, Options& options) {
   build.command("list", Command::list, "Lists every variable with its value, age and source.",
-                "  quilctl list\n  quilctl list --json | jq -r .name");
+                "  quilctl list\n  quilctl list --json");
   CLI::App& get = build.command("get", Command::get, "Prints the value of one variable.",
                                 "  quilctl get serialnumber\n  quilctl get vehicleid --wait 60");
   get.add_option("NAME", options.words, "the variable")->required()->expected(1);
@@ -160,7 +160,7 @@ void add_secure_storage_commands(Builder& build, Options& options) {
   build.reveal(get, "even when standard output is a terminal");
   CLI::App& set = build.command(
       secstore, "set", Command::secstore_set, "Stores a value and waits for its confirmation.",
-      "  quilctl secstore set master @master.bin\n  head -c 32 /dev/urandom | quilctl secstore set remote -");
+      "  quilctl secstore set master @master.bin\n  quilctl secstore set remote - < remote.bin");
   which(set);
   set.add_option("VALUE", options.file, "@FILE, or - for standard input")->required();
 }

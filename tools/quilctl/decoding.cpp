@@ -10,6 +10,7 @@
 #include <ecu/tamu/pb/messages.pb.h>
 #include <ecu/tamu/rt/signal_adapter.h>
 
+#include "message_header.h"
 #include "text.h"
 
 namespace ecu::ctl {
@@ -125,24 +126,6 @@ std::string_view words_for(com::err::PbInternalDeserializationError error) {
       return "its body is shorter than its header says, or no such message";
   }
   return "unknown error";
-}
-
-struct Header {
-  std::uint16_t protocol_type;
-  std::uint16_t header_length;
-  std::uint32_t body_length;
-  std::uint64_t send_time_ns;
-};
-
-std::optional<Header> header_of(std::span<const std::uint8_t> payload) {
-  pb::TXFHeader header;
-  if (payload.size() < com::txf_header_size ||
-      !header.ParseFromArray(payload.data(), static_cast<int>(com::txf_header_size))) {
-    return std::nullopt;
-  }
-  const std::uint64_t framing = header.framing();
-  return Header{static_cast<std::uint16_t>(framing), static_cast<std::uint16_t>(framing >> 16U),
-                static_cast<std::uint32_t>(framing >> 32U), header.send_time_ns()};
 }
 
 template <class Body>

@@ -89,14 +89,18 @@ void record_messages(const Options& options, Bus& bus, Recorder& recorder, const
   }
 }
 
-void publish(Conversation& talk, Recorded message) {
-  com::Message bus_message;
-  bus_message.acknowledged = message.acknowledged;
-  bus_message.retained = message.retained;
-  bus_message.payload.assign(message.payload->begin(), message.payload->end());
-  while (!talk.bus().publish(message.topic, bus_message)) {
+void publish(Conversation& talk, const std::string& topic, const com::Message& message) {
+  while (!talk.bus().publish(topic, message)) {
     (void)talk.wait_until([] { return false; }, Clock::now() + overload_pause);
   }
+}
+
+com::Message message_of(const Recorded& recorded, const std::string& payload) {
+  com::Message message;
+  message.acknowledged = recorded.acknowledged;
+  message.retained = recorded.retained;
+  message.payload.assign(payload.begin(), payload.end());
+  return message;
 }
 
 }  // namespace
@@ -131,15 +135,15 @@ ExitCode replay(const Options& options) {
   talk.allow_any_time();
   const auto begin = Clock::now();
   std::size_t count = 0;
-  while (auto message = reader.next()) {
-    if (!message->payload || !com::topic_matches(filter, message->topic)) {
+  while (const auto recorded = reader.next()) {
+    if (!recorded->payload || !com::topic_matches(filter, recorded->topic)) {
       continue;
     }
     if (options.speed > 0) {
-      const auto at = std::chrono::duration<double>(message->at) / options.speed;
+      const auto at = std::chrono::duration<double>(recorded->at) / options.speed;
       (void)talk.wait_until([] { return false; }, begin + std::chrono::duration_cast<Clock::duration>(at));
     }
-    publish(talk, std::move(*message));
+    publish(talk, recorded->topic, message_of(*recorded, *recorded->payload));
     ++count;
   }
   note(std::to_string(count) + " messages published");

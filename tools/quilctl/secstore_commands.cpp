@@ -1,13 +1,12 @@
 #include <unistd.h>
 
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <optional>
 #include <string>
 
 #include "commands.h"
 #include "conversation.h"
+#include "files.h"
 #include "text.h"
 #include "values.h"
 #include "variable_view.h"
@@ -28,20 +27,12 @@ std::string set_topic(const std::string& which) {
   return "system/quil/secstore/set" + which;
 }
 
-std::string bytes_of(std::istream& input) {
-  return {std::istreambuf_iterator<char>(input), {}};
-}
-
 std::string value_from(const std::string& source) {
   std::string value;
   if (source == "-") {
-    value = bytes_of(std::cin);
+    value = read_to_end(std::cin, "standard input");
   } else if (source.starts_with('@')) {
-    std::ifstream file(source.substr(1), std::ios::binary);
-    value = bytes_of(file);
-    if (!file.is_open() || file.bad()) {
-      throw Failure(ExitCode::usage, source.substr(1) + " cannot be read");
-    }
+    value = read_file(source.substr(1));
   } else {
     // Whoever lists the machine's processes reads their command lines too.
     throw Failure(ExitCode::usage,

@@ -4,11 +4,10 @@
 
 #include <array>
 #include <charconv>
-#include <cwchar>
-#include <fstream>
-#include <iterator>
+#include <utility>
 
 #include "failure.h"
+#include "files.h"
 
 namespace ecu::ctl {
 
@@ -184,13 +183,7 @@ std::string value_of_argument(std::string_view argument) {
   if (!argument.starts_with('@')) {
     return std::string(argument);
   }
-  const std::string path(argument.substr(1));
-  std::ifstream file(path, std::ios::binary);
-  std::string bytes(std::istreambuf_iterator<char>(file), {});
-  if (!file.is_open() || file.bad()) {
-    throw Failure(ExitCode::usage, path + " cannot be read");
-  }
-  return bytes;
+  return read_file(std::string(argument.substr(1)));
 }
 
 bool matches_pattern(std::string_view name, std::string_view pattern) {

@@ -7,6 +7,8 @@
 #include <ecu/tamu/date_time.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
+#include "message_header.h"
+
 namespace ecu::ctl {
 
 namespace com = tamu::com;
@@ -61,10 +63,8 @@ std::size_t VariableView::with_value() const {
 }
 
 void UnitClock::take(const com::Message& msg) {
-  tamu::pb::TXFHeader header;
-  if (!msg.retained && msg.payload.size() >= com::txf_header_size &&
-      header.ParseFromArray(msg.payload.data(), static_cast<int>(com::txf_header_size))) {
-    ahead_ns_ = static_cast<std::int64_t>(header.send_time_ns() - msg.timestamp);
+  if (const auto header = header_of(msg.payload); header && !msg.retained) {
+    ahead_ns_ = static_cast<std::int64_t>(header->send_time_ns - msg.timestamp);
   }
 }
 

@@ -1,0 +1,184 @@
+#include <gmock/gmock.h>
+
+#include <sstream>
+
+#include <ecu/tamu/date_time.h>
+
+#include "quilctl/decoding.h"
+#include "quilctl/failure.h"
+#include "quilctl/recording.h"
+#include "quilctl/variable_view.h"
+#include "support/rt_messages.h"
+
+namespace {
+
+using namespace ecu::ctl;
+using namespace std::string_literals;
+namespace com = ecu::tamu::com;
+namespace pb = ecu::tamu::pb;
+
+com::Message framed(const google::protobuf::MessageLite& body) {
+  return com::frame(body, com::pb_protocol_type).value();
+}
+
+com::Message variable(const std::string& value, std::uint64_t timestamp = 7) {
+  pb::EcuVariable body;
+  body.set_value(value);
+  body.set_timestamp(timestamp);
+  return framed(body);
+}
+
+// ---- decoding ----
+
+TEST(QuilctlDecoding, ShowsEveryByteOfAMessage) {
+  com::Message message = variable("a\xff");
+  const std::string unknown = "\x28\x05";  // field 5
+  message.payload.insert(message.payload.end(), unknown.begin(), unknown.end());
+  const Json surplus = decode("system/var/x", message, false);
+  EXPECT_EQ(surplus["kind"], "EcuVariable");
+  EXPECT_EQ(surplus["framing"]["protocol_type"], 1);
+  EXPECT_EQ(surplus["fields"], (Json{{"value", {{"hex", "61ff"}}}, {"timestamp", 7}}));
+  EXPECT_EQ(surplus["surplus"]["hex"], "2805");
+  message.payload[5] = static_cast<std::uint8_t>(message.payload[5] + unknown.size());  // the body's length
+  EXPECT_EQ(decode("system/var/x", message, false)["unknown_fields"]["hex"], "2805");
+
+  pb::SystemParameterList list;
+  list.add_entry()->set_ota_id(17);
+  list.add_entry()->set_value("v");
+  EXPECT_EQ(decode("system/sysparams/write", framed(list), false)["fields"],
+            (Json{{"entry", {{{"ota_id", 17}, {"hex_id", "0x11"}}, {{"value", "v"}}}}}));
+  const Json group =
+      decode("rt/unknown", tests::Group().bytes("d", "\x01\x02").value("v", 1.5).status(3).message(), false);
+  EXPECT_EQ(group["fields"]["signal"][0], (Json{{"name", "d"}, {"data", {{"hex", "0102"}}}}));
+  EXPECT_EQ(group["fields"]["signal"][1]["status_name"], "valid");
+  std::ostringstream text;
+  print_decoded(text, group);
+  EXPECT_THAT(text.str(), testing::HasSubstr("  signal:\n    -\n      name: d\n      data: hex 0102\n"));
+}
+
+TEST(QuilctlDecoding, AFaultIsPutIntoWordsAndThePayloadShown) {
+  com::Message no_type = variable("x");
+  no_type.payload[1] = no_type.payload[2] = 0;
+  com::Message cut = variable("x");
+  cut.payload.pop_back();
+  const std::pair<com::Message, std::string> cases[] = {
+      {tests::raw_message("short"), "shorter than the header of 18 bytes"},
+      {tests::raw_message(std::string(18, 'x')), "its first 18 bytes are no header"},
+      {no_type, "its header says protocol type 0, not used"},
+      {cut, "its body is shorter than its header says, or no such message"},
+  };
+  for (const auto& [message, fault] : cases) {
+    const Json decoded = decode("system/var/x", message, false);
+    EXPECT_EQ(decoded["fault"], fault);
+    EXPECT_EQ(decoded["payload"]["hex"].get<std::string>().size(), 2 * message.payload.size());
+    EXPECT_FALSE(decoded.contains("fields"));
+  }
+  EXPECT_EQ(decode("some/topic", tests::raw_message("text"), false)["payload"], "text");
+}
+
+TEST(QuilctlDecoding, SecretsAreShownOnRequestOnly) {
+  const auto secret = tests::raw_message("secret");
+  EXPECT_EQ(decode("system/quil/secstore/setmaster", secret, false).dump().find("73656372"),
+            std::string::npos);
+  EXPECT_FALSE(decode("system/quil/secstore/getremote", secret, false).contains("payload"));
+  EXPECT_EQ(decode("system/quil/secstore/getremote", secret, true)["payload"]["hex"], "736563726574");
+}
+
+// ---- what the bus says of the variables ----
+
+TEST(QuilctlVariableView, TellsNoValueFromAnEmptyOneAndAFaultyMessageFromBoth) {
+  using Change = VariableView::Change;
+  VariableView view;
+  EXPECT_EQ(view.take("system/var/a", framed(pb::EcuVariable())), Change::changed);
+  EXPECT_EQ(view.find("a")->value, std::nullopt);
+  EXPECT_EQ(view.take("system/var/a", variable("")), Change::changed);
+  EXPECT_EQ(view.find("a")->value, "");
+  EXPECT_EQ(view.take("system/var/a", variable("", 8)), Change::none);
+  EXPECT_EQ(view.find("a")->timestamp, 8u);
+  EXPECT_EQ(view.take("system/var/a", tests::raw_message("junk")), Change::faulty);
+  EXPECT_EQ(view.find("a")->value, "");
+  EXPECT_EQ(view.take("system/var/a", {}), Change::changed);
+  EXPECT_EQ(view.find("a"), nullptr);
+  EXPECT_EQ(view.take("system/other", variable("x")), Change::other);
+}
+
+TEST(QuilctlUnitClock, OnlyAFreshMessageTellsIt) {
+  UnitClock clock;
+  com::Message message = variable("x");
+  message.timestamp = ecu::tamu::DateTime::time_since_boot_ns();
+  message.retained = true;
+  clock.take(message);
+  EXPECT_EQ(clock.age_of(0), std::nullopt);
+  message.retained = false;
+  for (int byte = 10; byte < 18; ++byte) {  // sent when the unit was up for 0x10101010'10101010 ns
+    message.payload[static_cast<std::size_t>(byte)] = 0x10;
+  }
+  clock.take(message);
+  const std::uint64_t sent = 0x1010101010101010;
+  EXPECT_GE(clock.age_of(sent - 5'000'000'000).value(), 5'000'000'000u);
+  EXPECT_LT(clock.age_of(sent - 5'000'000'000).value(), 65'000'000'000u);
+  EXPECT_EQ(clock.age_of(sent + 600'000'000'000), 0u);
+}
+
+// ---- recordings ----
+
+std::vector<Recorded> read(const std::string& text) {
+  std::istringstream input(text);
+  RecordingReader reader(input, "file");
+  std::vector<Recorded> all;
+  while (auto message = reader.next()) {
+    all.push_back(*message);
+  }
+  return all;
+}
+
+const std::string header = std::string(recording_header()) + "\n";
+
+TEST(QuilctlRecording, EveryMessageComesBackAsItWas) {
+  std::string bytes;
+  for (int byte = 0; byte < 256; ++byte) {
+    bytes += static_cast<char>(byte);
+  }
+  using std::chrono::microseconds;
+  const Recorded cases[] = {
+      {microseconds(0), "a/b", false, false, ""},
+      {microseconds(1), "odd \"topic\" \\ 車", true, false, "text with \" and \\ and grüße"},
+      {microseconds(999'999), "a", false, true, bytes},
+      {microseconds(1'000'000), " ", true, true, "one\nline"},
+      {microseconds(123'456'789'012), "system/quil/secstore/getmaster", true, true, std::nullopt},
+  };
+  std::string text = header;
+  for (const Recorded& message : cases) {
+    text += line_of(message) + '\n';
+  }
+  const auto all = read(text);
+  ASSERT_EQ(all.size(), std::size(cases));
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    EXPECT_EQ(line_of(all[i]), line_of(cases[i]));
+    EXPECT_EQ(all[i].topic, cases[i].topic);
+    EXPECT_EQ(all[i].payload, cases[i].payload);
+  }
+}
+
+TEST(QuilctlRecording, IsEditedFreelyAndFaultsNameTheirLine) {
+  const auto edited =
+      read(header + "\n# remark\r\n  5 \"t\"   qos1 retained\t\"x\"  \n5.5 \"t\" hex: 00 ff\n");
+  ASSERT_EQ(edited.size(), 2u);
+  EXPECT_EQ(line_of(edited[0]), "5.000000 \"t\" retained qos1 \"x\"");
+  EXPECT_EQ(line_of(edited[1]), "5.500000 \"t\" hex:00ff");
+  for (const std::string line :
+       {"x \"t\" \"x\"", "-1 \"t\" \"x\"", "1.0000001 \"t\" \"x\"", "1.-1 \"t\" \"x\"", "1 t \"x\"", "1 \"t",
+        "1 \"\" \"x\"", "1 \"a/#\" \"x\"", "1 \"t\"", "1 \"t\" \"x\" y", "1 \"t\" hex:0", "1 \"t\" hex:0g",
+        "1 \"t\" \"\\n\"", "1 \"t\" loud \"x\"", "99999999999 \"t\" \"x\"", "0.5 \"t\" \"x\""}) {
+    try {
+      (void)read(header + "1 \"t\" \"first\"\n" + line);
+      ADD_FAILURE() << line;
+    } catch (const Failure& failure) {
+      EXPECT_THAT(failure.what(), testing::StartsWith("file:3: ")) << line;
+    }
+  }
+  EXPECT_THROW((void)read(""), Failure);
+  EXPECT_THROW((void)read("1 \"t\" \"x\"\n"), Failure);
+}
+
+}  // namespace
