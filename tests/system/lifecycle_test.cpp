@@ -7,6 +7,7 @@
 #include <fstream>
 #include <thread>
 
+#include "support/authority.h"
 #include "support/ports.h"
 #include "system/daemon.h"
 
@@ -239,24 +240,31 @@ TEST(LoginTest, NameAndPasswordOpenTheDoor) {
   EXPECT_EQ(count(daemon.output(), "secret"), 0);
 }
 
-TEST(LoginTest, OnlyAServerOfTheRightNameAndCertificateIsTrusted) {
-  const TempDir dir;
-  const auto certify = [&dir](const std::string& name, const std::string& subject) {
-    const std::string key = dir.path(name + ".key"), certificate = dir.path(name + ".pem");
-    Process openssl({"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key,
-                     "-out", certificate, "-subj", "/CN=unit", "-addext", "subjectAltName=" + subject});
-    EXPECT_EQ(openssl.wait(), 0) << openssl.output();
-    return "allow_anonymous true\ncertfile " + certificate + "\nkeyfile " + key;
+TEST(LoginTest, OnlyTheRightServerIsTrustedAndAnyOtherIsToldOnceAndTriedAgainCalmly) {
+  Authority authority, stranger;
+  const std::string open = "allow_anonymous true\n", name = "IP:127.0.0.1,DNS:localhost";
+  const Broker right(open + authority.certify(name)), misnamed(open + authority.certify("DNS:elsewhere")),
+      foreign(open + stranger.certify(name)), expired(open + authority.certify(name, " ", -1)), plain,
+      picky(open + "require_certificate true\ncafile " + authority.file() + '\n' + authority.certify(name));
+  const auto config = [&](const Broker& broker, const std::string& host = "127.0.0.1") {
+    return "host = " + host + "\nport = " + std::to_string(broker.port()) + "\ncafile = " + authority.file() +
+           '\n';
   };
-  const Broker right(certify("right", "IP:127.0.0.1")), misnamed(certify("misnamed", "DNS:elsewhere")), plain;
-  const auto trust = [&dir](const std::string& name, const Broker& broker) {
-    return config_for(broker.port(), "cafile = " + dir.path(name + ".pem"));
-  };
-  EXPECT_TRUE(Daemon(trust("right", right)).wait_until_connected());
-  for (const std::string& config :
-       {trust("misnamed", right), trust("misnamed", misnamed), trust("right", plain)}) {
-    Daemon daemon(config, {"-L"});
+  for (const auto& trusted :
+       {config(right), config(right, "localhost"), config(picky) + authority.certify("DNS:quil", " = ")}) {
+    EXPECT_TRUE(Daemon(trusted).wait_until_connected()) << trusted;
+  }
+  const std::string distrust = "the broker's certificate is not trusted: ";
+  for (const auto& [refused, reason] : std::vector<std::pair<std::string, std::string>>{
+           {config(misnamed), distrust + "IP address mismatch"},
+           {config(misnamed, "localhost"), distrust + "hostname mismatch"},
+           {config(foreign), distrust + "unable to get local issuer certificate"},
+           {config(expired), distrust + "certificate has expired"},
+           {config(plain), "no TLS handshake, does the peer speak TLS?"},
+           {config(picky), "TLS ended by the broker, does it ask for a certificate?"}}) {
+    Daemon daemon(refused, {"-L"});
     expect_calm_failure(daemon, [&] { EXPECT_FALSE(daemon.wait(milliseconds(800))); });
+    EXPECT_EQ(count(daemon.output(), reason), 1) << daemon.output();
   }
 }
 

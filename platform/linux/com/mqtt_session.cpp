@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -66,6 +67,7 @@ class MqttSession::Library final : public mosqpp::mosquittopp {
   [[nodiscard]] unsigned messages() const noexcept { return messages_; }
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
   [[nodiscard]] bool accepted() const noexcept { return accepted_; }
+  [[nodiscard]] bool refused() const noexcept { return !refusal_.empty(); }
 
   /// The most telling account of a failure that the library gave a general name.
   [[nodiscard]] std::string explain(const std::string& general) const {
@@ -169,21 +171,30 @@ Failure MqttSession::open(const std::string& host, const std::string& bind_addre
                        qos_acknowledged, true);
   }
   if (settings_.uses_tls()) {
-    const auto path_or_null = [](const std::string& path) { return path.empty() ? nullptr : path.c_str(); };
-    const int result = library_->tls_set(settings_.cafile.c_str(), nullptr, path_or_null(settings_.certfile),
-                                         path_or_null(settings_.keyfile));
-    if (result != MOSQ_ERR_SUCCESS) {
-      return outcome(result);
+    if (auto failure = set_up_tls()) {
+      return failure;
     }
-    constexpr int verify_peer = 1;
-    library_->tls_opts_set(verify_peer, nullptr, nullptr);
-    library_->tls_insecure_set(false);
   }
   last_read_ = last_write_ = std::chrono::steady_clock::now();
   const auto keepalive = static_cast<int>(settings_.keepalive.count());
   return outcome(bind_address.empty() ? library_->connect_async(host.c_str(), settings_.port, keepalive)
                                       : library_->connect_async(host.c_str(), settings_.port, keepalive,
                                                                 bind_address.c_str()));
+}
+
+Failure MqttSession::set_up_tls() {
+  const auto path_or_null = [](const std::string& path) { return path.empty() ? nullptr : path.c_str(); };
+  tls_.emplace(settings_.host);
+  if (tls_->handle() == nullptr) {
+    return "TLS is not to be had";
+  }
+  library_->opts_set(MOSQ_OPT_SSL_CTX, tls_->handle());
+  constexpr int verify_peer = 1;
+  library_->tls_opts_set(verify_peer, nullptr, nullptr);
+  library_->tls_insecure_set(false);
+  const int result = library_->tls_set(settings_.cafile.c_str(), nullptr, path_or_null(settings_.certfile),
+                                       path_or_null(settings_.keyfile));
+  return result == MOSQ_ERR_SUCCESS ? Failure() : explain(text_of(result));
 }
 
 bool MqttSession::is_connected() const noexcept {
@@ -209,17 +220,18 @@ Failure MqttSession::handle(short events) {
       return failure;
     }
   }
-  if ((events & POLLOUT) != 0) {
-    last_write_ = std::chrono::steady_clock::now();
-    if (auto failure = outcome(library_->loop_write())) {
+  // Reading comes first: what a peer says before it closes the connection is lost once a write has failed.
+  if ((events & POLLIN) != 0) {
+    if (auto failure = read()) {
       return failure;
     }
   }
-  if ((events & POLLIN) != 0) {
-    return read();
+  if ((events & POLLOUT) != 0) {
+    last_write_ = std::chrono::steady_clock::now();
+    return outcome(library_->loop_write());
   }
-  if ((events & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
-    return closed_by_peer;
+  if ((events & POLLIN) == 0 && (events & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
+    return explain(closed_by_peer);
   }
   return std::nullopt;
 }
@@ -227,15 +239,20 @@ Failure MqttSession::handle(short events) {
 // The library takes a refused connection, or one that the peer closes in the middle of a TLS handshake, for
 // one that is still being made, and would be asked about it for ever.
 Failure MqttSession::finish_connecting() {
+  int waiting = 0;
+  if (::ioctl(fd(), FIONREAD, &waiting) == 0 && waiting > 0) {
+    reachable_ = true;
+    return std::nullopt;
+  }
   int error = 0;
   socklen_t size = sizeof(error);
   if (::getsockopt(fd(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0) {
-    return text_of_errno(error);
+    return explain(text_of_errno(error));
   }
   reachable_ = true;
   char byte = 0;
   if (::recv(fd(), &byte, sizeof(byte), MSG_PEEK | MSG_DONTWAIT) == 0) {
-    return closed_by_peer;
+    return explain(closed_by_peer);
   }
   return std::nullopt;
 }
@@ -347,7 +364,28 @@ Failure MqttSession::outcome(int result) {
   if (result == MOSQ_ERR_SUCCESS && !is_open()) {
     result = MOSQ_ERR_CONN_LOST;
   }
-  return result == MOSQ_ERR_SUCCESS ? Failure() : library_->explain(text_of(result));
+  // A peer that is close and quick may fail the handshake in the middle of the first call.
+  reachable_ = reachable_ || (result == MOSQ_ERR_TLS && tls_ && tls_->begun());
+  return result == MOSQ_ERR_SUCCESS ? Failure() : explain(text_of(result));
+}
+
+std::string MqttSession::explain(const std::string& general) const {
+  const bool answered = library_->accepted() || library_->refused();
+  const std::string reason = tls_ && !answered ? explain_tls(general) : std::string();
+  return reason.empty() ? library_->explain(general) : reason;
+}
+
+// What a peer says before it ends the connection may get lost, and how that end shows is chance: neither may
+// make it look like another reason. Empty for what has nothing to do with TLS.
+std::string MqttSession::explain_tls(const std::string& general) const {
+  if (!tls_->refusal().empty()) {
+    return tls_->refusal();
+  }
+  if (tls_->established()) {
+    return settings_.certfile.empty() ? "TLS ended by the broker, does it ask for a certificate?"
+                                      : "TLS ended by the broker, does it trust the client's certificate?";
+  }
+  return reachable_ || general == closed_by_peer ? "no TLS handshake, does the peer speak TLS?" : "";
 }
 
 void MqttSession::set_tcp_option(int option, int value) const {

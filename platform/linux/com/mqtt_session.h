@@ -9,6 +9,7 @@
 #include <ecu/tamu/com/message.h>
 
 #include "com/mqtt_settings.h"
+#include "com/tls_context.h"
 
 namespace ecu::tamu::com {
 
@@ -83,13 +84,16 @@ class MqttSession {
  private:
   class Library;
 
-  void configure();
+  [[nodiscard]] Failure set_up_tls();
   [[nodiscard]] Failure finish_connecting();
   [[nodiscard]] Failure read();
   [[nodiscard]] Failure outcome(int result);
+  [[nodiscard]] std::string explain(const std::string& general) const;
+  [[nodiscard]] std::string explain_tls(const std::string& general) const;
   void set_tcp_option(int option, int value) const;
 
   const MqttSettings& settings_;
+  std::optional<TlsContext> tls_;  // used by the library's object
   std::unique_ptr<Library> library_;
   bool reachable_ = false;  // the transport connection stands
   bool more_to_read_ = false;
