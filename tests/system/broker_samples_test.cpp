@@ -36,11 +36,10 @@ std::string sample(const std::string& name, const Edits& edits = {}) {
 
 /// A file of logins, the password of each being its name.
 std::string write_passwords(const TempDir& dir, const std::vector<std::string>& users) {
-  std::string lines;
-  for (const std::string& user : users) {
-    lines.append(user).append(":").append(user).append("\n");
+  const std::string file = dir.write("passwords", "");
+  for (std::ofstream logins(file); const std::string& user : users) {
+    logins << user << ':' << user << '\n';
   }
-  const std::string file = dir.write("passwords", lines);
   EXPECT_EQ(Process({"/usr/bin/mosquitto_passwd", "-U", file}).wait(), 0);
   return file;
 }

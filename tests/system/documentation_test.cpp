@@ -37,15 +37,6 @@ std::set<std::string> words(const std::string& text) {
   return all(text, "([-A-Za-z0-9_]*[A-Za-z0-9])");
 }
 
-struct Tool {
-  std::string name, help_option, man_page;
-};
-const std::vector<Tool> tools{
-    {"tolquil", "-H", "tolquil.8"},
-    {"ecusim", "--help", "ecusim.1"},
-    {"quilctl", "--help", "quilctl.1"},
-};
-
 /// All options and subcommands that a command's help shows, and those of its subcommands.
 std::set<std::string> shown(std::vector<std::string> command, const std::string& help_option) {
   command.push_back(help_option);
@@ -67,7 +58,14 @@ std::set<std::string> shown(std::vector<std::string> command, const std::string&
 }
 
 TEST(DocumentationTest, WhatHelpShowsIsInTheManPageAndInBothCompletions) {
-  for (const auto& [name, help_option, page] : tools) {
+  struct Tool {
+    std::string name, help_option, man_page;
+  };
+  for (const auto& [name, help_option, page] : {
+           Tool{"tolquil", "-H", "tolquil.8"},
+           Tool{"ecusim", "--help", "ecusim.1"},
+           Tool{"quilctl", "--help", "quilctl.1"},
+       }) {
     const auto told = words(man_page(page)), in_bash = words(contents("deploy/completion/" + name + ".bash")),
                in_zsh = words(contents("deploy/completion/_" + name));
     const auto options = shown({PROGRAM_DIR "/" + name}, help_option);
@@ -83,33 +81,27 @@ TEST(DocumentationTest, CompletionOffersWhatFits) {
   dir.write("mine.json", "");
   dir.write("mine.txt", "");
   const std::string script =
-      "cd \"$0\" && source \"$1\" && shift && COMP_WORDS=(\"$@\") COMP_CWORD=$(($# - 1)) && _$1 2>&1 && "
-      "echo ${COMPREPLY[*]}";
-  struct Case {
-    std::vector<std::string> line;  // the shell makes words of their own of "="
-    std::string offer;
-  };
-  for (const auto& [line, offer] : std::vector<Case>{
-           {{"tolquil", "--lo"}, "--log-stdout --loglevel"},
-           {{"tolquil", "-l", "n"}, "NOTICE"},
-           {{"tolquil", "-L", "--loglevel", "=", "E"}, "EMERG ERROR"},
-           {{"tolquil", "--config", "=", "mine.t"}, "mine.txt"},
-           {{"ecusim", "s"}, "scenario"},
-           {{"ecusim", "m"}, "mine.json"},
-           {{"ecusim", "watch", "--p"}, "--port"},
-           {{"ecusim", "play", "--p"}, "--port --ports"},
-           {{"ecusim", "scenario", "m"}, ""},
-           {{"quilctl", "re"}, "record replay"},
-           {{"quilctl", "--host", "x", "param", "s"}, "set"},
-           {{"quilctl", "secstore", "get", "--re"}, "--reveal"},
-           {{"quilctl", "check", "mine.t"}, "mine.txt"},
+      "cd \"$0\" && COMP_WORDS=($2) && COMP_CWORD=$((${#COMP_WORDS[@]} - 1)) && "
+      "source \"$1/$COMP_WORDS.bash\" && _$COMP_WORDS && echo ${COMPREPLY[*]}";
+  // The shell makes words of their own of "=".
+  for (const auto& [line, offer] : std::vector<std::pair<std::string, std::string>>{
+           {"tolquil --lo", "--log-stdout --loglevel"},
+           {"tolquil -l n", "NOTICE"},
+           {"tolquil -L --loglevel = E", "EMERG ERROR"},
+           {"tolquil --config = mine.t", "mine.txt"},
+           {"ecusim s", "scenario"},
+           {"ecusim m", "mine.json"},
+           {"ecusim watch --p", "--port"},
+           {"ecusim play --p", "--port --ports"},
+           {"ecusim scenario m", ""},
+           {"quilctl re", "record replay"},
+           {"quilctl --host x param s", "set"},
+           {"quilctl secstore get --re", "--reveal"},
+           {"quilctl check mine.t", "mine.txt"},
        }) {
-    std::vector<std::string> command{"/bin/bash", "-c", script, dir.path(""),
-                                     SOURCE_DIR "/deploy/completion/" + line.front() + ".bash"};
-    command.insert(command.end(), line.begin(), line.end());
-    Process bash(command);
+    Process bash({"/bin/bash", "-c", script, dir.path(""), SOURCE_DIR "/deploy/completion", line});
     EXPECT_EQ(bash.wait(), 0);
-    EXPECT_EQ(bash.output(), offer + '\n') << testing::PrintToString(line);
+    EXPECT_EQ(bash.output(), offer + '\n') << line;
   }
 }
 
