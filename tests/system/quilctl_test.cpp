@@ -196,6 +196,8 @@ TEST_F(QuilctlTest, AWatchTellsEachChangeOnceAndOutlivesTheBroker) {
   broker.start();
   ASSERT_TRUE(watch.wait_for_output("connected again"));
   BusClient again(broker.port());
+  again.subscribe(presence_topic);
+  ASSERT_TRUE(again.wait_for_text(presence_topic, "online")) << "the daemon is back too";
   again.publish("rt/system/hw_variant", Group().bytes("variant", "R08_D1").message().payload);
   EXPECT_TRUE(watch.wait_for_output("  hwvariant  R08_D1\n"));
   watch.signal(SIGINT);

@@ -65,8 +65,8 @@ class Builder {
                     const std::string& examples) {
     return command(app_, name, which, purpose, examples);
   }
-  CLI::App& group(const std::string& name, const std::string& purpose) {
-    CLI::App& added = *app_.add_subcommand(name, purpose);
+  CLI::App& group(const std::string& name, const std::string& purpose, const std::string& examples) {
+    CLI::App& added = *app_.add_subcommand(name, "Examples:\n" + examples + "\n\n" + purpose);
     added.fallthrough();
     added.footer(other_options);
     added.require_subcommand(1);
@@ -134,7 +134,9 @@ void add_variable_commands(Builder& build, Options& options) {
 }
 
 void add_parameter_commands(Builder& build, Options& options) {
-  CLI::App& param = build.group("param", "Reads and writes system parameters.");
+  CLI::App& param =
+      build.group("param", "Reads and writes system parameters.",
+                  "  quilctl param list\n  quilctl param get 0xa009\n  quilctl param set 0x11=42");
   CLI::App& get = build.command(param, "get", Command::param_get, "Prints the values of system parameters.",
                                 "  quilctl param get 0xa009\n  quilctl param get 17 18 19");
   get.add_option("ID", options.words, "decimal, or hexadecimal behind 0x")->required();
@@ -152,7 +154,9 @@ void add_secure_storage_commands(Builder& build, Options& options) {
         ->required()
         ->check(CLI::IsMember({"master", "remote"}));
   };
-  CLI::App& secstore = build.group("secstore", "Reads and writes the values of the secure storage.");
+  CLI::App& secstore =
+      build.group("secstore", "Reads and writes the values of the secure storage.",
+                  "  quilctl secstore get master > master.bin\n  quilctl secstore set master @master.bin");
   CLI::App& get = build.command(
       secstore, "get", Command::secstore_get, "Writes a value of the secure storage to standard output.",
       "  quilctl secstore get master > master.bin\n  quilctl secstore get remote --reveal");
