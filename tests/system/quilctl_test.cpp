@@ -96,7 +96,7 @@ TEST_F(QuilctlTest, AValueIsToldFromNoneAndAnUnknownNameFromBoth) {
 
 TEST_F(QuilctlTest, WithoutADaemonOrABrokerItSaysSoAtOnce) {
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
-           {"get", "vehicleid"}, {"param", "list", "--timeout", "0.5"}, {"status", "--timeout", "0.5"}}) {
+           {"get", "vehicleid"}, {"param", "list", "--timeout", "2"}, {"status", "--timeout", "2"}}) {
     EXPECT_EQ(call(words, 6).code, 6);
   }
   bus.publish(presence_topic, "offline", true);
@@ -153,7 +153,7 @@ TEST_F(QuilctlTest, AWriteThatChangesNothingIsNotTakenForDone) {
   start_daemon();
   call({"get", "topversion", "--wait", "20"});
   EXPECT_EQ(call({"param", "set", "17=hex:00ff"}).code, 0) << "it has this value";
-  EXPECT_THAT(call({"param", "set", "17=new", "--timeout", "1"}, 27).all, HasSubstr("no answer within 1 s"));
+  EXPECT_THAT(call({"param", "set", "17=new", "--timeout", "3"}, 27).all, HasSubstr("no answer within 3 s"));
 }
 
 TEST_F(QuilctlTest, AWriteThatTheDaemonDiscardsIsRefused) {
