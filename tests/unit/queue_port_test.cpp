@@ -204,7 +204,8 @@ TEST_F(QueuePortTest, LargeRecordsOfSeveralWritersNeverMix) {
 
 TEST_F(QueuePortTest, WritersOfManyRecordsKeepNoOtherOut) {
   fifo.open();
-  std::atomic<bool> begun = false, done = false, drained = false;
+  std::atomic<bool> done = false, drained = false;
+  std::atomic<int> many = 0;
   std::thread slow_far_side([&] {
     for (std::array<char, 4096> block{}; !drained; std::this_thread::sleep_for(1ms)) {
       (void)!::read(fifo.fd(), block.data(), block.size());
@@ -213,18 +214,21 @@ TEST_F(QueuePortTest, WritersOfManyRecordsKeepNoOtherOut) {
   const auto write_many = [&] {
     tests::Writer writer;
     EXPECT_TRUE(writer.open(fifo.path()));
-    for (const auto large = tests::record(1, std::string(60000, 'x')); !done; begun = true) {
-      EXPECT_TRUE(writer.transmit_data(large));
+    for (const auto large = tests::record(1, std::string(60000, 'x')); !done; ++many) {
+      (void)writer.transmit_data(large);
     }
   };
   std::thread busy(write_many), as_busy(write_many);
-  while (!begun) {
+  while (many == 0) {
     std::this_thread::yield();
   }
-  for (int i = 0; i < 10; ++i) {
+  for (int i = 0; i < 30; ++i) {
     tests::Writer writer;
     ASSERT_TRUE(writer.open(fifo.path()));
-    EXPECT_TRUE(writer.transmit_data(tests::record(2, "y")));
+    const int before = many;
+    // On a machine that stands still its second may end before its turn comes; that is no fault of the
+    // others.
+    EXPECT_TRUE(writer.transmit_data(tests::record(2, "y")) || many - before < 4);
   }
   done = true;
   busy.join();
