@@ -7,6 +7,8 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <ecu/tamu/com/transport_client.h>
@@ -339,7 +341,11 @@ TEST_F(ClientTest, EachConnectionBringsTheLatestRetainedMessagesInTheOrderOfThei
 }
 
 TEST_F(ClientTest, AnObserverOfTheConnectionKnowsWhenAllThatIsRetainedHasCome) {
-  const auto recorder = make_recorder();
+  const auto recorder = make_recorder([first = true](const std::string&, const Message&) mutable {
+    if (std::exchange(first, false)) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+  });
   std::promise<std::size_t> settled;
   std::promise<std::string> lost;
   on_connection = [&, told = false](const std::string& event) mutable {

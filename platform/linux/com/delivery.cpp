@@ -109,14 +109,14 @@ void Delivery::post(const std::string& topic, Message message) {
         continue;
       }
       if (found != nullptr) {
-        hand(*found, *found_by, {topic, message});
+        hand(*found, *found_by, {topic, message, posts_});
       }
       found = &recipient;
       found_by = &route.filter;
     }
   }
   if (found != nullptr) {
-    hand(*found, *found_by, {topic, std::move(message)});
+    hand(*found, *found_by, {topic, std::move(message), posts_});
   }
 }
 
@@ -125,6 +125,19 @@ void Delivery::hand(const std::shared_ptr<Recipient>& recipient, const std::stri
   if (!std::exchange(recipient->scheduled, true)) {
     ready_.push_back(recipient);
   }
+}
+
+std::uint64_t Delivery::posted() const {
+  const std::lock_guard lock(mutex_);
+  return posts_;
+}
+
+bool Delivery::delivered(std::uint64_t count) const {
+  const std::lock_guard lock(mutex_);
+  return std::none_of(recipients_.begin(), recipients_.end(), [count](const auto& recipient) {
+    const bool in_call = !recipient->current_topic.empty() && recipient->current_post <= count;
+    return in_call || recipient->mailbox.holds_up_to(count);
+  });
 }
 
 bool Delivery::pending() const {
@@ -151,6 +164,7 @@ void Delivery::serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) {
   recipient.server = std::this_thread::get_id();
   while (auto letter = recipient.mailbox.take()) {
     recipient.current_topic = letter->topic;
+    recipient.current_post = letter->number;
     lock.unlock();
     call(*recipient.mailbox.observer(), *letter);
     lock.lock();

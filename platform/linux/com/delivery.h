@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -42,6 +43,12 @@ class Delivery {
   /// Queues a message for every observer whose subscription matches, once for each.
   void post(const std::string& topic, Message message);
 
+  /// How many messages have been posted.
+  [[nodiscard]] std::uint64_t posted() const;
+
+  /// Whether no call for one of the first `count` posted messages is under way or still to come.
+  [[nodiscard]] bool delivered(std::uint64_t count) const;
+
   /// Whether an observer has messages and nobody delivers them.
   [[nodiscard]] bool pending() const;
 
@@ -60,6 +67,7 @@ class Delivery {
     std::uint64_t last_post = 0;  // number of the message that was posted to it last
     std::thread::id server;       // the thread that calls the observer
     std::string current_topic;    // what it is called for; empty between calls
+    std::uint64_t current_post = 0;
   };
   struct Route {
     std::string filter;

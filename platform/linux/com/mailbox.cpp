@@ -46,11 +46,11 @@ void Mailbox::put(const std::string& filter, Letter letter) {
     drop_oldest(*slot);
   }
   slot->bytes += bytes;
-  slot->waiting.push_back({arrivals_++, std::move(letter)});
+  slot->waiting.push_back(std::move(letter));
 }
 
 void Mailbox::drop_oldest(Slot& slot) {
-  slot.bytes -= size_of(slot.waiting.front().letter);
+  slot.bytes -= size_of(slot.waiting.front());
   slot.waiting.pop_front();
   ++slot.dropped;
 }
@@ -59,7 +59,7 @@ std::optional<Letter> Mailbox::take() {
   Slot* oldest = nullptr;
   for (Slot& slot : slots_) {
     if (!slot.waiting.empty() &&
-        (oldest == nullptr || slot.waiting.front().arrival < oldest->waiting.front().arrival)) {
+        (oldest == nullptr || slot.waiting.front().number < oldest->waiting.front().number)) {
       oldest = &slot;
     }
   }
@@ -69,10 +69,16 @@ std::optional<Letter> Mailbox::take() {
   if (const std::uint64_t dropped = std::exchange(oldest->dropped, 0); dropped > 0) {
     mqtt_log.warning("observer too slow: ", dropped, " messages dropped on topic ", oldest->filter);
   }
-  Letter letter = std::move(oldest->waiting.front().letter);
+  Letter letter = std::move(oldest->waiting.front());
   oldest->bytes -= size_of(letter);
   oldest->waiting.pop_front();
   return letter;
+}
+
+bool Mailbox::holds_up_to(std::uint64_t number) const noexcept {
+  return std::any_of(slots_.begin(), slots_.end(), [number](const Slot& slot) {
+    return !slot.waiting.empty() && slot.waiting.front().number <= number;
+  });
 }
 
 void Mailbox::clear() noexcept {

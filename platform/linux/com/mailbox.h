@@ -20,6 +20,7 @@ inline constexpr std::size_t max_waiting_bytes = std::size_t{1024} * 1024;
 struct Letter {
   std::string topic;
   Message message;
+  std::uint64_t number;  // in the order of arrival
 };
 
 /// The messages that wait for one observer, in the order of arrival over all its topics. Each subscribed
@@ -45,16 +46,15 @@ class Mailbox {
   /// place for.
   [[nodiscard]] std::optional<Letter> take();
 
+  /// Whether a message waits whose number is not above `number`.
+  [[nodiscard]] bool holds_up_to(std::uint64_t number) const noexcept;
+
   void clear() noexcept;
 
  private:
-  struct Waiting {
-    std::uint64_t arrival;
-    Letter letter;
-  };
   struct Slot {
     std::string filter;
-    std::deque<Waiting> waiting;
+    std::deque<Letter> waiting;
     std::size_t bytes = 0;
     std::uint64_t dropped = 0;
   };
@@ -64,7 +64,6 @@ class Mailbox {
 
   std::shared_ptr<ISubscriptionObserver> observer_;
   std::vector<Slot> slots_;
-  std::uint64_t arrivals_ = 0;
 };
 
 }  // namespace ecu::tamu::com

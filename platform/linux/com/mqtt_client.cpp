@@ -171,7 +171,7 @@ void MqttClient::connection_down(const std::string& reason) {
     }
   }
   if (observer_) {
-    settlement_due_ = false;
+    settled_after_.reset();
     observer_->connection_down(reason);
   }
 }
@@ -183,7 +183,7 @@ void MqttClient::subscription_refused(const std::string& filter) {
 }
 
 void MqttClient::echoed() {
-  settlement_due_ = true;
+  settled_after_ = delivery_.posted();
 }
 
 void MqttClient::message(const std::string& topic, Message message) {
@@ -210,12 +210,18 @@ bool MqttClient::deliver() {
   threads_.begin_calls();
   while (threads_.leading() && delivery_.deliver_next()) {
   }
-  return threads_.end_calls();
+  if (threads_.end_calls()) {
+    return true;
+  }
+  if (observer_) {
+    wake_.signal();  // the new leader may wait for these calls with its report
+  }
+  return false;
 }
 
 void MqttClient::report_settlement() {
-  if (settlement_due_) {
-    settlement_due_ = false;
+  if (settled_after_ && delivery_.delivered(*settled_after_)) {
+    settled_after_.reset();
     observer_->subscriptions_settled();
   }
 }

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -66,9 +68,10 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
 
-  Connection connection_;        // the leader's alone, as the next two
-  bool echo_wanted_ = false;     // behind the first subscriptions of a connection
-  bool settlement_due_ = false;  // the observer is to be told that they are settled
+  Connection connection_;     // the leader's alone, as the next two
+  bool echo_wanted_ = false;  // behind the first subscriptions of a connection
+  // How many messages are to be delivered before the observer is told that they are settled.
+  std::optional<std::uint64_t> settled_after_;
 
   mutable std::mutex mutex_;  // guards the rest but threads_; never held while an observer is called
   Outbox outbox_;

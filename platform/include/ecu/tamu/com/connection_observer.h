@@ -20,8 +20,7 @@ class IConnectionObserver {
   virtual void subscription_refused(const std::string& filter) = 0;
 
   /// Once for each connection: the broker has answered every subscription that there was when the connection
-  /// came up, and the observers have been called for all that it retains for them at quality of service 0
-  /// (one whose call lasts may still be in it).
+  /// came up, and the subscribers' calls for all that it retains for them at quality of service 0 have ended.
   virtual void subscriptions_settled() = 0;
 };
 
