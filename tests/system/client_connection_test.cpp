@@ -1,0 +1,141 @@
+#include <gmock/gmock.h>
+
+#include <thread>
+
+#include "client_fixture.h"
+#include "support/captured_log.h"
+
+namespace tests {
+namespace {
+
+using namespace ecu::tamu::com;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+using ClientConnectionTest = ClientTest;
+
+// ---- publishing ----
+
+TEST_F(ClientConnectionTest, WithoutAConnectionRetainedMessagesAreKeptAndOthersRefused) {
+  broker.stop();
+  const std::string log = logged_by([&] {
+    run();
+    EXPECT_EQ(publish("out/lost", "1"), PublishResult::not_connected);
+    EXPECT_EQ(publish("out/lost", "2"), PublishResult::not_connected);
+    EXPECT_EQ(publish("out/kept", "1", true), PublishResult::success);
+    EXPECT_EQ(publish("out/kept", "2", true), PublishResult::success);
+    broker.start();
+    BusClient late(broker.port());
+    late.subscribe("#");
+    EXPECT_TRUE(late.wait_for_text("out/kept", "2"));
+    EXPECT_TRUE(late.wait_for_text(presence_topic, "online"));
+    EXPECT_THAT(late.history(), testing::SizeIs(2));
+    EXPECT_EQ(publish("out/lost", "3"), PublishResult::success);
+    EXPECT_TRUE(late.wait_for_text("out/lost", "3"));
+    stop();
+  });
+  EXPECT_EQ(count(log, "out/lost"), 1) << log;
+  EXPECT_THAT(log, HasSubstr("WARNING [tamu.com.mqtt] no connection"));
+}
+
+TEST_F(ClientConnectionTest, EachConnectionBringsTheLatestRetainedMessagesInTheOrderOfTheirFirstPublication) {
+  publish("out/a", "1", true);
+  publish("out/b", "1", true);
+  publish("out/a", "2", true);
+  start();
+  publish("out/passing", "1");
+  publish("out/c", "1", true);
+  ASSERT_TRUE(bus.wait_for_text("out/c", "1"));
+  { BusClient of_the_same_name(broker.port(), "tested"); }  // takes its connection away
+  ASSERT_TRUE(bus.wait_for_text("out/c", "1"));
+  std::vector<std::string> heard;
+  for (const BusMessage& message : bus.history()) {
+    if (message.topic.starts_with("out/")) {
+      heard.push_back(message.topic + '=' + message.payload);
+    }
+  }
+  EXPECT_THAT(heard, ElementsAre("out/a=2", "out/b=1", "out/passing=1", "out/c=1",  //
+                                 "out/a=2", "out/b=1", "out/c=1"));
+}
+
+TEST_F(ClientConnectionTest, AnObserverOfTheConnectionKnowsWhenAllThatIsRetainedHasCome) {
+  const auto recorder = make_recorder([first = true](const std::string&, const Message&) mutable {
+    if (std::exchange(first, false)) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+  });
+  std::promise<std::size_t> settled;
+  std::promise<std::string> lost;
+  on_connection = [&, told = false](const std::string& event) mutable {
+    if (event == "settled") {
+      settled.set_value(recorder->seen().size());
+    } else if (event != "up" && !std::exchange(told, true)) {
+      lost.set_value(event);
+    }
+  };
+  for (int i = 0; i < 200; ++i) {
+    bus.publish("in/" + std::to_string(i), std::string(2000, 'x'), true);
+  }
+  bus.publish("out/done", "");
+  ASSERT_TRUE(bus.wait_for("out/done"));
+  client->subscribe("in/#", 0, recorder);
+  start();
+  EXPECT_EQ(settled.get_future().get(), 200u);
+  broker.stop();
+  EXPECT_EQ(lost.get_future().get(), "down: connection closed by the peer");
+}
+
+TEST_F(ClientConnectionTest, AnAcknowledgedMessageLeavesWithQualityOfServiceOne) {
+  start();
+  Message message = raw_message("x");
+  message.acknowledged = true;
+  client->publish("out/x", message);
+  const auto heard = bus.wait_for("out/x");
+  ASSERT_TRUE(heard);
+  EXPECT_EQ(heard->qos, 1);
+  EXPECT_FALSE(heard->retained);
+}
+
+TEST_F(ClientConnectionTest, ABrokerThatTakesNothingBlocksNobodyAndLosesNoLatestValue) {
+  start();
+  broker.freeze();
+  const std::string piece(10'000, 'x');
+  auto result = PublishResult::success;
+  for (int i = 0; i < 5000 && result == PublishResult::success; ++i) {
+    result = publish("out/bulk", piece);
+  }
+  EXPECT_EQ(result, PublishResult::overload);
+  EXPECT_EQ(publish("out/kept", "1", true), PublishResult::success);
+  EXPECT_EQ(publish("out/kept", "2", true), PublishResult::success);
+  broker.thaw();
+  EXPECT_TRUE(bus.wait_for_text("out/kept", "2"));
+}
+
+// ---- stopping ----
+
+TEST_F(ClientConnectionTest, RunReturnsWhenNoObserverIsCalledAndTheConnectionIsClosed) {
+  const auto observer = make_blocked_recorder();
+  client->subscribe("in/a", 0, observer);
+  start();
+  bus.publish("in/a", "1");
+  bus.publish("in/a", "2");
+  ASSERT_TRUE(observer->wait_for(1));
+  publish("out/last", "words");
+  client->stop();
+  EXPECT_FALSE(has_returned(running));
+  gate.count_down();
+  EXPECT_TRUE(returns_soon(running));
+  EXPECT_THAT(observer->seen(), testing::SizeIs(1));
+  EXPECT_TRUE(bus.wait_for_text("out/last", "words"));
+  EXPECT_TRUE(bus.wait_for_text(presence_topic, "offline"));
+  EXPECT_TRUE(broker.wait_for_log("tested disconnected"));
+}
+
+TEST_F(ClientConnectionTest, AStopBeforeTheStartHolds) {
+  client->stop();
+  run();
+  EXPECT_TRUE(returns_soon(running));
+}
+
+}  // namespace
+}  // namespace tests

@@ -1,0 +1,170 @@
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+
+#include <ecu/tamu/date_time.h>
+
+#include "client_fixture.h"
+#include "support/captured_log.h"
+
+namespace tests {
+namespace {
+
+using namespace ecu::tamu::com;
+using ecu::tamu::DateTime;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+using ClientDeliveryTest = ClientTest;
+
+TEST_F(ClientDeliveryTest, EachMessageIsDeliveredOnceAndInOrderToEachObserver) {
+  const auto all = make_recorder(), some = make_recorder();
+  for (const char* topic : {"in/a", "in/b", "in/a", "in/+", "in/#"}) {
+    client->subscribe(topic, 0, all);
+  }
+  client->subscribe("in/+/c", 0, some);
+  client->subscribe("in/b", 0, some);
+  start();
+  const auto late = make_recorder();
+  client->subscribe("in/a", 2, late);
+  ASSERT_TRUE(broker.wait_for_log("tested"));
+  for (const char* topic : {"in/a", "in/b", "in/x/c", "out/side", "in/b", "in/a"}) {
+    bus.publish(topic, "1", false, 1);
+  }
+  bus.publish("in/b", "end");
+  ASSERT_TRUE(all->wait_for(6) && some->wait_for(4));
+  EXPECT_THAT(all->seen(), ElementsAre("in/a=1", "in/b=1", "in/x/c=1", "in/b=1", "in/a=1", "in/b=end"));
+  EXPECT_THAT(some->seen(), ElementsAre("in/b=1", "in/x/c=1", "in/b=1", "in/b=end"));
+}
+
+TEST_F(ClientDeliveryTest, AReceivedMessageTellsItsTimeAndHowItWasSent) {
+  bus.publish("out/kept", "k", true, 1);
+  ASSERT_TRUE(bus.wait_for_text("out/kept", "k"));
+  const auto began = DateTime::time_since_boot_ns();
+  std::vector<std::string> flags;
+  const auto observer = make_recorder([&](const std::string&, const Message& msg) {
+    flags.push_back(std::string(msg.retained ? "retained " : "") + (msg.acknowledged ? "acknowledged" : ""));
+    EXPECT_TRUE(began < msg.timestamp && msg.timestamp <= DateTime::time_since_boot_ns() && msg.header == 0);
+  });
+  client->subscribe("out/#", 1, observer);
+  start();
+  ASSERT_TRUE(observer->wait_for(1));
+  bus.publish("out/plain", "p", false, 0);
+  bus.publish("out/acknowledged", "a", true, 2);
+  ASSERT_TRUE(observer->wait_for(3));
+  stop();
+  EXPECT_THAT(flags, ElementsAre("retained acknowledged", "", "acknowledged"));
+}
+
+TEST_F(ClientDeliveryTest, ABlockedObserverDelaysNeitherTheOthersNorTheNetwork) {
+  const auto blocked = make_blocked_recorder();
+  const auto also_blocked = make_blocked_recorder();
+  const auto free = make_recorder();
+  client->subscribe("in/a", 0, blocked);
+  client->subscribe("in/a", 0, also_blocked);
+  client->subscribe("in/#", 0, free);
+  start();
+  bus.publish("in/a", "1");
+  EXPECT_TRUE(blocked->wait_for(1) && also_blocked->wait_for(1));
+  bus.publish("in/b", "2");
+  EXPECT_TRUE(free->wait_for(2));
+  publish("out/x", "sent");
+  EXPECT_TRUE(bus.wait_for_text("out/x", "sent"));
+  gate.count_down();
+}
+
+TEST_F(ClientDeliveryTest, AFloodOnOneTopicDropsTheOldestOfThatTopicAlone) {
+  constexpr int sent = 1000, kept = 256;
+  const auto blocked = make_blocked_recorder();
+  const auto witness = make_recorder();
+  client->subscribe("in/flood", 1, blocked);
+  client->subscribe("in/other", 1, blocked);
+  client->subscribe("in/#", 1, witness);
+  const std::string log = logged_by([&] {
+    start();
+    bus.publish("in/other", "first", false, 1);
+    EXPECT_TRUE(blocked->wait_for(1));
+    bus.publish("in/other", "second", false, 1);
+    for (int i = 1; i <= sent; ++i) {
+      bus.publish("in/flood", std::to_string(i), false, 1);
+      // So that the witness keeps up.
+      ASSERT_TRUE(i % 100 != 0 || witness->wait_for(static_cast<std::size_t>(i) + 2));
+    }
+    gate.count_down();
+    EXPECT_TRUE(blocked->wait_for(kept + 2));
+    stop();
+  });
+  const auto seen = blocked->seen();
+  ASSERT_EQ(seen.size(), kept + 2U);
+  EXPECT_THAT((std::vector{seen[1], seen[2], seen.back()}),
+              ElementsAre("in/other=second", "in/flood=745", "in/flood=1000"));
+  EXPECT_EQ(count(log, "WARNING"), 1) << log;
+  EXPECT_THAT(log, testing::AllOf(HasSubstr("in/flood"), HasSubstr(" 744 ")));
+}
+
+TEST_F(ClientDeliveryTest, AnExceptionOutOfAnObserverIsLoggedAndDeliveryGoesOn) {
+  const auto failing = make_recorder([](const std::string& topic, const Message&) {
+    if (topic == "in/1") {
+      throw std::runtime_error("out of order");
+    }
+    throw 1;
+  });
+  client->subscribe("in/#", 0, failing);
+  const std::string log = logged_by([&] {
+    start();
+    bus.publish("in/1", "");
+    bus.publish("in/2", "");
+    bus.publish("in/3", "");
+    EXPECT_TRUE(failing->wait_for(3));
+    stop();
+  });
+  EXPECT_EQ(count(log, " ERROR "), 3) << log;
+  EXPECT_THAT(log, testing::AllOf(HasSubstr("in/1"), HasSubstr("out of order"), HasSubstr("in/2")));
+}
+
+// ---- taking subscriptions back ----
+
+TEST_F(ClientDeliveryTest, UnsubscribeWaitsForTheCallThatIsUnderWay) {
+  const auto observer = make_blocked_recorder();
+  const auto witness = make_recorder();
+  client->subscribe("in/a", 0, observer);
+  client->subscribe("in/#", 0, witness);
+  start();
+  bus.publish("in/a", "1");
+  ASSERT_TRUE(observer->wait_for(1));
+  bus.publish("in/a", "2");
+  ASSERT_TRUE(witness->wait_for(2));
+  const auto call = std::async(std::launch::async, [&] { client->unsubscribe("in/a", observer); });
+  EXPECT_FALSE(has_returned(call));
+  gate.count_down();
+  EXPECT_TRUE(returns_soon(call));
+  bus.publish("in/a", "3");
+  ASSERT_TRUE(witness->wait_for(3));
+  stop();
+  EXPECT_THAT(observer->seen(), ElementsAre("in/a=1"));
+  EXPECT_EQ(observer.use_count(), 1);
+}
+
+TEST_F(ClientDeliveryTest, AnObserverMayUseTheClientAsItLikes) {
+  std::shared_ptr<Recorder> observer;
+  observer = make_recorder([&](const std::string& topic, const Message&) {
+    if (topic == "in/1") {
+      client->unsubscribe("in/1", observer);
+      client->subscribe("in/2", 0, observer);
+      publish("out/x", "moved");
+    } else {
+      client->stop();
+    }
+  });
+  client->subscribe("in/1", 0, observer);
+  start();
+  bus.publish("in/1", "");
+  ASSERT_TRUE(bus.wait_for_text("out/x", "moved"));
+  bus.publish("in/1", "again");
+  bus.publish("in/2", "");
+  EXPECT_TRUE(returns_soon(running));
+  EXPECT_THAT(observer->seen(), ElementsAre("in/1=", "in/2="));
+}
+
+}  // namespace
+}  // namespace tests

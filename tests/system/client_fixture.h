@@ -1,0 +1,145 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <future>
+#include <latch>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <ecu/tamu/com/transport_client.h>
+#include <ecu/tamu/config/configuration.h>
+
+#include "support/broker.h"
+#include "support/bus_client.h"
+#include "support/rt_messages.h"
+
+namespace tests {
+
+namespace com = ecu::tamu::com;
+
+/// Takes down "topic=payload", then does what the test wants done.
+class Recorder final : public com::ISubscriptionObserver {
+ public:
+  using Action = std::function<void(const std::string& topic, const com::Message& msg)>;
+
+  explicit Recorder(Action action) : action_(std::move(action)) {}
+
+  void message(const std::string& topic, const com::Message& msg) override {
+    {
+      const std::lock_guard lock(mutex_);
+      seen_.push_back(topic + "=" + std::string(msg.payload.begin(), msg.payload.end()));
+      changed_.notify_all();
+    }
+    if (action_) {
+      action_(topic, msg);
+    }
+  }
+
+  bool wait_for(std::size_t calls) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, patience, [&] { return seen_.size() >= calls; });
+  }
+  std::vector<std::string> seen() {
+    const std::lock_guard lock(mutex_);
+    return seen_;
+  }
+
+ private:
+  const Action action_;
+  std::mutex mutex_;  // guards the rest
+  std::condition_variable changed_;
+  std::vector<std::string> seen_;
+};
+
+inline std::shared_ptr<Recorder> make_recorder(Recorder::Action action = nullptr) {
+  return std::make_shared<Recorder>(std::move(action));
+}
+
+/// Calls `on_event` with "up", "down" or "settled"; the broker of these tests refuses nothing.
+class ConnectionLog final : public com::IConnectionObserver {
+ public:
+  explicit ConnectionLog(std::function<void(const std::string&)> on_event) : on_event_(std::move(on_event)) {}
+
+  void connection_up() override { on_event_("up"); }
+  void connection_down(const std::string& reason) override { on_event_("down: " + reason); }
+  void subscription_refused(const std::string& /*filter*/) override {}
+  void subscriptions_settled() override { on_event_("settled"); }
+
+ private:
+  const std::function<void(const std::string&)> on_event_;
+};
+
+/// The client under test, and another user of the bus that hears all of "out/" and "system/".
+class ClientTest : public testing::Test {
+ protected:
+  static inline const std::string presence_topic = "system/presence/tested";
+
+  ClientTest() {
+    bus.subscribe("system/#");
+    bus.subscribe("out/#");
+    auto config = std::make_unique<ecu::tamu::config::Configuration>();
+    config->set_value("client_name", "tested");
+    config->set_value("host", "127.0.0.1");
+    config->set_value("port", std::to_string(broker.port()));
+    client = com::create_client(config, com::TransportType::mqtt,
+                                std::make_shared<ConnectionLog>([this](const std::string& event) {
+                                  if (on_connection) {
+                                    on_connection(event);
+                                  }
+                                }));
+  }
+  ~ClientTest() override {
+    if (!gate.try_wait()) {
+      gate.count_down();
+    }
+    stop();
+  }
+
+  /// Runs the client; its connection and what it subscribed to before are there on return.
+  void start() {
+    run();
+    ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  }
+  void run() {
+    client->connect();
+    client->start();
+    running = std::async(std::launch::async, [this] { client->run(); });
+  }
+  void stop() {
+    client->stop();
+    if (running.valid()) {
+      ASSERT_EQ(running.wait_for(patience), std::future_status::ready);
+    }
+  }
+  com::PublishResult publish(const std::string& topic, const std::string& text, bool retained = false) {
+    com::Message message = raw_message(text);
+    message.retained = retained;
+    return client->publish(topic, std::move(message));
+  }
+  std::shared_ptr<Recorder> make_blocked_recorder() {
+    return make_recorder([this](const std::string&, const com::Message&) { gate.wait(); });
+  }
+
+  std::function<void(const std::string&)> on_connection;  // set before `start`
+  std::latch gate{1};                                     // blocked observers wait for it
+  Broker broker;
+  BusClient bus{broker.port()};
+  std::shared_ptr<com::ITransportClient> client;
+  std::future<void> running;
+};
+
+inline bool returns_soon(const std::future<void>& call) {
+  return call.wait_for(patience) == std::future_status::ready;
+}
+inline bool has_returned(const std::future<void>& call) {
+  return call.wait_for(std::chrono::milliseconds(50)) == std::future_status::ready;
+}
+
+}  // namespace tests
