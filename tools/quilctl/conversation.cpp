@@ -54,6 +54,10 @@ bool Conversation::wait_until(const std::function<bool()>& is_done, Clock::time_
   return true;
 }
 
+void Conversation::listen_until(Clock::time_point time) {
+  (void)wait_until([] { return false; }, time);
+}
+
 void Conversation::handle(const Event& event) {
   switch (event.kind) {
     case Event::Kind::up:

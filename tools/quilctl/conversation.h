@@ -29,6 +29,9 @@ class Conversation {
   [[nodiscard]] bool wait_until(const std::function<bool()>& is_done,
                                 Clock::time_point deadline = Clock::time_point::max());
 
+  /// Takes messages until `time`, or the time limit if that is earlier.
+  void listen_until(Clock::time_point time);
+
   /// Gives the rest another time limit, from now.
   void allow(std::chrono::duration<double> time);
   void allow_any_time() noexcept { deadline_ = Clock::time_point::max(); }

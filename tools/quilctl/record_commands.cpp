@@ -91,7 +91,7 @@ void record_messages(const Options& options, Bus& bus, Recorder& recorder, const
 
 void publish(Conversation& talk, const std::string& topic, const com::Message& message) {
   while (!talk.bus().publish(topic, message)) {
-    (void)talk.wait_until([] { return false; }, Clock::now() + overload_pause);
+    talk.listen_until(Clock::now() + overload_pause);
   }
 }
 
@@ -141,7 +141,7 @@ ExitCode replay(const Options& options) {
     }
     if (options.speed > 0) {
       const auto at = std::chrono::duration<double>(recorded->at) / options.speed;
-      (void)talk.wait_until([] { return false; }, begin + std::chrono::duration_cast<Clock::duration>(at));
+      talk.listen_until(begin + std::chrono::duration_cast<Clock::duration>(at));
     }
     publish(talk, recorded->topic, message_of(*recorded, *recorded->payload));
     ++count;
