@@ -122,12 +122,12 @@ TEST_F(ClientConnectionTest, RunReturnsWhenNoObserverIsCalledAndTheConnectionIsC
   ASSERT_TRUE(observer->wait_for(1));
   publish("out/last", "words");
   client->stop();
+  EXPECT_TRUE(bus.wait_for_text("out/last", "words"));
+  EXPECT_TRUE(bus.wait_for_text(presence_topic, "offline"));
   EXPECT_FALSE(has_returned(running));
   gate.count_down();
   EXPECT_TRUE(returns_soon(running));
   EXPECT_THAT(observer->seen(), testing::SizeIs(1));
-  EXPECT_TRUE(bus.wait_for_text("out/last", "words"));
-  EXPECT_TRUE(bus.wait_for_text(presence_topic, "offline"));
   EXPECT_TRUE(broker.wait_for_log("tested disconnected"));
 }
 
