@@ -52,8 +52,9 @@ std::string property_text(const tamu::rt::Signal& signal) {
 
 }  // namespace
 
-HWPropertyVariable::HWPropertyVariable(const std::string& name, const std::string& signal_name)
-    : EnvironmentVariable(name, hw_properties_topic, VariableSource::SIGNAL), m_signal_name(signal_name) {}
+HWPropertyVariable::HWPropertyVariable(const std::string& name, std::string signal_name)
+    : EnvironmentVariable(name, hw_properties_topic, VariableSource::SIGNAL),
+      m_signal_name(std::move(signal_name)) {}
 
 bool HWPropertyVariable::extract(const tamu::com::Message& msg) {
   const SignalLookup lookup{"HWPropertyVariable", "unpack", m_signal_name, m_signal_name};

@@ -1,5 +1,6 @@
 #include <exception>
 #include <memory>
+#include <utility>
 
 #include <ecu/quil/queuing_port_handler.h>
 #include <ecu/tamu/logging/logging.h>
@@ -14,9 +15,10 @@ constexpr std::string_view prefix = "[QueuingPortHandler] ";
 
 }  // namespace
 
-QueuingPortHandler::QueuingPortHandler(const std::string& read_path, const std::string& write_path,
-                                       int reader_setting)
-    : m_reader(std::make_unique<ConsumerWrapper>(this)), m_read_path(read_path), m_write_path(write_path) {
+QueuingPortHandler::QueuingPortHandler(std::string read_path, std::string write_path, int reader_setting)
+    : m_reader(std::make_unique<ConsumerWrapper>(this)),
+      m_read_path(std::move(read_path)),
+      m_write_path(std::move(write_path)) {
   m_reader.configure(reader_setting);
 }
 

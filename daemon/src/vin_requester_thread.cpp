@@ -111,7 +111,7 @@ void VINRequesterThread::stop() {
   }
   {
     // With the mutex held the thread is either before its look at the flag or in its wait, never between.
-    const auto lock = locked(m_mutex);
+    const std::lock_guard lock(*m_mutex);
     *m_running = false;
     m_wakeup->notify_all();
   }

@@ -53,6 +53,7 @@ Process::Process(std::vector<std::string> argv) {
   auto [out, child_out] = make_pipe();
   auto [err, child_err] = make_pipe();
   std::vector<char*> arguments;
+  arguments.reserve(argv.size() + 1);
   for (std::string& argument : argv) {
     arguments.push_back(argument.data());
   }

@@ -25,7 +25,7 @@ namespace {
 constexpr int qos_acknowledged = 1;
 constexpr int refused_qos = 0x80;  // in a SUBACK
 constexpr unsigned max_messages_per_read = 32;
-constexpr std::size_t max_bytes_per_read = 256 * 1024;
+constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
 
 constexpr const char* closed_by_peer = "connection closed by the peer";
 

@@ -18,7 +18,7 @@ constexpr auto logger = logging::module("tamu.ipc.queueport");
 
 // What a drain takes at most from a port that cannot say how much waits; a far side that never pauses would
 // otherwise keep a stop from coming to its end.
-constexpr std::size_t drain_limit = 1024 * 1024;
+constexpr std::size_t drain_limit = std::size_t{1024} * 1024;
 
 constexpr int no_descriptor = -1;  // of which poll sees nothing
 

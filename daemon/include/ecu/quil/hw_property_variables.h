@@ -12,7 +12,7 @@ namespace ecu::quil {
 /// signal calls for.
 class HWPropertyVariable : public EnvironmentVariable {
  public:
-  HWPropertyVariable(const std::string& name, const std::string& signal_name);
+  HWPropertyVariable(const std::string& name, std::string signal_name);
   bool extract(const tamu::com::Message& msg) override;
 
  private:

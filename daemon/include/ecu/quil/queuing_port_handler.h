@@ -18,7 +18,7 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   using Consumer = tamu::ipc::IDataConsumer<IpcSignal>;
 
   /// `reader_setting` goes to the platform's reader as it is.
-  QueuingPortHandler(const std::string& read_path, const std::string& write_path, int reader_setting);
+  QueuingPortHandler(std::string read_path, std::string write_path, int reader_setting);
   ~QueuingPortHandler() override;
 
   QueuingPortHandler(const QueuingPortHandler&) = delete;
