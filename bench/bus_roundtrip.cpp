@@ -229,6 +229,7 @@ Figures measure(Probe& probe, int pid, int results) {
     (void)probe.round_trip();
   }
   std::vector<double> latencies;
+  latencies.reserve(measured_messages);
   const Microseconds cpu_before = cpu_time(pid);
   for (int i = 0; i < measured_messages; ++i) {
     latencies.push_back(probe.round_trip().count());
@@ -318,10 +319,10 @@ int main(int argc, char* argv[]) {
       run_against_private_broker(arguments[1]);
       return EXIT_SUCCESS;
     } else {
-      std::fprintf(stderr, "Usage: bus_roundtrip PATH_OF_TOLQUIL\n");
+      (void)std::fprintf(stderr, "Usage: bus_roundtrip PATH_OF_TOLQUIL\n");
     }
   } catch (const std::exception& failure) {
-    std::fprintf(stderr, "bus_roundtrip: %s\n", failure.what());
+    (void)std::fprintf(stderr, "bus_roundtrip: %s\n", failure.what());
   }
   return EXIT_FAILURE;
 }

@@ -9,7 +9,7 @@ namespace {
 namespace logging = ecu::tamu::logging;
 
 void line_not_let_through(benchmark::State& state) {
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     logging::debug("Received data for EcuVar ", "serialnumber", " (from ", state.iterations(), ")");
   }
 }
@@ -20,7 +20,7 @@ void line_to_a_stream(benchmark::State& state) {
   const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
   ::dup2(nowhere, STDERR_FILENO);
   logging::set_log_mode(logging::LogMode::standard_error);
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     logging::notice("Received data for EcuVar ", "serialnumber", " (from ", "rt/system/serialnumber", ")");
   }
   logging::set_log_mode(logging::LogMode::syslog);

@@ -26,7 +26,7 @@ pb::EcuVariable variable() {
 
 void serialise_variable(benchmark::State& state) {
   const pb::EcuVariable body = variable();
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     benchmark::DoNotOptimize(Adapter().serialize(body));
   }
 }
@@ -34,7 +34,7 @@ BENCHMARK(serialise_variable);
 
 void deserialise_variable(benchmark::State& state) {
   const com::Message message = Adapter().serialize(variable()).value();
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     benchmark::DoNotOptimize(Adapter().deserialize(message));
   }
 }
@@ -45,7 +45,7 @@ void daemon_message(benchmark::State& state, const std::string& topic, com::Mess
   const auto client = std::make_shared<tests::DiscardingClient>();
   ecu::quil::EnvironmentDaemon daemon(client, std::make_unique<config::Configuration>());
   daemon.init();
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     ++message.timestamp;
     daemon.message(topic, message);
   }

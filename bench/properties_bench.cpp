@@ -38,7 +38,7 @@ void hw_properties_floor(benchmark::State& state) {
   pb::EcuVariable variable;
   variable.set_value("true");
   variable.set_timestamp(1'000'000'000'000);
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     std::uint16_t protocol_type = com::pb_protocol_type;
     benchmark::DoNotOptimize(com::unframe(message.payload, group, protocol_type));
     for (std::size_t i = 0; i < rt::catalogue_signals(topic).size(); ++i) {
@@ -53,7 +53,7 @@ void hw_properties_daemon(benchmark::State& state) {
   const auto client = std::make_shared<tests::DiscardingClient>();
   ecu::quil::EnvironmentDaemon daemon(client, std::make_unique<config::Configuration>());
   daemon.init();
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     ++message.timestamp;
     daemon.message(topic, message);
   }

@@ -33,7 +33,7 @@ void write_and_read_records(benchmark::State& state) {
     return state.SkipWithError("no port");
   }
   const auto record = tests::record(7, std::string(static_cast<std::size_t>(state.range(0)), 'x'));
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     tests::Writer writer;
     bool written = writer.open(fifo.path());
     for (int i = 0; i < records_per_frame; ++i) {
@@ -54,8 +54,8 @@ void bare_write_and_read(benchmark::State& state) {
   const tests::Fifo fifo(dir, "port");
   const ecu::tamu::posix::UniqueFd port(::open(fifo.path().c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
   const std::string record = tests::wire(7, std::string(static_cast<std::size_t>(state.range(0)), 'x'));
-  std::string room(64 * 1024, '\0');
-  for (auto _ : state) {
+  std::string room(std::size_t{64} * 1024, '\0');
+  for ([[maybe_unused]] const auto _ : state) {
     for (int i = 0; i < records_per_frame; ++i) {
       benchmark::DoNotOptimize(::write(port.get(), record.data(), record.size()));
     }

@@ -43,7 +43,7 @@ void consume_and_merge(benchmark::State& state) {
   const auto port = std::make_shared<tests::FakePort>();
   const SysParamContainer container(port, {}, SysParamReqHandler::answer_timeout);
   const auto signals = frame(state.range(0));
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     receive(*port, signals);
   }
   per_parameter(state);
@@ -55,7 +55,7 @@ void diff_of_a_write(benchmark::State& state) {
   const SysParamContainer container(port, {}, SysParamReqHandler::answer_timeout);
   receive(*port, frame(state.range(0)));
   const auto same = container.get_sysparams()->all();
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     benchmark::DoNotOptimize(container.diff(same));
   }
   per_parameter(state);
@@ -67,7 +67,7 @@ void answer_all_parameters(benchmark::State& state) {
   const auto port = std::make_shared<tests::FakePort>();
   SysParamReqHandler handler(client, port, {});
   receive(*port, frame(state.range(0)));
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     handler.message("system/quil/request/sysparams", {});
   }
   per_parameter(state);
