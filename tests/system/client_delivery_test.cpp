@@ -80,6 +80,12 @@ TEST_F(ClientDeliveryTest, AFloodOnOneTopicDropsTheOldestOfThatTopicAlone) {
   client->subscribe("in/flood", 1, blocked);
   client->subscribe("in/other", 1, blocked);
   client->subscribe("in/#", 1, witness);
+  std::promise<std::string> told;
+  on_connection = [&told](const std::string& event) {
+    if (event.starts_with("dropped")) {
+      told.set_value(event);
+    }
+  };
   const std::string log = logged_by([&] {
     start();
     bus.publish("in/other", "first", false, 1);
@@ -94,6 +100,7 @@ TEST_F(ClientDeliveryTest, AFloodOnOneTopicDropsTheOldestOfThatTopicAlone) {
     EXPECT_TRUE(blocked->wait_for(kept + 2));
     stop();
   });
+  EXPECT_EQ(told.get_future().get(), "dropped: 744 in/flood");
   const auto seen = blocked->seen();
   ASSERT_EQ(seen.size(), kept + 2U);
   EXPECT_THAT((std::vector{seen[1], seen[2], seen.back()}),

@@ -62,7 +62,8 @@ inline std::shared_ptr<Recorder> make_recorder(Recorder::Action action = nullptr
   return std::make_shared<Recorder>(std::move(action));
 }
 
-/// Calls `on_event` with "up", "down" or "settled"; the broker of these tests refuses nothing.
+/// Calls `on_event` with "up", "down: REASON", "settled" or "dropped: COUNT FILTER"; the broker of these
+/// tests refuses nothing.
 class ConnectionLog final : public com::IConnectionObserver {
  public:
   explicit ConnectionLog(std::function<void(const std::string&)> on_event) : on_event_(std::move(on_event)) {}
@@ -71,6 +72,9 @@ class ConnectionLog final : public com::IConnectionObserver {
   void connection_down(const std::string& reason) override { on_event_("down: " + reason); }
   void subscription_refused(const std::string& /*filter*/) override {}
   void subscriptions_settled() override { on_event_("settled"); }
+  void messages_dropped(const std::string& filter, std::uint64_t count) override {
+    on_event_("dropped: " + std::to_string(count) + ' ' + filter);
+  }
 
  private:
   const std::function<void(const std::string&)> on_event_;

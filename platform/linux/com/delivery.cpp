@@ -165,7 +165,12 @@ void Delivery::serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) {
   while (auto letter = recipient.mailbox.take()) {
     recipient.current_topic = letter->topic;
     recipient.current_post = letter->number;
+    const std::optional<Loss> loss = recipient.mailbox.take_loss();
     lock.unlock();
+    if (loss) {
+      mqtt_log.warning("observer too slow: ", loss->count, " messages dropped on topic ", loss->filter);
+      on_loss_(*loss);
+    }
     call(*recipient.mailbox.observer(), *letter);
     lock.lock();
     recipient.current_topic.clear();

@@ -3,10 +3,12 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <ecu/tamu/com/message.h>
@@ -27,6 +29,10 @@ struct Subscription {
 /// several observers may be called at once, one observer never.
 class Delivery {
  public:
+  /// `on_loss` is called, by whichever thread delivers, for messages that an observer was too slow for.
+  explicit Delivery(std::function<void(const Loss&)> on_loss = [](const Loss&) {})
+      : on_loss_(std::move(on_loss)) {}
+
   /// True when the broker has to be asked for `topic`: it is new, or wanted at a higher quality of service.
   bool add(const std::string& topic, int max_qos, const std::shared_ptr<ISubscriptionObserver>& observer);
 
@@ -79,6 +85,7 @@ class Delivery {
   void hand(const std::shared_ptr<Recipient>& recipient, const std::string& filter, Letter letter);
   void serve(Recipient& recipient, std::unique_lock<std::mutex>& lock);
 
+  const std::function<void(const Loss&)> on_loss_;
   mutable std::mutex mutex_;  // guards all below; never held while an observer is called
   std::vector<Route> routes_;
   std::vector<std::shared_ptr<Recipient>> recipients_;

@@ -3,10 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include <ecu/tamu/logging/logging.h>
-
-#include "com/mqtt_log.h"
-
 namespace ecu::tamu::com {
 
 namespace {
@@ -66,13 +62,17 @@ std::optional<Letter> Mailbox::take() {
   if (oldest == nullptr) {
     return std::nullopt;
   }
-  if (const std::uint64_t dropped = std::exchange(oldest->dropped, 0); dropped > 0) {
-    mqtt_log.warning("observer too slow: ", dropped, " messages dropped on topic ", oldest->filter);
-  }
   Letter letter = std::move(oldest->waiting.front());
   oldest->bytes -= size_of(letter);
   oldest->waiting.pop_front();
   return letter;
+}
+
+std::optional<Loss> Mailbox::take_loss() {
+  const auto lossy =
+      std::find_if(slots_.begin(), slots_.end(), [](const Slot& slot) { return slot.dropped > 0; });
+  return lossy == slots_.end() ? std::nullopt
+                               : std::optional(Loss{lossy->filter, std::exchange(lossy->dropped, 0)});
 }
 
 bool Mailbox::holds_up_to(std::uint64_t number) const noexcept {

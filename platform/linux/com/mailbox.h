@@ -23,6 +23,12 @@ struct Letter {
   std::uint64_t number;  // in the order of arrival
 };
 
+/// Messages on a subscribed topic that were dropped because its room was full.
+struct Loss {
+  std::string filter;
+  std::uint64_t count;
+};
+
 /// The messages that wait for one observer, in the order of arrival over all its topics. Each subscribed
 /// topic has room of its own: when that is full its oldest message is dropped, never another topic's. Has no
 /// lock.
@@ -42,9 +48,11 @@ class Mailbox {
   /// Puts a message that arrived on a subscribed topic at the end.
   void put(const std::string& filter, Letter letter);
 
-  /// The message that has waited longest; nothing when none waits. Reports what the room of its topic had no
-  /// place for.
+  /// The message that has waited longest; nothing when none waits.
   [[nodiscard]] std::optional<Letter> take();
+
+  /// What was dropped and has not been told yet, of one topic; nothing when there is none.
+  [[nodiscard]] std::optional<Loss> take_loss();
 
   /// Whether a message waits whose number is not above `number`.
   [[nodiscard]] bool holds_up_to(std::uint64_t number) const noexcept;

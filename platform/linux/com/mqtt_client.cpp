@@ -59,6 +59,11 @@ void let_default_termination_in() {
 MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserver> observer)
     : settings_(std::move(settings)),
       observer_(std::move(observer)),
+      delivery_([this](const Loss& loss) {
+        if (observer_) {
+          observer_->messages_dropped(loss.filter, loss.count);
+        }
+      }),
       connection_(settings_, *this),
       threads_([this] { lead(); }) {}
 

@@ -1,11 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace ecu::tamu::com {
 
-/// Learns how a client stands with its broker. Called on a thread of the transport, one call after another; a
-/// call must not block.
+/// Learns how a client stands with its broker. Called on a thread of the transport, one call after another
+/// but where it says otherwise; a call must not block.
 class IConnectionObserver {
  public:
   virtual ~IConnectionObserver() = default;
@@ -22,6 +23,10 @@ class IConnectionObserver {
   /// Once for each connection: the broker has answered every subscription that there was when the connection
   /// came up, and the subscribers' calls for all that it retains for them at quality of service 0 have ended.
   virtual void subscriptions_settled() = 0;
+
+  /// A subscriber was too slow: so many of the oldest messages that waited for it on `filter` were dropped. May
+  /// be called at the same time as the others.
+  virtual void messages_dropped(const std::string& filter, std::uint64_t count) = 0;
 };
 
 }  // namespace ecu::tamu::com
