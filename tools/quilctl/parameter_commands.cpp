@@ -73,24 +73,40 @@ bool holds_all(const Parameters& parameters, const Parameters& wanted) {
   });
 }
 
-// The first answer with old values may have been another's, sent before the daemon saw the write.
-constexpr int old_answers_that_count = 2;
+// Everybody hears every answer: old values may be what another one asked for before the daemon saw the write.
+// After a pause without any answer the next one is our own.
+constexpr std::chrono::milliseconds pause_before_own_answer{500};
 
-void write_and_read_back(ParameterTalk& talk, const Parameters& settings) {
-  const auto begin = Conversation::Clock::now();
-  talk.write(settings);
-  for (int old_answers = 0; old_answers < old_answers_that_count; ++old_answers) {
+// The daemon discards what comes while it is busy with another's write.
+constexpr int write_attempts = 3;
+
+// Whether the daemon has the values, once that is certain.
+bool read_back(ParameterTalk& talk, const Parameters& settings) {
+  for (bool is_own_answer = false;; is_own_answer = talk.is_quiet_for(pause_before_own_answer)) {
     if (holds_all(talk.read(), settings)) {
-      return;
+      return true;
+    }
+    if (is_own_answer) {
+      return false;
     }
   }
-  if (Conversation::Clock::now() - begin >= daemon_gives_up) {
-    throw Failure(ExitCode::time_out, "the other side of the ports has not answered; the old values hold");
+}
+
+void write_and_read_back(ParameterTalk& talk, const Parameters& settings) {
+  for (int attempt = 0; attempt < write_attempts; ++attempt) {
+    const auto begin = Conversation::Clock::now();
+    talk.write(settings);
+    if (read_back(talk, settings)) {
+      return;
+    }
+    if (Conversation::Clock::now() - begin >= daemon_gives_up) {
+      throw Failure(ExitCode::time_out, "the other side of the ports has not answered; the old values hold");
+    }
   }
   throw Failure(
       ExitCode::refused,
-      "refused: the daemon could not write it, was busy with another write, or the other side of the "
-      "ports keeps the old values");
+      "refused: the daemon could not write it, was busy with other writes, or the other side of the ports "
+      "keeps the old values");
 }
 
 }  // namespace
@@ -138,8 +154,13 @@ ExitCode param_list(const Options& options) {
 
 ExitCode param_set(const Options& options) {
   const Parameters settings = settings_of(options.words);
-  ParameterTalk talk(options, write_timeout);
+  ParameterTalk talk(options, read_timeout);
+  const auto time_limit = options.timeout.value_or(write_timeout);
+  if (talk.daemon_on_line()) {
+    talk.conversation().allow(time_limit);  // it may be busy with another's write
+  }
   const Parameters before = talk.read();
+  talk.conversation().allow(time_limit);
   if (before.empty()) {
     throw Failure(
         ExitCode::refused,

@@ -74,6 +74,11 @@ Parameters ParameterTalk::read() {
                                         "access rules keep us from it");
 }
 
+bool ParameterTalk::is_quiet_for(std::chrono::milliseconds time) {
+  answer_.reset();
+  return !talk_.wait_until([this] { return answer_.has_value(); }, Conversation::Clock::now() + time);
+}
+
 void ParameterTalk::write(const Parameters& parameters) {
   pb::SystemParameterList list;
   for (const Parameter& parameter : parameters) {

@@ -34,6 +34,9 @@ class ParameterTalk {
   /// The same without the failure: nothing when no answer comes in time.
   [[nodiscard]] std::optional<Parameters> try_read();
 
+  /// Takes messages for so long; whether meanwhile nobody got an answer.
+  [[nodiscard]] bool is_quiet_for(std::chrono::milliseconds time);
+
   /// Tells the daemon to write. What comes of it shows in what is read later.
   void write(const Parameters& parameters);
 
