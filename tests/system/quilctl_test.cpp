@@ -1,8 +1,11 @@
+#include <atomic>
 #include <csignal>
 #include <fstream>
+#include <future>
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "support/ports.h"
 #include "system/daemon.h"
 
 namespace tests {
@@ -118,6 +121,12 @@ TEST_F(QuilctlTest, WhatItCannotUseIsWrongUsage) {
                                              {"get"},
                                              {"get", "a", "b"},
                                              {"list", "--port", "0"},
+                                             {"list", "--port", "0x10"},
+                                             {"list", "--timeout", "nan"},
+                                             {"list", "--cert", faulty, "--cafile", faulty},
+                                             {"list", "--cert", faulty, "--key", faulty},
+                                             {"decode", "a/#/b"},
+                                             {"record", "-", "--topics", "a+"},
                                              {"list", "--config", dir.path("absent")},
                                              {"list", "--config", faulty},
                                              {"list", "--cafile", dir.path("absent")},
@@ -154,6 +163,25 @@ TEST_F(QuilctlTest, AWriteThatChangesNothingIsNotTakenForDone) {
   call({"get", "topversion", "--wait", "20"});
   EXPECT_EQ(call({"param", "set", "17=hex:00ff"}).code, 0) << "it has this value";
   EXPECT_THAT(call({"param", "set", "17=new", "--timeout", "3"}, 27).all, HasSubstr("no answer within 3 s"));
+}
+
+TEST_F(QuilctlTest, AWriteIsDoneAlsoAmongOthersWhoReadAndWrite) {
+  start_surroundings(two_parameters + "}");
+  start_daemon();
+  call({"get", "topversion", "--wait", "20"});
+  std::atomic_bool enough = false;
+  const auto reader = std::async(std::launch::async, [&] {
+    while (!enough) {
+      call({"param", "list"}, std::nullopt);
+    }
+  });
+  const auto other_writer = std::async(std::launch::async, [&] { call({"param", "set", "19=other"}); });
+  for (const char* value : {"17=a", "17=b", "17=c"}) {
+    call({"param", "set", value});
+  }
+  other_writer.wait();
+  enough = true;
+  EXPECT_EQ(call({"param", "get", "17", "19"}).out, "0x11  c\n0x13  other\n");
 }
 
 TEST_F(QuilctlTest, AWriteThatTheDaemonDiscardsIsRefused) {
@@ -206,6 +234,31 @@ TEST_F(QuilctlTest, AWatchTellsEachChangeOnceAndOutlivesTheBroker) {
   EXPECT_EQ(count(watch.standard_output(), "hwversion"), 1);
 }
 
+TEST_F(QuilctlTest, ASignalEndsItWhateverItIsDoing) {
+  Process decode(command({"decode"}));
+  std::atomic_bool ended = false;
+  const auto flood = std::async(std::launch::async, [&] {
+    BusClient source(broker.port());
+    while (!ended) {
+      source.publish("flood", std::string(1000, 'x'));
+    }
+  });
+  EXPECT_TRUE(decode.wait_for_output("flood", 1000));
+  decode.signal(SIGTERM);
+  EXPECT_EQ(decode.wait(), 0);
+  ended = true;
+
+  Fifo input(dir, "input");
+  input.open();
+  input.write("quilctl-recording 1\n0.0 \"rt/x\" \"1\"\n");
+  bus.subscribe("rt/x");
+  Process replay({"/bin/sh", "-c", "exec \"$0\" replay - --host \"$1\" < \"$2\"", PROGRAM_DIR "/quilctl",
+                  broker.socket_path(), input.path()});
+  EXPECT_TRUE(bus.wait_for("rt/x"));
+  replay.signal(SIGTERM);
+  EXPECT_EQ(replay.wait(), 128 + SIGTERM);
+}
+
 TEST_F(QuilctlTest, ARecordingPlaysTheRealTimeSideBack) {
   const std::string recording = dir.path("recording");
   bus.publish("rt/x", "old", true);
@@ -229,10 +282,23 @@ TEST_F(QuilctlTest, ARecordingPlaysTheRealTimeSideBack) {
 
   start_surroundings();
   start_daemon();
+  std::ofstream(recording, std::ios::app) << "9.0 \"rt/j1939can/tx/rqst_fb_ee\" \"the daemon's own\"\n";
   EXPECT_THAT(call({"replay", recording, "--speed", "0"}).all, HasSubstr("2 messages published"));
   EXPECT_EQ(call({"get", "hwvariant", "--wait", "20"}).out, "R08_B1\n");
   std::ofstream(recording, std::ios::app) << "x\n";
-  EXPECT_THAT(call({"replay", recording}, 1).all, HasSubstr(recording + ":7: "));
+  EXPECT_THAT(call({"replay", recording}, 1).all, HasSubstr(recording + ":8: "));
+}
+
+TEST_F(QuilctlTest, ARecordingIsLostToNoBrokerAndBelievesNone) {
+  const std::string recording = dir.write("recording", "quilctl-recording 1\n0.0 \"rt/x\" \"1\"\n");
+  const Broker deaf("allow_anonymous true\nacl_file " + dir.write("acl", "topic read #\n"));
+  Process replay(
+      {PROGRAM_DIR "/quilctl", "replay", recording, "--timeout", "0.3", "--host", deaf.socket_path()});
+  EXPECT_EQ(replay.wait(), 5);
+  EXPECT_THAT(replay.output(), HasSubstr("1 of 1 messages have not come back"));
+  broker.stop();
+  call({"record", recording}, 7);
+  EXPECT_GT(std::ifstream(recording).seekg(0, std::ios::end).tellg(), 0);
 }
 
 TEST_F(QuilctlTest, AFileIsCheckedAsTheDaemonWould) {

@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <deque>
 #include <fstream>
 #include <mutex>
+#include <random>
 #include <system_error>
 #include <utility>
 
@@ -18,6 +20,7 @@
 #include <ecu/tamu/config/configuration.h>
 
 #include "failure.h"
+#include "text.h"
 
 namespace ecu::ctl {
 
@@ -91,10 +94,27 @@ void require_readable(const std::string& path) {
   }
 }
 
+// The client would leave out what is of no use, and with it the encryption that the user counts on.
+void require_whole_tls(const Configuration& config) {
+  const auto given = [&config](const char* key) { return !config.effective(key).empty(); };
+  if (given("certfile") != given("keyfile")) {
+    throw Failure(ExitCode::usage, "a certificate and its key are of use together only");
+  }
+  if (given("certfile") && !given("cafile")) {
+    throw Failure(ExitCode::usage, "a certificate is of use with TLS only, which an authority turns on");
+  }
+}
+
 void set_if_given(Configuration& config, const std::string& key, const std::string& value) {
   if (!value.empty()) {
     config.set_value(key, value);
   }
+}
+
+// The broker ends a connection when another one takes its name; a process identifier would do on one machine
+// only.
+std::string new_client_name() {
+  return "quilctl-" + to_hex_number(std::random_device()());
 }
 
 std::unique_ptr<Configuration> configuration_of(const BrokerOptions& options) {
@@ -102,8 +122,7 @@ std::unique_ptr<Configuration> configuration_of(const BrokerOptions& options) {
   if (!options.config_file.empty()) {
     read_file(config, options.config_file);
   }
-  // The broker ends a connection when another one takes its name, so each process has its own.
-  config->set_value("client_name", "quilctl-" + std::to_string(::getpid()));
+  config->set_value("client_name", new_client_name());
   config->set_value("presence", "no");
   set_if_given(*config, "host", options.host);
   set_if_given(*config, "port", options.port);
@@ -114,6 +133,7 @@ std::unique_ptr<Configuration> configuration_of(const BrokerOptions& options) {
   set_if_given(*config, "cafile", options.ca_file);
   set_if_given(*config, "certfile", options.certificate_file);
   set_if_given(*config, "keyfile", options.key_file);
+  require_whole_tls(*config);
   if (!options.password_file.empty()) {
     config->set_value("password", first_line_of(options.password_file));
   }
@@ -148,6 +168,10 @@ class Bus::Inbox final : public com::ISubscriptionObserver, public com::IConnect
     put({Event::Kind::refused, filter, {}, {}});
   }
   void subscriptions_settled() override { put({Event::Kind::settled, {}, {}, {}}); }
+  void messages_dropped(const std::string& /*filter*/, std::uint64_t count) override {
+    const std::lock_guard lock(mutex_);
+    lost_ += count;
+  }
 
   std::optional<Event> take() {
     const std::lock_guard lock(mutex_);
@@ -226,11 +250,13 @@ void Bus::connect() {
   client_->start();
 }
 
-std::optional<Event> Bus::next(Clock::time_point deadline) {
+std::optional<Event> Bus::next(Clock::time_point deadline, int input) {
   sigset_t mask;
   pthread_sigmask(SIG_SETMASK, nullptr, &mask);
   sigdelset(&mask, SIGINT);
   sigdelset(&mask, SIGTERM);
+  const timespec at_once{};
+  ::ppoll(nullptr, 0, &at_once, &mask);  // a signal comes in even when there is always something to take
   for (;;) {
     if (pending_signal != 0) {
       throw Interrupted{pending_signal};
@@ -244,8 +270,11 @@ std::optional<Event> Bus::next(Clock::time_point deadline) {
     }
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
     const timespec timeout{static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
-    pollfd inbox{inbox_->fd(), POLLIN, 0};
-    ::ppoll(&inbox, 1, deadline == Clock::time_point::max() ? nullptr : &timeout, &mask);
+    std::array<pollfd, 2> inputs{{{inbox_->fd(), POLLIN, 0}, {input, POLLIN, 0}}};
+    ::ppoll(inputs.data(), inputs.size(), deadline == Clock::time_point::max() ? nullptr : &timeout, &mask);
+    if (inputs[1].revents != 0) {
+      return std::nullopt;
+    }
   }
 }
 

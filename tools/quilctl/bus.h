@@ -51,14 +51,16 @@ class Bus {
   /// Connects, and again whenever that fails or the connection is lost.
   void connect();
 
-  /// The next event; nothing at the deadline. Throws `Interrupted`.
-  [[nodiscard]] std::optional<Event> next(Clock::time_point deadline);
+  /// The next event; nothing at the deadline, or as soon as the descriptor `input`, if given, can be read
+  /// from without waiting. Throws `Interrupted`.
+  [[nodiscard]] std::optional<Event> next(Clock::time_point deadline, int input = no_input);
+  static constexpr int no_input = -1;
 
-  /// How many messages were dropped since the last call because they came faster than `next` took them.
+  /// How many messages were dropped since the last call because they came faster than they were taken.
   [[nodiscard]] std::size_t take_lost();
 
   /// False when the broker does not take messages as fast as they come: the message has to be published again
-  /// later. What is published without a connection is lost.
+  /// later. What is published without a connection is lost, and so is what the broker does not want.
   bool publish(const std::string& topic, tamu::com::Message message);
 
   /// Where the broker is, as people write it.

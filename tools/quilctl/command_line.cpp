@@ -4,6 +4,8 @@
 #include <memory>
 #include <sstream>
 
+#include <ecu/tamu/com/topic.h>
+
 #include "failure.h"
 
 namespace ecu::ctl {
@@ -31,6 +33,26 @@ QUILCTL_KEY, QUILCTL_CONFIG stand in for options that are not given. NO_COLOR tu
 constexpr const char* other_options = "quilctl --help shows the options of all commands, and the exit codes.";
 
 using Seconds = std::optional<std::chrono::duration<double>>;
+
+template <class Test>
+CLI::Validator validator(Test is_valid, const std::string& what) {
+  return {[=](const std::string& text) { return is_valid(text) ? "" : "'" + text + "' is no " + what; }, ""};
+}
+
+// The conversions of the library take more for numbers than people mean by them: nan, 0x10, blanks.
+CLI::Validator is_number() {
+  return validator(
+      [](const std::string& text) { return text.find_first_not_of("0123456789.eE+-") == std::string::npos; },
+      "number");
+}
+CLI::Validator is_digits() {
+  return validator(
+      [](const std::string& text) { return text.find_first_not_of("0123456789") == std::string::npos; },
+      "number");
+}
+CLI::Validator is_filter() {
+  return validator(tamu::com::is_topic_filter, "MQTT filter");
+}
 
 /// Shows in a list of commands what each is for, and leaves its examples to its own help.
 class ShortListFormatter final : public CLI::Formatter {
@@ -78,6 +100,7 @@ class Builder {
     command
         .add_option_function<double>(
             name, [&target](double value) { target = std::chrono::duration<double>(value); }, purpose)
+        ->check(is_number())
         ->check(CLI::Range(0.0, max_seconds))
         ->type_name("SECONDS");
   }
@@ -100,6 +123,7 @@ void add_common_options(CLI::App& app, Options& options) {
   add("--host", broker.host, "HOST", "HOST",
       "name or address of the broker, or the path of its Unix-domain socket; default localhost");
   add("--port", broker.port, "PORT", "PORT", "port of the broker; default 1883")
+      ->check(is_digits())
       ->check(CLI::Range(1, max_port));
   add("--user", broker.user, "USER", "NAME", "login at the broker");
   add("--password-file", broker.password_file, "PASSWORD_FILE", "FILE", "its first line is the password");
@@ -180,14 +204,16 @@ void add_other_commands(Builder& build, Options& options) {
       build.command("decode", Command::decode,
                     "Shows the messages of the bus with all that is in them, until it is interrupted.",
                     "  quilctl decode\n  quilctl decode 'rt/#' --count 10");
-  decode.add_option("TOPIC", options.filter, "a topic, or an MQTT filter; default #");
+  decode.add_option("TOPIC", options.filter, "a topic, or an MQTT filter; default #")->check(is_filter());
   decode.add_option("--count", options.count, "end after so many messages")->type_name("N");
   build.reveal(decode, "the values of the secure storage too");
   CLI::App& record =
       build.command("record", Command::record, "Writes what is seen on the bus, with times, to a text file.",
                     "  quilctl record fault.rec\n  quilctl record rt.rec --topics 'rt/#' --duration 60");
   record.add_option("FILE", options.file, "- for standard output")->required();
-  record.add_option("--topics", options.filter, "an MQTT filter; default #")->type_name("FILTER");
+  record.add_option("--topics", options.filter, "an MQTT filter; default #")
+      ->check(is_filter())
+      ->type_name("FILTER");
   Builder::seconds(record, "--duration", options.duration, "end after so long");
   build.reveal(record, "record the values of the secure storage too");
   CLI::App& replay =
@@ -195,9 +221,14 @@ void add_other_commands(Builder& build, Options& options) {
                     "  quilctl replay fault.rec\n  quilctl replay fault.rec --speed 10");
   replay.add_option("FILE", options.file, "- for standard input")->required();
   replay.add_option("--speed", options.speed, "so many times as fast; 0: without pauses; default 1")
+      ->check(is_number())
       ->check(CLI::Range(0.0, max_speed))
       ->type_name("X");
-  replay.add_option("--topics", options.filter, "an MQTT filter; default rt/#")->type_name("FILTER");
+  replay
+      .add_option("--topics", options.filter,
+                  "an MQTT filter; default rt/# without the daemon's rt/j1939can/tx/#")
+      ->check(is_filter())
+      ->type_name("FILTER");
 }
 
 }  // namespace

@@ -58,6 +58,12 @@ void Conversation::listen_until(Clock::time_point time) {
   (void)wait_until([] { return false; }, time);
 }
 
+void Conversation::listen_until_readable(int input) {
+  while (const std::optional<Event> event = bus_.next(deadline_, input)) {
+    handle(*event);
+  }
+}
+
 void Conversation::handle(const Event& event) {
   switch (event.kind) {
     case Event::Kind::up:

@@ -32,6 +32,9 @@ class Conversation {
   /// Takes messages until `time`, or the time limit if that is earlier.
   void listen_until(Clock::time_point time);
 
+  /// Takes messages until the descriptor `input` can be read from without waiting, or the time limit.
+  void listen_until_readable(int input);
+
   /// Gives the rest another time limit, from now.
   void allow(std::chrono::duration<double> time);
   void allow_any_time() noexcept { deadline_ = Clock::time_point::max(); }

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "failure.h"
-#include "notes.h"
 
 namespace ecu::ctl {
 
@@ -26,11 +25,11 @@ std::optional<Event> LongWatch::next(Clock::time_point wake) {
   if (!event && !was_up_ && Clock::now() >= first_deadline_) {
     throw Failure(ExitCode::broker_unreachable, "broker " + bus_.broker() + " not reachable: no answer");
   }
-  if (const std::size_t lost = bus_.take_lost(); lost > 0) {
-    note(std::to_string(lost) + " messages came faster than they could be taken and are lost");
-  }
   if (event) {
     news_ = news_of(*event);
+  }
+  if (news_.empty()) {
+    news_ = loss_news();
   }
   return event;
 }
@@ -56,6 +55,12 @@ std::string LongWatch::news_of(const Event& event) {
       return event.text == daemon_presence ? presence_news(event) : "";
   }
   return "";
+}
+
+std::string LongWatch::loss_news() {
+  const std::size_t lost = bus_.take_lost();
+  return lost == 0 ? ""
+                   : std::to_string(lost) + " messages came faster than they could be taken and are lost";
 }
 
 std::string LongWatch::presence_news(const Event& event) {

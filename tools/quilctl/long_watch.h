@@ -19,15 +19,20 @@ class LongWatch {
   LongWatch(const Options& options, Bus& bus);
 
   /// The next event; nothing at `wake`. Throws `Interrupted`, and `Failure` when the broker cannot be reached
-  /// at first or refuses a subscription. Messages that were lost are told to the user.
+  /// at first or refuses a subscription.
   [[nodiscard]] std::optional<Event> next(Clock::time_point wake = Clock::time_point::max());
 
-  /// What the event that came last says of the connection or the daemon; empty when nothing new.
+  /// Whether the broker has let us in.
+  [[nodiscard]] bool was_up() const noexcept { return was_up_; }
+
+  /// What is new since the call before of the connection, of the daemon, or of messages that were lost; may
+  /// be empty.
   [[nodiscard]] const std::string& news() const noexcept { return news_; }
 
  private:
   [[nodiscard]] std::string news_of(const Event& event);
   [[nodiscard]] std::string presence_news(const Event& event);
+  [[nodiscard]] std::string loss_news();
 
   Bus& bus_;
   const Clock::time_point first_deadline_;

@@ -4,6 +4,8 @@
 #include <charconv>
 #include <utility>
 
+#include <ecu/tamu/com/topic.h>
+
 #include "failure.h"
 #include "text.h"
 
@@ -124,7 +126,7 @@ Recorded RecordingReader::parse(std::string_view line) const {
   Recorded message;
   message.at = parse_time(next_word(line));
   message.topic = parse_quoted(line);
-  if (message.topic.empty() || message.topic.find_first_of("+#") != std::string::npos) {
+  if (!tamu::com::is_topic_name(message.topic)) {
     fail("the topic is none to publish on");
   }
   for (line = trimmed(line);;) {

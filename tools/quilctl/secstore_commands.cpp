@@ -81,9 +81,9 @@ ExitCode secstore_get(const Options& options) {
                           [&view](const Event& event) { view.take(event); });
   if (!view.value()) {
     view.require_daemon();
-    throw Failure(
-        ExitCode::no_value,
-        "the " + options.which + " value has not come, or the broker's access rules keep us from it");
+    throw Failure(ExitCode::no_value,
+                  "the " + options.which +
+                      " value has not come or is empty, or the broker's access rules keep us from it");
   }
   const std::string& value = *view.value();
   if (options.json) {
