@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -255,6 +256,28 @@ TEST_F(QueuePortTest, TheFirstDrainTellsATornRecordFromOneThatIsOnItsWay) {
   EXPECT_EQ(log.text(), "1:" + inner + "rest .");
   drain_with_rest("");
   EXPECT_EQ(log.text(), "1:" + inner + "rest .2:inner |.");
+}
+
+TEST_F(QueuePortTest, AFarSideThatNeverPausesKeepsNoDrainFromItsEnd) {
+  fifo.open();
+  ASSERT_TRUE(reader.open(fifo.path()));
+  std::string torn;  // beginnings of large records, each with whole ones behind it
+  for (int i = 0; i < 40; ++i) {
+    torn += wire(1, std::string(60000, 'x')).substr(0, 24) + wire(2, "a") + wire(3, "b");
+  }
+  reader.request_stop();
+  std::atomic_bool enough = false;
+  const auto flood = std::async(std::launch::async, [&] {
+    while (!enough) {
+      fifo.write(torn);
+    }
+  });
+  while (bytes_waiting(fifo.fd()) < 32768) {
+    std::this_thread::yield();
+  }
+  const auto drain = std::async(std::launch::async, [this] { reader.receive_data(); });
+  EXPECT_EQ(drain.wait_for(tests::patience), std::future_status::ready);
+  enough = true;
 }
 
 TEST_F(QueuePortTest, AnAbsentOrDeadFarSideIsAFailureAndNoSignal) {

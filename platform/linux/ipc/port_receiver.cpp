@@ -57,9 +57,7 @@ void PortReceiver::drain() {
   const std::uint64_t goal = received_ + waiting;
   while (received_ < goal && read_once()) {
   }
-  if (parser_.seems_torn()) {
-    wait_for_rest(*parser_.deadline());
-  }
+  wait_for_rest(steady_clock::now() + record_time_limit);
   while (parser_.skip_torn()) {
     deliver(steady_clock::now());
   }
@@ -67,7 +65,7 @@ void PortReceiver::drain() {
 }
 
 void PortReceiver::wait_for_rest(TimePoint deadline) {
-  while (port_ && parser_.seems_torn()) {
+  while (port_ && parser_.seems_torn() && steady_clock::now() < deadline) {
     if (!wait_for_input(port_.get(), no_descriptor, deadline).first_readable || !read_once()) {
       break;
     }
