@@ -97,6 +97,7 @@ void EnvironmentDaemon::sysparams_received() {
 void EnvironmentDaemon::stop() {
   m_vin_requester.stop();
   m_sysparam_handler.stop();
+  m_port_handler->end_writing();
 }
 
 EnvironmentDaemon::Registry EnvironmentDaemon::make_registry() {

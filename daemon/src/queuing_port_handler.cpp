@@ -80,7 +80,7 @@ bool QueuingPortHandler::write(const std::vector<IpcSignal>& signals) {
   for (const IpcSignal& signal : signals) {
     logging::debug(prefix, "Write signal (id:0x", logging::hex(signal.id), ") with  payload size ",
                    signal.data.size());
-    if (!writer.transmit_data(signal)) {
+    if (m_writing_ended || !writer.transmit_data(signal)) {
       logging::error(prefix, "Unable to write signal with id ", signal.id);
       return false;
     }

@@ -131,11 +131,13 @@ void SysParamReqHandler::write(const tamu::com::Message& msg) {
 }
 
 bool SysParamReqHandler::wait_until_settled() {
-  std::unique_lock lock(m_stop_mutex);
-  while (!m_stopped && m_container.is_updating()) {
-    m_stop_requested.wait_for(lock, m_poll_interval);
+  while (m_container.is_updating()) {
+    std::unique_lock lock(m_stop_mutex);
+    if (m_stop_requested.wait_for(lock, m_poll_interval, [this] { return m_stopped; })) {
+      return false;
+    }
   }
-  return !m_stopped;
+  return true;
 }
 
 std::string SysParamReqHandler::get_top_version() const {

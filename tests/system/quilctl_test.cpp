@@ -170,18 +170,21 @@ TEST_F(QuilctlTest, AWriteIsDoneAlsoAmongOthersWhoReadAndWrite) {
   start_daemon();
   call({"get", "topversion", "--wait", "20"});
   std::atomic_bool enough = false;
-  const auto reader = std::async(std::launch::async, [&] {
-    while (!enough) {
-      call({"param", "list"}, std::nullopt);
-    }
-  });
+  std::vector<std::future<void>> readers;
+  while (readers.size() < 3) {
+    readers.push_back(std::async(std::launch::async, [&] {
+      while (!enough) {
+        call({"param", "list"}, std::nullopt);
+      }
+    }));
+  }
   const auto other_writer = std::async(std::launch::async, [&] { call({"param", "set", "19=other"}); });
-  for (const char* value : {"17=a", "17=b", "17=c"}) {
+  for (const char* value : {"17=a", "17=b", "17=c", "17=d", "17=e"}) {
     call({"param", "set", value});
   }
   other_writer.wait();
   enough = true;
-  EXPECT_EQ(call({"param", "get", "17", "19"}).out, "0x11  c\n0x13  other\n");
+  EXPECT_EQ(call({"param", "get", "17", "19"}).out, "0x11  e\n0x13  other\n");
 }
 
 TEST_F(QuilctlTest, AWriteThatTheDaemonDiscardsIsRefused) {

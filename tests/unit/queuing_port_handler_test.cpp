@@ -1,9 +1,14 @@
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <future>
 #include <memory>
+#include <string>
+#include <thread>
 
 #include <ecu/quil/queuing_port_handler.h>
 
+#include "ipc/port_file.h"
 #include "support/captured_log.h"
 #include "support/ports.h"
 
@@ -74,6 +79,26 @@ TEST_F(QueuingPortHandlerTest, WritesAListAsOneFrameAndSaysSoAtDebug) {
                                "DEBUG [QueuingPortHandler] Write signal (id:0x2) with  payload size 0"));
   EXPECT_TRUE(handler->write({}));
   EXPECT_EQ(send.read(), "");
+}
+
+TEST_F(QueuingPortHandlerTest, AWriteIsEndedBehindTheRecordThatItIsAt) {
+  send.open();
+  const std::string filling(60000, 'x');
+  send.write(filling);
+  auto write = std::async(std::launch::async, [this, &filling] {
+    return handler->write({record(1, filling), record(2, "y")});
+  });
+  while (ecu::tamu::ipc::bytes_waiting(send.fd()) <=
+         filling.size()) {  // until the first record waits for room
+    std::this_thread::yield();
+  }
+  handler->end_writing();
+  std::string read;
+  while (write.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+    read += send.read();
+  }
+  EXPECT_FALSE(write.get());
+  EXPECT_EQ(read + send.read(), filling + wire(1, filling) + end_mark());
 }
 
 TEST_F(QueuingPortHandlerTest, AFailedRecordEndsTheList) {

@@ -79,9 +79,11 @@ bool PortSender::open(const std::string& path) {
 
 void PortSender::close() {
   if (port_ && frame_begun_) {
-    (void)send(end_of_frame());
+    // Behind a record that has waited in vain the mark does not wait as well.
+    (void)send(end_of_frame(), stuck_ ? Clock::now() : Clock::now() + send_time_limit);
   }
   frame_begun_ = false;
+  stuck_ = false;
   port_.reset();
 }
 
@@ -91,14 +93,14 @@ bool PortSender::transmit(const IpcSignal& signal) {
     return false;
   }
   encode_record(signal, record_);
-  const bool sent = send(record_);
+  const bool sent = send(record_, Clock::now() + send_time_limit);
+  stuck_ = !sent;
   frame_begun_ = frame_begun_ || sent;
   return sent;
 }
 
-bool PortSender::send(std::span<const char> record) {
-  const char* const failure =
-      port_ ? write_alone(record, Clock::now() + send_time_limit) : "the port is not open";
+bool PortSender::send(std::span<const char> record, Clock::time_point deadline) {
+  const char* const failure = port_ ? write_alone(record, deadline) : "the port is not open";
   if (failure != nullptr) {
     logger.warning(path_, ": a record cannot be written: ", failure);
   }

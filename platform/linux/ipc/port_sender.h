@@ -29,7 +29,7 @@ class PortSender {
   using Clock = std::chrono::steady_clock;
 
   void close();
-  [[nodiscard]] bool send(std::span<const char> record);
+  [[nodiscard]] bool send(std::span<const char> record, Clock::time_point deadline);
   [[nodiscard]] const char* write_alone(std::span<const char> record, Clock::time_point deadline) const;
   [[nodiscard]] const char* write_whole(std::span<const char> record, Clock::time_point deadline) const;
 
@@ -37,6 +37,7 @@ class PortSender {
   posix::UniqueFd port_;
   std::shared_ptr<WriterQueue> queue_;  // of the open port
   bool frame_begun_ = false;
+  bool stuck_ = false;  // the last record could not be written
   std::vector<char> record_;
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -38,6 +39,10 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   /// or a record not written, the rest being dropped. May be called from any thread.
   [[nodiscard]] virtual bool write(const std::vector<IpcSignal>& signals);
 
+  /// Lets no further record be written: a `write` that is under way fails behind the record that it is at. Does
+  /// not wait; may be called from any thread.
+  void end_writing() noexcept { m_writing_ended = true; }
+
   /// Registers a consumer, which is not owned. Only before `init`. A consumer calls `stop` before it goes.
   void add_consumer(Consumer* consumer);
 
@@ -55,6 +60,7 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   std::vector<Consumer*> m_consumers;
   std::thread m_reader_thread;
   bool m_stopped = false;
+  std::atomic_bool m_writing_ended = false;
 };
 
 /// Stands for the handler where the platform's reader wants to own its consumer.

@@ -76,8 +76,8 @@ template <unsigned HeaderSize, class Record>
 class QueuePortWriter {
  public:
   QueuePortWriter();
-  /// Ends the frame when a record was transmitted, which waits for room like a record does, and closes the
-  /// port.
+  /// Ends the frame when a record was transmitted, and closes the port. The mark waits for room like a record
+  /// does, but not behind a record that has failed.
   ~QueuePortWriter();
 
   QueuePortWriter(const QueuePortWriter&) = delete;
