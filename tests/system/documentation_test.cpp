@@ -76,6 +76,15 @@ TEST(DocumentationTest, WhatHelpShowsIsInTheManPageAndInBothCompletions) {
   }
 }
 
+TEST(DocumentationTest, CompletionForZshWorksMoreThanOnce) {
+  // Zsh runs the file as the body of a function, the first time only: what is local there is gone afterwards.
+  for (const std::string name : {"tolquil", "ecusim", "quilctl"}) {
+    EXPECT_THAT(all(contents("deploy/completion/_" + name), "^(local|typeset|declare|integer)\\b"),
+                testing::IsEmpty())
+        << name;
+  }
+}
+
 TEST(DocumentationTest, CompletionOffersWhatFits) {
   const TempDir dir;
   dir.write("mine.json", "");
