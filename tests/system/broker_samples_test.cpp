@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -46,10 +47,24 @@ std::string write_passwords(const TempDir& dir, const std::vector<std::string>& 
 
 const std::vector<std::string> users{"quil", "realtime", "configurator", "vault", "application"};
 
+const std::string socket_file = "/run/mqtt/broker.socket";
+const std::string password_file = "/etc/mosquitto/tolquil.passwd";
+const std::string access_list = "/etc/mosquitto/tolquil.acl";
+
+/// Puts samples where the broker reads them, one by one in the order of their names; the line that tells it
+/// to.
+std::string installed(const TempDir& dir, const std::map<std::string, std::string>& samples) {
+  std::filesystem::create_directory(dir.path("conf.d"));
+  for (const auto& [name, text] : samples) {
+    dir.write("conf.d/" + name, text);
+  }
+  return "include_dir " + dir.path("conf.d") + '\n';
+}
+
 /// A unit's broker with all its samples, in which "witness" may do everything.
 class UnitBroker {
  public:
-  explicit UnitBroker(const std::string& more = "") : broker(configuration() + more) {}
+  explicit UnitBroker(const std::string& bridge = "") : broker(configuration(bridge)) {}
 
   BusClient log_in(const std::string& user, const std::string& id = "") {
     return BusClient(broker.port(), id, user, user);
@@ -63,13 +78,18 @@ class UnitBroker {
   Broker broker;
 
  private:
-  std::string configuration() {
+  std::string configuration(const std::string& bridge) {
     auto logins = users;
     logins.emplace_back("witness");
     const std::string acl = sample("access.acl") + "user witness\ntopic readwrite #\n";
-    return sample("socket.conf", {{"/run/mqtt/broker.socket", dir.path("socket")}}) + sample("limits.conf") +
-           sample("access.conf", {{"/etc/mosquitto/tolquil.passwd", write_passwords(dir, logins)},
-                                  {"/etc/mosquitto/tolquil.acl", dir.write("acl", acl)}});
+    return installed(dir,
+                     {{"socket.conf", sample("socket.conf", {{socket_file, dir.path("socket")},
+                                                             {"per_listener_settings true", ""},
+                                                             {"allow_anonymous true", ""}})},
+                      {"limits.conf", sample("limits.conf")},
+                      {"bridge.conf", bridge},
+                      {"access.conf", sample("access.conf", {{password_file, write_passwords(dir, logins)},
+                                                             {access_list, dir.write("acl", acl)}})}});
   }
 };
 
@@ -124,6 +144,19 @@ TEST(BrokerSamplesTest, EachTopicHasItsWritersAndReadersAndNoOthers) {
   }
   EXPECT_THROW(BusClient(unit.broker.port()), std::runtime_error);
   EXPECT_THROW(BusClient(unit.broker.port(), "", "quil", "guessed"), std::runtime_error);
+}
+
+TEST(BrokerSamplesTest, WithoutAnAccessListTheSocketLetsInWhoeverReachesItAndNothingElseDoes) {
+  const TempDir dir;
+  std::map<std::string, std::string> samples{
+      {"socket.conf", sample("socket.conf", {{socket_file, dir.path("socket")}})},
+      {"limits.conf", sample("limits.conf")}};
+  Broker broker(installed(dir, samples));
+  EXPECT_TRUE(Daemon("host = " + dir.path("socket")).wait_until_connected());
+  EXPECT_THROW(BusClient(broker.port()), std::runtime_error) << "a listener that the sample does not know of";
+  samples["access.conf"] = sample("access.conf", {{password_file, write_passwords(dir, users)},
+                                                  {access_list, SOURCE_DIR "/deploy/broker/access.acl"}});
+  EXPECT_THROW(Broker(installed(dir, samples)), std::runtime_error) << "logins that would not be asked for";
 }
 
 TEST(BrokerSamplesTest, TheDaemonWorksThroughTheSocketWithItsLogin) {
