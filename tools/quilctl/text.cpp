@@ -46,8 +46,13 @@ Character first_character(std::string_view text) noexcept {
   return code < smallest[size] || is_surrogate || code > 0x10ffff ? Character() : Character{size, code};
 }
 
+// What a terminal obeys instead of showing it: control characters, other ends of a line, and what turns the
+// direction of writing, behind which a text can hide another.
 bool is_control(char32_t code) noexcept {
-  return code < 0x20 || (code >= 0x7f && code < 0xa0);
+  const bool is_line_end = code == 0x2028 || code == 0x2029;
+  const bool is_direction = code == 0x61c || code == 0x200e || code == 0x200f ||
+                            (code >= 0x202a && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069);
+  return code < 0x20 || (code >= 0x7f && code < 0xa0) || is_line_end || is_direction;
 }
 
 void append_hex(std::string& text, char byte) {

@@ -13,8 +13,9 @@ namespace ecu::ctl {
 /// Whether `bytes` are UTF-8 text (RFC 3629).
 [[nodiscard]] bool is_utf8(std::string_view bytes) noexcept;
 
-/// `bytes` as one line of text: a backslash is doubled; a control character and a byte that is not part of
-/// UTF-8 text is `\xNN`. No two texts look the same.
+/// `bytes` as one line of text: a backslash is doubled; the bytes of a character that ends a line, steers a
+/// terminal or turns the direction of writing, and those that are not part of UTF-8 text, are `\xNN`. No two
+/// texts look the same.
 [[nodiscard]] std::string printable(std::string_view bytes);
 
 /// Takes `printable` back; nothing when it has not made that text.
