@@ -53,7 +53,12 @@ TEST(QuilctlDecoding, ShowsEveryByteOfAMessage) {
   EXPECT_EQ(group["fields"]["signal"][1]["status_name"], "valid");
   std::ostringstream text;
   print_decoded(text, group);
+  pb::EcuVariableReq request;
+  request.add_name("40969");
+  request.add_name("\xff");
+  print_decoded(text, decode("system/quil/request/sysparam", framed(request), false));
   EXPECT_THAT(text.str(), testing::HasSubstr("  signal:\n    -\n      name: d\n      data: hex 0102\n"));
+  EXPECT_THAT(text.str(), testing::HasSubstr("  name:\n    - 40969\n    - hex ff\n"));
 }
 
 TEST(QuilctlDecoding, AFaultIsPutIntoWordsAndThePayloadShown) {

@@ -189,26 +189,36 @@ const Kind& kind_of(std::string_view topic) {
 
 void print_members(std::ostream& out, const Json& object, const std::string& indent);
 
+bool has_members(const Json& value) {
+  return value.is_object() && !value.contains("hex");
+}
+
+// Of a value without members: a number, a text, bytes.
+std::string shown(const Json& value) {
+  if (value.is_object()) {
+    return "hex " + value["hex"].get<std::string>();
+  }
+  return value.is_string() ? shown_value(value.get<std::string>()) : value.dump();
+}
+
 void print_member(std::ostream& out, const std::string& key, const Json& value, const std::string& indent) {
   out << indent << key << ':';
   if (value.is_array()) {
     out << '\n';
     for (const Json& element : value) {
       out << indent << "  -";
-      if (element.is_object() && !element.contains("hex")) {
+      if (has_members(element)) {
         out << '\n';
         print_members(out, element, indent + "    ");
       } else {
-        print_member(out, "", element, " ");
+        out << ' ' << shown(element) << '\n';
       }
     }
-  } else if (value.is_object() && value.contains("hex")) {
-    out << " hex " << value["hex"].get_ref<const std::string&>() << '\n';
-  } else if (value.is_object()) {
+  } else if (has_members(value)) {
     out << '\n';
     print_members(out, value, indent + "  ");
   } else {
-    out << ' ' << (value.is_string() ? shown_value(value.get<std::string>()) : value.dump()) << '\n';
+    out << ' ' << shown(value) << '\n';
   }
 }
 
