@@ -82,6 +82,8 @@ TEST_F(QuilctlTest, AValueIsToldFromNoneAndAnUnknownNameFromBoth) {
   EXPECT_THAT(call({"get", "nothing"}, 3).all, HasSubstr("no variable is named nothing"));
   EXPECT_EQ(call({"get", "#"}, 3).out, "");
   EXPECT_EQ(call({"get", "vehicleid", "--wait", "0.2"}, 27).out, "");
+  bus.publish("system/var/odd", "junk", true, 1);
+  EXPECT_THAT(call({"get", "odd"}, 1).all, HasSubstr("the message on system/var/odd cannot be decoded"));
 
   std::map<std::string, Json> listed;
   std::istringstream lines(call({"list", "--json"}).out);

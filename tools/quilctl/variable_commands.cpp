@@ -107,17 +107,25 @@ ExitCode get(const Options& options) {
     throw Failure(ExitCode::unknown, "no variable is named '" + name + "'");
   }
   VariableView view;
-  Conversation talk(options, {"system/var/" + name, daemon_presence},
-                    [&view](const Event& event) { (void)view.take(event.text, event.message); });
+  bool is_faulty = false;  // the variable's last message
+  Conversation talk(options, {"system/var/" + name, daemon_presence}, [&](const Event& event) {
+    const auto change = view.take(event.text, event.message);
+    is_faulty = change == VariableView::Change::other ? is_faulty : change == VariableView::Change::faulty;
+  });
   const auto has_value = [&] {
     const Variable* const variable = view.find(name);
     return variable != nullptr && variable->value.has_value();
   };
-  if (!has_value() && options.wait && (find_variable(name) != nullptr || view.find(name) != nullptr)) {
+  if (!has_value() && options.wait &&
+      (find_variable(name) != nullptr || view.find(name) != nullptr || is_faulty)) {
     talk.allow(*options.wait);
-    if (!talk.wait_until(has_value)) {
+    if (!talk.wait_until(has_value) && !is_faulty) {
       throw Failure(ExitCode::time_out, name + " got no value within " + talk.time_limit());
     }
+  }
+  if (!has_value() && is_faulty) {
+    throw Failure(ExitCode::failure,
+                  "the message on system/var/" + name + " cannot be decoded; quilctl decode shows it");
   }
   if (!has_value()) {
     miss(name, view);
