@@ -319,6 +319,10 @@ TEST_F(QuilctlTest, AFileIsCheckedAsTheDaemonWould) {
   EXPECT_THAT(shown, HasSubstr("\nhost = h\nport = 1883\nusername = \npassword = (set)\n"));
   EXPECT_THAT(shown, HasSubstr("\nqpread = /dev/qport/telematics_param_receive\n"));
   EXPECT_EQ(call({"check", dir.path("absent")}, 1).out, "");
+  EXPECT_THAT(call({"check", dir.write("conf", "caf\xe9 = a\n"), "--json"}, 1).out,
+              HasSubstr(R"("text":"unknown key 'caf\\xe9'")"));
+  EXPECT_THAT(call({"check", dir.write("conf", "host = caf\xe9\n"), "--json"}).out,
+              HasSubstr(R"({"key":"host","value":{"hex":"636166e9"}})"));
 }
 
 /// The tool on a terminal of its own.

@@ -51,7 +51,10 @@ std::vector<Fault> faults_of(const Configuration& config) {
 void print(const Options& options, const Fault& fault) {
   const char* const level = fault.is_warning ? "warning" : "error";
   if (options.json) {
-    print_json({{"file", options.file}, {"line", fault.line}, {"level", level}, {"text", fault.text}});
+    print_json({{"file", json_value(options.file)},
+                {"line", fault.line},
+                {"level", level},
+                {"text", printable(fault.text)}});
     return;
   }
   std::cout << options.file << ':';
@@ -65,7 +68,7 @@ void print_setting(const Options& options, const std::string& key, const std::st
   const bool is_secret = key == password_key && !value.empty();
   const std::string shown = is_secret ? "(set)" : value;
   if (options.json) {
-    print_json({{"key", key}, {"value", shown}});
+    print_json({{"key", key}, {"value", json_value(shown)}});
   } else {
     std::cout << key << " = " << printable(shown) << '\n';
   }
