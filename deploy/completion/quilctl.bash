@@ -18,12 +18,13 @@ _quilctl_command() {
 }
 
 _quilctl_options() {
-  echo '-h --help -V --version --host --port --user --password-file --cafile --cert --key --config --timeout --json --raw
+  echo '-h --help -V --version --host --port --user --password-file --cafile --cert --key --config --timeout --json
     -v --verbose'
   case $1 in
-    get) echo '--wait' ;;
-    watch) echo '--table' ;;
-    'secstore get') echo '--reveal' ;;
+    get) echo '--wait --raw' ;;
+    watch) echo '--table --raw' ;;
+    'param get') echo '--raw' ;;
+    'secstore get') echo '--reveal --raw' ;;
     decode) echo '--count --reveal' ;;
     record) echo '--topics --duration --reveal' ;;
     replay) echo '--speed --topics' ;;

@@ -105,7 +105,8 @@ TEST(DocumentationTest, CompletionOffersWhatFits) {
            {"ecusim scenario m", ""},
            {"quilctl re", "record replay"},
            {"quilctl --host x param s", "set"},
-           {"quilctl secstore get --re", "--reveal"},
+           {"quilctl secstore get --r", "--reveal --raw"},
+           {"quilctl list --r", ""},
            {"quilctl check mine.t", "mine.txt"},
        }) {
     Process bash({"/bin/bash", "-c", script, dir.path(""), SOURCE_DIR "/deploy/completion", line});

@@ -108,6 +108,9 @@ class Builder {
   void reveal(CLI::App& command, const std::string& purpose) {
     command.add_flag("--reveal", options_.reveal, purpose);
   }
+  CLI::Option& raw(CLI::App& command, const std::string& purpose) {
+    return *command.add_flag("--raw", options_.raw, purpose)->excludes(app_.get_option("--json"));
+  }
 
  private:
   CLI::App& app_;
@@ -135,7 +138,6 @@ void add_common_options(CLI::App& app, Options& options) {
   Builder::seconds(app, "--timeout", options.timeout,
                    "how long to wait for the broker and for an effect; default 5 (param set: 35)");
   app.add_flag("--json", options.json, "one JSON object a line");
-  app.add_flag("--raw", options.raw, "values as they are, without escapes");
   app.add_flag("-v,--verbose", options.verbose, "show what the connection does");
 }
 
@@ -146,11 +148,14 @@ void add_variable_commands(Builder& build, Options& options) {
                                 "  quilctl get serialnumber\n  quilctl get vehicleid --wait 60");
   get.add_option("NAME", options.words, "the variable")->required()->expected(1);
   Builder::seconds(get, "--wait", options.wait, "wait so long for a value to come");
+  build.raw(get, "the value as it is, without escapes and end of line");
   CLI::App& watch =
       build.command("watch", Command::watch, "Prints each change of a variable, until it is interrupted.",
                     "  quilctl watch\n  quilctl watch 'version*' vehicleid\n  quilctl watch --table");
   watch.add_option("PATTERN", options.words, "names to watch; * and ? stand for any characters");
-  watch.add_flag("--table", options.table, "on a terminal: all of them in a table that is drawn again");
+  CLI::Option* const table =
+      watch.add_flag("--table", options.table, "on a terminal: all of them in a table that is drawn again");
+  build.raw(watch, "values as they are, without escapes").excludes(table);
   CLI::App& describe =
       build.command("describe", Command::describe, "Explains one variable, or all; asks nobody for it.",
                     "  quilctl describe\n  quilctl describe hwversion");
@@ -164,6 +169,12 @@ void add_parameter_commands(Builder& build, Options& options) {
   CLI::App& get = build.command(param, "get", Command::param_get, "Prints the values of system parameters.",
                                 "  quilctl param get 0xa009\n  quilctl param get 17 18 19");
   get.add_option("ID", options.words, "decimal, or hexadecimal behind 0x")->required();
+  build.raw(get, "the value as it is, without escapes and end of line; of one parameter only");
+  get.parse_complete_callback([&options] {
+    if (options.raw && options.words.size() > 1) {
+      throw CLI::ValidationError("--raw", "of one parameter only");
+    }
+  });
   build.command(param, "list", Command::param_list, "Lists all system parameters.", "  quilctl param list");
   CLI::App& set = build.command(
       param, "set", Command::param_set, "Writes system parameters and waits until they have been read back.",
@@ -186,6 +197,7 @@ void add_secure_storage_commands(Builder& build, Options& options) {
       "  quilctl secstore get master > master.bin\n  quilctl secstore get remote --reveal");
   which(get);
   build.reveal(get, "even when standard output is a terminal");
+  build.raw(get, "on a terminal too: as it is, without escapes and end of line");
   CLI::App& set = build.command(
       secstore, "set", Command::secstore_set, "Stores a value and waits for its confirmation.",
       "  quilctl secstore set master @master.bin\n  quilctl secstore set remote - < remote.bin");
