@@ -328,26 +328,56 @@ TEST_F(QuilctlTest, AFileIsCheckedAsTheDaemonWould) {
               HasSubstr(R"({"key":"host","value":{"hex":"636166e9"}})"));
 }
 
-/// The tool on a terminal of its own.
+// ---- on a terminal of its own ----
+
+const std::string second_screen = "\x1b[?1049h", first_screen = "\x1b[?1049l";
+
+/// Runs a line of a shell that has job control, on a terminal of 60 columns and 12 lines.
+std::vector<std::string> on_terminal(const std::string& line) {
+  return {"/usr/bin/script",
+          "--quiet",
+          "--return",
+          "--command",
+          "stty cols 60 rows 12; exec bash -c 'set -m; " + line + "'",
+          "/dev/null"};
+}
+
+/// The youngest of a process's descendants, each of which has one child at most.
+int last_descendant(int pid) {
+  const std::string task = std::to_string(pid);
+  int child = 0;
+  std::ifstream("/proc/" + task + "/task/" + task + "/children") >> child;
+  return child == 0 ? pid : last_descendant(child);
+}
+
 TEST_F(QuilctlTest, ATableFitsTheTerminalAndLeavesItAsItWas) {
   start_surroundings();
   start_daemon();
   publish_variant("R08_B1");
-  const std::string words = PROGRAM_DIR "/quilctl watch --table --host " + broker.socket_path();
-  Process terminal({"/usr/bin/script", "--quiet", "--return", "--command",
-                    "stty cols 60 rows 12; exec " + words, "/dev/null"});
+  const std::string table = PROGRAM_DIR "/quilctl watch --table --host " + broker.socket_path();
+  Process terminal(on_terminal(table + "; echo given back; fg"));
   ASSERT_TRUE(terminal.wait_for_output("r08 "));
   publish_variant("R09_C1");
   ASSERT_TRUE(terminal.wait_for_output("r09 "));
   EXPECT_THAT(terminal.output(), HasSubstr("more: make the terminal higher"));
+  bus.publish("system/var/odd", "junk");
+  EXPECT_TRUE(terminal.wait_for_output("odd  cannot be decoded"));
+
+  ASSERT_EQ(::kill(last_descendant(terminal.pid()), SIGTSTP), 0);
+  ASSERT_TRUE(terminal.wait_for_output(second_screen, 2)) << "stopped, and continued by the shell";
+  const std::string output = terminal.output();
+  EXPECT_LT(output.find(first_screen), output.find("given back"));
+  EXPECT_LT(output.find("given back"), output.rfind(second_screen));
+
   broker.stop();
   ASSERT_TRUE(terminal.wait_for_output("NO CONNECTION"));
-  const std::string pid = std::to_string(terminal.pid());
-  int tool = 0;
-  std::ifstream("/proc/" + pid + "/task/" + pid + "/children") >> tool;
-  ASSERT_EQ(::kill(tool, SIGINT), 0);
+  ASSERT_EQ(::kill(last_descendant(terminal.pid()), SIGINT), 0);
   EXPECT_EQ(terminal.wait(), 0);
-  EXPECT_THAT(terminal.output().substr(terminal.output().find("\x1b[?1049l")), HasSubstr("R09_C1"));
+  EXPECT_THAT(terminal.output().substr(terminal.output().rfind(first_screen)), HasSubstr("R09_C1"));
+
+  Process without_broker(on_terminal(table));
+  EXPECT_EQ(without_broker.wait(), 7);
+  EXPECT_THAT(without_broker.output(), testing::StartsWith("quilctl: broker "));
 }
 
 }  // namespace

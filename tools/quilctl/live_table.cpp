@@ -33,10 +33,8 @@ constexpr const char* ignition_topic = "rt/io/kl15";
 constexpr const char* ignition_signal = "kl15";
 constexpr const char* parameter_answer = "system/sysparam/";
 
-constexpr const char* enter_second_screen = "\x1b[?1049h\x1b[?25l";
-constexpr const char* leave_second_screen = "\x1b[?25h\x1b[?1049l";
 constexpr const char* go_home = "\x1b[H";
-constexpr const char* clear_rest_of_line = "\x1b[K";
+constexpr const char* clear_line = "\x1b[2K";
 constexpr const char* clear_below = "\x1b[J";
 constexpr const char* bold = "\x1b[1m";
 constexpr const char* plain = "\x1b[0m";
@@ -69,16 +67,19 @@ std::optional<bool> ignition_in(const Event& event) {
 
 }  // namespace
 
-LiveTable::LiveTable(std::string broker, bool is_local, std::function<bool(std::string_view)> wanted)
-    : broker_(std::move(broker)), wanted_(std::move(wanted)), redraw_due_(Clock::now() + redraw_interval) {
+LiveTable::LiveTable(SecondScreen& screen, std::string broker, bool is_local,
+                     std::function<bool(std::string_view)> wanted)
+    : screen_(screen), broker_(std::move(broker)), wanted_(std::move(wanted)) {
   if (is_local) {
     clock_.take_own();
   }
-  std::cout << enter_second_screen << std::flush;
 }
 
 LiveTable::~LiveTable() {
-  std::cout << leave_second_screen;
+  if (!screen_.is_entered()) {
+    return;
+  }
+  screen_.leave();
   for (const std::string& line : lines(terminal_size().width, std::string::npos)) {
     std::cout << line << '\n';
   }
@@ -90,13 +91,11 @@ const std::vector<std::string>& LiveTable::more_filters() {
   return filters;
 }
 
-void LiveTable::take(const Event& event, const std::string& news) {
-  if (!news.empty()) {
-    add_news(event.at, news);
-  }
+void LiveTable::take(const Event& event) {
   switch (event.kind) {
     case Event::Kind::up:
       connected_ = true;
+      screen_.enter();
       break;
     case Event::Kind::down:
       connected_ = false;
@@ -110,7 +109,18 @@ void LiveTable::take(const Event& event, const std::string& news) {
     case Event::Kind::refused:
       break;
   }
-  redraw_due_ = std::min(redraw_due_, Clock::now() + redraw_delay);
+  draw_soon();
+}
+
+void LiveTable::take_news(const std::string& text) {
+  add_news(std::chrono::system_clock::now(), printable(text));
+  draw_soon();
+}
+
+void LiveTable::draw_soon() {
+  if (screen_.is_entered()) {
+    redraw_due_ = std::min(redraw_due_, Clock::now() + redraw_delay);
+  }
 }
 
 void LiveTable::take_message(const Event& event) {
@@ -128,7 +138,11 @@ void LiveTable::take_message(const Event& event) {
     clock_.take(event.message);
   }
   const auto name = variable_of(event.text);
-  if (view_.take(event.text, event.message) != VariableView::Change::changed || !wanted_(*name)) {
+  const auto change = view_.take(event.text, event.message);
+  if (change == VariableView::Change::faulty) {
+    add_news(event.at, printable(*name) + "  cannot be decoded");
+  }
+  if (change != VariableView::Change::changed || !wanted_(*name)) {
     return;
   }
   if (settled_) {
@@ -197,12 +211,17 @@ std::vector<std::string> LiveTable::lines(std::size_t width, std::size_t height)
 
 void LiveTable::draw(std::ostream& out) {
   const TerminalSize size = terminal_size();
+  const std::vector<std::string> shown = lines(size.width, size.height);
   std::string screen = go_home;
-  bool is_first = true;
-  for (const std::string& line : lines(size.width, size.height)) {
-    screen += (std::exchange(is_first, false) ? "" : "\r\n") + line + clear_rest_of_line;
+  // Cleared before it is written: behind a line that fills its row the cursor still stands on the last
+  // column.
+  for (std::size_t i = 0; i < shown.size(); ++i) {
+    screen += (i == 0 ? "" : "\r\n") + (clear_line + shown[i]);
   }
-  out << screen << clear_below << std::flush;
+  if (shown.size() < size.height) {
+    screen += std::string("\r\n") + clear_below;
+  }
+  out << screen << std::flush;
   redraw_due_ = Clock::now() + redraw_interval;
 }
 

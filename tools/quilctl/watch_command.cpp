@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include "bus.h"
@@ -9,6 +10,7 @@
 #include "live_table.h"
 #include "long_watch.h"
 #include "notes.h"
+#include "second_screen.h"
 #include "text.h"
 #include "values.h"
 #include "variable_view.h"
@@ -55,13 +57,22 @@ void watch_lines(const Options& options, Bus& bus) {
   }
 }
 
-void watch_table(const Options& options, Bus& bus) {
+std::optional<Event> next(LongWatch& watch, Bus::Clock::time_point wake) {
+  const SecondScreen::Stoppable while_waiting;
+  return watch.next(wake);
+}
+
+void watch_table(const Options& options, Bus& bus, SecondScreen& screen) {
   LongWatch watch(options, bus);
-  LiveTable table(bus.broker(), bus.is_local(),
+  LiveTable table(screen, bus.broker(), bus.is_local(),
                   [&options](std::string_view name) { return is_wanted(options, name); });
   for (;;) {
-    if (const auto event = watch.next(table.redraw_due())) {
-      table.take(*event, watch.news());
+    const auto event = next(watch, table.redraw_due());
+    if (!watch.news().empty()) {
+      table.take_news(watch.news());
+    }
+    if (event) {
+      table.take(*event);
     }
     if (Bus::Clock::now() >= table.redraw_due()) {
       table.draw(std::cout);
@@ -76,6 +87,10 @@ ExitCode watch(const Options& options) {
   if (options.table && !as_table) {
     note("a table needs a terminal: a line a change instead");
   }
+  std::optional<SecondScreen> screen;
+  if (as_table) {
+    screen.emplace();
+  }
   Bus bus(options.broker);
   bus.subscribe(all_variables);
   bus.subscribe(daemon_presence);
@@ -86,8 +101,8 @@ ExitCode watch(const Options& options) {
   }
   bus.connect();
   try {
-    if (as_table) {
-      watch_table(options, bus);
+    if (screen) {
+      watch_table(options, bus, *screen);
     } else {
       watch_lines(options, bus);
     }
