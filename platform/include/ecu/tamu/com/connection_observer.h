@@ -24,8 +24,8 @@ class IConnectionObserver {
   /// came up, and the subscribers' calls for all that it retains for them at quality of service 0 have ended.
   virtual void subscriptions_settled() = 0;
 
-  /// A subscriber was too slow: so many of the oldest messages that waited for it on `filter` were dropped. May
-  /// be called at the same time as the others.
+  /// A subscriber was too slow: so many of the oldest messages that waited for it on `filter` were dropped.
+  /// May be called at the same time as the others.
   virtual void messages_dropped(const std::string& filter, std::uint64_t count) = 0;
 };
 
