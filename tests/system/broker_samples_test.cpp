@@ -37,7 +37,7 @@ std::string sample(const std::string& name, const Edits& edits = {}) {
 
 /// A file of logins, the password of each being its name.
 std::string write_passwords(const TempDir& dir, const std::vector<std::string>& users) {
-  const std::string file = dir.write("passwords", "");
+  std::string file = dir.write("passwords", "");
   for (std::ofstream logins(file); const std::string& user : users) {
     logins << user << ':' << user << '\n';
   }
@@ -66,7 +66,7 @@ class UnitBroker {
  public:
   explicit UnitBroker(const std::string& bridge = "") : broker(configuration(bridge)) {}
 
-  BusClient log_in(const std::string& user, const std::string& id = "") {
+  BusClient log_in(const std::string& user, const std::string& id = "") const {
     return BusClient(broker.port(), id, user, user);
   }
   /// For the daemon.
@@ -78,7 +78,7 @@ class UnitBroker {
   Broker broker;
 
  private:
-  std::string configuration(const std::string& bridge) {
+  std::string configuration(const std::string& bridge) const {
     auto logins = users;
     logins.emplace_back("witness");
     const std::string acl = sample("access.acl") + "user witness\ntopic readwrite #\n";

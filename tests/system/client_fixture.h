@@ -82,6 +82,14 @@ class ConnectionLog final : public com::IConnectionObserver {
 
 /// The client under test, and another user of the bus that hears all of "out/" and "system/".
 class ClientTest : public testing::Test {
+ public:
+  ~ClientTest() override {
+    if (!gate.try_wait()) {
+      gate.count_down();
+    }
+    stop();
+  }
+
  protected:
   static inline const std::string presence_topic = "system/presence/tested";
 
@@ -99,13 +107,6 @@ class ClientTest : public testing::Test {
                                   }
                                 }));
   }
-  ~ClientTest() override {
-    if (!gate.try_wait()) {
-      gate.count_down();
-    }
-    stop();
-  }
-
   /// Runs the client; its connection and what it subscribed to before are there on return.
   void start() {
     run();

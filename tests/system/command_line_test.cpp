@@ -96,7 +96,7 @@ TEST(CommandLineTest, TheCommandLineBeatsTheFileAndTheLaterOptionTheEarlier) {
 
 // The system log's socket has a fixed path, so the program gets a /dev of its own.
 TEST(CommandLineTest, TheSystemLogGetsTheLinesUnlessTheyAreWantedElsewhere) {
-  const std::string isolate = "mount -t tmpfs none /dev && ln -s \"$0\" /dev/log && exec \"$@\"";
+  const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
   if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
     GTEST_SKIP() << "no mount namespace to be had";
   }

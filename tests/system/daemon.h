@@ -28,7 +28,7 @@ inline const std::string presence_topic = "system/presence/quil";
 /// The program with a configuration file of its own; `environment` is added to this process's.
 class Daemon : private TempDir, public Process {
  public:
-  explicit Daemon(const std::string& config, std::vector<std::string> options = {"-L", "-v"},
+  explicit Daemon(const std::string& config, const std::vector<std::string>& options = {"-L", "-v"},
                   std::vector<std::string> environment = {})
       : Process(command(write("tolquil.conf", config), options, std::move(environment))) {}
 

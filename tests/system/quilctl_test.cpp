@@ -260,7 +260,7 @@ TEST_F(QuilctlTest, ASignalEndsItWhateverItIsDoing) {
   input.open();
   input.write("quilctl-recording 1\n0.0 \"rt/x\" \"1\"\n");
   bus.subscribe("rt/x");
-  Process replay({"/bin/sh", "-c", "exec \"$0\" replay - --host \"$1\" < \"$2\"", PROGRAM_DIR "/quilctl",
+  Process replay({"/bin/sh", "-c", R"(exec "$0" replay - --host "$1" < "$2")", PROGRAM_DIR "/quilctl",
                   broker.socket_path(), input.path()});
   EXPECT_TRUE(bus.wait_for("rt/x"));
   replay.signal(SIGTERM);
@@ -275,13 +275,13 @@ TEST_F(QuilctlTest, ARecordingPlaysTheRealTimeSideBack) {
     std::ifstream file(recording);
     return std::string(std::istreambuf_iterator<char>(file), {});
   };
-  while (recorded().find("\"rt/x\" retained \"old\"") == std::string::npos) {
+  while (recorded().find(R"("rt/x" retained "old")") == std::string::npos) {
     ASSERT_FALSE(record.wait(std::chrono::milliseconds(5)));
   }
   publish_variant("R08_B1");
   bus.publish("system/quil/secstore/setmaster", "s3cr3t");
   bus.publish("system/other", "x", false, 1);
-  while (recorded().find("\"system/other\" qos1 \"x\"") == std::string::npos) {
+  while (recorded().find(R"("system/other" qos1 "x")") == std::string::npos) {
     ASSERT_FALSE(record.wait(std::chrono::milliseconds(5)));
   }
   record.signal(SIGTERM);
