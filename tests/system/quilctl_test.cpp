@@ -1,72 +1,17 @@
+#include <gmock/gmock.h>
+
 #include <atomic>
-#include <csignal>
-#include <fstream>
 #include <future>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <sstream>
 
-#include "support/ports.h"
-#include "system/daemon.h"
+#include "system/quilctl_fixture.h"
 
 namespace tests {
 namespace {
 
-using Json = nlohmann::json;
 using testing::HasSubstr;
 using testing::Not;
-
-/// What a call came back with.
-struct Outcome {
-  int code;
-  std::string out;
-  std::string all;  // with what went to standard error
-};
-
-/// A broker, the simulated surroundings with their ports, and the daemon, when a test wants them; and the
-/// tool.
-class QuilctlTest : public testing::Test {
- protected:
-  [[nodiscard]] std::vector<std::string> command(std::vector<std::string> words) const {
-    words.insert(words.begin(), PROGRAM_DIR "/quilctl");
-    words.insert(words.end(), {"--host", broker.socket_path()});
-    return words;
-  }
-  Outcome call(const std::vector<std::string>& words, std::optional<int> expected = 0) const {
-    Process process(command(words));
-    const int code = process.wait().value_or(-1);
-    EXPECT_EQ(code, expected.value_or(code)) << testing::PrintToString(words) << '\n' << process.output();
-    return {code, process.standard_output(), process.output()};
-  }
-  [[nodiscard]] Json json_of(const std::vector<std::string>& words) const {
-    return Json::parse(call(words).out);
-  }
-
-  void start_surroundings(const std::string& ports = "{}") {
-    const std::string scenario = dir.write("scenario.json", R"({"messages": [], "ports": )" + ports + "}");
-    surroundings.emplace(std::vector<std::string>{PROGRAM_DIR "/ecusim", "play", scenario, "--host",
-                                                  broker.socket_path(), "--ports", dir.path("")});
-    while (!std::ifstream(dir.path("telematics_param_send")).is_open() &&
-           !surroundings->wait(std::chrono::milliseconds(5))) {
-    }
-  }
-  void start_daemon() {
-    daemon.emplace("host = " + broker.socket_path() + "\nqpread = " + dir.path("telematics_param_receive") +
-                   "\nqpwrite = " + dir.path("telematics_param_send") + "\n");
-    ASSERT_TRUE(daemon->wait_until_connected());
-    bus.subscribe(presence_topic);
-    ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
-  }
-  /// The hardware's variant, as the real-time side tells it.
-  void publish_variant(const std::string& variant) {
-    bus.publish("rt/system/hw_variant", Group().bytes("variant", variant).message().payload);
-  }
-
-  TempDir dir;
-  Broker broker;
-  BusClient bus{broker.port()};
-  std::optional<Process> surroundings;
-  std::optional<Daemon> daemon;
-};
 
 const std::string two_parameters =
     R"({"parameters": [{"id": "0xa009", "text": "TV 1"}, {"id": 17, "hex": "00ff"}])";
@@ -215,99 +160,7 @@ TEST_F(QuilctlTest, SecretsAreConfirmedAndShownOnRequestOnly) {
               HasSubstr("not confirmed within 3 s"));
 }
 
-// ---- what goes on until it is stopped ----
-
-TEST_F(QuilctlTest, AWatchTellsEachChangeOnceAndOutlivesTheBroker) {
-  start_surroundings();
-  start_daemon();
-  Process watch(command({"watch", "hw*", "vehiclevariant"}));
-  ASSERT_TRUE(watch.wait_for_output("the daemon is on line"));
-  publish_variant("R08_B1");
-  ASSERT_TRUE(watch.wait_for_output("  hwvariant  R08_B1\n"));
-  publish_variant("R08_B1");
-  publish_variant("R08_C1");
-  ASSERT_TRUE(watch.wait_for_output("  hwvariant  R08_C1\n"));
-  broker.stop();
-  ASSERT_TRUE(watch.wait_for_output("trying again"));
-  broker.start();
-  ASSERT_TRUE(watch.wait_for_output("connected again"));
-  BusClient again(broker.port());
-  again.subscribe(presence_topic);
-  ASSERT_TRUE(again.wait_for_text(presence_topic, "online")) << "the daemon is back too";
-  again.publish("rt/system/hw_variant", Group().bytes("variant", "R08_D1").message().payload);
-  EXPECT_TRUE(watch.wait_for_output("  hwvariant  R08_D1\n"));
-  watch.signal(SIGINT);
-  EXPECT_EQ(watch.wait(), 0);
-  EXPECT_EQ(count(watch.standard_output(), "R08_B1"), 1);
-  EXPECT_EQ(count(watch.standard_output(), "hwversion"), 1);
-}
-
-TEST_F(QuilctlTest, ASignalEndsItWhateverItIsDoing) {
-  Process decode(command({"decode"}));
-  std::atomic_bool ended = false;
-  const auto flood = std::async(std::launch::async, [&] {
-    BusClient source(broker.port());
-    while (!ended) {
-      source.publish("flood", std::string(1000, 'x'));
-    }
-  });
-  EXPECT_TRUE(decode.wait_for_output("flood", 1000));
-  decode.signal(SIGTERM);
-  EXPECT_EQ(decode.wait(), 0);
-  ended = true;
-
-  Fifo input(dir, "input");
-  input.open();
-  input.write("quilctl-recording 1\n0.0 \"rt/x\" \"1\"\n");
-  bus.subscribe("rt/x");
-  Process replay({"/bin/sh", "-c", R"(exec "$0" replay - --host "$1" < "$2")", PROGRAM_DIR "/quilctl",
-                  broker.socket_path(), input.path()});
-  EXPECT_TRUE(bus.wait_for("rt/x"));
-  replay.signal(SIGTERM);
-  EXPECT_EQ(replay.wait(), 128 + SIGTERM);
-}
-
-TEST_F(QuilctlTest, ARecordingPlaysTheRealTimeSideBack) {
-  const std::string recording = dir.path("recording");
-  bus.publish("rt/x", "old", true);
-  Process record(command({"record", recording}));
-  const auto recorded = [&] {
-    std::ifstream file(recording);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  };
-  while (recorded().find(R"("rt/x" retained "old")") == std::string::npos) {
-    ASSERT_FALSE(record.wait(std::chrono::milliseconds(5)));
-  }
-  publish_variant("R08_B1");
-  bus.publish("system/quil/secstore/setmaster", "s3cr3t");
-  bus.publish("system/other", "x", false, 1);
-  while (recorded().find(R"("system/other" qos1 "x")") == std::string::npos) {
-    ASSERT_FALSE(record.wait(std::chrono::milliseconds(5)));
-  }
-  record.signal(SIGTERM);
-  EXPECT_EQ(record.wait(), 0);
-  EXPECT_THAT(recorded(), HasSubstr("\"system/quil/secstore/setmaster\" redacted\n"));
-
-  start_surroundings();
-  start_daemon();
-  std::ofstream(recording, std::ios::app) << "9.0 \"rt/j1939can/tx/rqst_fb_ee\" \"the daemon's own\"\n";
-  EXPECT_THAT(call({"replay", recording, "--speed", "0"}).all, HasSubstr("2 messages published"));
-  EXPECT_EQ(call({"get", "hwvariant", "--wait", "20"}).out, "R08_B1\n");
-  std::ofstream(recording, std::ios::app) << "x\n";
-  EXPECT_THAT(call({"replay", recording}, 1).all, HasSubstr(recording + ":8: "));
-}
-
-TEST_F(QuilctlTest, ARecordingIsLostToNoBrokerAndBelievesNone) {
-  const std::string recording = dir.write("recording", "quilctl-recording 1\n0.0 \"rt/x\" \"1\"\n");
-  const Broker deaf("allow_anonymous true\nacl_file " + dir.write("acl", "topic read #\n"));
-  Process replay(
-      {PROGRAM_DIR "/quilctl", "replay", recording, "--timeout", "0.3", "--host", deaf.socket_path()});
-  EXPECT_EQ(replay.wait(), 5);
-  EXPECT_THAT(replay.output(), HasSubstr("1 of 1 messages have not come back"));
-  broker.stop();
-  call({"record", recording}, 7);
-  EXPECT_GT(std::ifstream(recording).seekg(0, std::ios::end).tellg(), 0);
-}
+// ---- configuration files ----
 
 TEST_F(QuilctlTest, AFileIsCheckedAsTheDaemonWould) {
   const std::string file = dir.write("conf", "port = 1\nfoo\nport = x\nlogmode = loud\nbar = 1\n");
@@ -326,58 +179,6 @@ TEST_F(QuilctlTest, AFileIsCheckedAsTheDaemonWould) {
               HasSubstr(R"("text":"unknown key 'caf\\xe9'")"));
   EXPECT_THAT(call({"check", dir.write("conf", "host = caf\xe9\n"), "--json"}).out,
               HasSubstr(R"({"key":"host","value":{"hex":"636166e9"}})"));
-}
-
-// ---- on a terminal of its own ----
-
-const std::string second_screen = "\x1b[?1049h", first_screen = "\x1b[?1049l";
-
-/// Runs a line of a shell that has job control, on a terminal of 60 columns and 12 lines.
-std::vector<std::string> on_terminal(const std::string& line) {
-  return {"/usr/bin/script",
-          "--quiet",
-          "--return",
-          "--command",
-          "stty cols 60 rows 12; exec bash -c 'set -m; " + line + "'",
-          "/dev/null"};
-}
-
-/// The youngest of a process's descendants, each of which has one child at most.
-int last_descendant(int pid) {
-  const std::string task = std::to_string(pid);
-  int child = 0;
-  std::ifstream("/proc/" + task + "/task/" + task + "/children") >> child;
-  return child == 0 ? pid : last_descendant(child);
-}
-
-TEST_F(QuilctlTest, ATableFitsTheTerminalAndLeavesItAsItWas) {
-  start_surroundings();
-  start_daemon();
-  publish_variant("R08_B1");
-  const std::string table = PROGRAM_DIR "/quilctl watch --table --host " + broker.socket_path();
-  Process terminal(on_terminal(table + "; echo given back; fg"));
-  ASSERT_TRUE(terminal.wait_for_output("r08 "));
-  publish_variant("R09_C1");
-  ASSERT_TRUE(terminal.wait_for_output("r09 "));
-  EXPECT_THAT(terminal.output(), HasSubstr("more: make the terminal higher"));
-  bus.publish("system/var/odd", "junk");
-  EXPECT_TRUE(terminal.wait_for_output("odd  cannot be decoded"));
-
-  ASSERT_EQ(::kill(last_descendant(terminal.pid()), SIGTSTP), 0);
-  ASSERT_TRUE(terminal.wait_for_output(second_screen, 2)) << "stopped, and continued by the shell";
-  const std::string output = terminal.output();
-  EXPECT_LT(output.find(first_screen), output.find("given back"));
-  EXPECT_LT(output.find("given back"), output.rfind(second_screen));
-
-  broker.stop();
-  ASSERT_TRUE(terminal.wait_for_output("NO CONNECTION"));
-  ASSERT_EQ(::kill(last_descendant(terminal.pid()), SIGINT), 0);
-  EXPECT_EQ(terminal.wait(), 0);
-  EXPECT_THAT(terminal.output().substr(terminal.output().rfind(first_screen)), HasSubstr("R09_C1"));
-
-  Process without_broker(on_terminal(table));
-  EXPECT_EQ(without_broker.wait(), 7);
-  EXPECT_THAT(without_broker.output(), testing::StartsWith("quilctl: broker "));
 }
 
 }  // namespace
