@@ -100,7 +100,7 @@ TEST_F(QuilctlWatchTest, ARecordingIsLostToNoBrokerAndBelievesNone) {
   const std::string recording = dir.write("recording", "quilctl-recording 1\n0.0 \"rt/x\" \"1\"\n");
   const Broker deaf("allow_anonymous true\nacl_file " + dir.write("acl", "topic read #\n"));
   Process replay(
-      {PROGRAM_DIR "/quilctl", "replay", recording, "--timeout", "0.3", "--host", deaf.socket_path()});
+      {PROGRAM_DIR "/quilctl", "replay", recording, "--timeout", "3", "--host", deaf.socket_path()});
   EXPECT_EQ(replay.wait(), 5);
   EXPECT_THAT(replay.output(), HasSubstr("1 of 1 messages have not come back"));
   broker.stop();

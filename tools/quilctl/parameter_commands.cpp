@@ -74,22 +74,22 @@ bool holds_all(const Parameters& parameters, const Parameters& wanted) {
 }
 
 // Everybody hears every answer: old values may be what another one asked for before the daemon saw the write.
-// After a pause without any answer the next one is our own.
-constexpr std::chrono::milliseconds pause_before_own_answer{500};
+// An answer that none follows is our own; a second one, as a busy machine makes pauses too.
+constexpr std::chrono::milliseconds pause_behind_own_answer{500};
+constexpr int own_answers_that_count = 2;
 
 // The daemon discards what comes while it is busy with another's write.
 constexpr int write_attempts = 3;
 
 // Whether the daemon has the values, once that is certain.
 bool read_back(ParameterTalk& talk, const Parameters& settings) {
-  for (bool is_own_answer = false;; is_own_answer = talk.is_quiet_for(pause_before_own_answer)) {
+  for (int own_answers = 0; own_answers < own_answers_that_count;) {
     if (holds_all(talk.read(), settings)) {
       return true;
     }
-    if (is_own_answer) {
-      return false;
-    }
+    own_answers = talk.is_quiet_for(pause_behind_own_answer) ? own_answers + 1 : 0;
   }
+  return false;
 }
 
 void write_and_read_back(ParameterTalk& talk, const Parameters& settings) {
