@@ -63,6 +63,7 @@ TEST_F(OutboxTest, AnOutageCostsUnretainedMessagesAndOneLine) {
 
 TEST_F(OutboxTest, AgainstASlowBrokerItStaysBoundedAndKeepsTheNewestRetained) {
   outbox.connection_up();
+  push("r", "oldest");
   push("r", "old");
   const auto log = tests::logged_lines([this] {
     for (std::size_t i = 0; i < 2 * max_queued_publications; ++i) {
@@ -75,7 +76,7 @@ TEST_F(OutboxTest, AgainstASlowBrokerItStaysBoundedAndKeepsTheNewestRetained) {
   EXPECT_EQ(push("s", "first"), PublishResult::success);
   const auto popped = pop_all();
   EXPECT_EQ(popped.size(), max_queued_publications + 1);
-  EXPECT_EQ(popped.front(), "r:new");
+  EXPECT_EQ(popped[1], "r:new");
   EXPECT_EQ(popped.back(), "s:first");
   EXPECT_EQ(push("u", "x", false), PublishResult::success);
 }

@@ -72,10 +72,11 @@ PublishResult Outbox::push_to_full_queue(const std::string& topic, Message messa
   if (!message.retained) {
     return drop(PublishResult::overload, topic);
   }
-  const auto older = std::find_if(queue_.begin(), queue_.end(), [&topic](const Publication& publication) {
+  // The youngest of its topic, as the broker keeps what comes last.
+  const auto older = std::find_if(queue_.rbegin(), queue_.rend(), [&topic](const Publication& publication) {
     return publication.message.retained && publication.topic == topic;
   });
-  if (older == queue_.end()) {
+  if (older == queue_.rend()) {
     enqueue(topic, std::move(message));
   } else {
     queued_bytes_ -= size_of(*older);
