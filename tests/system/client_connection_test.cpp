@@ -111,6 +111,32 @@ TEST_F(ClientConnectionTest, ABrokerThatTakesNothingBlocksNobodyAndLosesNoLatest
   EXPECT_TRUE(bus.wait_for_text("out/kept", "2"));
 }
 
+TEST_F(ClientConnectionTest, AnObserverThatPublishesMuchGoesAtTheBrokersPace) {
+  const Message piece = raw_message(std::string(60'000, 'x'));
+  std::vector<int> dropped;
+  const auto observer = make_recorder([&](const std::string& topic, const Message&) {
+    const bool frozen = topic == "in/frozen";
+    if (frozen) {
+      gate.wait();
+    }
+    int count = 0;
+    for (int i = 0; i < (frozen ? 1000 : 100); ++i) {
+      count += client->publish("bulk", piece) == PublishResult::success ? 0 : 1;
+    }
+    dropped.push_back(count);
+  });
+  client->subscribe("in/#", 0, observer);
+  start();
+  bus.publish("in/healthy", "");
+  bus.publish("in/frozen", "");
+  ASSERT_TRUE(observer->wait_for(2));
+  broker.freeze();
+  gate.count_down();
+  client->unsubscribe("in/#", observer);
+  broker.thaw();
+  EXPECT_THAT(dropped, ElementsAre(0, testing::Gt(0)));
+}
+
 // ---- stopping ----
 
 TEST_F(ClientConnectionTest, RunReturnsWhenNoObserverIsCalledAndTheConnectionIsClosed) {

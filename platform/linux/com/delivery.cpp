@@ -160,6 +160,13 @@ bool Delivery::deliver_next() {
   return true;
 }
 
+bool Delivery::is_calling_here() const {
+  const std::lock_guard lock(mutex_);
+  return std::any_of(recipients_.begin(), recipients_.end(), [](const auto& recipient) {
+    return recipient->server == std::this_thread::get_id() && !recipient->current_topic.empty();
+  });
+}
+
 void Delivery::serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) {
   recipient.server = std::this_thread::get_id();
   while (auto letter = recipient.mailbox.take()) {

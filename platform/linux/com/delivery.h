@@ -61,6 +61,9 @@ class Delivery {
   /// Brings one observer all that waits for it. False when there was nothing to do.
   bool deliver_next();
 
+  /// Whether the calling thread is inside an observer's call.
+  [[nodiscard]] bool is_calling_here() const;
+
   /// Throws away what waits; from then on nothing is queued. Calls that are under way go on.
   void close();
 

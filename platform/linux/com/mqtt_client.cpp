@@ -17,6 +17,9 @@ namespace {
 // How long a stop waits for the broker to acknowledge the last messages and to close the connection.
 constexpr std::chrono::milliseconds farewell_timeout{1000};
 
+// How long a publication out of an observer's call waits for a broker that takes nothing.
+constexpr std::chrono::seconds room_timeout{1};
+
 Message presence(std::string_view state) {
   Message message;
   message.acknowledged = true;
@@ -133,9 +136,20 @@ void MqttClient::unsubscribe(const std::string& topic,
 
 PublishResult MqttClient::publish(const std::string& topic, Message message) {
   std::unique_lock lock(mutex_);
+  if (!message.retained && outbox_.full() && delivery_.is_calling_here()) {
+    wait_for_room(lock);
+  }
   const PublishResult result = outbox_.push(topic, std::move(message));
   wake_leader(lock);
   return result;
+}
+
+// An observer that publishes much goes at the broker's pace.
+void MqttClient::wait_for_room(std::unique_lock<std::mutex>& lock) {
+  const auto waited_enough = [this] {
+    return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full();
+  };
+  broker_stuck_ = !room_.wait_for(lock, room_timeout, waited_enough) || broker_stuck_;
 }
 
 bool MqttClient::connected() const {
@@ -173,6 +187,7 @@ void MqttClient::connection_down(const std::string& reason) {
     if (outbox_.connected()) {
       outbox_.connection_lost();
       subscription_changes_.clear();
+      room_.notify_all();
     }
   }
   if (observer_) {
@@ -267,9 +282,11 @@ void MqttClient::send_publications() {
     std::unique_lock lock(mutex_);
     const Publication* next = outbox_.front();
     if (next == nullptr || !connection_.accepts(next->message.acknowledged)) {
+      room_.notify_all();
       return;
     }
     const Publication publication = outbox_.pop();
+    broker_stuck_ = false;
     lock.unlock();
     connection_.publish(publication.topic, publication.message);
   }
@@ -293,6 +310,10 @@ void MqttClient::sleep() {
 
 void MqttClient::close_connection() {
   delivery_.close();
+  {
+    const std::lock_guard lock(mutex_);
+    room_.notify_all();
+  }
   if (connection_.is_up()) {
     const auto deadline = Connection::Clock::now() + farewell_timeout;
     if (settings_.presence) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -60,6 +61,7 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   [[nodiscard]] bool all_sent();
   void wait_for_stop();
   void wake_leader(std::unique_lock<std::mutex>& lock);
+  void wait_for_room(std::unique_lock<std::mutex>& lock);
 
   const MqttSettings settings_;
   const std::shared_ptr<IConnectionObserver> observer_;
@@ -77,6 +79,8 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   Outbox outbox_;
   std::vector<SubscriptionChange> subscription_changes_;  // since the connection is up
   bool leader_asleep_ = false;                            // it must be woken to see what was queued
+  std::condition_variable room_;                          // in the outbox, or no more use to wait for it
+  bool broker_stuck_ = false;  // room was waited for in vain, and nothing has been sent since
 
   LeaderThreads threads_;
 };

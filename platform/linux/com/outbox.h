@@ -42,6 +42,8 @@ class Outbox {
 
   [[nodiscard]] bool connected() const noexcept { return connected_; }
   [[nodiscard]] std::size_t size() const noexcept { return queue_.size(); }
+  /// Whether so much waits that only retained messages are taken.
+  [[nodiscard]] bool full() const noexcept;
 
   /// The publication to send next, which stays queued; null when there is none.
   [[nodiscard]] const Publication* front() const noexcept {
@@ -52,7 +54,6 @@ class Outbox {
 
  private:
   void remember(const std::string& topic, const Message& message);
-  [[nodiscard]] bool full() const noexcept;
   PublishResult push_to_full_queue(const std::string& topic, Message message);
   void enqueue(const std::string& topic, Message message);
   PublishResult drop(PublishResult reason, const std::string& topic);

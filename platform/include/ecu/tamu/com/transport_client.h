@@ -59,8 +59,9 @@ class ITransportClient {
   virtual void unsubscribe(const std::string& topic,
                            const std::shared_ptr<ISubscriptionObserver>& observer) = 0;
 
-  /// Sends `message` on `topic`. Never blocks on the network. A retained message is remembered, the latest of
-  /// each topic, and published again on every new connection.
+  /// Sends `message` on `topic`. A retained message is remembered, the latest of each topic, and published
+  /// again on every new connection. Never blocks on the network, but for one case: out of an observer's call
+  /// an unretained message waits for up to 1 s for a broker that does not take messages as fast as they come.
   virtual PublishResult publish(const std::string& topic, Message message) = 0;
 
   /// Whether there is a connection, as far as is known at the moment.
