@@ -1,8 +1,12 @@
 #include <gmock/gmock.h>
+#include <poll.h>
 
+#include <functional>
+#include <optional>
 #include <thread>
 
 #include "client_fixture.h"
+#include "com/mqtt_session.h"
 #include "support/captured_log.h"
 
 namespace tests {
@@ -135,6 +139,57 @@ TEST_F(ClientConnectionTest, AnObserverThatPublishesMuchGoesAtTheBrokersPace) {
   client->unsubscribe("in/#", observer);
   broker.thaw();
   EXPECT_THAT(dropped, ElementsAre(0, testing::Gt(0)));
+}
+
+/// A session of the test's own, which hears what comes.
+class SessionTest : public testing::Test, public MqttSession::Listener {
+ protected:
+  void connected() override { ++heard; }
+  void message(const std::string& /*topic*/, Message /*message*/) override { ++heard; }
+  void subscription_refused(const std::string& /*filter*/) override {}
+  void echoed() override { ++heard; }
+
+  void hear() {
+    for (const int before = heard; heard == before;) {
+      pollfd fd{session->fd(), session->wanted_events(), 0};
+      ASSERT_EQ(::poll(&fd, 1, static_cast<int>(std::chrono::milliseconds(patience).count())), 1);
+      ASSERT_FALSE(session->handle(fd.revents));
+    }
+  }
+  /// Sends, and hears the answer to an echo behind it; whether what was sent puts the keep-alive off.
+  bool puts_keep_alive_off(const std::function<Failure()>& send) {
+    const auto due = session->keep_alive_due();
+    EXPECT_FALSE(send());
+    const bool later = session->keep_alive_due() > due;
+    EXPECT_FALSE(session->request_echo());
+    hear();
+    return later;
+  }
+
+  Broker broker;
+  BusClient bus{broker.port()};
+  MqttSettings settings;
+  std::optional<MqttSession> session;
+  int heard = 0;
+};
+
+TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
+  settings.host = "127.0.0.1";
+  settings.port = broker.port();
+  settings.keepalive = std::chrono::seconds(60);
+  session.emplace(settings, *this);
+  ASSERT_FALSE(session->open(settings.host));
+  hear();
+  EXPECT_TRUE(puts_keep_alive_off([this] { return session->subscribe("in/a", 1); }));
+  EXPECT_TRUE(puts_keep_alive_off([this] { return session->unsubscribe("in/b"); }));
+  EXPECT_TRUE(puts_keep_alive_off([this] { return session->request_echo(); }));
+  EXPECT_TRUE(puts_keep_alive_off([this] { return session->publish("out/x", raw_message("x")); }));
+  EXPECT_FALSE(puts_keep_alive_off([this] { return session->publish("not/a/+/topic", raw_message("x")); }));
+  EXPECT_TRUE(puts_keep_alive_off([this] {
+    bus.publish("in/a", "to be acknowledged", false, 1);
+    hear();
+    return Failure();
+  }));
 }
 
 // ---- stopping ----

@@ -246,9 +246,12 @@ TEST(LoginTest, OnlyTheRightServerIsTrustedAndAnyOtherIsToldOnceAndTriedAgainCal
   const Broker right(open + authority.certify(name)), misnamed(open + authority.certify("DNS:elsewhere")),
       foreign(open + stranger.certify(name)), expired(open + authority.certify(name, " ", -1)), plain,
       picky(open + "require_certificate true\ncafile " + authority.file() + '\n' + authority.certify(name));
+  const LoopbackPort closed;
+  const auto config_of = [&](int port, const std::string& host) {
+    return "host = " + host + "\nport = " + std::to_string(port) + "\ncafile = " + authority.file() + '\n';
+  };
   const auto config = [&](const Broker& broker, const std::string& host = "127.0.0.1") {
-    return "host = " + host + "\nport = " + std::to_string(broker.port()) + "\ncafile = " + authority.file() +
-           '\n';
+    return config_of(broker.port(), host);
   };
   for (const auto& trusted :
        {config(right), config(right, "localhost"), config(picky) + authority.certify("DNS:quil", " = ")}) {
@@ -260,6 +263,7 @@ TEST(LoginTest, OnlyTheRightServerIsTrustedAndAnyOtherIsToldOnceAndTriedAgainCal
            {config(misnamed, "localhost"), distrust + "hostname mismatch"},
            {config(foreign), distrust + "unable to get local issuer certificate"},
            {config(expired), distrust + "certificate has expired"},
+           {config_of(closed.number(), "localhost"), "Connection refused"},
            {config(plain), "no TLS handshake, does the peer speak TLS?"},
            {config(picky), "TLS ended by the broker, does it ask for a certificate?"}}) {
     Daemon daemon(refused, {"-L"});

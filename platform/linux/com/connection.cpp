@@ -15,11 +15,6 @@ namespace {
 
 constexpr std::chrono::seconds connect_timeout{10};
 
-// The any-address of the family of a numeric address.
-std::string any_address_like(const std::string& address) {
-  return address.find(':') != std::string::npos ? "::" : "0.0.0.0";
-}
-
 int poll_timeout(Connection::Clock::time_point until) {
   if (until == Connection::Clock::time_point::max()) {
     return -1;
@@ -102,14 +97,7 @@ void Connection::use_addresses(LookupResult result) {
 void Connection::open_session() {
   MqttSession::Listener& events = *this;
   session_.emplace(settings_, events);
-  if (settings_.is_unix_socket()) {
-    check(session_->open(settings_.host, {}));
-    return;
-  }
-  const std::string& address = addresses_[next_address_++];
-  // The server's certificate is checked against what the library is told to connect to.
-  check(settings_.uses_tls() ? session_->open(settings_.host, any_address_like(address))
-                             : session_->open(address, {}));
+  check(session_->open(settings_.is_unix_socket() ? settings_.host : addresses_[next_address_++]));
 }
 
 void Connection::connected() {
@@ -139,9 +127,15 @@ void Connection::check(const Failure& failure) {
 
 void Connection::fail(const std::string& reason) {
   const bool was_up = session_ && session_->is_connected();
+  const bool was_reachable = session_ && session_->is_reachable();
   session_.reset();
   lookup_.reset();
   if (closed_) {
+    return;
+  }
+  // A host is without a broker when none of its addresses has one.
+  if (!was_reachable && next_address_ < addresses_.size()) {
+    timer_ = Clock::now();
     return;
   }
   if (was_up) {

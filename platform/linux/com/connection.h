@@ -22,8 +22,8 @@ class Connection final : private MqttSession::Listener {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Called from inside `wait` only. `connection_down` may come without an `up` before it: for each attempt
-  /// that fails, and for each connection that is lost.
+  /// Called from inside `wait`; `connection_down` also from inside whatever sends. It may come without an
+  /// `up` before it: for each attempt that fails, and for each connection that is lost.
   class Listener {
    public:
     virtual ~Listener() = default;
@@ -47,8 +47,10 @@ class Connection final : private MqttSession::Listener {
   /// Whether the broker has accepted the connection.
   [[nodiscard]] bool is_up() const { return session_ && session_->is_connected() && session_->is_open(); }
 
-  /// Sends what `wait` would not: each does nothing when the connection fails under it.
+  /// Whether the connection would take another publication of that quality of service now.
   [[nodiscard]] bool accepts(bool acknowledged) const { return is_up() && session_->accepts(acknowledged); }
+
+  /// Each does nothing without a connection; when the connection fails under it, the listener is told.
   void publish(const std::string& topic, const Message& message);
   void subscribe(const std::string& filter, int max_qos);
   void unsubscribe(const std::string& filter);
@@ -88,7 +90,7 @@ class Connection final : private MqttSession::Listener {
       Clock::time_point::max();         // next attempt, or the end of this one; unused while up
   std::optional<NameLookup> lookup_;    // while the host's addresses are being looked up
   std::vector<std::string> addresses_;  // of the host; empty when not looked up yet
-  std::size_t next_address_ = 0;        // an attempt takes one, the next attempt the next
+  std::size_t next_address_ = 0;        // the one to try next
   std::optional<MqttSession> session_;  // while there is a connection, or one is being made
   Clock::time_point up_since_;
   std::string reported_;  // why there is no connection, as the log has it

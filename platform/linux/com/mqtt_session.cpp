@@ -24,6 +24,13 @@ namespace {
 
 constexpr int qos_acknowledged = 1;
 constexpr int refused_qos = 0x80;  // in a SUBACK
+
+// Nobody subscribes to it, nor is there a message on it.
+constexpr const char* echo_filter = "$echo";
+
+// The library counts whole seconds, of a clock of its own.
+constexpr std::chrono::seconds clock_resolution{1};
+
 constexpr unsigned max_messages_per_read = 32;
 constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
 
@@ -33,6 +40,11 @@ constexpr const char* closed_by_peer = "connection closed by the peer";
 // it shows as is chance, and must not look like a new reason.
 std::string text_of_errno(int error) {
   return error == 0 || error == ECONNRESET || error == EPIPE ? closed_by_peer : std::strerror(error);
+}
+
+// The library sends nothing to a topic or a filter that cannot be, and goes on.
+bool is_malformed(int result) {
+  return result == MOSQ_ERR_INVAL || result == MOSQ_ERR_MALFORMED_UTF8;
 }
 
 std::string text_of(int result) {
@@ -62,9 +74,11 @@ class MqttSession::Library final : public mosqpp::mosquittopp {
   void expect_subscription(int mid, const std::string& filter) { subscribing_[mid] = filter; }
   [[nodiscard]] std::size_t unacknowledged() const noexcept { return unacknowledged_.size(); }
 
-  /// How many packets have led to a callback.
+  /// How often there was a callback, mostly for a packet.
   [[nodiscard]] unsigned received() const noexcept { return received_; }
   [[nodiscard]] unsigned messages() const noexcept { return messages_; }
+  /// Those of the messages that the library has to answer.
+  [[nodiscard]] unsigned acknowledged() const noexcept { return acknowledged_; }
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
   [[nodiscard]] bool accepted() const noexcept { return accepted_; }
   [[nodiscard]] bool refused() const noexcept { return !refusal_.empty(); }
@@ -109,6 +123,7 @@ class MqttSession::Library final : public mosqpp::mosquittopp {
       const auto* bytes = static_cast<const std::uint8_t*>(message->payload);
       Message received;
       received.acknowledged = message->qos > 0;
+      acknowledged_ += received.acknowledged ? 1U : 0U;
       received.timestamp = DateTime::time_since_boot_ns();
       received.payload.assign(bytes, bytes + message->payloadlen);
       received.retained = message->retain;
@@ -150,6 +165,7 @@ class MqttSession::Library final : public mosqpp::mosquittopp {
   int echo_ = 0;
   unsigned received_ = 0;
   unsigned messages_ = 0;
+  unsigned acknowledged_ = 0;
   std::size_t bytes_ = 0;  // of the messages' payloads
   bool accepted_ = false;
   std::string refusal_;     // what the broker answered to the login
@@ -161,7 +177,7 @@ MqttSession::MqttSession(const MqttSettings& settings, Listener& listener)
 
 MqttSession::~MqttSession() = default;
 
-Failure MqttSession::open(const std::string& host, const std::string& bind_address) {
+Failure MqttSession::open(const std::string& address) {
   if (!settings_.username.empty()) {
     library_->username_pw_set(settings_.username.c_str(), settings_.password.c_str());
   }
@@ -177,9 +193,10 @@ Failure MqttSession::open(const std::string& host, const std::string& bind_addre
   }
   last_read_ = last_write_ = std::chrono::steady_clock::now();
   const auto keepalive = static_cast<int>(settings_.keepalive.count());
-  return outcome(bind_address.empty() ? library_->connect_async(host.c_str(), settings_.port, keepalive)
-                                      : library_->connect_async(host.c_str(), settings_.port, keepalive,
-                                                                bind_address.c_str()));
+  errno = 0;
+  const int result = library_->connect_async(address.c_str(), settings_.port, keepalive);
+  // With TLS the library writes at once, which takes the error from the socket, and tells nobody.
+  return errno == ECONNREFUSED ? Failure(text_of_errno(errno)) : outcome(result);
 }
 
 Failure MqttSession::set_up_tls() {
@@ -227,8 +244,9 @@ Failure MqttSession::handle(short events) {
     }
   }
   if ((events & POLLOUT) != 0) {
-    last_write_ = std::chrono::steady_clock::now();
-    return outcome(library_->loop_write());
+    const bool has_packets = library_->want_write();
+    const int result = library_->loop_write();
+    return has_packets ? written(result) : outcome(result);
   }
   if ((events & POLLIN) == 0 && (events & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
     return explain(closed_by_peer);
@@ -263,6 +281,7 @@ Failure MqttSession::read() {
   // Behind a packet without a callback, TLS may hold back others that poll knows nothing of.
   const int tries = settings_.uses_tls() ? 2 : 1;
   const unsigned first_message = library_->messages();
+  const unsigned first_acknowledged = library_->acknowledged();
   const std::size_t first_byte = library_->bytes();
   for (int fruitless = 0; fruitless < tries;) {
     const unsigned before = library_->received();
@@ -276,6 +295,9 @@ Failure MqttSession::read() {
       break;
     }
   }
+  if (library_->acknowledged() != first_acknowledged) {
+    last_write_ = last_read_;
+  }
   if (!was_connected && is_connected()) {
     set_tcp_option(TCP_NODELAY, 1);
   }
@@ -283,7 +305,7 @@ Failure MqttSession::read() {
 }
 
 std::chrono::steady_clock::time_point MqttSession::keep_alive_due() const {
-  return std::min(last_read_, last_write_) + settings_.keepalive;
+  return std::min(last_read_, last_write_) + settings_.keepalive + clock_resolution;
 }
 
 Failure MqttSession::keep_alive() {
@@ -303,48 +325,41 @@ bool MqttSession::idle() const {
 Failure MqttSession::publish(const std::string& topic, const Message& message) {
   int mid = 0;
   const int qos = message.acknowledged ? qos_acknowledged : 0;
-  last_write_ = std::chrono::steady_clock::now();
   const int result = library_->publish(&mid, topic.c_str(), static_cast<int>(message.payload.size()),
                                        message.payload.data(), qos, message.retained);
-  switch (result) {
-    case MOSQ_ERR_INVAL:
-    case MOSQ_ERR_MALFORMED_UTF8:
-    case MOSQ_ERR_PAYLOAD_SIZE:
-    case MOSQ_ERR_OVERSIZE_PACKET:
-      mqtt_log.warning("cannot publish on topic ", topic, ": ", mosqpp::strerror(result));
-      return std::nullopt;
-    default:
-      break;
+  if (is_malformed(result) || result == MOSQ_ERR_PAYLOAD_SIZE || result == MOSQ_ERR_OVERSIZE_PACKET) {
+    mqtt_log.warning("cannot publish on topic ", topic, ": ", mosqpp::strerror(result));
+    return std::nullopt;
   }
   if (result == MOSQ_ERR_SUCCESS && message.acknowledged) {
     library_->expect_acknowledgement(mid);
   }
-  return outcome(result);
+  return written(result);
 }
 
 Failure MqttSession::subscribe(const std::string& filter, int max_qos) {
   int mid = 0;
   const int result = library_->subscribe(&mid, filter.c_str(), max_qos);
-  if (result == MOSQ_ERR_INVAL || result == MOSQ_ERR_MALFORMED_UTF8) {
+  if (is_malformed(result)) {
     mqtt_log.warning("cannot subscribe to ", filter, ": ", mosqpp::strerror(result));
     return std::nullopt;
   }
   library_->expect_subscription(mid, filter);
-  return outcome(result);
+  return written(result);
 }
 
 Failure MqttSession::unsubscribe(const std::string& filter) {
   const int result = library_->unsubscribe(nullptr, filter.c_str());
-  return result == MOSQ_ERR_INVAL ? std::nullopt : outcome(result);
+  return is_malformed(result) ? std::nullopt : written(result);
 }
 
 // To unsubscribe from what was never subscribed to changes nothing, and a broker has to answer it
 // (MQTT 3.1.1, 3.10.4).
 Failure MqttSession::request_echo() {
   int mid = 0;
-  const int result = library_->unsubscribe(&mid, "echo");
+  const int result = library_->unsubscribe(&mid, echo_filter);
   library_->expect_echo(mid);
-  return outcome(result);
+  return written(result);
 }
 
 Failure MqttSession::disconnect() {
@@ -357,6 +372,14 @@ void MqttSession::cork() const {
 
 void MqttSession::uncork() const {
   set_tcp_option(TCP_CORK, 0);
+}
+
+// Of a call that writes packets.
+Failure MqttSession::written(int result) {
+  if (result == MOSQ_ERR_SUCCESS) {
+    last_write_ = std::chrono::steady_clock::now();
+  }
+  return outcome(result);
 }
 
 Failure MqttSession::outcome(int result) {

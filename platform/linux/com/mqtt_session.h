@@ -17,11 +17,11 @@ namespace ecu::tamu::com {
 using Failure = std::optional<std::string>;
 
 /// One connection to the broker, from the first packet to the last (MQTT 3.1.1, clean session). A thin layer
-/// over the client library: the owner waits for the descriptor and calls `read` and `write`. Not for use by
-/// several threads at once. A session that failed is of no more use.
+/// over the client library: the owner waits for the descriptor and calls `handle`. Not for use by several
+/// threads at once. A session that failed is of no more use.
 class MqttSession {
  public:
-  /// Called from inside `read` only.
+  /// Called from inside `handle` only.
   class Listener {
    public:
     virtual ~Listener() = default;
@@ -38,9 +38,8 @@ class MqttSession {
   MqttSession(const MqttSettings& settings, Listener& listener);
   ~MqttSession();
 
-  /// Begins to connect, without waiting. `host` is a name, an address or the path of a socket; `bind_address`
-  /// is empty or the any-address of the family to use.
-  [[nodiscard]] Failure open(const std::string& host, const std::string& bind_address);
+  /// Begins to connect, without waiting, to a numeric address or the path of a socket.
+  [[nodiscard]] Failure open(const std::string& address);
 
   /// What to wait for, as `poll` takes it.
   [[nodiscard]] int fd() const;
@@ -48,10 +47,12 @@ class MqttSession {
 
   /// Does what the events that `poll` reported allow. Reads at most 32 messages, none behind 256 KiB of them,
   /// so that no observer is brought more at once than may wait for it; `more_to_read` tells whether that left
-  /// some behind.
+  /// some behind. A broker that puts several packets into one TLS record gets past these limits with it.
   [[nodiscard]] Failure handle(short events);
   [[nodiscard]] bool more_to_read() const noexcept { return more_to_read_; }
 
+  /// Whether the transport connection stands.
+  [[nodiscard]] bool is_reachable() const noexcept { return reachable_; }
   /// Whether the broker has accepted the connection.
   [[nodiscard]] bool is_connected() const noexcept;
   /// Whether there is a connection to the broker, or one is being made.
@@ -87,6 +88,7 @@ class MqttSession {
   [[nodiscard]] Failure set_up_tls();
   [[nodiscard]] Failure finish_connecting();
   [[nodiscard]] Failure read();
+  [[nodiscard]] Failure written(int result);
   [[nodiscard]] Failure outcome(int result);
   [[nodiscard]] std::string explain(const std::string& general) const;
   [[nodiscard]] std::string explain_tls(const std::string& general) const;
@@ -95,7 +97,7 @@ class MqttSession {
   const MqttSettings& settings_;
   std::optional<TlsContext> tls_;  // used by the library's object
   std::unique_ptr<Library> library_;
-  bool reachable_ = false;  // the transport connection stands
+  bool reachable_ = false;
   bool more_to_read_ = false;
   std::chrono::steady_clock::time_point last_read_;
   std::chrono::steady_clock::time_point last_write_;

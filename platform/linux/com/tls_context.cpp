@@ -7,11 +7,13 @@ namespace ecu::tamu::com {
 
 namespace {
 
-// An address is looked for among the certificate's addresses, anything else among its names.
+// Looked for among the certificate's addresses. False when `host` is none.
+bool expect_address(SSL_CTX* context, const std::string& host) {
+  return ::X509_VERIFY_PARAM_set1_ip_asc(::SSL_CTX_get0_param(context), host.c_str()) == 1;
+}
+
 bool expect_name(SSL_CTX* context, const std::string& host) {
-  X509_VERIFY_PARAM* const expected = ::SSL_CTX_get0_param(context);
-  return ::X509_VERIFY_PARAM_set1_ip_asc(expected, host.c_str()) == 1 ||
-         ::X509_VERIFY_PARAM_set1_host(expected, host.c_str(), host.size()) == 1;
+  return ::X509_VERIFY_PARAM_set1_host(::SSL_CTX_get0_param(context), host.c_str(), host.size()) == 1;
 }
 
 }  // namespace
@@ -22,9 +24,15 @@ void TlsContext::Free::operator()(SSL_CTX* context) const noexcept {
 
 TlsContext::TlsContext(const std::string& host) : context_(::SSL_CTX_new(::TLS_client_method())) {
   SSL_CTX* const context = context_.get();
-  if (context == nullptr || !expect_name(context, host)) {
-    context_.reset();
+  if (context == nullptr) {
     return;
+  }
+  if (!expect_address(context, host)) {
+    server_name_ = host;
+    if (!expect_name(context, host)) {
+      context_.reset();
+      return;
+    }
   }
   ::SSL_CTX_set_cert_verify_callback(context, on_verify, this);
   ::SSL_CTX_set_info_callback(context, on_progress);
@@ -51,6 +59,11 @@ void TlsContext::on_progress(const SSL* session, int where, int detail) {
   constexpr int level_shift = 8;
   if ((where & SSL_CB_HANDSHAKE_START) != 0) {
     self.begun_ = true;
+    if (!self.server_name_.empty()) {
+      // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): nothing else is called ahead of the hello
+      ::SSL_ctrl(const_cast<SSL*>(session), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
+                 self.server_name_.data());
+    }
   } else if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
     self.established_ = true;
   } else if (where == SSL_CB_READ_ALERT && detail >> level_shift == SSL3_AL_FATAL && !self.established_) {

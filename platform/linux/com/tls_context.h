@@ -7,9 +7,10 @@
 
 namespace ecu::tamu::com {
 
-/// What the client library makes its TLS session from: the library knows the authorities, the context the
-/// name that the peer has to prove. It also knows afterwards what became of the handshake, where the library
-/// has one text for a wrong name, a wrong authority and an expired certificate.
+/// What the client library makes its TLS session from: the library knows the authorities and connects to an
+/// address, the context knows the name that the peer is asked for (RFC 6066, 3) and has to prove. It also
+/// knows afterwards what became of the handshake, where the library has one text for a wrong name, a wrong
+/// authority and an expired certificate.
 class TlsContext {
  public:
   /// `host` is the name or the address that the peer's certificate must be for.
@@ -36,6 +37,7 @@ class TlsContext {
     void operator()(SSL_CTX* context) const noexcept;
   };
   std::unique_ptr<SSL_CTX, Free> context_;
+  std::string server_name_;  // empty when the host is an address
   std::string refusal_;
   bool begun_ = false;
   bool established_ = false;
