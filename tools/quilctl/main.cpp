@@ -65,8 +65,8 @@ int main(int argc, char* argv[]) {
   if (const auto exit_code = parse_command_line(argc, argv, options)) {
     return *exit_code;
   }
-  logging::set_log_mode(logging::LogMode::standard_error);
   // What the library has to say of its connection and of messages, the commands say in their own words.
+  logging::set_log_mode(options.verbose ? logging::LogMode::standard_error : logging::LogMode::none);
   logging::configure_logging(options.verbose ? "DEBUG" : "EMERG");
   return exit_code_of(options);
 }

@@ -69,6 +69,9 @@ void append_text(LineBuilder& line, std::string_view module, std::initializer_li
 
 void write(Level level, std::string_view module, std::initializer_list<Field> fields) {
   const LogMode mode = current_mode.load(std::memory_order_relaxed);
+  if (mode == LogMode::none) {
+    return;
+  }
   LineBuilder line;
   if (mode == LogMode::syslog) {
     append_text(line, module, fields);

@@ -22,7 +22,8 @@ enum class Level : int {
   debug = 7,
 };
 
-enum class LogMode : int { syslog = 0, standard_output = 1, standard_error = 2 };
+/// Where lines go; `none` is for programs that speak to their users in words of their own.
+enum class LogMode : int { syslog = 0, standard_output = 1, standard_error = 2, none = 3 };
 
 /// Sets the level by its name (EMERG to DEBUG, case does not matter). An empty name sets the default level;
 /// an unknown one leaves the level as it is and is reported at WARNING.
