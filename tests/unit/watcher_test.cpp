@@ -26,7 +26,8 @@ void send(tamu::com::ISubscriptionObserver& observer, const std::string& name, c
 
 TEST(VariablePrinterTest, EveryVariableGetsAReadableLine) {
   std::ostringstream out;
-  VariablePrinter printer(out);
+  int failures = 0;
+  VariablePrinter printer(out, [&failures] { ++failures; });
   send(printer, "hwversion", variable("r08"));
   send(printer, "versioncsp", variable("\\1.2\xff\0"s));
   send(printer, "topversion", {});
@@ -36,6 +37,10 @@ TEST(VariablePrinterTest, EveryVariableGetsAReadableLine) {
             "versioncsp            \\x5c1.2\\xff\\x00                      12345.678 s\n"
             "topversion            (no value)\n"
             "broken\\x0a            (cannot be decoded)\n");
+  EXPECT_EQ(failures, 0);
+  out.setstate(std::ios::badbit);
+  send(printer, "hwversion", variable("r08"));
+  EXPECT_EQ(failures, 1);
 }
 
 TEST(VariableCheckerTest, CompleteWhenEveryVariableCameWithItsValue) {

@@ -83,13 +83,13 @@ int play(const Options& options, Scenario scenario) {
 int watch(const Options& options) {
   Bus bus(options.broker, "watch");
   bus.client()->connect();
-  const auto printer = std::make_shared<VariablePrinter>(std::cout);
+  const auto printer = std::make_shared<VariablePrinter>(std::cout, [&bus] { bus.client()->stop(); });
   bus.client()->subscribe(all_variables, 0, printer);
   bus.client()->subscribe(all_parameters, 0, printer);
   bus.client()->start();
   const ParameterRequests requests(bus.client());
   bus.run();
-  return exit_done;
+  return std::cout ? exit_done : exit_failure;
 }
 
 int watch_once(const Options& options, const Scenario& scenario) {

@@ -113,6 +113,9 @@ void VariablePrinter::message(const std::string& topic, const com::Message& msg)
       print(out_, line);
     }
   }
+  if (!out_) {
+    on_failure_();
+  }
 }
 
 VariableChecker::VariableChecker(const std::vector<Expectation>& expect, std::function<void()> on_complete)

@@ -6,6 +6,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <ecu/tamu/com/transport_client.h>
@@ -26,13 +27,16 @@ inline constexpr const char* all_parameters = "system/sysparams";
 /// be decoded gets a line that says so.
 class VariablePrinter final : public tamu::com::ISubscriptionObserver {
  public:
-  /// `out` must outlive the printer.
-  explicit VariablePrinter(std::ostream& out) : out_(out) {}
+  /// `out` must outlive the printer. `on_failure` is called, on the delivering thread, when it cannot be
+  /// written to.
+  VariablePrinter(std::ostream& out, std::function<void()> on_failure)
+      : out_(out), on_failure_(std::move(on_failure)) {}
 
   void message(const std::string& topic, const tamu::com::Message& msg) override;
 
  private:
   std::ostream& out_;
+  std::function<void()> on_failure_;
   std::map<std::string, std::string> parameter_lines_;  // printed last, by name
 };
 
