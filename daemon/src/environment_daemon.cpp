@@ -97,7 +97,7 @@ void EnvironmentDaemon::sysparams_received() {
 void EnvironmentDaemon::stop() {
   m_vin_requester.stop();
   m_sysparam_handler.stop();
-  m_port_handler->end_writing();
+  m_port_handler->request_stop();
 }
 
 EnvironmentDaemon::Registry EnvironmentDaemon::make_registry() {

@@ -26,6 +26,11 @@ QueuingPortHandler::~QueuingPortHandler() {
   stop();
 }
 
+void QueuingPortHandler::request_stop() noexcept {
+  m_writing_ended = true;
+  m_reader.request_stop();
+}
+
 void QueuingPortHandler::stop() {
   m_stopped = true;
   if (m_reader_thread.joinable()) {

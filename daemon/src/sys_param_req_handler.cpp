@@ -78,6 +78,9 @@ void SysParamReqHandler::answer_chosen(const tamu::com::Message& msg) {
     return;
   }
   for (const std::string& text : request.body.name()) {
+    if (is_stopped()) {
+      return;
+    }
     answer_one(text);
   }
 }
@@ -138,6 +141,11 @@ bool SysParamReqHandler::wait_until_settled() {
     }
   }
   return true;
+}
+
+bool SysParamReqHandler::is_stopped() {
+  const std::lock_guard lock(m_stop_mutex);
+  return m_stopped;
 }
 
 std::string SysParamReqHandler::get_top_version() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include <ecu/quil/queuing_port_handler.h>
@@ -14,6 +15,9 @@ class FakePort final : public ecu::quil::QueuingPortHandler {
   FakePort() : QueuingPortHandler("", "", 1) {}
 
   [[nodiscard]] bool write(const std::vector<IpcSignal>& signals) override {
+    if (during_write) {
+      during_write();
+    }
     if (accepts) {
       written.insert(written.end(), signals.begin(), signals.end());
     }
@@ -21,6 +25,7 @@ class FakePort final : public ecu::quil::QueuingPortHandler {
   }
 
   bool accepts = true;
+  std::function<void()> during_write;
   std::vector<IpcSignal> written;
 };
 

@@ -170,6 +170,22 @@ TEST_F(EnvironmentDaemonTest, AFrameOfSystemParametersBringsTheTopVersion) {
   EXPECT_EQ(tests::variable_in(client->published.back().message).value(), "TV 1");
 }
 
+TEST_F(EnvironmentDaemonTest, NothingIsWrittenToThePortOnceItIsStopped) {
+  const tests::TempDir dir;
+  tests::Fifo port(dir, "send");
+  port.open();
+  config->set_value("qpwrite", port.path());
+  EnvironmentDaemon with_port(client, config);
+  const auto set_secret = [this] {
+    client->last_observer->message("system/quil/secstore/setmaster", tests::raw_message("x"));
+  };
+  set_secret();
+  EXPECT_NE(port.read(), "");
+  with_port.stop();
+  set_secret();
+  EXPECT_EQ(port.read(), "");
+}
+
 TEST_F(EnvironmentDaemonTest, PublishPassesItsFlagAndTheClientsResultOn) {
   const EnvironmentVariable variable("name", "topic", VariableSource::SIGNAL);
   client->result = PublishResult::overload;

@@ -92,7 +92,7 @@ TEST_F(QueuingPortHandlerTest, AWriteIsEndedBehindTheRecordThatItIsAt) {
          filling.size()) {  // until the first record waits for room
     std::this_thread::yield();
   }
-  handler->end_writing();
+  handler->request_stop();
   std::string read;
   while (write.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
     read += send.read();

@@ -116,26 +116,35 @@ TEST_F(SysParamReqHandlerTest, WritesGoToThePortOnlyWhileInStep) {
   send(write, list({{1, "x"}}));
   EXPECT_EQ(port->written.size(), 1u);
   EXPECT_THAT(send(write, list({{1, "y"}})), ElementsAre(received, discarded));
+  port->consume(SysParamContainer::to_signal({1, "x"}));
+  EXPECT_EQ(send(write, list({{1, "y"}})).back(), discarded);
   EXPECT_THAT(client->published, IsEmpty());
 }
 
 TEST_F(SysParamReqHandlerTest, ARequestWaitsForTheAnswerToAWrite) {
   receive({{1, "old"}});
   send(write, list({{1, "new"}}));
-  auto answered =
-      std::async(std::launch::async, [this] { client->last_observer->message(request, ask_for({"1"})); });
-  receive({{1, "new"}});
+  port->consume(SysParamContainer::to_signal({1, "new"}));
+  auto answered = std::async(std::launch::async, [this] {
+    client->last_observer->message(request, ask_for({"1"}));
+    client->last_observer->message(request_all, {});
+  });
+  EXPECT_EQ(answered.wait_for(20ms), std::future_status::timeout);
+  port->frame_finished();
   answered.get();
-  ASSERT_EQ(client->published.size(), 1u);
+  ASSERT_EQ(client->published.size(), 2u);
   EXPECT_EQ(body_of<pb::SystemParameterEntry>(client->published[0].message).value(), "new");
+  EXPECT_EQ(body_of<pb::SystemParameterList>(client->published[1].message).entry(0).value(), "new");
 }
 
-TEST_F(SysParamReqHandlerTest, AStopEndsTheWaitWithoutAnAnswer) {
+TEST_F(SysParamReqHandlerTest, AStopEndsTheWaitAndTheRestOfARequestWithoutAnAnswer) {
   port->consume(SysParamContainer::to_signal({1, "x"}));
   auto unanswered =
       std::async(std::launch::async, [this] { client->last_observer->message(request_all, {}); });
   handler->stop();
   unanswered.get();
+  port->frame_finished();
+  send(request, ask_for({"1"}));
   EXPECT_THAT(client->published, IsEmpty());
 }
 

@@ -39,9 +39,9 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   /// or a record not written, the rest being dropped. May be called from any thread.
   [[nodiscard]] virtual bool write(const std::vector<IpcSignal>& signals);
 
-  /// Lets no further record be written: a `write` that is under way fails behind the record that it is at.
-  /// Does not wait; may be called from any thread.
-  void end_writing() noexcept { m_writing_ended = true; }
+  /// Begins to end reception, and lets no further record be written: a `write` that is under way fails behind
+  /// the record that it is at. Does not wait. Not while `init` runs; may be called from the signal handler.
+  void request_stop() noexcept;
 
   /// Registers a consumer, which is not owned. Only before `init`. A consumer calls `stop` before it goes.
   void add_consumer(Consumer* consumer);

@@ -42,7 +42,8 @@ class SysParamReqHandler final : public tamu::com::ISubscriptionObserver {
   /// May be called from any thread.
   [[nodiscard]] std::string get_top_version() const;
 
-  /// Ends the waits of requests, which then are not answered. May be called from the signal handler.
+  /// Ends requests where they are: what they still ask for is not answered. May be called from the signal
+  /// handler.
   void stop();
 
  private:
@@ -51,6 +52,7 @@ class SysParamReqHandler final : public tamu::com::ISubscriptionObserver {
   void answer_all();
   void write(const tamu::com::Message& msg);
   [[nodiscard]] bool wait_until_settled();
+  [[nodiscard]] bool is_stopped();
 
   std::shared_ptr<tamu::com::ITransportClient> m_client;
   SysParamContainer m_container;
