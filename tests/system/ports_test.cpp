@@ -108,6 +108,8 @@ TEST_F(PortsTest, ARequestThatWaitsForAnAnswerHoldsUpNothingElseNorAStop) {
   ask_for_all();
   bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
   EXPECT_TRUE(bus.wait_for("system/var/hwvariant"));
+  bus.publish("rt/io/kl15", Group().message().payload);
+  EXPECT_TRUE(daemon.wait_for_output("ERROR no signal: kl15 on topic: rt/io/kl15"));
   bus.publish("system/quil/secstore/setmaster", "x");
   EXPECT_TRUE(bus.wait_for_text("system/quil/secstore/getmaster", "x"));
   EXPECT_FALSE(bus.wait_for("system/sysparams", nullptr, std::chrono::milliseconds(0)));

@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include <ecu/quil/sec_store_handler.h>
 #include <ecu/quil/sys_param_container.h>
@@ -9,7 +12,9 @@
 #include "support/captured_log.h"
 #include "support/fake_client.h"
 #include "support/fake_port.h"
+#include "support/ports.h"
 #include "support/rt_messages.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -67,6 +72,7 @@ TEST_F(SecStoreHandlerTest, AValueFromThePortIsPublished) {
   EXPECT_EQ(text(message), "hush");
   EXPECT_TRUE(message.acknowledged && message.retained);
   EXPECT_EQ(log.front(), "NOTICE Reading sec storage. ota id: 2 signal id: 2");
+  EXPECT_THAT(log, testing::Not(testing::Contains(HasSubstr(": 4"))));
   EXPECT_EQ(log.back(),
             "ERROR Couldn't build a param with to_parameter(), returning early from consume(), signal.id: 3");
 }
@@ -80,6 +86,28 @@ TEST_F(SecStoreHandlerTest, NoLogLineShowsAValue) {
   EXPECT_THAT(
       log, testing::Contains("NOTICE Message on unexpect topic 'system/quil/secstore/getmaster' received"));
   EXPECT_THAT(log, testing::Each(testing::Not(HasSubstr("hush"))));
+}
+
+TEST_F(SecStoreHandlerTest, EitherConsumerOfAPortMayGoFirst) {
+  const tests::TempDir dir;
+  tests::Fifo receive(dir, "receive");
+  receive.open();
+  for (const bool this_one_first : {false, true}) {
+    handler.reset();
+    (void)receive.read();
+    const auto real_port = std::make_shared<QueuingPortHandler>(receive.path(), "", 1);
+    std::optional<SysParamContainer> other(
+        std::in_place, real_port, [] {}, std::chrono::seconds(30));
+    handler = std::make_unique<SecStoreHandler>(client, real_port);
+    real_port->init();
+    if (this_one_first) {
+      handler.reset();
+    } else {
+      other.reset();
+    }
+    receive.write(tests::wire(2, "not for those who went") + tests::end_mark());
+  }
+  EXPECT_THAT(client->published, IsEmpty());
 }
 
 TEST_F(SecStoreHandlerTest, TakesItsSubscriptionsBack) {

@@ -119,6 +119,12 @@ TEST_F(SysParamContainerTest, OnlyWhatDiffersIsWritten) {
   EXPECT_EQ(container.get_state(), State::SYNCED);
 }
 
+TEST_F(SysParamContainerTest, AnAnswerMayComeBeforeTheWriteHasEnded) {
+  port->during_write = [this] { receive({{5, "five"}}); };
+  EXPECT_TRUE(container.update({{5, "five"}}));
+  EXPECT_EQ(container.get_state(), State::SYNCED);
+}
+
 TEST_F(SysParamContainerTest, AWriteWithoutAnswerFallsBackWhenItsTimeIsOver) {
   receive({{5, "five"}});
   EXPECT_TRUE(container.update({{5, "other"}}));
