@@ -4,6 +4,7 @@
 
 namespace ecu::tamu {
 
+/// The time that messages and variables carry.
 class DateTime {
  public:
   /// Nanoseconds since boot, time spent in suspend included (CLOCK_BOOTTIME). Callable from any thread.
