@@ -11,8 +11,6 @@
 namespace {
 
 using namespace ecu::tamu;
-using com::err::PbInternalDeserializationError;
-using testing::HasSubstr;
 
 using Adapter = com::PbInternalMessageAdapter<pb::EcuVariable>;
 

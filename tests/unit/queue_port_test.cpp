@@ -71,7 +71,7 @@ TEST(RecordParserTest, DamageAtAnyOffsetCostsNoOtherRecord) {
     EXPECT_EQ(Parsed().add(first.substr(0, offset) + last).at_end().text(),
               (offset == 0 ? "" : "-" + std::to_string(offset) + " ") + "9 ")
         << "torn at " << offset;
-    EXPECT_EQ(Parsed().add(first + std::string(offset, 'Q') + last).at_end().text(),
+    EXPECT_EQ(Parsed().add(first).add(std::string(offset, 'Q')).add(last).at_end().text(),
               (offset == 0 ? "1 " : "1 -" + std::to_string(offset) + " ") + "9 ")
         << offset << " foreign bytes";
   }
