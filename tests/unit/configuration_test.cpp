@@ -40,10 +40,10 @@ TEST(ConfigurationTest, WellFormedFilesAreRead) {
       {"host = \"\"", ""},
       {"host = a=b#c # d", "a=b#c # d"},
       {"host = " + std::string(100'000, 'x') + "\nport = 1", std::string(100'000, 'x')},
-      {"port = 65535\nkeepalive = 5\nloglevel = info\ncafile = /dev/null\ncertfile = "
+      {"port = 65535\nkeepalive = 5\npresence = no\nloglevel = info\ncafile = /dev/null\ncertfile = "
        "/dev/null\nkeyfile=/dev/null",
        ""},
-      {"keepalive = 65535\nloglevel =\ncafile =\ncertfile =\nkeyfile =\nusername = u\npresence = no\nhost =",
+      {"keepalive = 65535\npresence =\nloglevel =\ncafile =\ncertfile =\nkeyfile =\nusername = u\nhost =",
        ""},
   };
   for (const auto& [text, host] : cases) {
@@ -92,6 +92,11 @@ TEST(ConfigurationTest, EachFaultIsOneErrorLineWithoutAnyPassword) {
       EXPECT_THAT(log, AllOf(HasSubstr(" ERROR "), HasSubstr(fault), Not(HasSubstr("secret"))));
     }
   }
+}
+
+TEST(ConfigurationTest, APresenceThatIsNeitherYesNorNoIsAWarning) {
+  EXPECT_THAT(verified(*parsed("\npresence = No"), true),
+              AllOf(HasSubstr(" WARNING "), HasSubstr("line 2: key 'presence': 'No'")));
 }
 
 TEST(ConfigurationTest, PasswordInAFileThatAnyoneMayReadIsAWarning) {

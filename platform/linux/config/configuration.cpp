@@ -56,6 +56,10 @@ bool is_level_or_unset(const std::string& value) {
   return value.empty() || logging::level_from_name(value);
 }
 
+bool is_switch_or_unset(const std::string& value) {
+  return value.empty() || value == "yes" || value == "no";
+}
+
 bool is_readable_or_unset(const std::string& value) {
   if (value.empty()) {
     return true;
@@ -69,10 +73,12 @@ struct ValueRule {
   std::string_view key;
   bool (*is_met)(const std::string& value);
   std::string_view text;
+  bool is_warning = false;
 };
 constexpr ValueRule value_rules[] = {
     {"port", is_port, "is not a port, 1 to 65535"},
     {"keepalive", is_keepalive, "is not a time from 5 to 65535 seconds"},
+    {"presence", is_switch_or_unset, "is neither yes nor no, and counts as yes", true},
     {level_key, is_level_or_unset, "is not a level, EMERG to DEBUG"},
     {"cafile", is_readable_or_unset, "is not a file that can be read"},
     {certificate_key, is_readable_or_unset, "is not a file that can be read"},
@@ -209,8 +215,8 @@ void Configuration::check_entry(const Entry& entry, std::vector<Fault>& faults) 
   }
   const auto* const rule = std::ranges::find(value_rules, key, &ValueRule::key);
   if (rule != std::end(value_rules) && !rule->is_met(value)) {
-    faults.push_back(error_in(
-        line, "key '" + key + "': '" + std::string(clipped(value)) + "' " + std::string(rule->text)));
+    faults.push_back({line, rule->is_warning,
+                      "key '" + key + "': '" + std::string(clipped(value)) + "' " + std::string(rule->text)});
   }
 }
 

@@ -50,8 +50,9 @@ class Configuration {
   /// One fault with the line number and the key for: a line that is not of the form, an unknown key, a key
   /// given twice, a "port" that is not 1 to 65535, a "keepalive" that is not 5 to 65535, a "loglevel" that is
   /// no level, a "certfile" without "keyfile" or the reverse, a TLS file that cannot be read; and for input
-  /// that could not be read to its end. An empty level or TLS file counts as unset. A file that anyone may
-  /// read and that holds "password" is a warning. No text shows the value of "password".
+  /// that could not be read to its end. An empty level or TLS file counts as unset. A "presence" that is
+  /// neither yes nor no is a warning, as is a file that anyone may read and that holds "password". No text
+  /// shows the value of "password".
   [[nodiscard]] std::vector<Fault> faults() const;
 
   /// Logs the faults, a line each, at ERROR or WARNING. False when there is one that is not only a warning.
