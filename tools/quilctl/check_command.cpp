@@ -41,7 +41,7 @@ std::vector<Fault> faults_of(const Configuration& config) {
   const std::string mode = config.effective(log_mode_key);
   if (!quil::log_mode_from_name(mode)) {
     faults.push_back(
-        {0, true,
+        {config.line_of(log_mode_key), true,
          std::string("key '") + log_mode_key + "': '" + mode + "' is none of syslog, stdout, stderr"});
   }
   std::ranges::stable_sort(faults, {}, &Fault::line);

@@ -150,6 +150,11 @@ std::string Configuration::effective(const std::string& key) const {
   return built_in == std::end(built_in_keys) ? std::string() : std::string(built_in->default_value);
 }
 
+int Configuration::line_of(std::string_view key) const {
+  const Entry* const entry = find(key);
+  return entry == nullptr ? 0 : entry->line;
+}
+
 std::vector<std::string> Configuration::keys() const {
   std::vector<std::string> keys;
   for (const BuiltInKey& built_in : built_in_keys) {

@@ -32,6 +32,9 @@ class Configuration {
   /// What holds for `key`: as `get`, and where that is empty the platform's default, if it has one.
   [[nodiscard]] std::string effective(const std::string& key) const;
 
+  /// The line of the file that holds `key`, from 1; 0 when none does.
+  [[nodiscard]] int line_of(std::string_view key) const;
+
   /// The keys that a file may hold: the platform's own, then the registered ones.
   [[nodiscard]] std::vector<std::string> keys() const;
 
