@@ -53,6 +53,23 @@ TEST(CommandLineTest, WhatEndsTheProgramAtOnceHasItsExitCodeAndText) {
   }
 }
 
+TEST(CommandLineTest, QuilctlNamesTheWordThatIsWrong) {
+  for (const auto& [line, text] : std::vector<std::pair<std::string, std::string>>{
+           {"quilctl lst", "no command 'lst'; did you mean 'list'?\n"},
+           {"quilctl secstore sett master -",
+            "no command 'sett'; did you mean 'set'?\nquilctl secstore --help "},
+           {"quilctl param watch", "no command 'watch'\n"},
+           {"quilctl param", "a command is missing\n"},
+           {"quilctl --jsno", "no option '--jsno'\n"},
+           {"QUILCTL_PORT=0 quilctl describe", "QUILCTL_PORT: "},
+           {"QUILCTL_PORT=0 quilctl describe --port 0", "--port: "},
+       }) {
+    Process quilctl({"/bin/sh", "-c", "PATH=" PROGRAM_DIR ":$PATH; " + line});
+    EXPECT_EQ(quilctl.wait(), 2) << line;
+    EXPECT_THAT(quilctl.output(), testing::StartsWith("quilctl: " + text)) << line;
+  }
+}
+
 TEST(CommandLineTest, AConfigurationThatFailsVerificationEndsTheProgram) {
   Daemon daemon("port = 70000\nhots = x\n", {"-L"});
   EXPECT_EQ(daemon.wait(), 1);

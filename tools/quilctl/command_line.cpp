@@ -2,11 +2,13 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <span>
 #include <sstream>
 
 #include <ecu/tamu/com/topic.h>
 
 #include "failure.h"
+#include "usage_error.h"
 
 namespace ecu::ctl {
 
@@ -108,8 +110,8 @@ class Builder {
   void reveal(CLI::App& command, const std::string& purpose) {
     command.add_flag("--reveal", options_.reveal, purpose);
   }
-  CLI::Option& raw(CLI::App& command, const std::string& purpose) {
-    return *command.add_flag("--raw", options_.raw, purpose)->excludes(app_.get_option("--json"));
+  void raw(CLI::App& command, const std::string& purpose) {
+    command.add_flag("--raw", options_.raw, purpose + "; not with --json");
   }
 
  private:
@@ -153,9 +155,8 @@ void add_variable_commands(Builder& build, Options& options) {
       build.command("watch", Command::watch, "Prints each change of a variable, until it is interrupted.",
                     "  quilctl watch\n  quilctl watch 'version*' vehicleid\n  quilctl watch --table");
   watch.add_option("PATTERN", options.words, "names to watch; * and ? stand for any characters");
-  CLI::Option* const table =
-      watch.add_flag("--table", options.table, "on a terminal: all of them in a table that is drawn again");
-  build.raw(watch, "values as they are, without escapes").excludes(table);
+  watch.add_flag("--table", options.table, "on a terminal: all of them in a table that is drawn again");
+  build.raw(watch, "values as they are, without escapes");
   CLI::App& describe =
       build.command("describe", Command::describe, "Explains one variable, or all; asks nobody for it.",
                     "  quilctl describe\n  quilctl describe hwversion");
@@ -170,11 +171,6 @@ void add_parameter_commands(Builder& build, Options& options) {
                                 "  quilctl param get 0xa009\n  quilctl param get 17 18 19");
   get.add_option("ID", options.words, "decimal, or hexadecimal behind 0x")->required();
   build.raw(get, "the value as it is, without escapes and end of line; of one parameter only");
-  get.parse_complete_callback([&options] {
-    if (options.raw && options.words.size() > 1) {
-      throw CLI::ValidationError("--raw", "of one parameter only");
-    }
-  });
   build.command(param, "list", Command::param_list, "Lists all system parameters.", "  quilctl param list");
   CLI::App& set = build.command(
       param, "set", Command::param_set, "Writes system parameters and waits until they have been read back.",
@@ -217,7 +213,9 @@ void add_other_commands(Builder& build, Options& options) {
                     "Shows the messages of the bus with all that is in them, until it is interrupted.",
                     "  quilctl decode\n  quilctl decode 'rt/#' --count 10");
   decode.add_option("TOPIC", options.filter, "a topic, or an MQTT filter; default #")->check(is_filter());
-  decode.add_option("--count", options.count, "end after so many messages")->type_name("N");
+  decode.add_option("--count", options.count, "end after so many messages")
+      
+      ->type_name("N");
   build.reveal(decode, "the values of the secure storage too");
   CLI::App& record =
       build.command("record", Command::record, "Writes what is seen on the bus, with times, to a text file.",
@@ -243,6 +241,19 @@ void add_other_commands(Builder& build, Options& options) {
       ->type_name("FILTER");
 }
 
+// Options that exclude each other, or that have no effect.
+void require_sense(const Options& options) {
+  if (options.json && options.raw) {
+    throw CLI::ExcludesError("--json", "--raw");
+  }
+  if (options.table && options.raw) {
+    throw CLI::ExcludesError("--table", "--raw");
+  }
+  if (options.raw && options.command == Command::param_get && options.words.size() > 1) {
+    throw CLI::ValidationError("--raw", "of one parameter only");
+  }
+}
+
 }  // namespace
 
 std::optional<int> parse_command_line(int argc, const char* const* argv, Options& options) {
@@ -259,8 +270,12 @@ std::optional<int> parse_command_line(int argc, const char* const* argv, Options
   add_other_commands(build, options);
   try {
     app.parse(argc, argv);
-  } catch (const CLI::ParseError& end) {
-    return app.exit(end) == 0 ? static_cast<int>(ExitCode::done) : static_cast<int>(ExitCode::usage);
+    require_sense(options);
+  } catch (const CLI::Success& end) {
+    return app.exit(end);
+  } catch (const CLI::ParseError& error) {
+    tell_usage_error(app, error, std::span(argv, static_cast<std::size_t>(argc)));
+    return static_cast<int>(ExitCode::usage);
   }
   return std::nullopt;
 }
