@@ -63,6 +63,8 @@ TEST(CommandLineTest, QuilctlNamesTheWordThatIsWrong) {
            {"quilctl --jsno", "no option '--jsno'\n"},
            {"QUILCTL_PORT=0 quilctl describe", "QUILCTL_PORT: "},
            {"QUILCTL_PORT=0 quilctl describe --port 0", "--port: "},
+           {"quilctl watch --table --json", "--json excludes --table\n"},
+           {"quilctl record - --json", "--json: "},
        }) {
     Process quilctl({"/bin/sh", "-c", "PATH=" PROGRAM_DIR ":$PATH; " + line});
     EXPECT_EQ(quilctl.wait(), 2) << line;

@@ -243,8 +243,11 @@ void add_other_commands(Builder& build, Options& options) {
 
 // Options that exclude each other, or that have no effect.
 void require_sense(const Options& options) {
-  if (options.json && options.raw) {
-    throw CLI::ExcludesError("--json", "--raw");
+  if (options.json && (options.command == Command::record || options.command == Command::replay)) {
+    throw CLI::ValidationError("--json", "not of recordings, which have a format of their own");
+  }
+  if (options.json && (options.raw || options.table)) {
+    throw CLI::ExcludesError("--json", options.raw ? "--raw" : "--table");
   }
   if (options.table && options.raw) {
     throw CLI::ExcludesError("--table", "--raw");

@@ -83,7 +83,7 @@ void watch_table(const Options& options, Bus& bus, SecondScreen& screen) {
 }  // namespace
 
 ExitCode watch(const Options& options) {
-  const bool as_table = options.table && !options.json && ::isatty(STDOUT_FILENO) == 1;
+  const bool as_table = options.table && ::isatty(STDOUT_FILENO) == 1;
   if (options.table && !as_table) {
     note("a table needs a terminal: a line a change instead");
   }
