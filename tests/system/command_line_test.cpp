@@ -65,6 +65,7 @@ TEST(CommandLineTest, QuilctlNamesTheWordThatIsWrong) {
            {"QUILCTL_PORT=0 quilctl describe --port 0", "--port: "},
            {"quilctl watch --table --json", "--json excludes --table\n"},
            {"quilctl record - --json", "--json: "},
+           {"quilctl decode --count 0", "--count: "},
        }) {
     Process quilctl({"/bin/sh", "-c", "PATH=" PROGRAM_DIR ":$PATH; " + line});
     EXPECT_EQ(quilctl.wait(), 2) << line;

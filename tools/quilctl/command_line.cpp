@@ -52,6 +52,14 @@ CLI::Validator is_digits() {
       [](const std::string& text) { return text.find_first_not_of("0123456789") == std::string::npos; },
       "number");
 }
+CLI::Validator is_count() {
+  return validator(
+      [](const std::string& text) {
+        return text.find_first_not_of("0123456789") == std::string::npos &&
+               text.find_first_not_of('0') != std::string::npos;
+      },
+      "number from 1 on");
+}
 CLI::Validator is_filter() {
   return validator(tamu::com::is_topic_filter, "MQTT filter");
 }
@@ -214,7 +222,7 @@ void add_other_commands(Builder& build, Options& options) {
                     "  quilctl decode\n  quilctl decode 'rt/#' --count 10");
   decode.add_option("TOPIC", options.filter, "a topic, or an MQTT filter; default #")->check(is_filter());
   decode.add_option("--count", options.count, "end after so many messages")
-      
+      ->check(is_count())
       ->type_name("N");
   build.reveal(decode, "the values of the secure storage too");
   CLI::App& record =
