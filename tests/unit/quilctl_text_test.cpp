@@ -20,6 +20,7 @@ namespace {
 
 using namespace ecu::ctl;
 using namespace std::string_literals;
+using testing::Contains;
 using testing::ElementsAre;
 
 TEST(QuilctlText, BytesAreShownUnambiguouslyAndReadBack) {
@@ -82,9 +83,16 @@ TEST(QuilctlText, TextsFitATerminalOfAnyWidth) {
   table.add({"längst", ""});
   EXPECT_THAT(table.lines(1000), ElementsAre("NAME    VALUE", "a       some long value", "längst  "));
   EXPECT_THAT(table.lines(15), ElementsAre("NAME    VALUE", "a       some l…", "längst  "));
+  Table with_more({"NAME", "VALUE", "AGE", "SOURCE"}, 2);
+  with_more.add({"version", "24.1.3-release", "3 s", "rt/system/version"});
+  EXPECT_THAT(with_more.lines(42), Contains("version  24.1.3-release  3 s  rt/system/v…"));
+  EXPECT_THAT(with_more.lines(40), Contains("version  24.1.3-release  3 s"));
+  EXPECT_THAT(with_more.lines(20), Contains("version  24.1.3-rel…"));
   for (std::size_t width = 0; width < 30; ++width) {
-    for (const std::string& line : table.lines(width)) {
-      EXPECT_LE(display_width(line), width);
+    for (const Table& each : {table, with_more}) {
+      for (const std::string& line : each.lines(width)) {
+        EXPECT_LE(display_width(line), width);
+      }
     }
   }
 }

@@ -26,6 +26,7 @@ using std::chrono::seconds;
 constexpr milliseconds redraw_delay{50};
 constexpr seconds redraw_interval{1};
 constexpr seconds highlight_time{3};
+constexpr std::size_t essential_columns = 2;  // name and value
 constexpr std::size_t news_shown = 4;
 constexpr std::size_t lines_around_table = 2 + news_shown;  // heading, headings, and the news below
 
@@ -162,17 +163,17 @@ void LiveTable::add_news(std::chrono::system_clock::time_point at, const std::st
 
 std::string LiveTable::heading() const {
   const auto presence = view_.daemon_on_line();
-  std::string text = broker_ + (connected_ ? "" : "  NO CONNECTION") + "   daemon ";
+  std::string text = connected_ ? "daemon " : "NO CONNECTION   daemon ";
   text += presence == true ? "on line" : presence == false ? "OFF LINE" : "unknown";
   if (ignition_) {
     text += std::string("   ignition ") + (*ignition_ ? "on" : "off");
   }
   return text + "   " + std::to_string(view_.with_value()) + " of " + std::to_string(variables().size()) +
-         " variables have a value";
+         " variables have a value   " + broker_;
 }
 
 std::vector<std::string> LiveTable::table_lines(std::size_t width) const {
-  Table table(variable_headings());
+  Table table(variable_headings(), essential_columns);
   std::vector<bool> is_fresh = {false};  // the headings
   for (const VariableRow& row : variable_rows(view_)) {
     if (wanted_(row.name)) {

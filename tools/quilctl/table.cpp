@@ -14,8 +14,9 @@ namespace ecu::ctl {
 
 namespace {
 
-constexpr std::size_t gap = 2;          // between columns
-constexpr std::size_t least_width = 6;  // of a column that is cut
+constexpr std::size_t gap = 2;            // between columns
+constexpr std::size_t least_width = 6;    // of a column that is cut
+constexpr std::size_t useful_width = 12;  // of one that can be left out
 constexpr const char* bold = "\x1b[1m";
 constexpr const char* plain = "\x1b[0m";
 
@@ -38,6 +39,14 @@ OutputStyle OutputStyle::of_standard_output() {
   return style;
 }
 
+bool Table::have_room(const std::vector<std::size_t>& widths, std::size_t width) const {
+  std::size_t needed = widths.front();
+  for (std::size_t i = 1; i < widths.size(); ++i) {
+    needed += gap + std::min(widths[i], i < essential_ ? width / essential_ : useful_width);
+  }
+  return needed <= width;
+}
+
 std::vector<std::size_t> Table::column_widths(std::size_t width) const {
   std::vector<std::size_t> widths(rows_.front().size());
   for (const auto& row : rows_) {
@@ -45,11 +54,15 @@ std::vector<std::size_t> Table::column_widths(std::size_t width) const {
       widths[i] = std::max(widths[i], display_width(row[i]));
     }
   }
+  while (widths.size() > essential_ && !have_room(widths, width)) {
+    widths.pop_back();
+  }
   const std::size_t total = std::accumulate(widths.begin(), widths.end(), gap * (widths.size() - 1));
   std::size_t surplus = total > width ? total - width : 0;
-  for (auto column = widths.rbegin(); column != widths.rend(); ++column) {
-    const std::size_t cut = std::min(surplus, *column - std::min(*column, least_width));
-    *column -= cut;
+  for (std::size_t i = widths.size(); i-- > 0;) {
+    const std::size_t least = i < essential_ ? least_width : useful_width;
+    const std::size_t cut = std::min(surplus, widths[i] - std::min(widths[i], least));
+    widths[i] -= cut;
     surplus -= cut;
   }
   return widths;

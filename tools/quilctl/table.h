@@ -21,7 +21,10 @@ struct OutputStyle {
 /// Rows of text in columns that are as wide as they need.
 class Table {
  public:
-  explicit Table(std::vector<std::string> headings) : rows_{std::move(headings)} {}
+  /// Where room is scarce the columns behind the `essential` ones are left out, the last first.
+  explicit Table(std::vector<std::string> headings,
+                 std::size_t essential = std::numeric_limits<std::size_t>::max())
+      : essential_(essential), rows_{std::move(headings)} {}
 
   /// `row` has a text for each heading.
   void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
@@ -32,8 +35,11 @@ class Table {
   void print(std::ostream& out, const OutputStyle& style) const;
 
  private:
+  /// Whether the essential columns have their shares of a line, and the others what makes them useful.
+  [[nodiscard]] bool have_room(const std::vector<std::size_t>& widths, std::size_t width) const;
   [[nodiscard]] std::vector<std::size_t> column_widths(std::size_t width) const;
 
+  const std::size_t essential_;
   std::vector<std::vector<std::string>> rows_;  // the first has the headings
 };
 
