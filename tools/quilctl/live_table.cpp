@@ -135,13 +135,12 @@ void LiveTable::take_message(const Event& event) {
     }
     return;
   }
-  if (event.text != daemon_presence) {
-    clock_.take(event.message);
-  }
   const auto name = variable_of(event.text);
   const auto change = view_.take(event.text, event.message);
   if (change == VariableView::Change::faulty) {
     add_news(event.at, printable(*name) + "  cannot be decoded");
+  } else if (event.text != daemon_presence) {
+    clock_.take(event.message);
   }
   if (change != VariableView::Change::changed || !wanted_(*name)) {
     return;
