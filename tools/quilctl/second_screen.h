@@ -3,8 +3,8 @@
 namespace ecu::ctl {
 
 /// The second screen of the terminal on standard output. Whoever stops the process (Ctrl-Z) has the first one
-/// back meanwhile. Make it before any thread is started, and only one: it blocks SIGTSTP in every thread of
-/// the process.
+/// back meanwhile, and whoever ends it by SIGQUIT or SIGHUP for good. Make it before any thread is started,
+/// and only one: it blocks these signals in every thread of the process.
 class SecondScreen {
  public:
   SecondScreen();
@@ -17,8 +17,8 @@ class SecondScreen {
   void leave();
   [[nodiscard]] bool is_entered() const noexcept { return is_entered_; }
 
-  /// While one lives the process can be stopped by this thread, which must not write to the terminal then.
-  /// What was on the screen is gone when the process goes on.
+  /// While one lives the process can be stopped or ended by this thread, which must not write to the terminal
+  /// then. What was on the screen is gone when the process goes on.
   class Stoppable {
    public:
     Stoppable();
