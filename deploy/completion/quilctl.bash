@@ -5,26 +5,41 @@ _quilctl_variables() {
   quilctl describe --json 2>/dev/null | sed -n 's/^{"name":"\([^"]*\)".*/\1/p'
 }
 
-# The commands among the words so far, as in "param set"; empty before there is one.
+# The commands among the words so far, as in "param set", and which value of the secure storage; empty before there is
+# one.
 _quilctl_command() {
-  local word command=
+  local word before='' command=''
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+    if [[ $word == '=' ]]; then
+      continue
+    fi
+    case $before in
+      --host | --port | --user | --password-file | --cafile | --cert | --key | --config | --timeout)
+        before=
+        continue
+        ;;
+    esac
+    before=$word
     case $command/$word in
       /list | /get | /watch | /describe | /param | /secstore | /status | /check | /decode | /record | /replay) command=$word ;;
       param/get | param/list | param/set | secstore/get | secstore/set) command+=" $word" ;;
+      'secstore get/master' | 'secstore get/remote' | 'secstore set/master' | 'secstore set/remote') command+=" $word" ;;
     esac
   done
   echo "$command"
 }
 
 _quilctl_options() {
-  echo '-h --help -V --version --host --port --user --password-file --cafile --cert --key --config --timeout --json
+  echo '-h --help -V --version --host --port --user --password-file --cafile --cert --key --config --timeout
     -v --verbose'
+  if [[ $1 != record && $1 != replay ]]; then
+    echo --json
+  fi
   case $1 in
     get) echo '--wait --raw' ;;
     watch) echo '--table --raw' ;;
     'param get') echo '--raw' ;;
-    'secstore get') echo '--reveal --raw' ;;
+    'secstore get'*) echo '--reveal --raw' ;;
     decode) echo '--count --reveal' ;;
     record) echo '--topics --duration --reveal' ;;
     replay) echo '--speed --topics' ;;
@@ -44,11 +59,13 @@ _quilctl_arguments() {
 
 _quilctl() {
   local current=${COMP_WORDS[COMP_CWORD]} option=${COMP_WORDS[COMP_CWORD - 1]} command
-  # Of --option=value the shell makes three words.
+  # Of --option=value the shell makes three words, of @FILE two.
   if [[ $current == '=' ]]; then
     current=
   elif [[ $option == '=' ]]; then
     option=${COMP_WORDS[COMP_CWORD - 2]}
+  elif [[ $option == '@' ]]; then
+    current=@$current
   fi
   COMPREPLY=()
   command=$(_quilctl_command)
@@ -74,6 +91,8 @@ _quilctl() {
   elif [[ $command == check || $command == record || $command == replay ]]; then
     compopt -o filenames 2>/dev/null
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
+  elif [[ $command == 'secstore set '* ]]; then
+    mapfile -t COMPREPLY < <(compgen -W - -- "$current"; compgen -P @ -f -- "${current#@}")
   else
     mapfile -t COMPREPLY < <(compgen -W "$(_quilctl_arguments "$command")" -- "$current")
   fi

@@ -107,6 +107,8 @@ TEST(DocumentationTest, CompletionOffersWhatFits) {
            {"quilctl --host x param s", "set"},
            {"quilctl secstore get --r", "--reveal --raw"},
            {"quilctl list --r", ""},
+           {"quilctl --user get --config = list secs", "secstore"},
+           {"quilctl secstore set master @ m", "@mine.json @mine.txt"},
            {"quilctl check mine.t", "mine.txt"},
        }) {
     Process bash({"/bin/bash", "-c", script, dir.path(""), SOURCE_DIR "/deploy/completion", line});
