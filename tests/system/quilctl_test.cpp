@@ -86,6 +86,7 @@ TEST_F(QuilctlTest, WhatItCannotUseIsWrongUsage) {
                                              {"param", "set", "17=hex:0"},
                                              {"param", "set", "17=a", "0x11=b"},
                                              {"secstore", "set", "master", "in-clear"},
+                                             {"secstore", "set", "master", "-"},
                                              {"secstore", "get", "third"}}) {
     EXPECT_EQ(call(words, 2).out, "");
   }

@@ -38,6 +38,11 @@ std::string value_from(const std::string& source) {
     throw Failure(ExitCode::usage,
                   "a secret is not taken from the command line: @FILE, or - for standard input");
   }
+  if (value.empty()) {
+    // What a command that has failed, or a file that is still being made, leaves behind.
+    throw Failure(ExitCode::usage,
+                  (source == "-" ? "standard input" : source.substr(1)) + " is empty; nothing is stored");
+  }
   if (value.size() > max_value_size) {
     throw Failure(ExitCode::usage, "a value has at most " + std::to_string(max_value_size) + " bytes");
   }
