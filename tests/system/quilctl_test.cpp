@@ -78,6 +78,8 @@ TEST_F(QuilctlTest, WhatItCannotUseIsWrongUsage) {
                                              {"list", "--config", faulty},
                                              {"list", "--cafile", dir.path("absent")},
                                              {"list", "--password-file", dir.path("absent")},
+                                             {"list", "--password-file", "/dev/zero"},
+                                             {"list", "--config", "/dev/zero"},
                                              {"list", "--raw"},
                                              {"get", "a", "--raw", "--json"},
                                              {"param", "get", "1", "2", "--raw"},
@@ -85,6 +87,8 @@ TEST_F(QuilctlTest, WhatItCannotUseIsWrongUsage) {
                                              {"param", "set", "17"},
                                              {"param", "set", "17=hex:0"},
                                              {"param", "set", "17=a", "0x11=b"},
+                                             {"param", "set", "17=" + std::string(65'505, 'x')},
+                                             {"param", "set", "17=@/dev/zero"},
                                              {"secstore", "set", "master", "in-clear"},
                                              {"secstore", "set", "master", "-"},
                                              {"secstore", "get", "third"}}) {

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <mutex>
 #include <random>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -20,6 +21,7 @@
 #include <ecu/tamu/config/configuration.h>
 
 #include "failure.h"
+#include "files.h"
 #include "text.h"
 
 namespace ecu::ctl {
@@ -32,6 +34,9 @@ namespace {
 // What may wait to be taken.
 constexpr std::size_t max_waiting_events = 10'000;
 constexpr std::size_t max_waiting_bytes = std::size_t{16} * 1024 * 1024;
+
+constexpr std::size_t max_password_size = 65'535;  // its length has two bytes in the protocol
+constexpr std::size_t max_config_size = std::size_t{1024} * 1024;
 
 volatile std::sig_atomic_t pending_signal = 0;
 
@@ -67,19 +72,34 @@ void give_termination_signals_back() {
 std::string first_line_of(const std::string& path) {
   std::ifstream file(path);
   std::string line;
-  if (!std::getline(file, line) && !file.eof()) {
+  if (!read_line(file, line, max_password_size) && !file.eof()) {
     throw Failure(ExitCode::usage, path + ": " + std::generic_category().message(errno));
+  }
+  if (line.size() > max_password_size) {
+    throw Failure(ExitCode::usage,
+                  path + ": a password has at most " + std::to_string(max_password_size) + " bytes");
   }
   return line;
 }
 
-void read_file(std::unique_ptr<Configuration>& config, const std::string& path) {
+std::string text_of_config(const std::string& path) {
   std::ifstream file(path);
-  if (!file) {
+  std::string text(max_config_size + 1, '\0');
+  if (!file.read(text.data(), static_cast<std::streamsize>(text.size())) && !file.eof()) {
     throw Failure(ExitCode::usage, path + ": " + std::generic_category().message(errno));
   }
+  text.resize(static_cast<std::size_t>(file.gcount()));
+  if (text.size() > max_config_size) {
+    throw Failure(ExitCode::usage,
+                  path + ": a configuration has at most " + std::to_string(max_config_size) + " bytes");
+  }
+  return text;
+}
+
+void read_config(std::unique_ptr<Configuration>& config, const std::string& path) {
+  std::istringstream text(text_of_config(path));
   config->set_source_file(path);
-  tamu::config::set_config_from_input(config, file);
+  tamu::config::set_config_from_input(config, text);
   quil::fill_in_defaults(*config);
   for (const tamu::config::Fault& fault : config->faults()) {
     if (!fault.is_warning) {
@@ -120,7 +140,7 @@ std::string new_client_name() {
 std::unique_ptr<Configuration> configuration_of(const BrokerOptions& options) {
   auto config = std::make_unique<Configuration>();
   if (!options.config_file.empty()) {
-    read_file(config, options.config_file);
+    read_config(config, options.config_file);
   }
   config->set_value("client_name", new_client_name());
   config->set_value("presence", "no");

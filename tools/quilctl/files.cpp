@@ -17,6 +17,12 @@ namespace {
 
 }  // namespace
 
+void require_value_size(std::size_t size) {
+  if (size > max_value_size) {
+    throw Failure(ExitCode::usage, "a value has at most " + std::to_string(max_value_size) + " bytes");
+  }
+}
+
 std::string read_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) {
@@ -30,11 +36,21 @@ std::string read_to_end(std::istream& input, const std::string& name) {
   std::array<char, 4096> block{};
   while (input.read(block.data(), block.size()), input.gcount() > 0) {
     bytes.append(block.data(), static_cast<std::size_t>(input.gcount()));
+    require_value_size(bytes.size());
   }
   if (input.bad()) {
     fail(name);
   }
   return bytes;
+}
+
+bool read_line(std::istream& input, std::string& line, std::size_t max_size) {
+  line.clear();
+  char next = 0;
+  while (line.size() <= max_size && input.get(next) && next != '\n') {
+    line += next;
+  }
+  return !line.empty() || input.good();
 }
 
 }  // namespace ecu::ctl

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "commands.h"
+#include "files.h"
 #include "parameter_talk.h"
 #include "table.h"
 #include "text.h"
@@ -51,7 +52,9 @@ Parameter setting_of(const std::string& word) {
   if (separator == std::string::npos) {
     throw Failure(ExitCode::usage, "'" + word + "' is not of the form ID=VALUE");
   }
-  return {id_of(word.substr(0, separator)), value_of_argument(word.substr(separator + 1))};
+  Parameter setting{id_of(word.substr(0, separator)), value_of_argument(word.substr(separator + 1))};
+  require_value_size(setting.value.size());
+  return setting;
 }
 
 Parameters settings_of(const std::vector<std::string>& words) {

@@ -7,6 +7,7 @@
 #include <ecu/tamu/com/topic.h>
 
 #include "failure.h"
+#include "files.h"
 #include "text.h"
 
 namespace ecu::ctl {
@@ -24,6 +25,9 @@ constexpr std::string_view escaped_quote = R"(\x22)";
 constexpr std::string_view blanks = " \t\r";
 constexpr std::size_t decimals = 6;
 constexpr std::int64_t max_seconds = 1'000'000'000;
+constexpr std::size_t max_first_line_size = 1024;
+// Holds the largest payload that is recorded, 16 MiB, also when every byte of it is escaped.
+constexpr std::size_t max_line_size = std::size_t{65} * 1024 * 1024;
 
 std::string quoted(std::string_view bytes) {
   std::string text = "\"";
@@ -90,8 +94,8 @@ std::string line_of(const Recorded& message) {
 RecordingReader::RecordingReader(std::istream& input, std::string name)
     : input_(input), name_(std::move(name)) {
   std::string line;
-  if (!read_line(line) || trimmed(line) != header) {
-    line_ = 1;
+  line_ = 1;
+  if (!ctl::read_line(input_, line, max_first_line_size) || trimmed(line) != header) {
     fail("no recording: its first line is not '" + std::string(header) + "'");
   }
 }
@@ -115,7 +119,11 @@ std::optional<Recorded> RecordingReader::next() {
 
 bool RecordingReader::read_line(std::string& line) {
   ++line_;
-  return static_cast<bool>(std::getline(input_, line));
+  const bool is_there = ctl::read_line(input_, line, max_line_size);
+  if (line.size() > max_line_size) {
+    fail("the line has more than " + std::to_string(max_line_size) + " bytes");
+  }
+  return is_there;
 }
 
 void RecordingReader::fail(const std::string& reason) const {

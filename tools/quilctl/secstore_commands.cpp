@@ -17,9 +17,6 @@ namespace com = tamu::com;
 
 namespace {
 
-// A record of a port holds so much behind the value's identifier and length.
-constexpr std::size_t max_value_size = 65'504;
-
 std::string get_topic(const std::string& which) {
   return "system/quil/secstore/get" + which;
 }
@@ -42,9 +39,6 @@ std::string value_from(const std::string& source) {
     // What a command that has failed, or a file that is still being made, leaves behind.
     throw Failure(ExitCode::usage,
                   (source == "-" ? "standard input" : source.substr(1)) + " is empty; nothing is stored");
-  }
-  if (value.size() > max_value_size) {
-    throw Failure(ExitCode::usage, "a value has at most " + std::to_string(max_value_size) + " bytes");
   }
   return value;
 }
