@@ -45,10 +45,14 @@ TEST_F(QuilctlTest, AValueIsToldFromNoneAndAnUnknownNameFromBoth) {
 }
 
 TEST_F(QuilctlTest, WithoutADaemonOrABrokerItSaysSoAtOnce) {
-  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
-           {"get", "vehicleid"}, {"param", "list", "--timeout", "2"}, {"status", "--timeout", "2"}}) {
+  for (const std::vector<std::string>& words :
+       std::vector<std::vector<std::string>>{{"get", "vehicleid"}, {"param", "list", "--timeout", "2"}}) {
     EXPECT_EQ(call(words, 6).code, 6);
   }
+  EXPECT_THAT(call({"status", "--json", "--timeout", "2"}, 6).out, HasSubstr(R"("daemon_on_line":null,)"));
+  const auto without_value = Group().message().payload;
+  bus.publish("system/var/topversion", std::string(without_value.begin(), without_value.end()), true, 1);
+  EXPECT_EQ(call({"get", "vehicleid"}, 4).out, "") << "there was a daemon, which has no presence";
   bus.publish(presence_topic, "offline", true);
   EXPECT_THAT(call({"param", "set", "1=2"}, 6).all, HasSubstr("quilctl: the daemon is off line\n"));
   EXPECT_THAT(call({"list"}).all, HasSubstr("the daemon is off line"));

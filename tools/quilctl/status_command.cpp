@@ -47,9 +47,13 @@ std::optional<std::size_t> count_parameters(const Options& options) {
   return parameters ? std::optional(parameters->size()) : std::nullopt;
 }
 
+const char* shown(const std::optional<bool>& daemon_on_line) {
+  return !daemon_on_line ? "unknown: it does not say" : *daemon_on_line ? "on line" : "off line";
+}
+
 void print(const Status& status) {
   std::cout << "broker      " << status.broker << ", reachable\n"
-            << "daemon      " << (status.daemon_on_line == true ? "on line" : "off line") << '\n'
+            << "daemon      " << shown(status.daemon_on_line) << '\n'
             << "variables   " << status.with_value << " of " << variables().size() << " have a value\n"
             << "VIN         " << (status.vin ? printable(*status.vin) : "not known") << '\n'
             << "parameters  "
@@ -58,7 +62,7 @@ void print(const Status& status) {
 
 Json json_of(const Status& status) {
   Json object{{"broker", status.broker}};
-  object["daemon_on_line"] = status.daemon_on_line == true;
+  object["daemon_on_line"] = status.daemon_on_line ? Json(*status.daemon_on_line) : Json(nullptr);
   object["variables_with_value"] = status.with_value;
   object["variables_known"] = variables().size();
   object["vin"] = json_value(status.vin);
@@ -73,15 +77,15 @@ ExitCode status(const Options& options) {
   if (status.daemon_on_line != false) {
     status.parameters = count_parameters(options);
   }
-  if (!status.daemon_on_line) {
-    status.daemon_on_line = status.parameters.has_value();
+  if (status.parameters) {
+    status.daemon_on_line = true;
   }
   if (options.json) {
     print_json(json_of(status));
   } else {
     print(status);
   }
-  return status.daemon_on_line == false ? ExitCode::daemon_off_line : ExitCode::done;
+  return status.daemon_on_line == true ? ExitCode::done : ExitCode::daemon_off_line;
 }
 
 }  // namespace ecu::ctl

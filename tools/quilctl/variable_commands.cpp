@@ -56,8 +56,11 @@ void print_table(const VariableView& view, const UnitClock& clock) {
   if (find_variable(name) == nullptr && view.find(name) == nullptr) {
     throw Failure(ExitCode::unknown, "no variable is named " + name + "; quilctl describe lists them");
   }
-  if (view.daemon_on_line() != true) {
+  if (view.daemon_on_line() == false) {
     throw Failure(ExitCode::daemon_off_line, name + " has no value, and the daemon is off line");
+  }
+  if (!view.daemon_on_line() && view.all().empty()) {
+    throw Failure(ExitCode::daemon_off_line, name + " has no value, and no daemon says that it is on line");
   }
   throw Failure(ExitCode::no_value, name + " has no value");
 }
@@ -108,9 +111,10 @@ ExitCode get(const Options& options) {
   }
   VariableView view;
   bool is_faulty = false;  // the variable's last message
-  Conversation talk(options, {"system/var/" + name, daemon_presence}, [&](const Event& event) {
+  // All of them, as one of the others tells that there was a daemon.
+  Conversation talk(options, {all_variables, daemon_presence}, [&](const Event& event) {
     const auto change = view.take(event.text, event.message);
-    is_faulty = change == VariableView::Change::other ? is_faulty : change == VariableView::Change::faulty;
+    is_faulty = variable_of(event.text) == name ? change == VariableView::Change::faulty : is_faulty;
   });
   const auto has_value = [&] {
     const Variable* const variable = view.find(name);
