@@ -49,6 +49,7 @@ TEST_F(QuilctlTest, WithoutADaemonOrABrokerItSaysSoAtOnce) {
        std::vector<std::vector<std::string>>{{"get", "vehicleid"}, {"param", "list", "--timeout", "2"}}) {
     EXPECT_EQ(call(words, 6).code, 6);
   }
+  EXPECT_THAT(call({"list"}).all, HasSubstr("quilctl: nothing is published: "));
   EXPECT_THAT(call({"status", "--json", "--timeout", "2"}, 6).out, HasSubstr(R"("daemon_on_line":null,)"));
   const auto without_value = Group().message().payload;
   bus.publish("system/var/topversion", std::string(without_value.begin(), without_value.end()), true, 1);

@@ -24,6 +24,9 @@ constexpr const char* parameter_request = "system/quil/request/sysparam";
 constexpr const char* parameter_answer = "system/sysparam/";
 constexpr const char* top_version_id = "40969";  // the parameter that a unit has before all others
 
+constexpr const char* nothing_published =
+    "nothing is published: no daemon has been here, or the broker's access rules keep us from hearing it";
+
 // What an answer of the daemon may take before ages are left out.
 constexpr std::chrono::milliseconds clock_patience{500};
 
@@ -52,10 +55,17 @@ void print_table(const VariableView& view, const UnitClock& clock) {
   table.print(std::cout, OutputStyle::of_standard_output());
 }
 
+void note_if_nothing_is_published(const VariableView& view) {
+  if (view.all().empty()) {
+    note(nothing_published);
+  }
+}
+
 [[noreturn]] void miss(const std::string& name, const VariableView& view) {
   if (find_variable(name) == nullptr && view.find(name) == nullptr) {
     throw Failure(ExitCode::unknown, "no variable is named " + name + "; quilctl describe lists them");
   }
+  note_if_nothing_is_published(view);
   if (view.daemon_on_line() == false) {
     throw Failure(ExitCode::daemon_off_line, name + " has no value, and the daemon is off line");
   }
@@ -98,6 +108,7 @@ ExitCode list(const Options& options) {
   } else {
     print_table(view, clock);
   }
+  note_if_nothing_is_published(view);
   if (view.daemon_on_line() == false) {
     note("the daemon is off line: these are the values that it published last");
   }
