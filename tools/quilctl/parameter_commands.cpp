@@ -108,8 +108,8 @@ void write_and_read_back(ParameterTalk& talk, const Parameters& settings) {
   }
   throw Failure(
       ExitCode::refused,
-      "refused: the daemon could not write it, was busy with other writes, or the other side of the ports "
-      "keeps the old values");
+      "refused: the daemon could not write it, was busy with other writes, the other side of the ports keeps "
+      "the old values, or the broker's access rules kept the write back");
 }
 
 }  // namespace
