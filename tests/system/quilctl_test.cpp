@@ -63,6 +63,8 @@ TEST_F(QuilctlTest, WithoutADaemonOrABrokerItSaysSoAtOnce) {
     EXPECT_THAT(call(words, 7).all,
                 HasSubstr("quilctl: broker " + broker.socket_path() + " not reachable: "));
   }
+  const std::string faulty = dir.write("faulty", "quilctl-recording 1\n0.0 \"rt/x\" \"1\"\nx\n");
+  EXPECT_THAT(call({"replay", faulty}, 1).all, HasSubstr(faulty + ":3: ")) << "before anything is published";
 }
 
 TEST_F(QuilctlTest, WhatItCannotUseIsWrongUsage) {

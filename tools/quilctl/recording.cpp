@@ -1,7 +1,9 @@
 #include "recording.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <system_error>
 #include <utility>
 
 #include <ecu/tamu/com/topic.h>
@@ -94,15 +96,17 @@ std::string line_of(const Recorded& message) {
 RecordingReader::RecordingReader(std::istream& input, std::string name)
     : input_(input), name_(std::move(name)) {
   std::string line;
-  line_ = 1;
-  if (!ctl::read_line(input_, line, max_first_line_size) || trimmed(line) != header) {
+  if (!read_line(line, max_first_line_size) || trimmed(line) != header) {
     fail("no recording: its first line is not '" + std::string(header) + "'");
   }
 }
 
 std::optional<Recorded> RecordingReader::next() {
   std::string line;
-  while (read_line(line)) {
+  while (read_line(line, max_line_size)) {
+    if (line.size() > max_line_size) {
+      fail("the line has more than " + std::to_string(max_line_size) + " bytes");
+    }
     const std::string_view text = trimmed(line);
     if (text.empty() || text.front() == '#') {
       continue;
@@ -117,11 +121,11 @@ std::optional<Recorded> RecordingReader::next() {
   return std::nullopt;
 }
 
-bool RecordingReader::read_line(std::string& line) {
+bool RecordingReader::read_line(std::string& line, std::size_t max_size) {
   ++line_;
-  const bool is_there = ctl::read_line(input_, line, max_line_size);
-  if (line.size() > max_line_size) {
-    fail("the line has more than " + std::to_string(max_line_size) + " bytes");
+  const bool is_there = ctl::read_line(input_, line, max_size);
+  if (input_.bad()) {
+    throw Failure(ExitCode::usage, name_ + ": " + std::generic_category().message(errno));
   }
   return is_there;
 }

@@ -40,7 +40,7 @@ class RecordingReader {
   [[nodiscard]] std::optional<Recorded> next();
 
  private:
-  [[nodiscard]] bool read_line(std::string& line);
+  [[nodiscard]] bool read_line(std::string& line, std::size_t max_size);
   [[noreturn]] void fail(const std::string& reason) const;
   [[nodiscard]] Recorded parse(std::string_view line) const;
   [[nodiscard]] std::chrono::microseconds parse_time(std::string_view text) const;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <optional>
@@ -115,7 +116,7 @@ class StandardInput final : public std::streambuf {
     wait_();
     const auto count = ::read(STDIN_FILENO, block_.data(), block_.size());
     if (count < 0) {
-      throw Failure(ExitCode::failure, "standard input: " + std::generic_category().message(errno));
+      throw Failure(ExitCode::usage, "standard input: " + std::generic_category().message(errno));
     }
     setg(block_.data(), block_.data(), block_.data() + count);
     return count == 0 ? traits_type::eof() : traits_type::to_int_type(block_.front());
@@ -125,13 +126,30 @@ class StandardInput final : public std::streambuf {
   std::array<char, 4096> block_{};
 };
 
-void play(const Options& options, std::streambuf& input, std::optional<Player>& player) {
-  std::istream lines(&input);
-  lines.exceptions(std::ios::badbit);  // lets through what the wait throws
-  RecordingReader reader(lines, options.file);
+// A fault in the last line is found before the first message is published.
+void read_through(std::istream& file, const std::string& name) {
+  RecordingReader reader(file, name);
+  while (reader.next()) {
+  }
+  file.clear();
+  file.seekg(0);
+}
+
+/// The next message behind those that have been published already.
+std::optional<Recorded> next(RecordingReader& reader, const Player& player) {
+  try {
+    return reader.next();
+  } catch (const Failure& failure) {
+    throw Failure(failure.code(), failure.what() + ("; " + std::to_string(player.count())) +
+                                      " messages have been published already");
+  }
+}
+
+void play(const Options& options, std::istream& input, std::optional<Player>& player) {
+  RecordingReader reader(input, options.file);
   player.emplace(options);
   const auto begin = Clock::now();
-  while (const auto recorded = reader.next()) {
+  while (const auto recorded = next(reader, *player)) {
     if (!recorded->payload || !is_played(options, recorded->topic)) {
       continue;
     }
@@ -154,13 +172,18 @@ ExitCode replay(const Options& options) {
         player->conversation().listen_until_readable(STDIN_FILENO);
       }
     });
-    play(options, input, player);
+    std::istream lines(&input);
+    lines.exceptions(std::ios::badbit);  // lets through what the wait throws
+    play(options, lines, player);
   } else {
     std::ifstream file(options.file);
     if (!file) {
-      throw Failure(ExitCode::failure, options.file + ": " + std::generic_category().message(errno));
+      throw Failure(ExitCode::usage, options.file + ": " + std::generic_category().message(errno));
     }
-    play(options, *file.rdbuf(), player);
+    if (std::filesystem::is_regular_file(options.file)) {
+      read_through(file, options.file);
+    }
+    play(options, file, player);
   }
   note(std::to_string(player->count()) + " messages published");
   return ExitCode::done;
