@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <sstream>
 
 #include <ecu/tamu/date_time.h>
@@ -51,6 +52,11 @@ TEST(QuilctlDecoding, ShowsEveryByteOfAMessage) {
       decode("rt/unknown", tests::Group().bytes("d", "\x01\x02").value("v", 1.5).status(3).message(), false);
   EXPECT_EQ(group["fields"]["signal"][0], (Json{{"name", "d"}, {"data", {{"hex", "0102"}}}}));
   EXPECT_EQ(group["fields"]["signal"][1]["status_name"], "valid");
+  const auto odd = tests::Group().bytes("padded", "R08\0\0"s).value("none", NAN).value("below", -HUGE_VAL);
+  const Json signals = decode("rt/unknown", odd.message(), false)["fields"]["signal"];
+  EXPECT_EQ(signals[0]["text"], "R08");
+  EXPECT_EQ(signals[1]["value"], "nan");
+  EXPECT_EQ(signals[2]["value"], "-inf");
   std::ostringstream text;
   print_decoded(text, group);
   pb::EcuVariableReq request;
@@ -85,7 +91,9 @@ TEST(QuilctlDecoding, SecretsAreShownOnRequestOnly) {
   const auto secret = tests::raw_message("secret");
   EXPECT_EQ(decode("system/quil/secstore/setmaster", secret, false).dump().find("73656372"),
             std::string::npos);
-  EXPECT_FALSE(decode("system/quil/secstore/getremote", secret, false).contains("payload"));
+  std::ostringstream text;
+  print_decoded(text, decode("system/quil/secstore/getremote", secret, false));
+  EXPECT_THAT(text.str(), testing::EndsWith("\npayload: redacted (--reveal shows it)\n"));
   EXPECT_EQ(decode("system/quil/secstore/getremote", secret, true)["payload"]["hex"], "736563726574");
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -19,6 +20,8 @@ namespace com = tamu::com;
 namespace pb = tamu::pb;
 
 namespace {
+
+constexpr const char* redacted_key = "redacted";
 
 std::string text_of(std::span<const std::uint8_t> bytes) {
   return {bytes.begin(), bytes.end()};
@@ -86,18 +89,29 @@ std::string_view name_of_status(std::uint32_t status) {
   return status < names.size() ? names[status] : "unknown";
 }
 
+// JSON has no number for what is none, and shows it as null.
+Json number_of(double value) {
+  return std::isfinite(value) ? Json(value) : Json(std::isnan(value) ? "nan" : value > 0 ? "inf" : "-inf");
+}
+
+// Texts are filled up with zeros to a fixed size.
+std::string_view without_padding(std::string_view data) {
+  return data.substr(0, data.find_last_not_of('\0') + 1);
+}
+
 Json fields_of(const pb::SignalGroup& body) {
   Json signals = Json::array();
   for (const pb::Signal& signal : body.signal()) {
     Json fields{{"name", bytes_of(signal.name())}};
     if (signal.has_data()) {
       fields["data"] = {{"hex", to_hex(signal.data())}};
-      if (is_utf8(signal.data()) && printable(signal.data()) == signal.data()) {
-        fields["text"] = signal.data();
+      const std::string_view text = without_padding(signal.data());
+      if (!text.empty() && is_utf8(text) && printable(text) == text) {
+        fields["text"] = text;
       }
     }
     if (signal.has_value()) {
-      fields["value"] = signal.value();
+      fields["value"] = number_of(signal.value());
     }
     if (signal.has_status()) {
       fields["status"] = signal.status();
@@ -239,12 +253,18 @@ Json decode(const std::string& topic, const com::Message& msg, bool reveal) {
     kind.decoder(decoded, msg.payload);
   } else if (reveal) {
     decoded["payload"] = {{"hex", to_hex(text_of(msg.payload))}};
+  } else {
+    decoded[redacted_key] = true;
   }
   return decoded;
 }
 
 void print_decoded(std::ostream& out, const Json& decoded) {
-  print_members(out, decoded, "");
+  Json shown = decoded;
+  if (shown.erase(redacted_key) > 0) {
+    shown["payload"] = "redacted (--reveal shows it)";
+  }
+  print_members(out, shown, "");
 }
 
 }  // namespace ecu::ctl

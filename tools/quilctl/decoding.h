@@ -17,8 +17,11 @@ namespace ecu::ctl {
 ///   fields                             of the body; those that are not set are left out
 ///   unknown_fields, surplus            bytes of the body that no field is known for, and bytes behind the
 ///   body
+///   redacted                           true in place of the payload: a value of the secure storage, unless
+///   `reveal` is set
 ///
-/// Bytes are as `json_value` has them. Values of the secure storage are left out unless `reveal` is set.
+/// Bytes are as `json_value` has them; a signal's bytes are also a text where they are one up to their
+/// padding with zeros, and a signal's value that is no finite number is "nan", "inf" or "-inf".
 [[nodiscard]] Json decode(const std::string& topic, const tamu::com::Message& msg, bool reveal);
 
 /// The same for people, on several lines; nothing is cut.
