@@ -63,6 +63,11 @@ TEST_F(QuilctlTest, WithoutADaemonOrABrokerItSaysSoAtOnce) {
     EXPECT_THAT(call(words, 7).all,
                 HasSubstr("quilctl: broker " + broker.socket_path() + " not reachable: "));
   }
+  const Broker closed("allow_anonymous false");
+  Process list(
+      {PROGRAM_DIR "/quilctl", "list", "--host", "localhost", "--port", std::to_string(closed.port())});
+  EXPECT_EQ(list.wait(), 7);
+  EXPECT_THAT(list.output(), HasSubstr(" does not let us in: not authorised; check --user"));
   const std::string faulty = dir.write("faulty", "quilctl-recording 1\n0.0 \"rt/x\" \"1\"\nx\n");
   EXPECT_THAT(call({"replay", faulty}, 1).all, HasSubstr(faulty + ":3: ")) << "before anything is published";
 }
@@ -85,7 +90,7 @@ TEST_F(QuilctlTest, WhatItCannotUseIsWrongUsage) {
                                              {"list", "--config", faulty},
                                              {"list", "--cafile", dir.path("absent")},
                                              {"list", "--password-file", dir.path("absent")},
-                                             {"list", "--password-file", "/dev/zero"},
+                                             {"list", "--user", "u", "--password-file", "/dev/zero"},
                                              {"list", "--config", "/dev/zero"},
                                              {"list", "--raw"},
                                              {"get", "a", "--raw", "--json"},

@@ -14,13 +14,13 @@
 #include <mutex>
 #include <random>
 #include <sstream>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
 #include <ecu/quil/settings.h>
 #include <ecu/tamu/config/configuration.h>
 
-#include "failure.h"
 #include "files.h"
 #include "text.h"
 
@@ -37,6 +37,8 @@ constexpr std::size_t max_waiting_bytes = std::size_t{16} * 1024 * 1024;
 
 constexpr std::size_t max_password_size = 65'535;  // its length has two bytes in the protocol
 constexpr std::size_t max_config_size = std::size_t{1024} * 1024;
+
+constexpr std::string_view closed_by_peer = "connection closed by the peer";  // as the client has it
 
 volatile std::sig_atomic_t pending_signal = 0;
 
@@ -160,6 +162,16 @@ std::unique_ptr<Configuration> configuration_of(const BrokerOptions& options) {
   return config;
 }
 
+// What the broker says against user and password; empty for another reason to be without a connection.
+std::string_view refusal_of_login(std::string_view reason) {
+  for (const std::string_view refusal : {"bad user name or password", "not authorised"}) {
+    if (reason.find(refusal) != std::string_view::npos) {
+      return refusal;
+    }
+  }
+  return {};
+}
+
 std::string broker_of(const Configuration& config) {
   const std::string host = config.effective("host");
   return host.front() == '/' ? host : host + ":" + config.effective("port");
@@ -250,6 +262,7 @@ class Bus::Inbox final : public com::ISubscriptionObserver, public com::IConnect
 Bus::Bus(const BrokerOptions& options) : inbox_(std::make_shared<Inbox>()) {
   const std::unique_ptr<Configuration> config = configuration_of(options);
   broker_ = broker_of(*config);
+  uses_tls_ = !config->effective("cafile").empty();
   com::library_init();
   client_ = com::create_client(config, com::TransportType::mqtt, inbox_);
   take_termination_signals();
@@ -300,6 +313,16 @@ std::optional<Event> Bus::next(Clock::time_point deadline, int input) {
 
 std::size_t Bus::take_lost() {
   return inbox_->take_lost();
+}
+
+BrokerFailure Bus::not_reachable(const std::string& reason) const {
+  if (const std::string_view refusal = refusal_of_login(reason); !refusal.empty()) {
+    return {broker_, "broker " + broker_ + " does not let us in: " + std::string(refusal) +
+                         "; check --user and --password-file"};
+  }
+  const bool may_expect_tls = reason == closed_by_peer && !uses_tls_ && !is_local();
+  return {broker_, "broker " + broker_ + " not reachable: " + reason +
+                       (may_expect_tls ? ", does it expect TLS?" : "")};
 }
 
 bool Bus::publish(const std::string& topic, com::Message message) {

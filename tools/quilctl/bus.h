@@ -4,9 +4,11 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <ecu/tamu/com/transport_client.h>
 
+#include "failure.h"
 #include "options.h"
 
 namespace ecu::ctl {
@@ -29,6 +31,18 @@ struct Event {
 /// Thrown out of a wait by SIGINT or SIGTERM.
 struct Interrupted {
   int signal_number;
+};
+
+/// The broker cannot be reached, was lost, or does not let the program in.
+class BrokerFailure : public Failure {
+ public:
+  BrokerFailure(std::string broker, const std::string& reason)
+      : Failure(ExitCode::broker_unreachable, reason), broker_(std::move(broker)) {}
+
+  [[nodiscard]] const std::string& broker() const noexcept { return broker_; }
+
+ private:
+  std::string broker_;
 };
 
 /// The program's connection to the bus, whose events one thread takes one after another. Make it before any
@@ -65,6 +79,8 @@ class Bus {
 
   /// Where the broker is, as people write it.
   [[nodiscard]] const std::string& broker() const noexcept { return broker_; }
+  /// What ends a command that cannot connect at first; `reason` is that of the event.
+  [[nodiscard]] BrokerFailure not_reachable(const std::string& reason) const;
   /// Whether the broker runs on this machine, beyond doubt.
   [[nodiscard]] bool is_local() const noexcept { return broker_.front() == '/'; }
 
@@ -72,6 +88,7 @@ class Bus {
   class Inbox;
 
   std::string broker_;
+  bool uses_tls_ = false;
   std::shared_ptr<Inbox> inbox_;
   std::shared_ptr<tamu::com::ITransportClient> client_;
 };

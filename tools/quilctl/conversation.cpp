@@ -5,8 +5,6 @@
 #include <sstream>
 #include <utility>
 
-#include "failure.h"
-
 namespace ecu::ctl {
 
 Conversation::Conversation(const Options& options, std::initializer_list<std::string> filters,
@@ -35,9 +33,9 @@ void Conversation::settle() {
   while (!settled_) {
     const std::optional<Event> event = bus_.next(deadline_);
     if (!event) {
-      throw Failure(ExitCode::broker_unreachable, "broker " + bus_.broker() +
-                                                      (up_ ? " fell silent" : " not reachable") +
-                                                      ": no answer within " + time_limit());
+      const std::string reason = "no answer within " + time_limit();
+      throw up_ ? BrokerFailure(bus_.broker(), "broker " + bus_.broker() + " fell silent: " + reason)
+                : bus_.not_reachable(reason);
     }
     handle(*event);
   }
@@ -70,9 +68,9 @@ void Conversation::handle(const Event& event) {
       up_ = true;
       break;
     case Event::Kind::down:
-      throw Failure(ExitCode::broker_unreachable,
-                    up_ ? "connection to broker " + bus_.broker() + " lost: " + event.text
-                        : "broker " + bus_.broker() + " not reachable: " + event.text);
+      throw up_
+          ? BrokerFailure(bus_.broker(), "connection to broker " + bus_.broker() + " lost: " + event.text)
+          : bus_.not_reachable(event.text);
     case Event::Kind::refused:
       throw Failure(ExitCode::refused, "the broker refuses the subscription to " + event.text);
     case Event::Kind::settled:

@@ -23,7 +23,7 @@ std::optional<Event> LongWatch::next(Clock::time_point wake) {
   news_.clear();
   auto event = bus_.next(was_up_ ? wake : std::min(wake, first_deadline_));
   if (!event && !was_up_ && Clock::now() >= first_deadline_) {
-    throw Failure(ExitCode::broker_unreachable, "broker " + bus_.broker() + " not reachable: no answer");
+    throw bus_.not_reachable("no answer");
   }
   if (event) {
     news_ = news_of(*event);
@@ -40,8 +40,7 @@ std::string LongWatch::news_of(const Event& event) {
       return std::exchange(was_up_, true) ? "connected again" : "";
     case Event::Kind::down:
       if (!was_up_) {
-        throw Failure(ExitCode::broker_unreachable,
-                      "broker " + bus_.broker() + " not reachable: " + event.text);
+        throw bus_.not_reachable(event.text);
       }
       return std::exchange(reason_, event.text) == event.text
                  ? ""
