@@ -157,6 +157,9 @@ std::unique_ptr<Configuration> configuration_of(const BrokerOptions& options) {
   set_if_given(*config, "keyfile", options.key_file);
   require_whole_tls(*config);
   if (!options.password_file.empty()) {
+    if (config->effective("username").empty()) {
+      throw Failure(ExitCode::usage, "a password is of use together with a user only");
+    }
     config->set_value("password", first_line_of(options.password_file));
   }
   return config;
