@@ -63,6 +63,7 @@ TEST_F(QuilctlTest, WithoutADaemonOrABrokerItSaysSoAtOnce) {
     EXPECT_THAT(call(words, 7).all,
                 HasSubstr("quilctl: broker " + broker.socket_path() + " not reachable: "));
   }
+  EXPECT_EQ(Json::parse(call({"status", "--json"}, 7).out)["reachable"], false);
   const Broker closed("allow_anonymous false");
   Process list(
       {PROGRAM_DIR "/quilctl", "list", "--host", "localhost", "--port", std::to_string(closed.port())});

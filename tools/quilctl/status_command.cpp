@@ -61,7 +61,7 @@ void print(const Status& status) {
 }
 
 Json json_of(const Status& status) {
-  Json object{{"broker", status.broker}};
+  Json object{{"broker", status.broker}, {"reachable", true}};
   object["daemon_on_line"] = status.daemon_on_line ? Json(*status.daemon_on_line) : Json(nullptr);
   object["variables_with_value"] = status.with_value;
   object["variables_known"] = variables().size();
@@ -70,9 +70,7 @@ Json json_of(const Status& status) {
   return object;
 }
 
-}  // namespace
-
-ExitCode status(const Options& options) {
+Status read_status(const Options& options) {
   Status status = read_variables(options);
   if (status.daemon_on_line != false) {
     status.parameters = count_parameters(options);
@@ -80,12 +78,29 @@ ExitCode status(const Options& options) {
   if (status.parameters) {
     status.daemon_on_line = true;
   }
+  return status;
+}
+
+ExitCode show(const Options& options, const Status& status) {
   if (options.json) {
     print_json(json_of(status));
   } else {
     print(status);
   }
   return status.daemon_on_line == true ? ExitCode::done : ExitCode::daemon_off_line;
+}
+
+}  // namespace
+
+ExitCode status(const Options& options) {
+  try {
+    return show(options, read_status(options));
+  } catch (const BrokerFailure& failure) {
+    if (options.json) {
+      print_json({{"broker", failure.broker()}, {"reachable", false}});
+    }
+    throw;
+  }
 }
 
 }  // namespace ecu::ctl
