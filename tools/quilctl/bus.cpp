@@ -105,7 +105,8 @@ void read_config(std::unique_ptr<Configuration>& config, const std::string& path
   quil::fill_in_defaults(*config);
   for (const tamu::config::Fault& fault : config->faults()) {
     if (!fault.is_warning) {
-      throw Failure(ExitCode::usage, path + ":" + std::to_string(fault.line) + ": " + fault.text);
+      const std::string line = fault.line > 0 ? ":" + std::to_string(fault.line) : "";
+      throw Failure(ExitCode::usage, path + line + ": " + fault.text);
     }
   }
 }
@@ -221,7 +222,7 @@ class Bus::Inbox final : public com::ISubscriptionObserver, public com::IConnect
     return event;
   }
 
-  std::size_t take_lost() {
+  std::uint64_t take_lost() {
     const std::lock_guard lock(mutex_);
     return std::exchange(lost_, 0);
   }
@@ -259,7 +260,7 @@ class Bus::Inbox final : public com::ISubscriptionObserver, public com::IConnect
   std::mutex mutex_;  // guards all below
   std::deque<Event> waiting_;
   std::size_t bytes_ = 0;  // of the payloads that wait
-  std::size_t lost_ = 0;
+  std::uint64_t lost_ = 0;
 };
 
 Bus::Bus(const BrokerOptions& options) : inbox_(std::make_shared<Inbox>()) {
@@ -314,7 +315,7 @@ std::optional<Event> Bus::next(Clock::time_point deadline, int input) {
   }
 }
 
-std::size_t Bus::take_lost() {
+std::uint64_t Bus::take_lost() {
   return inbox_->take_lost();
 }
 

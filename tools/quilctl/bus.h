@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -71,7 +72,7 @@ class Bus {
   static constexpr int no_input = -1;
 
   /// How many messages were dropped since the last call because they came faster than they were taken.
-  [[nodiscard]] std::size_t take_lost();
+  [[nodiscard]] std::uint64_t take_lost();
 
   /// False when the broker does not take messages as fast as they come: the message has to be published again
   /// later. What is published without a connection is lost, and so is what the broker does not want.

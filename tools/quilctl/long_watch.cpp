@@ -57,7 +57,7 @@ std::string LongWatch::news_of(const Event& event) {
 }
 
 std::string LongWatch::loss_news() {
-  const std::size_t lost = bus_.take_lost();
+  const std::uint64_t lost = bus_.take_lost();
   return lost == 0 ? ""
                    : std::to_string(lost) + " messages came faster than they could be taken and are lost";
 }
