@@ -37,6 +37,9 @@ void decode_messages(const Options& options, Bus& bus) {
       ++shown;
     }
   }
+  if (const std::string losses = watch.loss_news(); !losses.empty()) {
+    note(losses);
+  }
 }
 
 }  // namespace

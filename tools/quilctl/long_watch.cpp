@@ -11,6 +11,7 @@ namespace ecu::ctl {
 namespace {
 
 constexpr std::chrono::seconds default_timeout{5};
+constexpr std::chrono::seconds loss_interval{1};
 
 }  // namespace
 
@@ -21,17 +22,36 @@ LongWatch::LongWatch(const Options& options, Bus& bus)
 
 std::optional<Event> LongWatch::next(Clock::time_point wake) {
   news_.clear();
-  auto event = bus_.next(was_up_ ? wake : std::min(wake, first_deadline_));
+  auto event = next_event(wake);
   if (!event && !was_up_ && Clock::now() >= first_deadline_) {
     throw bus_.not_reachable("no answer");
   }
   if (event) {
     news_ = news_of(*event);
   }
-  if (news_.empty()) {
+  if (news_.empty() && Clock::now() >= loss_due_) {
     news_ = loss_news();
   }
   return event;
+}
+
+std::optional<Event> LongWatch::next_event(Clock::time_point wake) {
+  if (!was_up_) {
+    wake = std::min(wake, first_deadline_);
+  }
+  if (Clock::now() < loss_due_) {
+    wake = std::min(wake, loss_due_);
+  }
+  try {
+    return bus_.next(wake);
+  } catch (const Interrupted&) {
+    // The next call throws it again: this one tells of the last losses.
+    if (std::exchange(was_interrupted_, true)) {
+      throw;
+    }
+    loss_due_ = {};
+    return std::nullopt;
+  }
 }
 
 std::string LongWatch::news_of(const Event& event) {
@@ -58,8 +78,11 @@ std::string LongWatch::news_of(const Event& event) {
 
 std::string LongWatch::loss_news() {
   const std::uint64_t lost = bus_.take_lost();
-  return lost == 0 ? ""
-                   : std::to_string(lost) + " messages came faster than they could be taken and are lost";
+  if (lost == 0) {
+    return "";
+  }
+  loss_due_ = Clock::now() + loss_interval;
+  return std::to_string(lost) + " messages came faster than they could be taken and are lost";
 }
 
 std::string LongWatch::presence_news(const Event& event) {

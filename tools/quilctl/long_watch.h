@@ -18,25 +18,30 @@ class LongWatch {
   /// Both must outlive it.
   LongWatch(const Options& options, Bus& bus);
 
-  /// The next event; nothing at `wake`. Throws `Interrupted`, and `Failure` when the broker cannot be reached
-  /// at first or refuses a subscription.
+  /// The next event; nothing at `wake`, and now and then before. Throws `Interrupted`, and `Failure` when the
+  /// broker cannot be reached at first or refuses a subscription.
   [[nodiscard]] std::optional<Event> next(Clock::time_point wake = Clock::time_point::max());
 
   /// Whether the broker has let us in.
   [[nodiscard]] bool was_up() const noexcept { return was_up_; }
 
   /// What is new since the call before of the connection, of the daemon, or of messages that were lost; may
-  /// be empty.
+  /// be empty. Losses are told once a second.
   [[nodiscard]] const std::string& news() const noexcept { return news_; }
 
+  /// The losses that `news` would have told later; may be empty.
+  [[nodiscard]] std::string loss_news();
+
  private:
+  [[nodiscard]] std::optional<Event> next_event(Clock::time_point wake);
   [[nodiscard]] std::string news_of(const Event& event);
   [[nodiscard]] std::string presence_news(const Event& event);
-  [[nodiscard]] std::string loss_news();
 
   Bus& bus_;
   const Clock::time_point first_deadline_;
   bool was_up_ = false;
+  Clock::time_point loss_due_;  // when losses are told next
+  bool was_interrupted_ = false;
   std::string reason_;  // why there is no connection, as the user was told
   VariableView presence_;
   std::string news_;

@@ -81,16 +81,20 @@ void record_messages(const Options& options, Bus& bus, Recorder& recorder) {
   const auto end = options.duration
                        ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*options.duration)
                        : Clock::time_point::max();
+  const auto tell = [&recorder](const std::string& news) {
+    if (!news.empty()) {
+      note(news);
+      recorder.remark(news);
+    }
+  };
   while (recorder.out() && Clock::now() < end) {
     const auto event = watch.next(end);
-    if (!watch.news().empty()) {
-      note(watch.news());
-      recorder.remark(watch.news());
-    }
+    tell(watch.news());
     if (event && event->kind == Event::Kind::message) {
       recorder.add(*event);
     }
   }
+  tell(watch.loss_news());
 }
 
 }  // namespace
