@@ -160,6 +160,7 @@ TEST_F(QuilctlTest, AWriteThatTheDaemonDiscardsIsRefused) {
   start_surroundings();
   start_daemon();
   EXPECT_THAT(call({"param", "get", "17"}, 3).all, HasSubstr("nothing has come from the other side"));
+  EXPECT_THAT(call({"param", "list"}).all, HasSubstr("quilctl: nothing has come from the other side"));
   EXPECT_EQ(call({"param", "set", "17=new"}, 5).out, "");
 }
 

@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "files.h"
+#include "notes.h"
 #include "parameter_talk.h"
 #include "table.h"
 #include "text.h"
@@ -21,6 +22,8 @@ constexpr seconds read_timeout{5};
 // The daemon gives a write up after 30 s, and answers nobody meanwhile.
 constexpr seconds write_timeout{35};
 constexpr seconds daemon_gives_up{29};
+
+constexpr const char* nothing_has_come = "nothing has come from the other side of the ports yet";
 
 std::string shown_id(std::uint32_t id) {
   return "0x" + to_hex_number(id);
@@ -131,9 +134,7 @@ ExitCode param_get(const Options& options) {
     }
   }
   if (!missing.empty()) {
-    throw Failure(ExitCode::unknown, parameters.empty()
-                                         ? "nothing has come from the other side of the ports yet"
-                                         : "no such parameter: " + missing);
+    throw Failure(ExitCode::unknown, parameters.empty() ? nothing_has_come : "no such parameter: " + missing);
   }
   return ExitCode::done;
 }
@@ -141,6 +142,9 @@ ExitCode param_get(const Options& options) {
 ExitCode param_list(const Options& options) {
   ParameterTalk talk(options, read_timeout);
   const Parameters parameters = talk.read();
+  if (parameters.empty()) {
+    note(nothing_has_come);
+  }
   if (options.json) {
     for (const Parameter& parameter : parameters) {
       print_json(json_of(parameter));
@@ -165,9 +169,8 @@ ExitCode param_set(const Options& options) {
   const Parameters before = talk.read();
   talk.conversation().allow(time_limit);
   if (before.empty()) {
-    throw Failure(
-        ExitCode::refused,
-        "nothing has come from the other side of the ports yet, and the daemon writes nothing before");
+    throw Failure(ExitCode::refused,
+                  std::string(nothing_has_come) + ", and the daemon writes nothing before");
   }
   if (!holds_all(before, settings)) {
     write_and_read_back(talk, settings);
