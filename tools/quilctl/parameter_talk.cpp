@@ -21,6 +21,9 @@ constexpr const char* request_topic = "system/quil/request/sysparams";
 constexpr const char* answer_topic = "system/sysparams";
 constexpr const char* write_topic = "system/sysparams/write";
 
+// How long people are left to wonder what is going on.
+constexpr std::chrono::seconds max_silence{2};
+
 }  // namespace
 
 const Parameter* find(const Parameters& parameters, std::uint32_t id) {
@@ -51,16 +54,30 @@ void ParameterTalk::take(const Event& event) {
   }
 }
 
-std::optional<Parameters> ParameterTalk::try_read() {
+void ParameterTalk::ask() {
   answer_.reset();
   (void)talk_.bus().publish(request_topic, {});
-  (void)talk_.wait_until([this] { return answer_.has_value() || on_line_ == false; });
+}
+
+bool ParameterTalk::wait_for_answer(Conversation::Clock::time_point deadline) {
+  return talk_.wait_until([this] { return answer_.has_value() || on_line_ == false; }, deadline);
+}
+
+std::optional<Parameters> ParameterTalk::try_read() {
+  ask();
+  (void)wait_for_answer();
   return std::exchange(answer_, std::nullopt);
 }
 
 Parameters ParameterTalk::read() {
-  if (auto parameters = try_read()) {
-    return std::move(*parameters);
+  ask();
+  const auto end_of_silence = Conversation::Clock::now() + max_silence;
+  if (!wait_for_answer(end_of_silence) && Conversation::Clock::now() >= end_of_silence && on_line_) {
+    note("waiting for the other side of the ports");
+  }
+  (void)wait_for_answer();
+  if (answer_) {
+    return std::move(*answer_);
   }
   if (on_line_ == false) {
     throw Failure(ExitCode::daemon_off_line, "the daemon is off line");

@@ -45,6 +45,8 @@ class ParameterTalk {
 
  private:
   void take(const Event& event);
+  void ask();
+  bool wait_for_answer(Conversation::Clock::time_point deadline = Conversation::Clock::time_point::max());
 
   std::optional<bool> on_line_;
   std::optional<Parameters> answer_;
