@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <filesystem>
 #include <future>
 #include <map>
 #include <sstream>
@@ -175,6 +176,11 @@ TEST_F(QuilctlTest, SecretsAreConfirmedAndShownOnRequestOnly) {
   EXPECT_EQ(call({"secstore", "get", "master"}).out, "s3cr3t\xff");
   EXPECT_EQ(json_of({"secstore", "get", "master", "--json"})["hex"], "733363723374ff");
   EXPECT_THAT(call({"decode", "system/quil/secstore/#", "--count", "1"}).all, Not(HasSubstr("7333")));
+  using std::filesystem::perms;
+  const std::string recording = dir.write("recording", "");
+  std::filesystem::permissions(recording, perms::all);
+  call({"record", recording, "--reveal", "--duration", "0.1"});
+  EXPECT_EQ(std::filesystem::status(recording).permissions(), perms::owner_read | perms::owner_write);
   surroundings.reset();
   EXPECT_THAT(call({"secstore", "set", "remote", "@" + file, "--timeout", "3"}, 27).all,
               HasSubstr("not confirmed within 3 s"));

@@ -28,6 +28,17 @@ using std::chrono::microseconds;
 constexpr const char* all_topics = "#";
 constexpr const char* secrets = "system/quil/secstore/#";
 
+// Makes the file of that name its owner's alone, whether it is there already or will be made; a device stays
+// as it is.
+void keep_from_others(const std::string& path) {
+  ::umask(S_IRWXG | S_IRWXO);
+  struct stat status {};
+  if (::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+      ::chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0) {
+    throw Failure(ExitCode::failure, path + ": " + std::generic_category().message(errno));
+  }
+}
+
 /// Writes messages with the time since the beginning.
 class Recorder {
  public:
@@ -37,7 +48,7 @@ class Recorder {
   void begin(std::chrono::system_clock::time_point at, const std::string& broker) {
     if (options_.file != "-") {
       if (options_.reveal) {
-        ::umask(S_IRWXG | S_IRWXO);
+        keep_from_others(options_.file);
       }
       file_.open(options_.file);
       if (!file_) {
