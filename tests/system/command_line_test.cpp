@@ -66,6 +66,7 @@ TEST(CommandLineTest, QuilctlNamesTheWordThatIsWrong) {
            {"quilctl watch --table --json", "--json excludes --table\n"},
            {"quilctl record - --json", "--json: "},
            {"quilctl decode --count 0", "--count: "},
+           {"quilctl --host \"\" describe", "--host: "},
        }) {
     Process quilctl({"/bin/sh", "-c", "PATH=" PROGRAM_DIR ":$PATH; " + line});
     EXPECT_EQ(quilctl.wait(), 2) << line;

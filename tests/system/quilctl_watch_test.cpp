@@ -150,11 +150,13 @@ TEST_F(QuilctlWatchTest, ATableFitsTheTerminalAndLeavesItAsItWas) {
   EXPECT_LT(output.find(first_screen), output.find("given back"));
   EXPECT_LT(output.find("given back"), output.rfind(second_screen));
 
-  Process hung_up(on_terminal(table));
-  ASSERT_TRUE(hung_up.wait_for_output("r09 "));
-  ASSERT_EQ(::kill(last_descendant(hung_up.pid()), SIGHUP), 0);
-  EXPECT_EQ(hung_up.wait(), 128 + SIGHUP);
-  EXPECT_THAT(hung_up.output(), HasSubstr(first_screen));
+  for (const auto& [signal_number, code] : {std::pair(SIGHUP, 0), std::pair(SIGQUIT, 128 + SIGQUIT)}) {
+    Process ended(on_terminal(table));
+    ASSERT_TRUE(ended.wait_for_output("r09 "));
+    ASSERT_EQ(::kill(last_descendant(ended.pid()), signal_number), 0);
+    EXPECT_EQ(ended.wait(), code);
+    EXPECT_THAT(ended.output(), HasSubstr(first_screen));
+  }
 
   broker.stop();
   ASSERT_TRUE(terminal.wait_for_output("NO CONNECTION"));

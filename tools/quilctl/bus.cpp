@@ -40,6 +40,9 @@ constexpr std::size_t max_config_size = std::size_t{1024} * 1024;
 
 constexpr std::string_view closed_by_peer = "connection closed by the peer";  // as the client has it
 
+// What ends the program. A terminal that is closed sends the last one.
+constexpr std::array termination = {SIGINT, SIGTERM, SIGHUP};
+
 volatile std::sig_atomic_t pending_signal = 0;
 
 void on_signal(int signal_number) {
@@ -49,9 +52,17 @@ void on_signal(int signal_number) {
 sigset_t termination_signals() {
   sigset_t signals;
   sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
+  for (const int signal_number : termination) {
+    sigaddset(&signals, signal_number);
+  }
   return signals;
+}
+
+// As it is for a program that is to outlive its terminal.
+bool is_ignored(int signal_number) {
+  struct sigaction action {};
+  sigaction(signal_number, nullptr, &action);
+  return action.sa_handler == SIG_IGN;
 }
 
 // The handler runs only inside of the wait, which lets the signals in. A second signal ends the process.
@@ -62,8 +73,11 @@ void take_termination_signals() {
   action.sa_handler = on_signal;
   action.sa_mask = signals;
   action.sa_flags = SA_RESETHAND;
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+  for (const int signal_number : termination) {
+    if (signal_number != SIGHUP || !is_ignored(SIGHUP)) {
+      sigaction(signal_number, &action, nullptr);
+    }
+  }
 }
 
 void give_termination_signals_back() {
@@ -290,8 +304,9 @@ void Bus::connect() {
 std::optional<Event> Bus::next(Clock::time_point deadline, int input) {
   sigset_t mask;
   pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-  sigdelset(&mask, SIGINT);
-  sigdelset(&mask, SIGTERM);
+  for (const int signal_number : termination) {
+    sigdelset(&mask, signal_number);
+  }
   const timespec at_once{};
   ::ppoll(nullptr, 0, &at_once, &mask);  // a signal comes in even when there is always something to take
   for (;;) {
@@ -302,7 +317,7 @@ std::optional<Event> Bus::next(Clock::time_point deadline, int input) {
       return event;
     }
     const auto left = std::chrono::ceil<std::chrono::nanoseconds>(deadline - Clock::now());
-    if (left <= left.zero()) {
+    if (left <= std::chrono::nanoseconds::zero()) {
       return std::nullopt;
     }
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);

@@ -29,7 +29,7 @@ struct Event {
   std::chrono::system_clock::time_point at;
 };
 
-/// Thrown out of a wait by SIGINT or SIGTERM.
+/// Thrown out of a wait by SIGINT, SIGTERM or SIGHUP.
 struct Interrupted {
   int signal_number;
 };
@@ -47,8 +47,8 @@ class BrokerFailure : public Failure {
 };
 
 /// The program's connection to the bus, whose events one thread takes one after another. Make it before any
-/// thread is started, and only one: it blocks SIGINT and SIGTERM in every thread of the process, and lets
-/// them in while it waits.
+/// thread is started, and only one: it blocks these signals in every thread of the process, and lets them in
+/// while it waits.
 class Bus {
  public:
   using Clock = std::chrono::steady_clock;

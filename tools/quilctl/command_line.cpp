@@ -52,6 +52,10 @@ CLI::Validator is_digits() {
       [](const std::string& text) { return text.find_first_not_of("0123456789") == std::string::npos; },
       "number");
 }
+// An empty one comes of a variable of the shell that is not set, and must not mean the default.
+CLI::Validator is_not_empty() {
+  return validator([](const std::string& text) { return !text.empty(); }, "value");
+}
 CLI::Validator is_count() {
   return validator(
       [](const std::string& text) {
@@ -131,7 +135,10 @@ void add_common_options(CLI::App& app, Options& options) {
   BrokerOptions& broker = options.broker;
   const auto add = [&app](const std::string& name, std::string& target, const std::string& environment,
                           const std::string& type, const std::string& purpose) {
-    return app.add_option(name, target, purpose)->envname("QUILCTL_" + environment)->type_name(type);
+    return app.add_option(name, target, purpose)
+        ->check(is_not_empty())
+        ->envname("QUILCTL_" + environment)
+        ->type_name(type);
   };
   add("--host", broker.host, "HOST", "HOST",
       "name or address of the broker, or the path of its Unix-domain socket; default localhost");

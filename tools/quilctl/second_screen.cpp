@@ -17,7 +17,7 @@ constexpr std::string_view enter_sequence = "\x1b[?1049h\x1b[?25l";
 constexpr std::string_view leave_sequence = "\x1b[?25h\x1b[?1049l";
 
 // What stops or ends the process by default, and is not the bus's.
-constexpr std::array handled_signals = {SIGTSTP, SIGQUIT, SIGHUP};
+constexpr std::array handled_signals = {SIGTSTP, SIGQUIT};
 
 // Not by a stream, as the handler writes too.
 void write_to_terminal(std::string_view sequence) {

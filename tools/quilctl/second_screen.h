@@ -3,8 +3,8 @@
 namespace ecu::ctl {
 
 /// The second screen of the terminal on standard output. Whoever stops the process (Ctrl-Z) has the first one
-/// back meanwhile, and whoever ends it by SIGQUIT or SIGHUP for good. Make it before any thread is started,
-/// and only one: it blocks these signals in every thread of the process.
+/// back meanwhile, and whoever ends it by SIGQUIT for good. Make it before any thread is started, and only
+/// one: it blocks these signals in every thread of the process.
 class SecondScreen {
  public:
   SecondScreen();
