@@ -180,11 +180,11 @@ TEST(QuilctlRecording, IsEditedFreelyAndFaultsNameTheirLine) {
   EXPECT_EQ(line_of(edited[0]), "5.000000 \"t\" retained qos1 \"x\"");
   EXPECT_EQ(line_of(edited[1]), "5.500000 \"t\" hex:00ff");
   for (const std::string line :
-       {"x \"t\" \"x\"", "-1 \"t\" \"x\"", "1.0000001 \"t\" \"x\"", "1.-1 \"t\" \"x\"", "1 t \"x\"", "1 \"t",
-        "1 \"\" \"x\"", "1 \"a/#\" \"x\"", "1 \"t\"", "1 \"t\" \"x\" y", "1 \"t\" hex:0", "1 \"t\" hex:0g",
-        "1 \"t\" \"\\n\"", "1 \"t\" loud \"x\"", "99999999999 \"t\" \"x\"", "0.5 \"t\" \"x\""}) {
+       {R"(x "t" "x")", R"(-1 "t" "x")", R"(1.0000001 "t" "x")", R"(1.-1 "t" "x")", R"(1 t "x")", R"(1 "t)",
+        R"(1 "" "x")", R"(1 "a/#" "x")", R"(1 "t")", R"(1 "t" "x" y)", R"(1 "t" hex:0)", R"(1 "t" hex:0g)",
+        R"(1 "t" "\n")", R"(1 "t" loud "x")", R"(99999999999 "t" "x")", R"(0.5 "t" "x")"}) {
     try {
-      (void)read(header + "1 \"t\" \"first\"\n" + line);
+      (void)read((header + "1 \"t\" \"first\"\n").append(line));
       ADD_FAILURE() << line;
     } catch (const Failure& failure) {
       EXPECT_THAT(failure.what(), testing::StartsWith("file:3: ")) << line;

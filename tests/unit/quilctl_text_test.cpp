@@ -29,8 +29,9 @@ TEST(QuilctlText, BytesAreShownUnambiguouslyAndReadBack) {
       {"grüße 車 🚚", "grüße 車 🚚"},
       {R"(a\x41)", R"(a\\x41)"},
       {"\n\x7f\0"s, R"(\x0a\x7f\x00)"},
-      {"\xc2\x9b", R"(\xc2\x9b)"},   // a control character of two bytes
-      {"\u2028\u202ea\u2069\u200f",  // a line's end, changes of direction
+      {"\xc2\x9b", R"(\xc2\x9b)"},  // a control character of two bytes
+      // A line's end, changes of direction.
+      {"\u2028\u202ea\u2069\u200f",  // NOLINT(misc-misleading-bidirectional): what is to be escaped
        R"(\xe2\x80\xa8\xe2\x80\xaea\xe2\x81\xa9\xe2\x80\x8f)"},
       {"\xc0\xaf", R"(\xc0\xaf)"},                  // overlong
       {"\xed\xa0\x80", R"(\xed\xa0\x80)"},          // a surrogate
