@@ -1,6 +1,5 @@
 #include "com/mqtt_session.h"
 
-#include <mosquittopp.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -10,12 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <exception>
-#include <map>
-#include <utility>
+#include <string_view>
 
-#include <ecu/tamu/date_time.h>
-
+#include "com/mqtt_library.h"
 #include "com/mqtt_log.h"
 
 namespace ecu::tamu::com {
@@ -23,7 +19,6 @@ namespace ecu::tamu::com {
 namespace {
 
 constexpr int qos_acknowledged = 1;
-constexpr int refused_qos = 0x80;  // in a SUBACK
 
 // Nobody subscribes to it, nor is there a message on it.
 constexpr const char* echo_filter = "$echo";
@@ -62,118 +57,8 @@ std::string text_of(int result) {
 
 }  // namespace
 
-/// The library's object. Its callbacks run inside the library's calls, under its locks: they take down what
-/// happened and call nothing of the library.
-class MqttSession::Library final : public mosqpp::mosquittopp {
- public:
-  Library(const std::string& client_id, Listener& listener)
-      : mosqpp::mosquittopp(client_id.empty() ? nullptr : client_id.c_str(), true), listener_(listener) {}
-
-  void expect_acknowledgement(int mid) { unacknowledged_.push_back(mid); }
-  void expect_echo(int mid) noexcept { echo_ = mid; }
-  void expect_subscription(int mid, const std::string& filter) { subscribing_[mid] = filter; }
-  [[nodiscard]] std::size_t unacknowledged() const noexcept { return unacknowledged_.size(); }
-
-  /// How often there was a callback, mostly for a packet.
-  [[nodiscard]] unsigned received() const noexcept { return received_; }
-  [[nodiscard]] unsigned messages() const noexcept { return messages_; }
-  /// Those of the messages that the library has to answer.
-  [[nodiscard]] unsigned acknowledged() const noexcept { return acknowledged_; }
-  [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
-  [[nodiscard]] bool accepted() const noexcept { return accepted_; }
-  [[nodiscard]] bool refused() const noexcept { return !refusal_.empty(); }
-
-  /// The most telling account of a failure that the library gave a general name.
-  [[nodiscard]] std::string explain(const std::string& general) const {
-    if (!refusal_.empty()) {
-      return refusal_;
-    }
-    return last_error_.empty() ? general : general + " (" + last_error_ + ")";
-  }
-
- private:
-  // Nothing may unwind through the library's C code.
-  template <class Action>
-  void guard(Action action) noexcept {
-    try {
-      ++received_;
-      action();
-    } catch (const std::exception& failure) {
-      mqtt_log.error("incoming packet lost: ", failure.what());
-    } catch (...) {
-      mqtt_log.error("incoming packet lost");
-    }
-  }
-
-  void on_connect(int code) override {
-    guard([&] {
-      if (code != 0) {
-        refusal_ = mosqpp::connack_string(code);
-        return;
-      }
-      accepted_ = true;
-      listener_.connected();
-    });
-  }
-
-  void on_message(const mosquitto_message* message) override {
-    guard([&] {
-      ++messages_;
-      bytes_ += static_cast<std::size_t>(message->payloadlen);
-      const auto* bytes = static_cast<const std::uint8_t*>(message->payload);
-      Message received;
-      received.acknowledged = message->qos > 0;
-      acknowledged_ += received.acknowledged ? 1U : 0U;
-      received.timestamp = DateTime::time_since_boot_ns();
-      received.payload.assign(bytes, bytes + message->payloadlen);
-      received.retained = message->retain;
-      listener_.message(message->topic, std::move(received));
-    });
-  }
-
-  void on_subscribe(int mid, int count, const int* granted) override {
-    guard([&] {
-      const auto subscription = subscribing_.extract(mid);
-      if (!subscription.empty() && count > 0 && granted[0] == refused_qos) {
-        mqtt_log.warning("broker refuses the subscription to ", subscription.mapped());
-        listener_.subscription_refused(subscription.mapped());
-      }
-    });
-  }
-
-  void on_unsubscribe(int mid) override {
-    guard([&] {
-      if (mid == echo_) {
-        listener_.echoed();
-      }
-    });
-  }
-
-  void on_publish(int mid) override {
-    guard([&] { std::erase(unacknowledged_, mid); });
-  }
-
-  void on_log(int level, const char* text) override {
-    if (level == MOSQ_LOG_ERR) {
-      guard([&] { last_error_ = text; });
-    }
-  }
-
-  Listener& listener_;
-  std::vector<int> unacknowledged_;
-  std::map<int, std::string> subscribing_;
-  int echo_ = 0;
-  unsigned received_ = 0;
-  unsigned messages_ = 0;
-  unsigned acknowledged_ = 0;
-  std::size_t bytes_ = 0;  // of the messages' payloads
-  bool accepted_ = false;
-  std::string refusal_;     // what the broker answered to the login
-  std::string last_error_;  // what the library wrote last about an error
-};
-
 MqttSession::MqttSession(const MqttSettings& settings, Listener& listener)
-    : settings_(settings), library_(std::make_unique<Library>(settings.client_id, listener)) {}
+    : settings_(settings), library_(std::make_unique<MqttLibrary>(settings.client_id, listener)) {}
 
 MqttSession::~MqttSession() = default;
 

@@ -13,6 +13,8 @@
 
 namespace ecu::tamu::com {
 
+class MqttLibrary;
+
 /// Why something on the connection failed; nothing when it did not.
 using Failure = std::optional<std::string>;
 
@@ -83,8 +85,6 @@ class MqttSession {
   void uncork() const;
 
  private:
-  class Library;
-
   [[nodiscard]] Failure set_up_tls();
   [[nodiscard]] Failure finish_connecting();
   [[nodiscard]] Failure read();
@@ -96,7 +96,7 @@ class MqttSession {
 
   const MqttSettings& settings_;
   std::optional<TlsContext> tls_;  // used by the library's object
-  std::unique_ptr<Library> library_;
+  std::unique_ptr<MqttLibrary> library_;
   bool reachable_ = false;
   bool more_to_read_ = false;
   std::chrono::steady_clock::time_point last_read_;
