@@ -13,14 +13,13 @@
 #include <fstream>
 #include <mutex>
 #include <random>
-#include <sstream>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
-#include <ecu/quil/settings.h>
 #include <ecu/tamu/config/configuration.h>
 
+#include "config_file.h"
 #include "files.h"
 #include "text.h"
 
@@ -36,7 +35,6 @@ constexpr std::size_t max_waiting_events = 10'000;
 constexpr std::size_t max_waiting_bytes = std::size_t{16} * 1024 * 1024;
 
 constexpr std::size_t max_password_size = 65'535;  // its length has two bytes in the protocol
-constexpr std::size_t max_config_size = std::size_t{1024} * 1024;
 
 constexpr std::string_view closed_by_peer = "connection closed by the peer";  // as the client has it
 
@@ -98,31 +96,15 @@ std::string first_line_of(const std::string& path) {
   return line;
 }
 
-std::string text_of_config(const std::string& path) {
-  std::ifstream file(path);
-  std::string text(max_config_size + 1, '\0');
-  if (!file.read(text.data(), static_cast<std::streamsize>(text.size())) && !file.eof()) {
-    throw Failure(ExitCode::usage, path + ": " + std::generic_category().message(errno));
-  }
-  text.resize(static_cast<std::size_t>(file.gcount()));
-  if (text.size() > max_config_size) {
-    throw Failure(ExitCode::usage,
-                  path + ": a configuration has at most " + std::to_string(max_config_size) + " bytes");
-  }
-  return text;
-}
-
-void read_config(std::unique_ptr<Configuration>& config, const std::string& path) {
-  std::istringstream text(text_of_config(path));
-  config->set_source_file(path);
-  tamu::config::set_config_from_input(config, text);
-  quil::fill_in_defaults(*config);
+std::unique_ptr<Configuration> read_faultless(const std::string& path) {
+  auto config = read_configuration(path, ExitCode::usage);
   for (const tamu::config::Fault& fault : config->faults()) {
     if (!fault.is_warning) {
       const std::string line = fault.line > 0 ? ":" + std::to_string(fault.line) : "";
       throw Failure(ExitCode::usage, path + line + ": " + fault.text);
     }
   }
+  return config;
 }
 
 void require_readable(const std::string& path) {
@@ -155,10 +137,8 @@ std::string new_client_name() {
 }
 
 std::unique_ptr<Configuration> configuration_of(const BrokerOptions& options) {
-  auto config = std::make_unique<Configuration>();
-  if (!options.config_file.empty()) {
-    read_config(config, options.config_file);
-  }
+  auto config =
+      options.config_file.empty() ? std::make_unique<Configuration>() : read_faultless(options.config_file);
   config->set_value("client_name", new_client_name());
   config->set_value("presence", "no");
   set_if_given(*config, "host", options.host);

@@ -1,15 +1,13 @@
 #include <algorithm>
-#include <cerrno>
-#include <fstream>
 #include <iostream>
 #include <memory>
-#include <system_error>
 #include <vector>
 
 #include <ecu/quil/settings.h>
 #include <ecu/tamu/config/configuration.h>
 
 #include "commands.h"
+#include "config_file.h"
 #include "text.h"
 #include "values.h"
 
@@ -22,18 +20,6 @@ namespace {
 
 constexpr const char* password_key = "password";
 constexpr const char* log_mode_key = "logmode";
-
-std::unique_ptr<Configuration> read(const std::string& path) {
-  std::ifstream file(path);
-  if (!file) {
-    throw Failure(ExitCode::failure, path + ": " + std::generic_category().message(errno));
-  }
-  auto config = std::make_unique<Configuration>();
-  config->set_source_file(path);
-  tamu::config::set_config_from_input(config, file);
-  quil::fill_in_defaults(*config);
-  return config;
-}
 
 // Those that keep the daemon from starting, and what it only complains of, by line.
 std::vector<Fault> faults_of(const Configuration& config) {
@@ -77,7 +63,7 @@ void print_setting(const Options& options, const std::string& key, const std::st
 }  // namespace
 
 ExitCode check(const Options& options) {
-  const std::unique_ptr<Configuration> config = read(options.file);
+  const std::unique_ptr<Configuration> config = read_configuration(options.file, ExitCode::failure);
   bool usable = true;
   for (const Fault& fault : faults_of(*config)) {
     print(options, fault);
