@@ -264,6 +264,7 @@ TEST(LoginTest, OnlyTheRightServerIsTrustedAndAnyOtherIsToldOnceAndTriedAgainCal
            {config(foreign), distrust + "unable to get local issuer certificate"},
            {config(expired), distrust + "certificate has expired"},
            {config_of(closed.number(), "localhost"), "Connection refused"},
+           {config_for(right.port()), "connection closed by the peer, does it expect TLS?"},
            {config(plain), "no TLS handshake, does the peer speak TLS?"},
            {config(picky), "TLS ended by the broker, does it ask for a certificate?"}}) {
     Daemon daemon(refused, {"-L"});

@@ -36,8 +36,6 @@ constexpr std::size_t max_waiting_bytes = std::size_t{16} * 1024 * 1024;
 
 constexpr std::size_t max_password_size = 65'535;  // its length has two bytes in the protocol
 
-constexpr std::string_view closed_by_peer = "connection closed by the peer";  // as the client has it
-
 // What ends the program. A terminal that is closed sends the last one.
 constexpr std::array termination = {SIGINT, SIGTERM, SIGHUP};
 
@@ -260,7 +258,6 @@ class Bus::Inbox final : public com::ISubscriptionObserver, public com::IConnect
 Bus::Bus(const BrokerOptions& options) : inbox_(std::make_shared<Inbox>()) {
   const std::unique_ptr<Configuration> config = configuration_of(options);
   broker_ = broker_of(*config);
-  uses_tls_ = !config->effective("cafile").empty();
   com::library_init();
   client_ = com::create_client(config, com::TransportType::mqtt, inbox_);
   take_termination_signals();
@@ -319,9 +316,7 @@ BrokerFailure Bus::not_reachable(const std::string& reason) const {
     return {broker_, "broker " + broker_ + " does not let us in: " + std::string(refusal) +
                          "; check --user and --password-file"};
   }
-  const bool may_expect_tls = reason == closed_by_peer && !uses_tls_ && !is_local();
-  return {broker_, "broker " + broker_ + " not reachable: " + reason +
-                       (may_expect_tls ? ", does it expect TLS?" : "")};
+  return {broker_, "broker " + broker_ + " not reachable: " + reason};
 }
 
 bool Bus::publish(const std::string& topic, com::Message message) {

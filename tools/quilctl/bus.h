@@ -89,7 +89,6 @@ class Bus {
   class Inbox;
 
   std::string broker_;
-  bool uses_tls_ = false;
   std::shared_ptr<Inbox> inbox_;
   std::shared_ptr<tamu::com::ITransportClient> client_;
 };

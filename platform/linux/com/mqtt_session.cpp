@@ -279,6 +279,9 @@ Failure MqttSession::outcome(int result) {
 
 std::string MqttSession::explain(const std::string& general) const {
   const bool answered = library_->accepted() || library_->refused();
+  if (!tls_ && !answered && !settings_.is_unix_socket() && general == closed_by_peer) {
+    return general + ", does it expect TLS?";
+  }
   const std::string reason = tls_ && !answered ? explain_tls(general) : std::string();
   return reason.empty() ? library_->explain(general) : reason;
 }
