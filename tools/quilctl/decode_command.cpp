@@ -25,8 +25,7 @@ void print(const Options& options, const Event& event) {
   }
 }
 
-void decode_messages(const Options& options, Bus& bus) {
-  LongWatch watch(options, bus);
+void decode_messages(const Options& options, LongWatch& watch) {
   for (unsigned shown = 0; std::cout && (!options.count || shown < *options.count);) {
     const auto event = watch.next();
     if (!watch.news().empty()) {
@@ -37,9 +36,6 @@ void decode_messages(const Options& options, Bus& bus) {
       ++shown;
     }
   }
-  if (const std::string losses = watch.loss_news(); !losses.empty()) {
-    note(losses);
-  }
 }
 
 }  // namespace
@@ -48,11 +44,13 @@ ExitCode decode(const Options& options) {
   Bus bus(options.broker);
   bus.subscribe(options.filter.empty() ? all_topics : options.filter);
   bus.connect();
+  LongWatch watch(options, bus);
   try {
-    decode_messages(options, bus);
+    decode_messages(options, watch);
   } catch (const Interrupted&) {
     // The way for it to end.
   }
+  note_losses(watch);
   return std::cout ? ExitCode::done : ExitCode::failure;
 }
 

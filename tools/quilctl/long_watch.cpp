@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "failure.h"
+#include "notes.h"
 
 namespace ecu::ctl {
 
@@ -42,16 +43,7 @@ std::optional<Event> LongWatch::next_event(Clock::time_point wake) {
   if (Clock::now() < loss_due_) {
     wake = std::min(wake, loss_due_);
   }
-  try {
-    return bus_.next(wake);
-  } catch (const Interrupted&) {
-    // The next call throws it again: this one tells of the last losses.
-    if (std::exchange(was_interrupted_, true)) {
-      throw;
-    }
-    loss_due_ = {};
-    return std::nullopt;
-  }
+  return bus_.next(wake);
 }
 
 std::string LongWatch::news_of(const Event& event) {
@@ -83,6 +75,12 @@ std::string LongWatch::loss_news() {
   }
   loss_due_ = Clock::now() + loss_interval;
   return std::to_string(lost) + " messages came faster than they could be taken and are lost";
+}
+
+void note_losses(LongWatch& watch) {
+  if (const std::string losses = watch.loss_news(); !losses.empty()) {
+    note(losses);
+  }
 }
 
 std::string LongWatch::presence_news(const Event& event) {

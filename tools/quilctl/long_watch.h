@@ -41,10 +41,12 @@ class LongWatch {
   const Clock::time_point first_deadline_;
   bool was_up_ = false;
   Clock::time_point loss_due_;  // when losses are told next
-  bool was_interrupted_ = false;
-  std::string reason_;  // why there is no connection, as the user was told
+  std::string reason_;          // why there is no connection, as the user was told
   VariableView presence_;
   std::string news_;
 };
+
+/// At the end: tells the user of the losses that `news` would have told later.
+void note_losses(LongWatch& watch);
 
 }  // namespace ecu::ctl

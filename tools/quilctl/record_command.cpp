@@ -69,7 +69,13 @@ class Recorder {
     out() << line_of(message) << std::endl;
     ++count_;
   }
-  void remark(const std::string& text) { out() << "# " << text << std::endl; }
+  /// Tells of what befell the recording, in it and to the user; not of an empty text.
+  void remark(const std::string& text) {
+    if (!text.empty()) {
+      note(text);
+      out() << "# " << text << std::endl;
+    }
+  }
 
   [[nodiscard]] std::size_t count() const noexcept { return count_; }
   [[nodiscard]] std::ostream& out() { return options_.file == "-" ? std::cout : file_; }
@@ -82,8 +88,7 @@ class Recorder {
   std::size_t count_ = 0;
 };
 
-void record_messages(const Options& options, Bus& bus, Recorder& recorder) {
-  LongWatch watch(options, bus);
+void record_messages(const Options& options, const Bus& bus, LongWatch& watch, Recorder& recorder) {
   while (!watch.was_up()) {
     (void)watch.next();
   }
@@ -92,20 +97,13 @@ void record_messages(const Options& options, Bus& bus, Recorder& recorder) {
   const auto end = options.duration
                        ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*options.duration)
                        : Clock::time_point::max();
-  const auto tell = [&recorder](const std::string& news) {
-    if (!news.empty()) {
-      note(news);
-      recorder.remark(news);
-    }
-  };
   while (recorder.out() && Clock::now() < end) {
     const auto event = watch.next(end);
-    tell(watch.news());
+    recorder.remark(watch.news());
     if (event && event->kind == Event::Kind::message) {
       recorder.add(*event);
     }
   }
-  tell(watch.loss_news());
 }
 
 }  // namespace
@@ -115,11 +113,13 @@ ExitCode record(const Options& options) {
   Bus bus(options.broker);
   bus.subscribe(options.filter.empty() ? all_topics : options.filter, 1);
   bus.connect();
+  LongWatch watch(options, bus);
   try {
-    record_messages(options, bus, recorder);
+    record_messages(options, bus, watch, recorder);
   } catch (const Interrupted&) {
     // The usual way for it to end.
   }
+  recorder.remark(watch.loss_news());
   note(std::to_string(recorder.count()) + " messages recorded");
   if (!recorder.out() && options.file != "-") {
     throw Failure(ExitCode::failure, options.file + " cannot be written");

@@ -37,9 +37,8 @@ void print_change(const Options& options, const Event& event, const VariableView
   }
 }
 
-void watch_lines(const Options& options, Bus& bus) {
+void watch_lines(const Options& options, LongWatch& watch) {
   VariableView view;
-  LongWatch watch(options, bus);
   while (std::cout) {
     const auto event = watch.next();
     if (!watch.news().empty()) {
@@ -62,8 +61,7 @@ std::optional<Event> next(LongWatch& watch, Bus::Clock::time_point wake) {
   return watch.next(wake);
 }
 
-void watch_table(const Options& options, Bus& bus, SecondScreen& screen) {
-  LongWatch watch(options, bus);
+void watch_table(const Options& options, const Bus& bus, LongWatch& watch, SecondScreen& screen) {
   LiveTable table(screen, bus.broker(), bus.is_local(),
                   [&options](std::string_view name) { return is_wanted(options, name); });
   for (;;) {
@@ -100,15 +98,18 @@ ExitCode watch(const Options& options) {
     }
   }
   bus.connect();
+  LongWatch watch(options, bus);
   try {
     if (screen) {
-      watch_table(options, bus, *screen);
+      watch_table(options, bus, watch, *screen);
     } else {
-      watch_lines(options, bus);
+      watch_lines(options, watch);
     }
   } catch (const Interrupted&) {
     // The way for a watch to end.
   }
+  screen.reset();
+  note_losses(watch);
   return std::cout ? ExitCode::done : ExitCode::failure;
 }
 
