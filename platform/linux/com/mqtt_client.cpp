@@ -149,7 +149,9 @@ void MqttClient::wait_for_room(std::unique_lock<std::mutex>& lock) {
   const auto waited_enough = [this] {
     return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full();
   };
-  broker_stuck_ = !room_.wait_for(lock, room_timeout, waited_enough) || broker_stuck_;
+  if (!room_.wait_for(lock, room_timeout, waited_enough)) {
+    broker_stuck_ = true;
+  }
 }
 
 bool MqttClient::connected() const {

@@ -49,8 +49,8 @@ class EnvironmentDaemon final : public tamu::com::ISubscriptionObserver {
   /// is doing it already. Does nothing before the registry is built. May be called from any thread.
   void sysparams_received();
 
-  /// Ends the requests for the VIN, and the waits of those who asked for system parameters; the client is
-  /// stopped by the caller. May be called from the signal handler.
+  /// Ends the requests for the VIN, the waits of those who asked for system parameters, and what the ports are
+  /// at; the client is stopped by the caller. May be called from the signal handler.
   void stop();
 
  private:
