@@ -14,7 +14,7 @@
 
 #include <ecu/tamu/ipc/queue_port.h>
 
-#include "ipc/record_format.h"
+#include "ports/record_format.h"
 #include "posix/unique_fd.h"
 #include "support/temp_dir.h"
 

@@ -6,13 +6,14 @@
 #include <thread>
 
 #include "client_fixture.h"
-#include "com/mqtt_session.h"
+#include "mqtt/mqtt_session.h"
 #include "support/captured_log.h"
 
 namespace tests {
 namespace {
 
 using namespace ecu::tamu::com;
+using namespace ecu::tamu::com::mqtt;
 using testing::ElementsAre;
 using testing::HasSubstr;
 

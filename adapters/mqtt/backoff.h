@@ -1,0 +1,33 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <random>
+
+namespace ecu::tamu::com::mqtt {
+
+/// The pauses between attempts to connect: 100 ms, doubling to 5 s, each shortened at random by up to a
+/// quarter so that clients do not come back in step.
+class Backoff {
+ public:
+  using Duration = std::chrono::milliseconds;
+
+  static constexpr Duration first{100};
+  static constexpr Duration longest{5000};
+
+  [[nodiscard]] Duration next() {
+    const Duration pause = pause_;
+    pause_ = std::min(2 * pause_, longest);
+    return pause - pause * std::uniform_int_distribution<int>(0, max_jitter_percent)(random_) / 100;
+  }
+
+  void reset() noexcept { pause_ = first; }
+
+ private:
+  static constexpr int max_jitter_percent = 25;
+
+  Duration pause_ = first;
+  std::minstd_rand random_{std::random_device()()};
+};
+
+}  // namespace ecu::tamu::com::mqtt

@@ -1,0 +1,345 @@
+#include "mqtt/mqtt_client.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <string_view>
+#include <utility>
+
+#include "mqtt/mqtt_log.h"
+#include "system/supervision.h"
+
+namespace ecu::tamu::com::mqtt {
+
+namespace {
+
+// How long a stop waits for the broker to acknowledge the last messages and to close the connection.
+constexpr std::chrono::milliseconds farewell_timeout{1000};
+
+// How long a publication out of an observer's call waits for a broker that takes nothing.
+constexpr std::chrono::seconds room_timeout{1};
+
+Message presence(std::string_view state) {
+  Message message;
+  message.acknowledged = true;
+  message.retained = true;
+  message.payload.assign(state.begin(), state.end());
+  return message;
+}
+
+sigset_t termination_signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  return signals;
+}
+
+// The calling thread's mask without the termination signals.
+sigset_t mask_letting_termination_in() {
+  sigset_t mask;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  sigdelset(&mask, SIGINT);
+  sigdelset(&mask, SIGTERM);
+  return mask;
+}
+
+// Once its handler is gone a termination signal ends the process, even one that came in the middle of a stop.
+void let_default_termination_in() {
+  struct sigaction on_interrupt {};
+  struct sigaction on_terminate {};
+  ::sigaction(SIGINT, nullptr, &on_interrupt);
+  ::sigaction(SIGTERM, nullptr, &on_terminate);
+  if (on_interrupt.sa_handler == SIG_DFL && on_terminate.sa_handler == SIG_DFL) {
+    const sigset_t signals = termination_signals();
+    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+  }
+}
+
+}  // namespace
+
+MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserver> observer)
+    : settings_(std::move(settings)),
+      observer_(std::move(observer)),
+      delivery_([this](const Loss& loss) {
+        if (observer_) {
+          observer_->messages_dropped(loss.filter, loss.count);
+        }
+      }),
+      connection_(settings_, *this),
+      threads_([this] { lead(); }) {}
+
+MqttClient::~MqttClient() {
+  stop();
+  threads_.join();
+}
+
+void MqttClient::connect() {
+  connection_.open();
+}
+
+void MqttClient::start() {
+  threads_.start();
+}
+
+void MqttClient::run() {
+  wait_for_stop();
+  let_default_termination_in();
+  threads_.join();
+}
+
+void MqttClient::wait_for_stop() {
+  const auto watchdog = watchdog_period();
+  const sigset_t mask = mask_letting_termination_in();
+  pollfd fd{stop_.fd(), POLLIN, 0};
+  while (!stop_requested_) {
+    timespec timeout{};
+    if (watchdog) {
+      notify_watchdog();
+      const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(*watchdog);
+      timeout.tv_sec = static_cast<time_t>(seconds.count());
+      timeout.tv_nsec = static_cast<long>(std::chrono::nanoseconds(*watchdog - seconds).count());
+    }
+    ::ppoll(&fd, 1, watchdog ? &timeout : nullptr, &mask);
+  }
+}
+
+void MqttClient::stop() {
+  if (!stop_requested_.exchange(true)) {
+    notify_stopping();
+  }
+  stop_.signal();
+  wake_.signal();
+}
+
+void MqttClient::subscribe(const std::string& topic, int max_qos,
+                           std::shared_ptr<ISubscriptionObserver> observer) {
+  std::unique_lock lock(mutex_);
+  if (delivery_.add(topic, max_qos, observer) && outbox_.connected()) {
+    subscription_changes_.push_back({{topic, max_qos}, true});
+    wake_leader(lock);
+  }
+}
+
+void MqttClient::unsubscribe(const std::string& topic,
+                             const std::shared_ptr<ISubscriptionObserver>& observer) {
+  {
+    std::unique_lock lock(mutex_);
+    if (delivery_.remove(topic, observer.get()) && outbox_.connected()) {
+      subscription_changes_.push_back({{topic}, false});
+      wake_leader(lock);
+    }
+  }
+  delivery_.wait_for(topic, observer.get());
+}
+
+PublishResult MqttClient::publish(const std::string& topic, Message message) {
+  std::unique_lock lock(mutex_);
+  if (!message.retained && outbox_.full() && delivery_.is_calling_here()) {
+    wait_for_room(lock);
+  }
+  const PublishResult result = outbox_.push(topic, std::move(message));
+  wake_leader(lock);
+  return result;
+}
+
+// An observer that publishes much goes at the broker's pace.
+void MqttClient::wait_for_room(std::unique_lock<std::mutex>& lock) {
+  const auto waited_enough = [this] {
+    return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full();
+  };
+  if (!room_.wait_for(lock, room_timeout, waited_enough)) {
+    broker_stuck_ = true;
+  }
+}
+
+bool MqttClient::connected() const {
+  const std::lock_guard lock(mutex_);
+  return outbox_.connected();
+}
+
+void MqttClient::wake_leader(std::unique_lock<std::mutex>& lock) {
+  const bool asleep = std::exchange(leader_asleep_, false);
+  lock.unlock();
+  if (asleep) {
+    wake_.signal();
+  }
+}
+
+void MqttClient::connection_up() {
+  if (observer_) {
+    observer_->connection_up();
+    echo_wanted_ = true;
+  }
+  const std::lock_guard lock(mutex_);
+  outbox_.connection_up();
+  if (settings_.presence) {
+    outbox_.announce(settings_.presence_topic(), presence("online"));
+  }
+  subscription_changes_.clear();
+  for (Subscription& subscription : delivery_.subscriptions()) {
+    subscription_changes_.push_back({std::move(subscription), true});
+  }
+}
+
+void MqttClient::connection_down(const std::string& reason) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (outbox_.connected()) {
+      outbox_.connection_lost();
+      subscription_changes_.clear();
+      room_.notify_all();
+    }
+  }
+  if (observer_) {
+    settled_after_.reset();
+    observer_->connection_down(reason);
+  }
+}
+
+void MqttClient::subscription_refused(const std::string& filter) {
+  if (observer_) {
+    observer_->subscription_refused(filter);
+  }
+}
+
+void MqttClient::echoed() {
+  settled_after_ = delivery_.posted();
+}
+
+void MqttClient::message(const std::string& topic, Message message) {
+  delivery_.post(topic, std::move(message));
+}
+
+void MqttClient::lead() {
+  while (!stop_requested_) {
+    if (!deliver()) {
+      return;
+    }
+    report_settlement();
+    send();
+    sleep();
+  }
+  close_connection();
+  threads_.finish();
+}
+
+bool MqttClient::deliver() {
+  if (!delivery_.pending()) {
+    return true;
+  }
+  threads_.begin_calls();
+  while (threads_.leading() && delivery_.deliver_next()) {
+  }
+  if (threads_.end_calls()) {
+    return true;
+  }
+  if (observer_) {
+    wake_.signal();  // the new leader may wait for these calls with its report
+  }
+  return false;
+}
+
+void MqttClient::report_settlement() {
+  if (settled_after_ && delivery_.delivered(*settled_after_)) {
+    settled_after_.reset();
+    observer_->subscriptions_settled();
+  }
+}
+
+void MqttClient::send() {
+  std::vector<SubscriptionChange> changes;
+  bool several = false;
+  {
+    const std::lock_guard lock(mutex_);
+    changes.swap(subscription_changes_);
+    several = changes.size() + outbox_.size() > 1;
+  }
+  if (several) {
+    connection_.cork();
+  }
+  send_subscription_changes(changes);
+  if (std::exchange(echo_wanted_, false)) {
+    connection_.request_echo();
+  }
+  send_publications();
+  if (several) {
+    connection_.uncork();
+  }
+}
+
+void MqttClient::send_subscription_changes(const std::vector<SubscriptionChange>& changes) {
+  for (const auto& [subscription, wanted] : changes) {
+    if (wanted) {
+      connection_.subscribe(subscription.filter, subscription.max_qos);
+    } else {
+      connection_.unsubscribe(subscription.filter);
+    }
+  }
+}
+
+void MqttClient::send_publications() {
+  for (;;) {
+    std::unique_lock lock(mutex_);
+    const Publication* next = outbox_.front();
+    if (next == nullptr || !connection_.accepts(next->message.acknowledged)) {
+      room_.notify_all();
+      return;
+    }
+    const Publication publication = outbox_.pop();
+    broker_stuck_ = false;
+    lock.unlock();
+    connection_.publish(publication.topic, publication.message);
+  }
+}
+
+void MqttClient::sleep() {
+  using Clock = Connection::Clock;
+  bool work_left = connection_.more_to_read();
+  {
+    const std::lock_guard lock(mutex_);
+    const Publication* next = outbox_.front();
+    work_left = work_left || !subscription_changes_.empty() ||
+                (next != nullptr && connection_.accepts(next->message.acknowledged));
+    // What is queued behind a publication that the connection does not take yet leaves with it.
+    leader_asleep_ = !work_left && next == nullptr;
+  }
+  connection_.wait(wake_, work_left ? Clock::time_point() : Clock::time_point::max());
+  const std::lock_guard lock(mutex_);
+  leader_asleep_ = false;
+}
+
+void MqttClient::close_connection() {
+  delivery_.close();
+  {
+    const std::lock_guard lock(mutex_);
+    room_.notify_all();
+  }
+  if (connection_.is_up()) {
+    const auto deadline = Connection::Clock::now() + farewell_timeout;
+    if (settings_.presence) {
+      const std::lock_guard lock(mutex_);
+      outbox_.announce(settings_.presence_topic(), presence("offline"));
+    }
+    while (!all_sent() && Connection::Clock::now() < deadline) {
+      connection_.wait(wake_, deadline);
+    }
+    connection_.disconnect();
+    while (connection_.is_up() && Connection::Clock::now() < deadline) {
+      connection_.wait(wake_, deadline);
+    }
+  }
+  connection_.close();
+  const std::lock_guard lock(mutex_);
+  outbox_.connection_lost();
+  subscription_changes_.clear();
+}
+
+bool MqttClient::all_sent() {
+  send();
+  const std::lock_guard lock(mutex_);
+  return !connection_.is_up() || (outbox_.size() == 0 && connection_.idle());
+}
+
+}  // namespace ecu::tamu::com::mqtt

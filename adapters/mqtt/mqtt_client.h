@@ -1,0 +1,88 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <ecu/tamu/com/transport_client.h>
+
+#include "mqtt/connection.h"
+#include "mqtt/delivery.h"
+#include "mqtt/leader_threads.h"
+#include "mqtt/mqtt_settings.h"
+#include "mqtt/outbox.h"
+#include "posix/event.h"
+
+namespace ecu::tamu::com::mqtt {
+
+/// The bus over MQTT 3.1.1. One thread at a time, the leader, uses the connection; publications of other
+/// threads, and of the observers that it calls, are queued and leave in batches.
+class MqttClient final : public ITransportClient, private Connection::Listener {
+ public:
+  /// `observer` may be null.
+  MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserver> observer);
+  ~MqttClient() override;
+
+  void connect() override;
+  void start() override;
+  void run() override;
+  void stop() override;
+  void subscribe(const std::string& topic, int max_qos,
+                 std::shared_ptr<ISubscriptionObserver> observer) override;
+  void unsubscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer) override;
+  PublishResult publish(const std::string& topic, Message message) override;
+  [[nodiscard]] bool connected() const override;
+
+ private:
+  struct SubscriptionChange {
+    Subscription subscription;
+    bool wanted;
+  };
+
+  void connection_up() override;
+  void connection_down(const std::string& reason) override;
+  void message(const std::string& topic, Message message) override;
+  void subscription_refused(const std::string& filter) override;
+  void echoed() override;
+
+  void lead();
+  [[nodiscard]] bool deliver();
+  void send();
+  void report_settlement();
+  void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
+  void send_publications();
+  void sleep();
+  void close_connection();
+  [[nodiscard]] bool all_sent();
+  void wait_for_stop();
+  void wake_leader(std::unique_lock<std::mutex>& lock);
+  void wait_for_room(std::unique_lock<std::mutex>& lock);
+
+  const MqttSettings settings_;
+  const std::shared_ptr<IConnectionObserver> observer_;
+  const posix::Event stop_;  // for the thread in `run`
+  const posix::Event wake_;  // for the leader
+  std::atomic<bool> stop_requested_ = false;
+  Delivery delivery_;
+
+  Connection connection_;     // the leader's alone, as the next two
+  bool echo_wanted_ = false;  // behind the first subscriptions of a connection
+  // How many messages are to be delivered before the observer is told that they are settled.
+  std::optional<std::uint64_t> settled_after_;
+
+  mutable std::mutex mutex_;  // guards the rest but threads_; never held while an observer is called
+  Outbox outbox_;
+  std::vector<SubscriptionChange> subscription_changes_;  // since the connection is up
+  bool leader_asleep_ = false;                            // it must be woken to see what was queued
+  std::condition_variable room_;                          // in the outbox, or no more use to wait for it
+  bool broker_stuck_ = false;  // room was waited for in vain, and nothing has been sent since
+
+  LeaderThreads threads_;
+};
+
+}  // namespace ecu::tamu::com::mqtt

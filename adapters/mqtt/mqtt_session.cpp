@@ -1,0 +1,308 @@
+#include "mqtt/mqtt_session.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "mqtt/mqtt_library.h"
+#include "mqtt/mqtt_log.h"
+
+namespace ecu::tamu::com::mqtt {
+
+namespace {
+
+constexpr int qos_acknowledged = 1;
+
+// Nobody subscribes to it, nor is there a message on it.
+constexpr const char* echo_filter = "$echo";
+
+// The library counts whole seconds, of a clock of its own.
+constexpr std::chrono::seconds clock_resolution{1};
+
+constexpr unsigned max_messages_per_read = 32;
+constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
+
+constexpr const char* closed_by_peer = "connection closed by the peer";
+
+// An end of file (no error number), a reset and a write that comes too late are the same event; which of them
+// it shows as is chance, and must not look like a new reason.
+std::string text_of_errno(int error) {
+  return error == 0 || error == ECONNRESET || error == EPIPE ? closed_by_peer : std::strerror(error);
+}
+
+// The library sends nothing to a topic or a filter that cannot be, and goes on.
+bool is_malformed(int result) {
+  return result == MOSQ_ERR_INVAL || result == MOSQ_ERR_MALFORMED_UTF8;
+}
+
+std::string text_of(int result) {
+  switch (result) {
+    case MOSQ_ERR_ERRNO:
+      return text_of_errno(errno);
+    case MOSQ_ERR_CONN_LOST:
+      return closed_by_peer;
+    case MOSQ_ERR_KEEPALIVE:  // the library has no text for it
+      return "no answer";
+    default:
+      return mosqpp::strerror(result);
+  }
+}
+
+}  // namespace
+
+MqttSession::MqttSession(const MqttSettings& settings, Listener& listener)
+    : settings_(settings), library_(std::make_unique<MqttLibrary>(settings.client_id, listener)) {}
+
+MqttSession::~MqttSession() = default;
+
+Failure MqttSession::open(const std::string& address) {
+  if (!settings_.username.empty()) {
+    library_->username_pw_set(settings_.username.c_str(), settings_.password.c_str());
+  }
+  if (settings_.presence) {
+    constexpr std::string_view off_line = "offline";
+    library_->will_set(settings_.presence_topic().c_str(), static_cast<int>(off_line.size()), off_line.data(),
+                       qos_acknowledged, true);
+  }
+  if (settings_.uses_tls()) {
+    if (auto failure = set_up_tls()) {
+      return failure;
+    }
+  }
+  last_read_ = last_write_ = std::chrono::steady_clock::now();
+  const auto keepalive = static_cast<int>(settings_.keepalive.count());
+  errno = 0;
+  const int result = library_->connect_async(address.c_str(), settings_.port, keepalive);
+  // With TLS the library writes at once, which takes the error from the socket, and tells nobody.
+  return errno == ECONNREFUSED ? Failure(text_of_errno(errno)) : outcome(result);
+}
+
+Failure MqttSession::set_up_tls() {
+  const auto path_or_null = [](const std::string& path) { return path.empty() ? nullptr : path.c_str(); };
+  tls_.emplace(settings_.host);
+  if (tls_->handle() == nullptr) {
+    return "TLS is not to be had";
+  }
+  library_->opts_set(MOSQ_OPT_SSL_CTX, tls_->handle());
+  constexpr int verify_peer = 1;
+  library_->tls_opts_set(verify_peer, nullptr, nullptr);
+  library_->tls_insecure_set(false);
+  const int result = library_->tls_set(settings_.cafile.c_str(), nullptr, path_or_null(settings_.certfile),
+                                       path_or_null(settings_.keyfile));
+  return result == MOSQ_ERR_SUCCESS ? Failure() : explain(text_of(result));
+}
+
+bool MqttSession::is_connected() const noexcept {
+  return library_->accepted();
+}
+
+int MqttSession::fd() const {
+  return library_->socket();
+}
+
+short MqttSession::wanted_events() const {
+  const bool write = !reachable_ || library_->want_write();
+  return static_cast<short>(POLLIN | (write ? POLLOUT : 0));
+}
+
+Failure MqttSession::handle(short events) {
+  more_to_read_ = false;
+  if (events == 0) {
+    return std::nullopt;
+  }
+  if (!is_connected()) {
+    if (auto failure = finish_connecting()) {
+      return failure;
+    }
+  }
+  // Reading comes first: what a peer says before it closes the connection is lost once a write has failed.
+  if ((events & POLLIN) != 0) {
+    if (auto failure = read()) {
+      return failure;
+    }
+  }
+  if ((events & POLLOUT) != 0) {
+    const bool has_packets = library_->want_write();
+    const int result = library_->loop_write();
+    return has_packets ? written(result) : outcome(result);
+  }
+  if ((events & POLLIN) == 0 && (events & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
+    return explain(closed_by_peer);
+  }
+  return std::nullopt;
+}
+
+// The library takes a refused connection, or one that the peer closes in the middle of a TLS handshake, for
+// one that is still being made, and would be asked about it for ever.
+Failure MqttSession::finish_connecting() {
+  int waiting = 0;
+  if (::ioctl(fd(), FIONREAD, &waiting) == 0 && waiting > 0) {
+    reachable_ = true;
+    return std::nullopt;
+  }
+  int error = 0;
+  socklen_t size = sizeof(error);
+  if (::getsockopt(fd(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0) {
+    return explain(text_of_errno(error));
+  }
+  reachable_ = true;
+  char byte = 0;
+  if (::recv(fd(), &byte, sizeof(byte), MSG_PEEK | MSG_DONTWAIT) == 0) {
+    return explain(closed_by_peer);
+  }
+  return std::nullopt;
+}
+
+Failure MqttSession::read() {
+  last_read_ = std::chrono::steady_clock::now();
+  const bool was_connected = is_connected();
+  // Behind a packet without a callback, TLS may hold back others that poll knows nothing of.
+  const int tries = settings_.uses_tls() ? 2 : 1;
+  const unsigned first_message = library_->messages();
+  const unsigned first_acknowledged = library_->acknowledged();
+  const std::size_t first_byte = library_->bytes();
+  for (int fruitless = 0; fruitless < tries;) {
+    const unsigned before = library_->received();
+    if (auto failure = outcome(library_->loop_read())) {
+      return failure;
+    }
+    fruitless = library_->received() == before ? fruitless + 1 : 0;
+    if (library_->messages() - first_message >= max_messages_per_read ||
+        library_->bytes() - first_byte >= max_bytes_per_read) {
+      more_to_read_ = true;
+      break;
+    }
+  }
+  if (library_->acknowledged() != first_acknowledged) {
+    last_write_ = last_read_;
+  }
+  if (!was_connected && is_connected()) {
+    set_tcp_option(TCP_NODELAY, 1);
+  }
+  return std::nullopt;
+}
+
+std::chrono::steady_clock::time_point MqttSession::keep_alive_due() const {
+  return std::min(last_read_, last_write_) + settings_.keepalive + clock_resolution;
+}
+
+Failure MqttSession::keep_alive() {
+  last_read_ = last_write_ = std::chrono::steady_clock::now();
+  return outcome(library_->loop_misc());
+}
+
+bool MqttSession::accepts(bool acknowledged) const {
+  return is_connected() && is_open() && !library_->want_write() &&
+         (!acknowledged || library_->unacknowledged() < max_unacknowledged);
+}
+
+bool MqttSession::idle() const {
+  return !library_->want_write() && library_->unacknowledged() == 0;
+}
+
+Failure MqttSession::publish(const std::string& topic, const Message& message) {
+  int mid = 0;
+  const int qos = message.acknowledged ? qos_acknowledged : 0;
+  const int result = library_->publish(&mid, topic.c_str(), static_cast<int>(message.payload.size()),
+                                       message.payload.data(), qos, message.retained);
+  if (is_malformed(result) || result == MOSQ_ERR_PAYLOAD_SIZE || result == MOSQ_ERR_OVERSIZE_PACKET) {
+    mqtt_log.warning("cannot publish on topic ", topic, ": ", mosqpp::strerror(result));
+    return std::nullopt;
+  }
+  if (result == MOSQ_ERR_SUCCESS && message.acknowledged) {
+    library_->expect_acknowledgement(mid);
+  }
+  return written(result);
+}
+
+Failure MqttSession::subscribe(const std::string& filter, int max_qos) {
+  int mid = 0;
+  const int result = library_->subscribe(&mid, filter.c_str(), max_qos);
+  if (is_malformed(result)) {
+    mqtt_log.warning("cannot subscribe to ", filter, ": ", mosqpp::strerror(result));
+    return std::nullopt;
+  }
+  library_->expect_subscription(mid, filter);
+  return written(result);
+}
+
+Failure MqttSession::unsubscribe(const std::string& filter) {
+  const int result = library_->unsubscribe(nullptr, filter.c_str());
+  return is_malformed(result) ? std::nullopt : written(result);
+}
+
+// To unsubscribe from what was never subscribed to changes nothing, and a broker has to answer it
+// (MQTT 3.1.1, 3.10.4).
+Failure MqttSession::request_echo() {
+  int mid = 0;
+  const int result = library_->unsubscribe(&mid, echo_filter);
+  library_->expect_echo(mid);
+  return written(result);
+}
+
+Failure MqttSession::disconnect() {
+  return outcome(library_->disconnect());
+}
+
+void MqttSession::cork() const {
+  set_tcp_option(TCP_CORK, 1);
+}
+
+void MqttSession::uncork() const {
+  set_tcp_option(TCP_CORK, 0);
+}
+
+// Of a call that writes packets.
+Failure MqttSession::written(int result) {
+  if (result == MOSQ_ERR_SUCCESS) {
+    last_write_ = std::chrono::steady_clock::now();
+  }
+  return outcome(result);
+}
+
+Failure MqttSession::outcome(int result) {
+  // The library closes a connection on which nothing comes back, and calls that a success.
+  if (result == MOSQ_ERR_SUCCESS && !is_open()) {
+    result = MOSQ_ERR_CONN_LOST;
+  }
+  // A peer that is close and quick may fail the handshake in the middle of the first call.
+  reachable_ = reachable_ || (result == MOSQ_ERR_TLS && tls_ && tls_->begun());
+  return result == MOSQ_ERR_SUCCESS ? Failure() : explain(text_of(result));
+}
+
+std::string MqttSession::explain(const std::string& general) const {
+  const bool answered = library_->accepted() || library_->refused();
+  if (!tls_ && !answered && !settings_.is_unix_socket() && general == closed_by_peer) {
+    return general + ", does it expect TLS?";
+  }
+  const std::string reason = tls_ && !answered ? explain_tls(general) : std::string();
+  return reason.empty() ? library_->explain(general) : reason;
+}
+
+// What a peer says before it ends the connection may get lost, and how that end shows is chance: neither may
+// make it look like another reason. Empty for what has nothing to do with TLS.
+std::string MqttSession::explain_tls(const std::string& general) const {
+  if (!tls_->refusal().empty()) {
+    return tls_->refusal();
+  }
+  if (tls_->established()) {
+    return settings_.certfile.empty() ? "TLS ended by the broker, does it ask for a certificate?"
+                                      : "TLS ended by the broker, does it trust the client's certificate?";
+  }
+  return reachable_ || general == closed_by_peer ? "no TLS handshake, does the peer speak TLS?" : "";
+}
+
+void MqttSession::set_tcp_option(int option, int value) const {
+  if (!settings_.is_unix_socket()) {
+    ::setsockopt(fd(), IPPROTO_TCP, option, &value, sizeof(value));
+  }
+}
+
+}  // namespace ecu::tamu::com::mqtt

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <ecu/tamu/com/message.h>
+
+#include "mqtt/mqtt_settings.h"
+#include "mqtt/tls_context.h"
+
+namespace ecu::tamu::com::mqtt {
+
+class MqttLibrary;
+
+/// Why something on the connection failed; nothing when it did not.
+using Failure = std::optional<std::string>;
+
+/// One connection to the broker, from the first packet to the last (MQTT 3.1.1, clean session). A thin layer
+/// over the client library: the owner waits for the descriptor and calls `handle`. Not for use by several
+/// threads at once. A session that failed is of no more use.
+class MqttSession {
+ public:
+  /// Called from inside `handle` only.
+  class Listener {
+   public:
+    virtual ~Listener() = default;
+    virtual void connected() = 0;
+    virtual void message(const std::string& topic, Message message) = 0;
+    virtual void subscription_refused(const std::string& filter) = 0;
+    virtual void echoed() = 0;
+  };
+
+  /// Publications with quality of service 1 that may await their acknowledgement at once.
+  static constexpr std::size_t max_unacknowledged = 20;
+
+  /// Both must outlive the session.
+  MqttSession(const MqttSettings& settings, Listener& listener);
+  ~MqttSession();
+
+  /// Begins to connect, without waiting, to a numeric address or the path of a socket.
+  [[nodiscard]] Failure open(const std::string& address);
+
+  /// What to wait for, as `poll` takes it.
+  [[nodiscard]] int fd() const;
+  [[nodiscard]] short wanted_events() const;
+
+  /// Does what the events that `poll` reported allow. Reads at most 32 messages, none behind 256 KiB of them,
+  /// so that no observer is brought more at once than may wait for it; `more_to_read` tells whether that left
+  /// some behind. A broker that puts several packets into one TLS record gets past these limits with it.
+  [[nodiscard]] Failure handle(short events);
+  [[nodiscard]] bool more_to_read() const noexcept { return more_to_read_; }
+
+  /// Whether the transport connection stands.
+  [[nodiscard]] bool is_reachable() const noexcept { return reachable_; }
+  /// Whether the broker has accepted the connection.
+  [[nodiscard]] bool is_connected() const noexcept;
+  /// Whether there is a connection to the broker, or one is being made.
+  [[nodiscard]] bool is_open() const { return fd() >= 0; }
+
+  /// When `keep_alive` has to be called next.
+  [[nodiscard]] std::chrono::steady_clock::time_point keep_alive_due() const;
+  [[nodiscard]] Failure keep_alive();
+
+  /// Whether the connection would take another publication of that quality of service now.
+  [[nodiscard]] bool accepts(bool acknowledged) const;
+  /// Whether all that was handed over has been written and acknowledged.
+  [[nodiscard]] bool idle() const;
+
+  /// A message or topic that the library refuses is logged and no failure of the session.
+  [[nodiscard]] Failure publish(const std::string& topic, const Message& message);
+  [[nodiscard]] Failure subscribe(const std::string& filter, int max_qos);
+  [[nodiscard]] Failure unsubscribe(const std::string& filter);
+
+  /// Asks the broker for an answer, `echoed`, which comes behind its answers to all that was sent before.
+  [[nodiscard]] Failure request_echo();
+
+  /// Sends the DISCONNECT packet; the session is no longer open once that has been written.
+  [[nodiscard]] Failure disconnect();
+
+  /// Holds back what is written until `uncork`, so that it leaves in full segments (TCP only).
+  void cork() const;
+  void uncork() const;
+
+ private:
+  [[nodiscard]] Failure set_up_tls();
+  [[nodiscard]] Failure finish_connecting();
+  [[nodiscard]] Failure read();
+  [[nodiscard]] Failure written(int result);
+  [[nodiscard]] Failure outcome(int result);
+  [[nodiscard]] std::string explain(const std::string& general) const;
+  [[nodiscard]] std::string explain_tls(const std::string& general) const;
+  void set_tcp_option(int option, int value) const;
+
+  const MqttSettings& settings_;
+  std::optional<TlsContext> tls_;  // used by the library's object
+  std::unique_ptr<MqttLibrary> library_;
+  bool reachable_ = false;
+  bool more_to_read_ = false;
+  std::chrono::steady_clock::time_point last_read_;
+  std::chrono::steady_clock::time_point last_write_;
+};
+
+}  // namespace ecu::tamu::com::mqtt

@@ -1,0 +1,73 @@
+#include "mqtt/name_lookup.h"
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <pthread.h>
+#include <sys/socket.h>
+
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "posix/event.h"
+
+namespace ecu::tamu::com::mqtt {
+
+struct NameLookup::State {
+  posix::Event done;
+  std::mutex mutex;
+  LookupResult result;  // guarded by mutex
+};
+
+LookupResult look_up(const std::string& host) {
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (const int error = ::getaddrinfo(host.c_str(), nullptr, &hints, &found); error != 0) {
+    return {{}, ::gai_strerror(error)};
+  }
+  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
+  LookupResult result;
+  for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+    char text[NI_MAXHOST];
+    if (::getnameinfo(entry->ai_addr, entry->ai_addrlen, text, sizeof(text), nullptr, 0, NI_NUMERICHOST) ==
+        0) {
+      result.addresses.emplace_back(text);
+    }
+  }
+  if (result.addresses.empty()) {
+    result.error = "host has no address";
+  }
+  return result;
+}
+
+bool is_local_knowledge(const std::string& host) {
+  in6_addr address{};
+  return host == "localhost" || ::inet_pton(AF_INET, host.c_str(), &address) == 1 ||
+         ::inet_pton(AF_INET6, host.c_str(), &address) == 1;
+}
+
+NameLookup::NameLookup(std::string host) : state_(std::make_shared<State>()) {
+  std::thread([state = state_, host = std::move(host)] {
+    ::pthread_setname_np(::pthread_self(), "name-lookup");
+    LookupResult result = look_up(host);
+    {
+      const std::lock_guard lock(state->mutex);
+      state->result = std::move(result);
+    }
+    state->done.signal();
+  }).detach();
+}
+
+NameLookup::~NameLookup() = default;
+
+int NameLookup::fd() const noexcept {
+  return state_->done.fd();
+}
+
+LookupResult NameLookup::take() {
+  const std::lock_guard lock(state_->mutex);
+  return std::move(state_->result);
+}
+
+}  // namespace ecu::tamu::com::mqtt

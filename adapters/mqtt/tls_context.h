@@ -1,0 +1,46 @@
+#pragma once
+
+#include <openssl/types.h>
+
+#include <memory>
+#include <string>
+
+namespace ecu::tamu::com::mqtt {
+
+/// What the client library makes its TLS session from: the library knows the authorities and connects to an
+/// address, the context knows the name that the peer is asked for (RFC 6066, 3) and has to prove. It also
+/// knows afterwards what became of the handshake, where the library has one text for a wrong name, a wrong
+/// authority and an expired certificate.
+class TlsContext {
+ public:
+  /// `host` is the name or the address that the peer's certificate must be for.
+  explicit TlsContext(const std::string& host);
+  ~TlsContext();
+  TlsContext(const TlsContext&) = delete;
+  TlsContext& operator=(const TlsContext&) = delete;
+
+  /// For the library, which may use it as long as this object lives; null when TLS is not to be had.
+  [[nodiscard]] SSL_CTX* handle() const noexcept { return context_.get(); }
+
+  /// Why this side does not trust the peer, or the peer refuses the handshake; empty when neither said so.
+  [[nodiscard]] const std::string& refusal() const noexcept { return refusal_; }
+  /// Whether there was an attempt at a handshake, for which all files have to be in order.
+  [[nodiscard]] bool begun() const noexcept { return begun_; }
+  /// Whether the handshake was completed on this side. The peer may still refuse this side's certificate.
+  [[nodiscard]] bool established() const noexcept { return established_; }
+
+ private:
+  static int on_verify(X509_STORE_CTX* chain, void* self);
+  static void on_progress(const SSL* session, int where, int detail);
+
+  struct Free {
+    void operator()(SSL_CTX* context) const noexcept;
+  };
+  std::unique_ptr<SSL_CTX, Free> context_;
+  std::string server_name_;  // empty when the host is an address
+  std::string refusal_;
+  bool begun_ = false;
+  bool established_ = false;
+};
+
+}  // namespace ecu::tamu::com::mqtt

@@ -1,0 +1,141 @@
+#include "ports/port_sender.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include <ecu/tamu/logging/logging.h>
+
+#include "ports/port_file.h"
+#include "ports/record_format.h"
+
+namespace ecu::tamu::ipc::detail {
+
+namespace {
+
+constexpr auto logger = logging::module("tamu.ipc.queueport");
+
+// How long a record may wait for other writers and for room.
+constexpr std::chrono::seconds send_time_limit(1);
+
+// A lock on a file can be tried or waited for without end, and nothing in between.
+constexpr std::chrono::milliseconds lock_poll_interval(1);
+
+/// Turns a write to a FIFO that nobody reads any more from a signal into an error, for the calling thread.
+class BrokenPipeGuard {
+ public:
+  BrokenPipeGuard() noexcept {
+    sigemptyset(&broken_pipe_);
+    sigaddset(&broken_pipe_, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &broken_pipe_, &mask_before_);
+  }
+  ~BrokenPipeGuard() { ::pthread_sigmask(SIG_SETMASK, &mask_before_, nullptr); }
+  BrokenPipeGuard(const BrokenPipeGuard&) = delete;
+  BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
+
+  /// Takes back the signal that a write raised. A thread that blocks it anyway keeps it, as it may be an
+  /// older one.
+  void discard_signal() const noexcept {
+    if (sigismember(&mask_before_, SIGPIPE) == 0) {
+      const timespec at_once{};
+      while (::sigtimedwait(&broken_pipe_, nullptr, &at_once) < 0 && errno == EINTR) {
+      }
+    }
+  }
+
+ private:
+  sigset_t broken_pipe_{};
+  sigset_t mask_before_{};
+};
+
+constexpr const char* port_in_use = "another writer holds the port";
+
+// Why the port is not locked; null when it is.
+const char* lock_until(int fd, std::chrono::steady_clock::time_point deadline) {
+  while (!try_lock_port(fd)) {
+    if (errno != EWOULDBLOCK) {
+      return std::strerror(errno);
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      return port_in_use;
+    }
+    std::this_thread::sleep_for(lock_poll_interval);
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+bool PortSender::open(const std::string& path) {
+  close();
+  path_ = path;
+  port_ = open_for_writing(path);
+  queue_ = WriterQueue::of(path);
+  return static_cast<bool>(port_);
+}
+
+void PortSender::close() {
+  if (port_ && frame_begun_) {
+    // Behind a record that has waited in vain the mark does not wait as well.
+    (void)send(end_of_frame(), stuck_ ? Clock::now() : Clock::now() + send_time_limit);
+  }
+  frame_begun_ = false;
+  stuck_ = false;
+  port_.reset();
+}
+
+bool PortSender::transmit(const IpcSignal& signal) {
+  if (signal.data.size() > Record::max_payload_size) {
+    logger.warning(path_, ": a record of ", signal.data.size(), " bytes is too large");
+    return false;
+  }
+  encode_record(signal, record_);
+  const bool sent = send(record_, Clock::now() + send_time_limit);
+  stuck_ = !sent;
+  frame_begun_ = frame_begun_ || sent;
+  return sent;
+}
+
+bool PortSender::send(std::span<const char> record, Clock::time_point deadline) {
+  const char* const failure = port_ ? write_alone(record, deadline) : "the port is not open";
+  if (failure != nullptr) {
+    logger.warning(path_, ": a record cannot be written: ", failure);
+  }
+  return failure == nullptr;
+}
+
+// Why it did not succeed; null when it did. So for the next one.
+const char* PortSender::write_alone(std::span<const char> record, Clock::time_point deadline) const {
+  const WriterQueue::Place place(*queue_);
+  if (!place.wait_until(deadline)) {
+    return port_in_use;
+  }
+  if (const char* const failure = lock_until(port_.get(), deadline)) {
+    return failure;
+  }
+  const char* const failure = write_whole(record, deadline);
+  unlock_port(port_.get());
+  return failure;
+}
+
+const char* PortSender::write_whole(std::span<const char> record, Clock::time_point deadline) const {
+  const BrokenPipeGuard guard;
+  while (!record.empty()) {
+    const std::ptrdiff_t count = write_some(port_.get(), record);
+    if (count > 0) {
+      record = record.subspan(static_cast<std::size_t>(count));
+    } else if (count < 0 && errno != EAGAIN) {
+      const int error = errno;
+      guard.discard_signal();
+      return std::strerror(error);
+    } else if (!wait_for_room(port_.get(), deadline) || Clock::now() >= deadline) {
+      return "the port stays full";
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace ecu::tamu::ipc::detail

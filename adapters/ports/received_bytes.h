@@ -1,0 +1,58 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <span>
+#include <vector>
+
+#include "ports/range_crc.h"
+
+namespace ecu::tamu::ipc {
+
+/// The bytes that were received and not yet used, and when they came. Its memory is fixed.
+class ReceivedBytes {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+
+  ReceivedBytes();
+
+  /// Room to receive into, at least `max_record_size` bytes as long as fewer than that are held. Invalidates
+  /// what `bytes` returned.
+  [[nodiscard]] std::span<char> room();
+
+  /// Takes over the first `count` bytes of `room`, which came at `now`.
+  void add(std::size_t count, TimePoint now);
+
+  [[nodiscard]] std::span<const char> bytes() const noexcept {
+    return std::span(storage_).subspan(begin_, size());
+  }
+  [[nodiscard]] std::size_t size() const noexcept { return end_ - begin_; }
+  [[nodiscard]] bool empty() const noexcept { return begin_ == end_; }
+
+  /// When the first byte came, to a millisecond. There must be one.
+  [[nodiscard]] TimePoint first_arrival() const noexcept { return arrivals_.front().at; }
+
+  void drop(std::size_t count);
+
+  /// The CRC of the bytes whose CRC is `crc`, followed by a part of `bytes`.
+  [[nodiscard]] std::uint32_t extend_crc(std::uint32_t crc, std::span<const char> range) {
+    return crc_.extend(crc, range);
+  }
+
+ private:
+  struct Arrival {
+    std::uint64_t end;  // counted from the first byte ever received
+    TimePoint at;
+  };
+
+  std::vector<char> storage_;
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+  std::uint64_t dropped_ = 0;     // ever
+  std::deque<Arrival> arrivals_;  // of the bytes that are held
+  RangeCrc crc_;
+};
+
+}  // namespace ecu::tamu::ipc

@@ -1,0 +1,157 @@
+#include "mqtt/delivery.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/captured_log.h"
+
+namespace {
+
+using namespace ecu::tamu::com;
+using namespace ecu::tamu::com::mqtt;
+using testing::ElementsAre;
+
+/// Takes down "topic:payload", then does what the test wants done.
+struct Recorder final : ISubscriptionObserver {
+  void message(const std::string& topic, const Message& msg) override {
+    seen.push_back(topic + ":" + std::string(msg.payload.begin(), msg.payload.end()));
+    if (on_message) {
+      on_message(topic);
+    }
+  }
+  std::vector<std::string> seen;
+  std::function<void(const std::string&)> on_message;
+};
+
+class DeliveryTest : public testing::Test {
+ protected:
+  void post(const std::string& topic, const std::string& text) {
+    delivery.post(topic, make_message(0, {text.begin(), text.end()}));
+  }
+  void deliver_all() {
+    while (delivery.deliver_next()) {
+    }
+  }
+
+  Delivery delivery;
+  std::shared_ptr<Recorder> a = std::make_shared<Recorder>();
+  std::shared_ptr<Recorder> b = std::make_shared<Recorder>();
+};
+
+TEST_F(DeliveryTest, EveryObserverGetsAMessageOnceInTheOrderOfArrival) {
+  EXPECT_TRUE(delivery.add("x", 0, a));
+  EXPECT_FALSE(delivery.add("x", 0, a));
+  EXPECT_TRUE(delivery.add("x", 1, b));
+  EXPECT_TRUE(delivery.add("y", 0, a));
+  EXPECT_TRUE(delivery.add("+", 0, a));
+  post("x", "1");
+  post("y", "2");
+  post("z", "3");
+  post("x/y", "4");
+  post("x", "5");
+  deliver_all();
+  EXPECT_THAT(a->seen, ElementsAre("x:1", "y:2", "z:3", "x:5"));
+  EXPECT_THAT(b->seen, ElementsAre("x:1", "x:5"));
+  const auto wanted = delivery.subscriptions();
+  ASSERT_EQ(wanted.size(), 3u);
+  EXPECT_EQ(wanted[0].filter + wanted[1].filter + wanted[2].filter, "xy+");
+  EXPECT_EQ(wanted[0].max_qos, 1);
+}
+
+TEST_F(DeliveryTest, AFloodCostsOnlyItsOwnTopicAndIsReportedOnce) {
+  delivery.add("flood", 0, a);
+  delivery.add("calm", 0, a);
+  post("calm", "first");
+  for (int i = 0; i < 1000; ++i) {
+    post("flood", std::to_string(i));
+  }
+  post("calm", "last");
+  const auto log = tests::logged_lines([this] { deliver_all(); });
+  ASSERT_EQ(a->seen.size(), 2 + max_waiting_messages);
+  EXPECT_EQ(a->seen.front(), "calm:first");
+  EXPECT_EQ(a->seen[1], "flood:744");
+  EXPECT_EQ(a->seen.back(), "calm:last");
+  EXPECT_THAT(log,
+              ElementsAre("WARNING [tamu.com.mqtt] observer too slow: 744 messages dropped on topic flood"));
+}
+
+TEST_F(DeliveryTest, WhatWaitsOnATopicIsBoundedInBytes) {
+  delivery.add("x", 0, a);
+  const std::string large(max_waiting_bytes / 2, 'l');
+  for (const char* tail : {"1", "2", "3"}) {
+    post("x", large + tail);
+  }
+  post("x", "small");
+  deliver_all();
+  ASSERT_EQ(a->seen.size(), 2u);
+  EXPECT_EQ(a->seen[0].back(), '3');
+  EXPECT_EQ(a->seen[1], "x:small");
+}
+
+TEST_F(DeliveryTest, AnUnsubscribedObserverGetsNothingMore) {
+  delivery.add("x", 0, a);
+  delivery.add("x", 0, b);
+  delivery.add("y", 0, a);
+  post("x", "1");
+  post("y", "2");
+  EXPECT_FALSE(delivery.remove("x", a.get()));
+  EXPECT_FALSE(delivery.remove("x", a.get()));
+  EXPECT_TRUE(delivery.remove("x", b.get()));
+  post("x", "3");
+  deliver_all();
+  EXPECT_THAT(a->seen, ElementsAre("y:2"));
+  EXPECT_THAT(b->seen, ElementsAre());
+}
+
+TEST_F(DeliveryTest, AnObserverMayUnsubscribeInsideItsCall) {
+  delivery.add("x", 0, a);
+  a->on_message = [this](const std::string& topic) {
+    delivery.remove(topic, a.get());
+    delivery.wait_for(topic, a.get());
+  };
+  post("x", "1");
+  post("x", "2");
+  deliver_all();
+  EXPECT_THAT(a->seen, ElementsAre("x:1"));
+}
+
+TEST_F(DeliveryTest, ACallThatLastsHoldsUpOnlyThoseWhoWaitForItsEnd) {
+  std::promise<void> entered, leave;
+  std::atomic<bool> call_over = false;
+  delivery.add("x", 0, a);
+  delivery.add("y", 0, a);
+  delivery.add("x", 0, b);
+  a->on_message = [&](const std::string& topic) {
+    if (topic == "x") {
+      entered.set_value();
+      leave.get_future().wait();
+      call_over = true;
+    }
+  };
+  post("x", "1");
+  post("y", "2");
+  std::thread blocked([this] { delivery.deliver_next(); });
+  entered.get_future().wait();
+  post("x", "3");
+  deliver_all();
+  EXPECT_THAT(b->seen, ElementsAre("x:1", "x:3"));
+  delivery.wait_for("y", a.get());
+  EXPECT_FALSE(delivery.remove("x", a.get()));
+  auto call_over_when_waited_for = std::async(std::launch::async, [&] {
+    delivery.wait_for("x", a.get());
+    return call_over.load();
+  });
+  leave.set_value();
+  EXPECT_TRUE(call_over_when_waited_for.get());
+  blocked.join();
+  EXPECT_THAT(a->seen, ElementsAre("x:1", "y:2"));
+}
+
+}  // namespace

@@ -1,0 +1,315 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ports/port_file.h"
+#include "ports/record_parser.h"
+#include "support/captured_log.h"
+#include "support/ports.h"
+#include "support/process.h"
+
+namespace {
+
+using namespace ecu::tamu::ipc;
+using namespace std::chrono_literals;
+using tests::end_mark;
+using tests::wire;
+
+/// What a parser makes of bytes: "id " for a record, "|" for the end of a frame, "-n " for n bytes dropped.
+class Parsed {
+ public:
+  Parsed& add(std::string_view bytes, RecordParser::TimePoint now = {}) {
+    while (!bytes.empty()) {
+      const std::span<char> room = parser_.room();
+      const std::size_t count = std::min(room.size(), bytes.size());
+      bytes.copy(room.data(), count);
+      parser_.add(count, now);
+      at(now);
+      bytes.remove_prefix(count);
+    }
+    return *this;
+  }
+  Parsed& at(RecordParser::TimePoint now) {
+    using Event = RecordParser::Event;
+    for (Event event = parser_.next(now); event != Event::none; event = parser_.next(now)) {
+      text_ += event == Event::record         ? std::to_string(parser_.record().id) + " "
+               : event == Event::end_of_frame ? "|"
+                                              : "-" + std::to_string(parser_.take_damage()) + " ";
+    }
+    return *this;
+  }
+  Parsed& at_end() { return at(RecordParser::TimePoint::max()); }
+  [[nodiscard]] const std::string& text() const noexcept { return text_; }
+
+ private:
+  RecordParser parser_;
+  std::string text_;
+};
+
+const std::string stream = wire(1, "one") + wire(2, "") + wire(3, std::string(5000, 'x')) + end_mark();
+
+TEST(RecordParserTest, WholeRecordsComeThroughHoweverTheyAreSplit) {
+  EXPECT_EQ(Parsed().add(stream).text(), "1 2 3 |");
+  for (std::size_t split = 0; split <= stream.size(); split += split < 200 ? 1 : 97) {
+    EXPECT_EQ(Parsed().add(stream.substr(0, split)).add(stream.substr(split)).text(), "1 2 3 |") << split;
+  }
+}
+
+TEST(RecordParserTest, DamageAtAnyOffsetCostsNoOtherRecord) {
+  const std::string first = wire(1, "one"), last = wire(9, "last");
+  for (std::size_t offset = 0; offset < first.size(); ++offset) {
+    std::string rotten = first;
+    rotten[offset] = static_cast<char>(rotten[offset] ^ 0x55);
+    EXPECT_EQ(Parsed().add(rotten + last).at_end().text(), "-27 9 ") << "rotten at " << offset;
+    EXPECT_EQ(Parsed().add(first.substr(0, offset) + last).at_end().text(),
+              (offset == 0 ? "" : "-" + std::to_string(offset) + " ") + "9 ")
+        << "torn at " << offset;
+    EXPECT_EQ(Parsed().add(first).add(std::string(offset, 'Q')).add(last).at_end().text(),
+              (offset == 0 ? "1 " : "1 -" + std::to_string(offset) + " ") + "9 ")
+        << offset << " foreign bytes";
+  }
+}
+
+TEST(RecordParserTest, RecordsInsideOfWhatATornOneClaimsAreFound) {
+  const std::string torn = wire(1, std::string(60000, 'x')).substr(0, 300);
+  const RecordParser::TimePoint start{};
+  Parsed parsed;
+  parsed.add(torn + wire(2, "a") + wire(3, "b") + end_mark(), start);
+  EXPECT_EQ(parsed.text(), "");
+  EXPECT_EQ(parsed.at(start + record_time_limit).text(), "-300 2 3 |");
+}
+
+TEST(RecordParserTest, RefusesOversizedRecordsAndFalseMarks) {
+  std::string oversized = wire(1, "x"), mark = end_mark();
+  oversized[18] = 1;  // a length of 65,537
+  mark[4] = 1;
+  EXPECT_EQ(Parsed().add(oversized + wire(2, "")).at_end().text(), "-25 2 ");
+  EXPECT_EQ(Parsed().add(mark + wire(2, "")).at_end().text(), "-24 2 ");
+}
+
+TEST(RecordParserTest, IncompleteRecordsAreGivenUpAfterTheirTime) {
+  const RecordParser::TimePoint start{};
+  Parsed parsed;
+  parsed.add(wire(1, "one").substr(0, 20), start);
+  EXPECT_EQ(parsed.at(start + record_time_limit - 1ns).text(), "");
+  EXPECT_EQ(parsed.at(start + record_time_limit).text(), "-20 ");
+}
+
+/// Magic bytes all over, each the header of a large record that never comes.
+TEST(RecordParserTest, HostileHeadersAreDroppedAndTheRecordBehindThemFound) {
+  const std::string header = wire(7, std::string(60000, 'x')).substr(0, 24);
+  std::string hostile;
+  while (hostile.size() < 1'000'000) {
+    hostile += header;
+  }
+  const std::string text = Parsed().add(hostile + wire(9, "")).at_end().text();
+  EXPECT_THAT(text, testing::EndsWith(" 9 "));
+}
+
+class QueuePortTest : public testing::Test {
+ protected:
+  tests::TempDir dir;
+  tests::Fifo fifo{dir, "port"};
+  tests::PortLog log;
+  tests::Reader reader{std::make_unique<tests::Passing>(log)};
+};
+
+TEST_F(QueuePortTest, AWritersRecordsMakeAFrame) {
+  ASSERT_TRUE(reader.open(fifo.path()));
+  {
+    tests::Writer writer;
+    ASSERT_TRUE(writer.open(fifo.path()));
+    EXPECT_TRUE(writer.transmit_data(tests::record(26, "abc")));
+    EXPECT_TRUE(writer.transmit_data(tests::record(27, "")));
+  }
+  {
+    tests::Writer silent;
+    ASSERT_TRUE(silent.open(fifo.path()));
+  }
+  reader.request_stop();
+  reader.receive_data();
+  EXPECT_EQ(log.text(), "26:abc 27: |.");
+}
+
+TEST_F(QueuePortTest, DamageIsOneErrorLineAndReceptionGoesOn) {
+  ASSERT_TRUE(reader.open(fifo.path()));
+  fifo.open();
+  fifo.write("garbage" + wire(5, "x") + end_mark());
+  const auto lines = tests::logged_lines([this] {
+    reader.request_stop();
+    reader.receive_data();
+  });
+  EXPECT_EQ(log.text(), "5:x |.");
+  EXPECT_THAT(lines, testing::ElementsAre("ERROR [tamu.ipc.queueport] " + fifo.path() +
+                                          ": 7 bytes dropped, they are no whole record"));
+}
+
+TEST_F(QueuePortTest, AWaitingReaderSeesWhatComesAndOutlivesTheFarSide) {
+  ASSERT_TRUE(reader.open(fifo.path()));
+  std::thread thread([this] { reader.reception_loop(); });
+  for (int life = 0; life < 3; ++life) {
+    tests::Fifo far_side(dir, "port");
+    far_side.open();
+    far_side.write(wire(1, std::string(100, 'x')).substr(0, 50));
+    far_side.write(wire(2, "whole") + wire(3, std::string(200, 'y')) + end_mark());
+    log.wait_for("|");
+  }
+  reader.request_stop();
+  thread.join();
+  EXPECT_EQ(tests::count(log.text(), "2:whole "), 3);
+  EXPECT_EQ(log.text().back(), '.');
+}
+
+TEST_F(QueuePortTest, AStopRequestCountsWheneverItComes) {
+  ASSERT_TRUE(reader.open(fifo.path()));
+  for (int i = 0; i < 200; ++i) {
+    std::thread thread([this] { reader.reception_loop(); });
+    reader.request_stop();
+    thread.join();
+  }
+  EXPECT_EQ(log.text(), std::string(200, '.'));
+}
+
+TEST_F(QueuePortTest, LargeRecordsOfSeveralWritersNeverMix) {
+  ASSERT_TRUE(reader.open(fifo.path()));
+  std::thread receiving([this] { reader.reception_loop(); });
+  std::vector<std::thread> writers;
+  for (unsigned id = 1; id <= 4; ++id) {
+    writers.emplace_back([this, id] {
+      for (int i = 0; i < 25; ++i) {
+        tests::Writer writer;
+        ASSERT_TRUE(writer.open(fifo.path()));
+        EXPECT_TRUE(writer.transmit_data(tests::record(id, std::string(20000, static_cast<char>('a' + id)))));
+      }
+    });
+  }
+  for (std::thread& writer : writers) {
+    writer.join();
+  }
+  reader.request_stop();
+  receiving.join();
+  for (unsigned id = 1; id <= 4; ++id) {
+    const std::string whole =
+        std::to_string(id) + ":" + std::string(20000, static_cast<char>('a' + id)) + " ";
+    EXPECT_EQ(tests::count(log.text(), whole), 25) << id;
+  }
+  EXPECT_EQ(std::ranges::count(log.text(), '|'), 100);
+}
+
+TEST_F(QueuePortTest, WritersOfManyRecordsKeepNoOtherOut) {
+  fifo.open();
+  std::atomic<bool> done = false, drained = false;
+  std::atomic<int> many = 0;
+  std::thread slow_far_side([&] {
+    for (std::array<char, 4096> block{}; !drained; std::this_thread::sleep_for(1ms)) {
+      (void)!::read(fifo.fd(), block.data(), block.size());
+    }
+  });
+  const auto write_many = [&] {
+    tests::Writer writer;
+    EXPECT_TRUE(writer.open(fifo.path()));
+    for (const auto large = tests::record(1, std::string(60000, 'x')); !done; ++many) {
+      (void)writer.transmit_data(large);
+    }
+  };
+  std::thread busy(write_many), as_busy(write_many);
+  while (many == 0) {
+    std::this_thread::yield();
+  }
+  for (int i = 0; i < 30; ++i) {
+    tests::Writer writer;
+    ASSERT_TRUE(writer.open(fifo.path()));
+    const int before = many;
+    // On a machine that stands still its second may end before its turn comes; that is no fault of the
+    // others.
+    EXPECT_TRUE(writer.transmit_data(tests::record(2, "y")) || many - before < 4);
+  }
+  done = true;
+  busy.join();
+  as_busy.join();
+  drained = true;
+  slow_far_side.join();
+}
+
+TEST_F(QueuePortTest, TheFirstDrainTellsATornRecordFromOneThatIsOnItsWay) {
+  ASSERT_TRUE(reader.open(fifo.path()));
+  fifo.open();
+  const std::string inner = wire(2, "inner") + end_mark();
+  const auto drain_with_rest = [&](const std::string& rest) {
+    fifo.write(wire(1, inner + "rest").substr(0, 24 + inner.size()));
+    reader.request_stop();
+    std::thread draining([this] { reader.receive_data(); });
+    while (bytes_waiting(fifo.fd()) != 0u) {
+      std::this_thread::yield();
+    }
+    fifo.write(rest);
+    draining.join();
+  };
+  drain_with_rest("rest");
+  EXPECT_EQ(log.text(), "1:" + inner + "rest .");
+  drain_with_rest("");
+  EXPECT_EQ(log.text(), "1:" + inner + "rest .2:inner |.");
+}
+
+TEST_F(QueuePortTest, AFarSideThatNeverPausesKeepsNoDrainFromItsEnd) {
+  fifo.open();
+  ASSERT_TRUE(reader.open(fifo.path()));
+  std::string torn;  // beginnings of large records, each with whole ones behind it
+  for (int i = 0; i < 40; ++i) {
+    torn += wire(1, std::string(60000, 'x')).substr(0, 24) + wire(2, "a") + wire(3, "b");
+  }
+  reader.request_stop();
+  std::atomic_bool enough = false;
+  const auto flood = std::async(std::launch::async, [&] {
+    while (!enough) {
+      fifo.write(torn);
+    }
+  });
+  while (bytes_waiting(fifo.fd()) < 32768) {
+    std::this_thread::yield();
+  }
+  const auto drain = std::async(std::launch::async, [this] { reader.receive_data(); });
+  EXPECT_EQ(drain.wait_for(tests::patience), std::future_status::ready);
+  enough = true;
+}
+
+TEST_F(QueuePortTest, AnAbsentOrDeadFarSideIsAFailureAndNoSignal) {
+  tests::Writer writer;
+  EXPECT_FALSE(writer.open(fifo.path()));
+  EXPECT_FALSE(writer.open(dir.path("absent")));
+  EXPECT_FALSE(writer.transmit_data(tests::record(1, "x")));
+  {
+    const tests::Reader short_lived(std::make_unique<tests::Passing>(log));
+    ASSERT_TRUE(const_cast<tests::Reader&>(short_lived).open(fifo.path()));
+    ASSERT_TRUE(writer.open(fifo.path()));
+  }
+  EXPECT_FALSE(writer.transmit_data(tests::record(1, "x")));
+  EXPECT_FALSE(reader.open(dir.path("absent")));
+}
+
+TEST_F(QueuePortTest, AFullPortFailsAfterAWhile) {
+  fifo.open();
+  tests::Writer writer;
+  ASSERT_TRUE(writer.open(fifo.path()));
+  const auto large = tests::record(1, std::string(60000, 'x'));
+  EXPECT_TRUE(writer.transmit_data(large));
+  EXPECT_FALSE(writer.transmit_data(large));
+}
+
+TEST_F(QueuePortTest, TheEndOfAFileEndsReceptionWithAnError) {
+  const std::string path = dir.write("file", wire(4, "d") + end_mark() + "rest");
+  ASSERT_TRUE(reader.open(path));
+  const auto lines = tests::logged_lines([this] { reader.receive_data(); });
+  EXPECT_EQ(log.text(), "4:d |.");
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines.back(), "ERROR [tamu.ipc.queueport] " + path + ": reception ends: end of file");
+}
+
+}  // namespace

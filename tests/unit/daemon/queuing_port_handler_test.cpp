@@ -1,0 +1,116 @@
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <ecu/quil/queuing_port_handler.h>
+
+#include "ports/port_file.h"
+#include "support/captured_log.h"
+#include "support/ports.h"
+
+namespace {
+
+using ecu::quil::QueuingPortHandler;
+using testing::ElementsAre;
+using tests::end_mark;
+using tests::record;
+using tests::wire;
+
+class QueuingPortHandlerTest : public testing::Test {
+ protected:
+  tests::TempDir dir;
+  tests::Fifo receive{dir, "receive"};
+  tests::Fifo send{dir, "send"};
+  tests::PortLog first, second;
+  std::unique_ptr<QueuingPortHandler> handler =
+      std::make_unique<QueuingPortHandler>(receive.path(), send.path(), 1);
+};
+
+TEST_F(QueuingPortHandlerTest, WhatWaitsIsDeliveredBeforeInitReturnsAndTheRestOnItsThread) {
+  handler->add_consumer(&first);
+  handler->add_consumer(&second);
+  receive.open();
+  receive.write(wire(7, "early") + end_mark());
+  const auto log = tests::logged_lines([this] { handler->init(); });
+  EXPECT_EQ(first.text(), "7:early |.");
+  EXPECT_THAT(
+      log,
+      ElementsAre("INFO [QueuingPortHandler] Read everything form the queueing port...",
+                  "INFO [QueuingPortHandler] Finished initial reading from queueing port, keep running..."));
+  receive.write(wire(8, "late") + end_mark());
+  second.wait_for("8:late |");
+  handler.reset();
+  EXPECT_EQ(first.text(), "7:early |.8:late |.");
+}
+
+TEST_F(QueuingPortHandlerTest, AStopHoldsEvenBeforeTheStart) {
+  handler->add_consumer(&first);
+  receive.open();
+  receive.write(wire(7, "early") + end_mark());
+  handler->stop();
+  handler->init();
+  EXPECT_EQ(first.text(), "");
+}
+
+TEST_F(QueuingPortHandlerTest, WithoutAReceivePortItStillWrites) {
+  QueuingPortHandler deaf(dir.path("absent"), send.path(), 1);
+  const auto log = tests::logged_lines([&] { deaf.init(); });
+  EXPECT_THAT(
+      log,
+      ElementsAre("ERROR [QueuingPortHandler] Unable to open System Parameter queueing port for reading: " +
+                  dir.path("absent")));
+  send.open();
+  EXPECT_TRUE(deaf.write({record(1, "x")}));
+  EXPECT_EQ(send.read(), wire(1, "x") + end_mark());
+}
+
+TEST_F(QueuingPortHandlerTest, WritesAListAsOneFrameAndSaysSoAtDebug) {
+  send.open();
+  bool written = false;
+  const auto log = tests::logged_lines([&] { written = handler->write({record(26, "abc"), record(2, "")}); });
+  EXPECT_TRUE(written);
+  EXPECT_EQ(send.read(), wire(26, "abc") + wire(2, "") + end_mark());
+  EXPECT_THAT(log, ElementsAre("DEBUG [QueuingPortHandler] Going to write 2 IPC signals to " + send.path(),
+                               "DEBUG [QueuingPortHandler] Write signal (id:0x1a) with  payload size 3",
+                               "DEBUG [QueuingPortHandler] Write signal (id:0x2) with  payload size 0"));
+  EXPECT_TRUE(handler->write({}));
+  EXPECT_EQ(send.read(), "");
+}
+
+TEST_F(QueuingPortHandlerTest, AWriteIsEndedBehindTheRecordThatItIsAt) {
+  send.open();
+  const std::string filling(60000, 'x');
+  send.write(filling);
+  auto write = std::async(std::launch::async, [this, &filling] {
+    return handler->write({record(1, filling), record(2, "y")});
+  });
+  while (ecu::tamu::ipc::bytes_waiting(send.fd()) <=
+         filling.size()) {  // until the first record waits for room
+    std::this_thread::yield();
+  }
+  handler->request_stop();
+  std::string read;
+  while (write.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+    read += send.read();
+  }
+  EXPECT_FALSE(write.get());
+  EXPECT_EQ(read + send.read(), filling + wire(1, filling) + end_mark());
+}
+
+TEST_F(QueuingPortHandlerTest, AFailedRecordEndsTheList) {
+  const auto absent = tests::logged_lines([this] { EXPECT_FALSE(handler->write({record(1, "x")})); });
+  EXPECT_EQ(absent.back(),
+            "ERROR [QueuingPortHandler] Unable to open Queueing Port for writing: " + send.path());
+  send.open();
+  const auto log = tests::logged_lines([this] {
+    EXPECT_FALSE(handler->write({record(1, "x"), record(26, std::string(70000, 'y')), record(3, "z")}));
+  });
+  EXPECT_EQ(log.back(), "ERROR [QueuingPortHandler] Unable to write signal with id 26");
+  EXPECT_EQ(send.read(), wire(1, "x") + end_mark());
+}
+
+}  // namespace
