@@ -68,7 +68,7 @@ void take_termination_signals() {
   struct sigaction action {};
   action.sa_handler = on_signal;
   action.sa_mask = signals;
-  action.sa_flags = SA_RESETHAND;
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
   for (const int signal_number : termination) {
     if (signal_number != SIGHUP || !is_ignored(SIGHUP)) {
       sigaction(signal_number, &action, nullptr);
