@@ -4,7 +4,8 @@
 #include <condition_variable>
 #include <mutex>
 
-/// A mutex, its lock and a condition variable for Clang's thread-safety analysis, which checks at compile time
+/// A mutex, its lock and a condition variable for Clang's thread-safety analysis, which checks at compile
+/// time
 /// (-Wthread-safety, the `clang` preset) that the mutex is held. For other compilers the macros are empty. A
 /// member declared `int count_ TAMU_GUARDED_BY(mutex_);` may be used only with `mutex_` held, and a function
 /// declared `void add() TAMU_REQUIRES(mutex_);` may be called only with it held.
