@@ -12,10 +12,12 @@
 #include <thread>
 #include <utility>
 
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 
 #include "bus.h"
 #include "command_line.h"
+#include "daemon_return.h"
 #include "hypervisor.h"
 #include "interruptible_sleep.h"
 #include "parameter_requests.h"
@@ -69,7 +71,11 @@ int play(const Options& options, Scenario scenario) {
   bus.client()->start();
   std::optional<Hypervisor> hypervisor;
   if (!options.ports_folder.empty()) {
-    hypervisor.emplace(std::move(scenario.ports).value_or(PortsSetup()), options.ports_folder);
+    hypervisor.emplace(std::move(scenario.ports).value_or(PortsSetup()), options.ports_folder,
+                       options.ports_access);
+    bus.client()->subscribe(
+        ecu::tamu::com::topics::daemon_presence, 1,
+        std::make_shared<DaemonReturn>([&hypervisor] { hypervisor->send_parameters_again(); }));
   }
   std::optional<Vehicle> vehicle;
   if (scenario.vehicle) {
