@@ -151,7 +151,7 @@ TEST_F(SystemTest, TheServiceManagerSeesThatAReceivePortIsAwayAndBack) {
   std::optional<PseudoTerminal> far_side(std::in_place);
   replace_link(dir.path("receive"), far_side->path());
   Daemon daemon(config("qpread = " + dir.path("receive") + "\n"), {"-L"},
-                {"NOTIFY_SOCKET=" + manager.path(), "WATCHDOG_USEC=2000000"});
+                {"NOTIFY_SOCKET=" + manager.path(), "WATCHDOG_USEC=200000"});
   ASSERT_TRUE(manager.wait_for("STATUS=on line"));
   far_side.reset();
   EXPECT_TRUE(manager.wait_for("on line; receive port away since "));
