@@ -6,6 +6,7 @@
 #include <sys/un.h>
 
 #include <array>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -56,17 +57,28 @@ class DatagramSocket {
     }
   }
 
-  /// Whether a datagram that holds `text` comes, those before it being passed over.
+  /// Whether a datagram that holds `text` comes; those before it are passed over.
   bool wait_for(std::string_view text) const {
-    while (const auto datagram = receive(patience)) {
-      if (datagram->find(text) != std::string::npos) {
-        return true;
+    return wait([text](std::string_view datagram) { return datagram.find(text) != std::string_view::npos; });
+  }
+  /// The same for a datagram that is `text`.
+  bool wait_for_exactly(std::string_view text) const {
+    return wait([text](std::string_view datagram) { return datagram == text; });
+  }
+
+ private:
+  template <class Wanted>
+  bool wait(Wanted wanted) const {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (std::chrono::steady_clock::now() < deadline) {
+      const auto datagram = receive(patience);
+      if (!datagram || wanted(*datagram)) {
+        return datagram.has_value();
       }
     }
     return false;
   }
 
- private:
   TempDir dir_;
   std::string path_;
   sockaddr_un name_{};
