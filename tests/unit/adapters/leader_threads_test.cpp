@@ -131,8 +131,12 @@ TEST_F(LeaderThreadsTest, ALeaderIsRelievedOnlyWhenItsCallsLast) {
 
 TEST_F(LeaderThreadsTest, AStandInThatCannotBeMadeIsTriedAgainAtEachCall) {
   creations_to_fail = 3;
-  const auto log = tests::logged_lines(
-      [this] { run([this](int number) { return number <= 3 || (number == 4 && relieved(4)); }); });
+  const auto log = tests::logged_lines([this] {
+    run([this](int number) {
+      EXPECT_EQ(threads.cannot_be_relieved(), number <= 3);
+      return number <= 3 || (number == 4 && relieved(4));
+    });
+  });
   EXPECT_EQ(calls, 5);
   EXPECT_THAT(
       log, testing::ElementsAre(
