@@ -1,4 +1,4 @@
-#include "daemon_return.h"
+#include "ecusim/daemon_return.h"
 
 #include <algorithm>
 #include <string_view>

@@ -1,4 +1,4 @@
-#include "hypervisor.h"
+#include "ecusim/hypervisor.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <mutex>
 
-#include "daemon_return.h"
+#include "ecusim/daemon_return.h"
 #include "support/temp_dir.h"
 
 namespace ecu::sim {
