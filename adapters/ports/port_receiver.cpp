@@ -64,9 +64,6 @@ bool PortReceiver::open(const std::string& path) {
   watch_.set_path(path);
   parser_.clear();
   state_ = open_port() ? State::open : State::closed;
-  if (state_ == State::closed) {
-    set_status(status_part, "no receive port");
-  }
   return state_ == State::open;
 }
 
