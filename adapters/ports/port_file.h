@@ -14,7 +14,7 @@ namespace ecu::tamu::ipc {
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
 /// A FIFO, character device or regular file opened for reading; empty when that fails. A FIFO's writing end
-/// is opened too, into `fifo_keeper`, which keeps the FIFO from ever being at its end.
+/// is opened too, into `fifo_keeper`, so that the FIFO never reports its end.
 [[nodiscard]] posix::UniqueFd open_for_reading(const std::string& path, posix::UniqueFd& fifo_keeper);
 
 /// Whether `path` names the file that is open as `fd`. A path that cannot be looked at counts as unchanged.
@@ -28,7 +28,7 @@ using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 /// Bytes that can be read at once, or nothing when the port cannot say.
 [[nodiscard]] std::optional<std::size_t> bytes_waiting(int fd) noexcept;
 
-/// As read and write, but never interrupted by a signal.
+/// As read and write, but not interrupted by signals.
 [[nodiscard]] std::ptrdiff_t read_some(int fd, std::span<char> room) noexcept;
 [[nodiscard]] std::ptrdiff_t write_some(int fd, std::span<const char> bytes) noexcept;
 
@@ -58,8 +58,8 @@ struct Ready {
 /// Waits until `fd` can be written to (or has failed); false when the deadline has passed.
 [[nodiscard]] bool wait_for_room(int fd, std::chrono::steady_clock::time_point deadline) noexcept;
 
-/// Keeps other writers of the port out, in this process and in others, until `unlock_port`. False, with the
-/// reason in errno, when that fails: EWOULDBLOCK when one of them holds it now.
+/// Locks the port against all other writers, in this process and in others, until `unlock_port`. False, with
+/// the reason in errno, when that fails: EWOULDBLOCK when another writer holds the lock.
 [[nodiscard]] bool try_lock_port(int fd) noexcept;
 void unlock_port(int fd) noexcept;
 

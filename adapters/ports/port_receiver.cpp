@@ -64,9 +64,6 @@ bool PortReceiver::open(const std::string& path) {
   watch_.set_path(path);
   parser_.clear();
   state_ = open_port() ? State::open : State::closed;
-  if (state_ == State::closed) {
-    set_status(status_part, "no receive port");
-  }
   return state_ == State::open;
 }
 
@@ -76,9 +73,9 @@ void PortReceiver::receive() noexcept {
 }
 
 void PortReceiver::receive_and_reopen() noexcept {
-  guarded([this] { heartbeat_.emplace("reader of " + path_, [this] { prod_.signal(); }); });
+  guarded("supervision", [this] { heartbeat_.emplace("reader of " + path_, [this] { prod_.signal(); }); });
   while (!serve() && state_ == State::away) {
-    guarded([this] { consumer_->finished(); });
+    guarded("consumer", [this] { consumer_->finished(); });
     if (!wait_until_back()) {
       break;
     }
@@ -88,7 +85,7 @@ void PortReceiver::receive_and_reopen() noexcept {
 }
 
 void PortReceiver::finish() noexcept {
-  guarded([this] { consumer_->finished(); });
+  guarded("consumer", [this] { consumer_->finished(); });
   stop_.clear();
 }
 
@@ -175,10 +172,10 @@ void PortReceiver::deliver(TimePoint now) noexcept {
   for (Event event = parser_.next(now); event != Event::none; event = parser_.next(now)) {
     switch (event) {
       case Event::record:
-        guarded([this] { consumer_->consume(parser_.record()); });
+        guarded("consumer", [this] { consumer_->consume(parser_.record()); });
         break;
       case Event::end_of_frame:
-        guarded([this] { consumer_->frame_finished(); });
+        guarded("consumer", [this] { consumer_->frame_finished(); });
         break;
       case Event::damage:
         report_damage();
@@ -274,13 +271,13 @@ void PortReceiver::beat(const Ready& ready) noexcept {
 }
 
 template <class Call>
-void PortReceiver::guarded(Call call) const noexcept {
+void PortReceiver::guarded(const char* what, Call call) const noexcept {
   try {
     call();
   } catch (const std::exception& failure) {
-    logger.error(path_, ": consumer failed: ", failure.what());
+    logger.error(path_, ": ", what, " failed: ", failure.what());
   } catch (...) {
-    logger.error(path_, ": consumer failed");
+    logger.error(path_, ": ", what, " failed");
   }
 }
 

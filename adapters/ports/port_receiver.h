@@ -68,7 +68,7 @@ class PortReceiver {
   [[nodiscard]] bool reopen() noexcept;
   void beat(const Ready& ready) noexcept;
   template <class Call>
-  void guarded(Call call) const noexcept;
+  void guarded(const char* what, Call call) const noexcept;
 
   // Constant after construction.
   const std::unique_ptr<IDataConsumer<IpcSignal>> consumer_;

@@ -1,4 +1,6 @@
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/inotify.h>
 
 #include <algorithm>
 #include <array>
@@ -18,6 +20,7 @@
 #include "ports/port_receiver.h"
 #include "ports/record_parser.h"
 #include "support/captured_log.h"
+#include "support/failing_allocation.h"
 #include "support/ports.h"
 #include "support/process.h"
 
@@ -117,6 +120,35 @@ TEST(RecordParserTest, HostileHeadersAreDroppedAndTheRecordBehindThemFound) {
   }
   const std::string text = Parsed().add(hostile + wire(9, "")).at_end().text();
   EXPECT_THAT(text, testing::EndsWith(" 9 "));
+}
+
+TEST(RecordParserTest, ReceptionNeedsNoMemoryThatMightBeMissing) {
+  const std::string header = wire(7, std::string(60000, 'x')).substr(0, 24);
+  std::string bytes;
+  for (int i = 0; i < 5000; ++i) {
+    bytes += header + (i % 100 == 0 ? stream : "");
+  }
+  RecordParser parser;
+  int records = 0;
+  const auto count_records = [&](RecordParser::TimePoint now) {
+    for (auto event = parser.next(now); event != RecordParser::Event::none; event = parser.next(now)) {
+      records += event == RecordParser::Event::record ? 1 : 0;
+      (void)parser.take_damage();
+    }
+  };
+  {
+    const tests::FailingAllocation failing(1);
+    for (std::string_view rest = bytes; !rest.empty();) {
+      const std::span<char> room = parser.room();
+      const std::size_t count = std::min(room.size(), rest.size());
+      rest.copy(room.data(), count);
+      parser.add(count, {});
+      count_records({});
+      rest.remove_prefix(count);
+    }
+    count_records(RecordParser::TimePoint::max());
+  }
+  EXPECT_EQ(records, 150);
 }
 
 class QueuePortTest : public testing::Test {
@@ -357,6 +389,16 @@ class PortAwayTest : public testing::Test {
       loop.join();
     });
   }
+  static void wait_for_openings(const char* file, int times) {
+    const ecu::tamu::posix::UniqueFd openings(::inotify_init1(IN_CLOEXEC));
+    ::inotify_add_watch(openings.get(), file, IN_OPEN);
+    inotify_event one{};
+    pollfd ready{openings.get(), POLLIN, 0};
+    for (int i = 0; i < times; ++i) {
+      ASSERT_EQ(::poll(&ready, 1, std::chrono::milliseconds(tests::patience).count()), 1);
+      ASSERT_EQ(::read(openings.get(), &one, sizeof(one)), static_cast<ssize_t>(sizeof(one)));
+    }
+  }
   static auto away_and_back(const std::string& path, const std::string& reason) {
     const std::string prefix = "[tamu.ipc.queueport] " + path + ": receive port ";
     return testing::ElementsAre(testing::MatchesRegex("WARNING ." + prefix.substr(1) + "away: " + reason),
@@ -384,6 +426,7 @@ TEST_F(PortAwayTest, ADeviceWhoseFarSideHangsUpIsOpenedAgain) {
     tests::replace_link(target, "/dev/null");  // can be opened, and is at its end at once
     device.reset();
     log.wait_for(".");
+    wait_for_openings("/dev/null", 3);
     device.emplace();
     tests::replace_link(target, device->path());
     device->write(wire(2, "back") + end_mark());
