@@ -4,6 +4,8 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <exception>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -116,10 +118,13 @@ void MqttClient::stop() {
 void MqttClient::subscribe(const std::string& topic, int max_qos,
                            std::shared_ptr<ISubscriptionObserver> observer) {
   std::unique_lock lock(mutex_);
-  if (delivery_.add(topic, max_qos, observer) && outbox_.connected()) {
-    subscription_changes_.push_back({{topic, max_qos}, true});
-    wake_leader(lock);
+  // First, so that a lack of memory leaves no registration that the broker never learns of.
+  subscription_changes_.push_back({{topic, max_qos}, true});
+  if (!delivery_.add(topic, max_qos, observer) || !outbox_.connected()) {
+    subscription_changes_.pop_back();
+    return;
   }
+  wake_leader(lock);
 }
 
 void MqttClient::unsubscribe(const std::string& topic,
@@ -170,7 +175,7 @@ void MqttClient::wake_leader(std::unique_lock<std::mutex>& lock) {
 void MqttClient::connection_up() {
   if (observer_) {
     observer_->connection_up();
-    echo_wanted_ = true;
+    fence_wanted_ = true;
   }
   const std::lock_guard lock(mutex_);
   outbox_.connection_up();
@@ -183,18 +188,28 @@ void MqttClient::connection_up() {
   }
 }
 
-void MqttClient::connection_down(const std::string& reason) {
+void MqttClient::connection_down(ConnectionFailure failure, const std::string& reason) {
+  bool was_up = false;
   {
     const std::lock_guard lock(mutex_);
-    if (outbox_.connected()) {
-      outbox_.connection_lost();
-      subscription_changes_.clear();
-      room_.notify_all();
-    }
+    was_up = outbox_.connected();
+    outbox_.connection_lost();
+    subscription_changes_.clear();
+    room_.notify_all();
   }
-  if (observer_) {
-    settled_after_.reset();
-    observer_->connection_down(reason);
+  settled_after_.reset();
+  fence_wanted_ = false;
+  try {
+    if (!was_up) {
+      quarantine_.attempt_failed();
+    } else if (quarantine_.connection_lost(failure, Connection::Clock::now())) {
+      connection_.retry_soon();
+    }
+    if (observer_) {
+      observer_->connection_down(failure, reason);
+    }
+  } catch (const std::exception& fault) {
+    mqtt_log.error("loss of the connection not handled: ", fault.what());
   }
 }
 
@@ -204,8 +219,15 @@ void MqttClient::subscription_refused(const std::string& filter) {
   }
 }
 
-void MqttClient::echoed() {
-  settled_after_ = delivery_.posted();
+void MqttClient::fence_answered(Fence fence) {
+  switch (fence) {
+    case Fence::subscriptions:
+      settled_after_ = delivery_.posted();
+      return;
+    case Fence::publication:
+      quarantine_.fence_answered();
+      return;
+  }
 }
 
 void MqttClient::message(const std::string& topic, Message message) {
@@ -248,7 +270,16 @@ void MqttClient::report_settlement() {
   }
 }
 
+// What was taken from the queues and not sent is lost with the connection, and sent again on the next.
 void MqttClient::send() {
+  try {
+    send_all();
+  } catch (const std::exception&) {
+    connection_.fail({ConnectionFailure::internal, "out of memory"});
+  }
+}
+
+void MqttClient::send_all() {
   std::vector<SubscriptionChange> changes;
   bool several = false;
   {
@@ -260,8 +291,8 @@ void MqttClient::send() {
     connection_.cork();
   }
   send_subscription_changes(changes);
-  if (std::exchange(echo_wanted_, false)) {
-    connection_.request_echo();
+  if (std::exchange(fence_wanted_, false)) {
+    connection_.request_fence(Fence::subscriptions);
   }
   send_publications();
   if (several) {
@@ -280,17 +311,39 @@ void MqttClient::send_subscription_changes(const std::vector<SubscriptionChange>
 }
 
 void MqttClient::send_publications() {
-  for (;;) {
-    std::unique_lock lock(mutex_);
-    const Publication* next = outbox_.front();
-    if (next == nullptr || !connection_.accepts(next->message.acknowledged)) {
-      room_.notify_all();
-      return;
+  while (const PublicationPtr publication = next_publication()) {
+    const auto handling = quarantine_.handle(publication, Connection::Clock::now());
+    if (handling == Quarantine::Handling::withhold) {
+      continue;
     }
-    const Publication publication = outbox_.pop();
+    connection_.publish(publication->topic, publication->message);
+    if (handling == Quarantine::Handling::test) {
+      connection_.request_fence(Fence::publication);
+    }
+  }
+}
+
+PublicationPtr MqttClient::next_publication() {
+  const std::lock_guard lock(mutex_);
+  if (can_send()) {
     broker_stuck_ = false;
-    lock.unlock();
-    connection_.publish(publication.topic, publication.message);
+    PublicationPtr due = quarantine_.take_due(Connection::Clock::now());
+    return due ? due : outbox_.pop(connection_.accepts(true));
+  }
+  room_.notify_all();
+  return nullptr;
+}
+
+bool MqttClient::can_send() noexcept {
+  if (!connection_.accepts(false) || quarantine_.testing()) {
+    return false;
+  }
+  const bool takes_acknowledged = connection_.accepts(true);
+  try {
+    return outbox_.has_next(takes_acknowledged) ||
+           (takes_acknowledged && quarantine_.due() <= Connection::Clock::now());
+  } catch (const std::bad_alloc&) {
+    return true;  // sending fails in the same way, and with it the connection
   }
 }
 
@@ -299,13 +352,14 @@ void MqttClient::sleep() {
   bool work_left = connection_.more_to_read();
   {
     const std::lock_guard lock(mutex_);
-    const Publication* next = outbox_.front();
-    work_left = work_left || !subscription_changes_.empty() ||
-                (next != nullptr && connection_.accepts(next->message.acknowledged));
-    // What is queued behind a publication that the connection does not take yet leaves with it.
-    leader_asleep_ = !work_left && next == nullptr;
+    work_left = work_left || !subscription_changes_.empty() || can_send();
+    // While the connection takes nothing, what is queued leaves with what waits already.
+    leader_asleep_ = !work_left && (outbox_.size() == 0 || connection_.accepts(false));
   }
-  connection_.wait(wake_, work_left ? Clock::time_point() : Clock::time_point::max());
+  const auto due = quarantine_.due();
+  const auto idle_until =
+      due <= Clock::now() ? Clock::time_point::max() : due;  // past: it waits for an answer
+  connection_.wait(wake_, work_left ? Clock::time_point() : idle_until);
   const std::lock_guard lock(mutex_);
   leader_asleep_ = false;
 }

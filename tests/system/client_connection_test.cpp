@@ -143,26 +143,28 @@ TEST_F(ClientConnectionTest, AnObserverThatPublishesMuchGoesAtTheBrokersPace) {
 }
 
 /// A session of the test's own, which hears what comes.
-class SessionTest : public testing::Test, public MqttSession::Listener {
+class SessionTest : public testing::Test, public ConnectionListener {
  protected:
-  void connected() override { ++heard; }
+  void connection_up() override {}
+  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {}
   void message(const std::string& /*topic*/, Message /*message*/) override { ++heard; }
   void subscription_refused(const std::string& /*filter*/) override {}
-  void echoed() override { ++heard; }
+  void fence_answered(Fence /*fence*/) override { ++heard; }
 
   void hear() {
-    for (const int before = heard; heard == before;) {
+    const bool was_connected = session->is_connected();
+    for (const int before = heard; heard == before && session->is_connected() == was_connected;) {
       pollfd fd{session->fd(), session->wanted_events(), 0};
       ASSERT_EQ(::poll(&fd, 1, static_cast<int>(std::chrono::milliseconds(patience).count())), 1);
       ASSERT_FALSE(session->handle(fd.revents));
     }
   }
-  /// Sends, and hears the answer to an echo behind it; whether what was sent puts the keep-alive off.
+  /// Sends a fence after it, and hears the answer; whether what was sent puts the keep-alive off.
   bool puts_keep_alive_off(const std::function<Failure()>& send) {
     const auto due = session->keep_alive_due();
     EXPECT_FALSE(send());
     const bool later = session->keep_alive_due() > due;
-    EXPECT_FALSE(session->request_echo());
+    EXPECT_FALSE(session->request_fence(Fence::publication));
     hear();
     return later;
   }
@@ -183,7 +185,7 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
   hear();
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->subscribe("in/a", 1); }));
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->unsubscribe("in/b"); }));
-  EXPECT_TRUE(puts_keep_alive_off([this] { return session->request_echo(); }));
+  EXPECT_TRUE(puts_keep_alive_off([this] { return session->request_fence(Fence::publication); }));
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->publish("out/x", raw_message("x")); }));
   EXPECT_FALSE(puts_keep_alive_off([this] { return session->publish("not/a/+/topic", raw_message("x")); }));
   EXPECT_TRUE(puts_keep_alive_off([this] {
