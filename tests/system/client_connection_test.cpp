@@ -195,6 +195,79 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
   }));
 }
 
+// ---- publications that the broker does not want ----
+
+/// The broker ends the connection of whoever sends a packet that is larger than this.
+class PacketLimitTest : public ClientTest {
+ protected:
+  PacketLimitTest() : ClientTest("allow_anonymous true\nmax_packet_size 5000") {}
+
+  const std::string large = std::string(6000, 'x');
+};
+
+TEST_F(PacketLimitTest, ARetainedMessageThatIsTooLargeIsSetAsideAndAllElseGoesOn) {
+  const std::string log = logged_by([this] {
+    publish("out/before", "1", true);
+    publish("out/large", large, true);
+    publish("out/after", "1", true);
+    run();
+    EXPECT_TRUE(bus.wait_for_text("out/after", "1"));
+    EXPECT_TRUE(bus.wait_for_text(presence_topic, "online"));
+    publish("out/after", "2");
+    EXPECT_TRUE(bus.wait_for_text("out/after", "2"));
+    publish("out/large", large, true);
+    publish("out/large", "small", true);
+    EXPECT_TRUE(bus.wait_for_text("out/large", "small"));
+    stop();
+  });
+  EXPECT_EQ(count(log, "ERROR"), 1) << log;
+  EXPECT_EQ(count(log, "topic out/large (6000 bytes)"), 1) << log;
+}
+
+TEST_F(PacketLimitTest, AnUnretainedMessageThatComesAgainAndAgainIsSetAside) {
+  const std::string log = logged_by([this] {
+    start();
+    for (int losses = 0; losses < 4; ++losses) {
+      publish("out/large", large);
+      ASSERT_TRUE(bus.wait_for_text(presence_topic, "online")) << losses;
+    }
+    publish("out/large", large);
+    publish("out/small", "1");
+    EXPECT_TRUE(bus.wait_for_text("out/small", "1"));
+    stop();
+  });
+  EXPECT_EQ(count(log, "topic out/large (6000 bytes)"), 1) << log;
+}
+
+struct AccessList {
+  TempDir dir;
+  std::string file =
+      dir.write("access", "topic readwrite system/#\ntopic readwrite out/#\ntopic deny out/denied\n");
+};
+
+/// The broker denies a topic; one that ends the connection for it must do no more harm.
+class DeniedTopicTest : private AccessList, public ClientTest {
+ protected:
+  DeniedTopicTest() : ClientTest("allow_anonymous true\nacl_file " + file) {}
+};
+
+TEST_F(DeniedTopicTest, ADeniedTopicKeepsNoOtherFromBeingServed) {
+  publish("out/before", "1", true);
+  publish("out/denied", "1", true);
+  publish("out/after", "1", true);
+  start();
+  EXPECT_TRUE(bus.wait_for_text("out/before", "1"));
+  EXPECT_TRUE(bus.wait_for_text("out/after", "1"));
+  for (const char* text : {"2", "3", "4"}) {
+    publish("out/denied", text);
+    publish("out/after", text, true);
+    EXPECT_TRUE(bus.wait_for_text("out/after", text));
+  }
+  for (const BusMessage& message : bus.history()) {
+    EXPECT_NE(message.topic, "out/denied");
+  }
+}
+
 // ---- stopping ----
 
 TEST_F(ClientConnectionTest, RunReturnsWhenNoObserverIsCalledAndTheConnectionIsClosed) {
