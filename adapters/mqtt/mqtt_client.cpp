@@ -1,15 +1,16 @@
 #include "mqtt/mqtt_client.h"
 
-#include <poll.h>
-#include <pthread.h>
-#include <signal.h>
-
+#include <algorithm>
+#include <csignal>
 #include <exception>
 #include <new>
 #include <string_view>
 #include <utility>
 
+#include <ecu/tamu/signal_mask.h>
+
 #include "mqtt/mqtt_log.h"
+#include "system/supervised_wait.h"
 #include "system/supervision.h"
 
 namespace ecu::tamu::com::mqtt {
@@ -22,29 +23,15 @@ constexpr std::chrono::milliseconds farewell_timeout{1000};
 // How long a publication out of an observer's call waits for a broker that takes nothing.
 constexpr std::chrono::seconds room_timeout{1};
 
+// The client's part of the service manager's status text.
+constexpr std::string_view broker_status = "broker";
+
 Message presence(std::string_view state) {
   Message message;
   message.acknowledged = true;
   message.retained = true;
   message.payload.assign(state.begin(), state.end());
   return message;
-}
-
-sigset_t termination_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  return signals;
-}
-
-// The calling thread's mask without the termination signals.
-sigset_t mask_letting_termination_in() {
-  sigset_t mask;
-  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-  sigdelset(&mask, SIGINT);
-  sigdelset(&mask, SIGTERM);
-  return mask;
 }
 
 // Once its handler is gone a termination signal ends the process, even one that came in the middle of a stop.
@@ -54,8 +41,7 @@ void let_default_termination_in() {
   ::sigaction(SIGINT, nullptr, &on_interrupt);
   ::sigaction(SIGTERM, nullptr, &on_terminate);
   if (on_interrupt.sa_handler == SIG_DFL && on_terminate.sa_handler == SIG_DFL) {
-    const sigset_t signals = termination_signals();
-    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    unblock_signals(termination_signals());
   }
 }
 
@@ -68,8 +54,10 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
         if (observer_) {
           observer_->messages_dropped(loss.filter, loss.count);
         }
+        wake_.signal();  // the leader has the next line about it to log
       }),
       connection_(settings_, *this),
+      heartbeat_("mqtt", [this] { wake_.signal(); }),
       threads_([this] { lead(); }) {}
 
 MqttClient::~MqttClient() {
@@ -86,25 +74,9 @@ void MqttClient::start() {
 }
 
 void MqttClient::run() {
-  wait_for_stop();
+  wait_supervised(stop_);
   let_default_termination_in();
   threads_.join();
-}
-
-void MqttClient::wait_for_stop() {
-  const auto watchdog = watchdog_period();
-  const sigset_t mask = mask_letting_termination_in();
-  pollfd fd{stop_.fd(), POLLIN, 0};
-  while (!stop_requested_) {
-    timespec timeout{};
-    if (watchdog) {
-      notify_watchdog();
-      const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(*watchdog);
-      timeout.tv_sec = static_cast<time_t>(seconds.count());
-      timeout.tv_nsec = static_cast<long>(std::chrono::nanoseconds(*watchdog - seconds).count());
-    }
-    ::ppoll(&fd, 1, watchdog ? &timeout : nullptr, &mask);
-  }
 }
 
 void MqttClient::stop() {
@@ -117,14 +89,14 @@ void MqttClient::stop() {
 
 void MqttClient::subscribe(const std::string& topic, int max_qos,
                            std::shared_ptr<ISubscriptionObserver> observer) {
+  SubscriptionChange change{{topic, max_qos}, true};
   std::unique_lock lock(mutex_);
-  // First, so that a lack of memory leaves no registration that the broker never learns of.
-  subscription_changes_.push_back({{topic, max_qos}, true});
-  if (!delivery_.add(topic, max_qos, observer) || !outbox_.connected()) {
-    subscription_changes_.pop_back();
-    return;
+  // What is registered must also be asked for, so that the memory for it is there before.
+  subscription_changes_.reserve(subscription_changes_.size() + 1);
+  if (delivery_.add(topic, max_qos, observer) && outbox_.connected()) {
+    subscription_changes_.push_back(std::move(change));
+    wake_leader(lock);
   }
-  wake_leader(lock);
 }
 
 void MqttClient::unsubscribe(const std::string& topic,
@@ -141,8 +113,8 @@ void MqttClient::unsubscribe(const std::string& topic,
 
 PublishResult MqttClient::publish(const std::string& topic, Message message) {
   std::unique_lock lock(mutex_);
-  if (!message.retained && outbox_.full() && delivery_.is_calling_here()) {
-    wait_for_room(lock);
+  if (!message.retained && outbox_.full(topic, message.acknowledged) && delivery_.is_calling_here()) {
+    wait_for_room(lock, topic, message.acknowledged);
   }
   const PublishResult result = outbox_.push(topic, std::move(message));
   wake_leader(lock);
@@ -150,9 +122,10 @@ PublishResult MqttClient::publish(const std::string& topic, Message message) {
 }
 
 // An observer that publishes much goes at the broker's pace.
-void MqttClient::wait_for_room(std::unique_lock<std::mutex>& lock) {
-  const auto waited_enough = [this] {
-    return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full();
+void MqttClient::wait_for_room(std::unique_lock<std::mutex>& lock, const std::string& topic,
+                               bool acknowledged) {
+  const auto waited_enough = [&] {
+    return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full(topic, acknowledged);
   };
   if (!room_.wait_for(lock, room_timeout, waited_enough)) {
     broker_stuck_ = true;
@@ -173,6 +146,7 @@ void MqttClient::wake_leader(std::unique_lock<std::mutex>& lock) {
 }
 
 void MqttClient::connection_up() {
+  set_status(broker_status, "on line");
   if (observer_) {
     observer_->connection_up();
     fence_wanted_ = true;
@@ -200,6 +174,7 @@ void MqttClient::connection_down(ConnectionFailure failure, const std::string& r
   settled_after_.reset();
   fence_wanted_ = false;
   try {
+    set_status(broker_status, "broker not reachable: " + reason);
     if (!was_up) {
       quarantine_.attempt_failed();
     } else if (quarantine_.connection_lost(failure, Connection::Clock::now())) {
@@ -236,9 +211,11 @@ void MqttClient::message(const std::string& topic, Message message) {
 
 void MqttClient::lead() {
   while (!stop_requested_) {
+    heartbeat_.beat();
     if (!deliver()) {
       return;
     }
+    delivery_.log_losses();
     report_settlement();
     send();
     sleep();
@@ -325,13 +302,14 @@ void MqttClient::send_publications() {
 
 PublicationPtr MqttClient::next_publication() {
   const std::lock_guard lock(mutex_);
-  if (can_send()) {
-    broker_stuck_ = false;
-    PublicationPtr due = quarantine_.take_due(Connection::Clock::now());
-    return due ? due : outbox_.pop(connection_.accepts(true));
+  if (!can_send()) {
+    room_.notify_all();
+    return nullptr;
   }
-  room_.notify_all();
-  return nullptr;
+  broker_stuck_ = false;
+  const bool takes_acknowledged = connection_.accepts(true);
+  PublicationPtr due = takes_acknowledged ? quarantine_.take_due(Connection::Clock::now()) : nullptr;
+  return due ? due : outbox_.pop(takes_acknowledged);
 }
 
 bool MqttClient::can_send() noexcept {
@@ -356,10 +334,10 @@ void MqttClient::sleep() {
     // While the connection takes nothing, what is queued leaves with what waits already.
     leader_asleep_ = !work_left && (outbox_.size() == 0 || connection_.accepts(false));
   }
-  const auto due = quarantine_.due();
-  const auto idle_until =
-      due <= Clock::now() ? Clock::time_point::max() : due;  // past: it waits for an answer
-  connection_.wait(wake_, work_left ? Clock::time_point() : idle_until);
+  // What is due and cannot be sent waits for the broker.
+  const auto withheld_until =
+      quarantine_.due() <= Clock::now() ? Clock::time_point::max() : quarantine_.due();
+  connection_.wait(wake_, work_left ? Clock::time_point() : std::min(withheld_until, delivery_.losses_due()));
   const std::lock_guard lock(mutex_);
   leader_asleep_ = false;
 }

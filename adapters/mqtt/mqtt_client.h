@@ -18,6 +18,7 @@
 #include "mqtt/outbox.h"
 #include "mqtt/quarantine.h"
 #include "posix/event.h"
+#include "system/heartbeat.h"
 
 namespace ecu::tamu::com::mqtt {
 
@@ -63,9 +64,8 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void sleep();
   void close_connection();
   [[nodiscard]] bool all_sent();
-  void wait_for_stop();
   void wake_leader(std::unique_lock<std::mutex>& lock);
-  void wait_for_room(std::unique_lock<std::mutex>& lock);
+  void wait_for_room(std::unique_lock<std::mutex>& lock, const std::string& topic, bool acknowledged);
 
   const MqttSettings settings_;
   const std::shared_ptr<IConnectionObserver> observer_;
@@ -87,6 +87,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   std::condition_variable room_;                          // in the outbox, or no more use to wait for it
   bool broker_stuck_ = false;  // room was waited for in vain, and nothing has been sent since
 
+  Heartbeat heartbeat_;
   LeaderThreads threads_;
 };
 

@@ -31,7 +31,8 @@ PublishResult Outbox::push(const std::string& topic, Message message) {
   if (!connected_ && !retained) {
     return drop(PublishResult::not_connected, topic);
   }
-  if (full() && !retained) {
+  const bool is_full = full(topic, message.acknowledged);
+  if (is_full && !retained) {
     return drop(PublishResult::overload, topic);
   }
   if (retained) {
@@ -45,10 +46,7 @@ PublishResult Outbox::push(const std::string& topic, Message message) {
     return PublishResult::success;
   }
   // The youngest of its topic, as the broker keeps what comes last.
-  if (PublicationPtr* const older = full() ? find_retained(topic) : nullptr; older != nullptr) {
-    queued_bytes_ += size_of(*publication) - size_of(**older);
-    *older = std::move(publication);
-  } else {
+  if (!is_full || !replace_retained(publication)) {
     enqueue(std::move(publication));
   }
   return PublishResult::success;
@@ -69,6 +67,7 @@ void Outbox::connection_lost() noexcept {
   stalled_.clear();
   stalled_topics_.clear();
   queued_bytes_ = 0;
+  stalled_bytes_ = 0;
 }
 
 void Outbox::announce(const std::string& topic, Message message) {
@@ -82,7 +81,7 @@ PublicationPtr Outbox::pop(bool takes_acknowledged) {
   }
   PublicationPtr publication = std::move(from->front());
   from->pop_front();
-  queued_bytes_ -= size_of(*publication);
+  bytes_of(*from) -= size_of(*publication);
   if (from == &stalled_) {
     stalled_topics_.erase(stalled_topics_.find(publication->topic));
   }
@@ -111,7 +110,10 @@ void Outbox::stall_front() {
     stalled_topics_.erase(topic);
     throw;
   }
+  const std::size_t size = size_of(*queue_.front());
   queue_.pop_front();
+  queued_bytes_ -= size;
+  stalled_bytes_ += size;
 }
 
 void Outbox::remember(PublicationPtr publication) {
@@ -128,20 +130,24 @@ void Outbox::remember(PublicationPtr publication) {
   }
 }
 
-bool Outbox::full() const noexcept {
-  return size() >= max_queued_publications || queued_bytes_ >= max_queued_bytes;
+bool Outbox::full(const std::string& topic, bool acknowledged) const {
+  const bool stalls = !stalled_.empty() && (acknowledged || stalled_topics_.contains(topic));
+  return queue_.size() + (stalls ? stalled_.size() : 0) >= max_queued_publications ||
+         queued_bytes_ + (stalls ? stalled_bytes_ : 0) >= max_queued_bytes;
 }
 
-PublicationPtr* Outbox::find_retained(const std::string& topic) {
+bool Outbox::replace_retained(const PublicationPtr& publication) {
   for (Queue* const queue : {&queue_, &stalled_}) {
-    const auto found = std::find_if(queue->rbegin(), queue->rend(), [&](const PublicationPtr& publication) {
-      return publication->message.retained && publication->topic == topic;
+    const auto older = std::find_if(queue->rbegin(), queue->rend(), [&](const PublicationPtr& queued) {
+      return queued->message.retained && queued->topic == publication->topic;
     });
-    if (found != queue->rend()) {
-      return &*found;
+    if (older != queue->rend()) {
+      bytes_of(*queue) += size_of(*publication) - size_of(**older);
+      *older = publication;
+      return true;
     }
   }
-  return nullptr;
+  return false;
 }
 
 void Outbox::enqueue(PublicationPtr publication) {

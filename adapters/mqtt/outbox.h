@@ -13,8 +13,8 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// What may wait for a broker that does not take messages as fast as they come. Past that only retained
-/// messages are taken, in the place of an older one of their topic where one waits.
+/// What may wait for a broker that does not take messages as fast as they come. Beyond that only retained
+/// messages are taken; each replaces an older one of its topic if one waits.
 inline constexpr std::size_t max_queued_publications = 1024;
 inline constexpr std::size_t max_queued_bytes = std::size_t{1024} * 1024;
 
@@ -45,8 +45,9 @@ class Outbox {
 
   [[nodiscard]] bool connected() const noexcept { return connected_; }
   [[nodiscard]] std::size_t size() const noexcept { return queue_.size() + stalled_.size(); }
-  /// Whether so much waits that only retained messages are taken.
-  [[nodiscard]] bool full() const noexcept;
+  /// Whether so much waits that only a retained message is taken. What waits for acknowledgements leaves room
+  /// for what need not wait for them.
+  [[nodiscard]] bool full(const std::string& topic, bool acknowledged) const;
 
   /// Whether there is a publication to send. While the connection takes none of quality of service 1, those
   /// let others pass, except others on the same topic.
@@ -60,7 +61,10 @@ class Outbox {
   void remember(PublicationPtr publication);
   [[nodiscard]] Queue* source(bool takes_acknowledged);
   void stall_front();
-  [[nodiscard]] PublicationPtr* find_retained(const std::string& topic);
+  [[nodiscard]] bool replace_retained(const PublicationPtr& publication);
+  [[nodiscard]] std::size_t& bytes_of(const Queue& queue) noexcept {
+    return &queue == &queue_ ? queued_bytes_ : stalled_bytes_;
+  }
   void enqueue(PublicationPtr publication);
   PublishResult drop(PublishResult reason, const std::string& topic);
 
@@ -69,7 +73,8 @@ class Outbox {
   Queue queue_;
   Queue stalled_;  // older than queue_; its first awaited room for quality of service 1
   std::unordered_multiset<std::string> stalled_topics_;
-  std::size_t queued_bytes_ = 0;  // of both queues
+  std::size_t queued_bytes_ = 0;   // of queue_
+  std::size_t stalled_bytes_ = 0;  // of stalled_
   bool connected_ = false;
   bool drop_reported_ = false;  // since the connection was up and the queue empty
 };

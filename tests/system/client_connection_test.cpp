@@ -180,6 +180,7 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
   settings.host = "127.0.0.1";
   settings.port = broker.port();
   settings.keepalive = std::chrono::seconds(60);
+  settings.answer_timeout = std::chrono::hours(1);
   session.emplace(settings, *this);
   ASSERT_FALSE(session->open(settings.host));
   hear();

@@ -350,9 +350,15 @@ TEST_F(ResourceTest, AFloodOnOneTopicCostsNeitherAnotherTopicNorMemory) {
 TEST_F(ResourceTest, TheServiceManagerIsTold) {
   DatagramSocket manager;
   Daemon daemon(config(), {"-L"}, {"NOTIFY_SOCKET=" + manager.path(), "WATCHDOG_USEC=200000"});
-  for (const char* state : {"STATUS=", "READY=1", "WATCHDOG=1", "WATCHDOG=1"}) {
+  for (const char* state :
+       {"STATUS=Starting", "READY=1\nSTATUS=", "WATCHDOG=1", "WATCHDOG=1", "WATCHDOG=1"}) {
     EXPECT_TRUE(manager.wait_for(state)) << state;
   }
+  broker.stop();
+  EXPECT_TRUE(manager.wait_for("STATUS=broker not reachable: "));
+  EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
+  broker.restart();
+  EXPECT_TRUE(manager.wait_for("STATUS=on line"));
   daemon.signal(SIGTERM);
   EXPECT_TRUE(manager.wait_for("STOPPING=1"));
   EXPECT_EQ(daemon.wait(), 0);

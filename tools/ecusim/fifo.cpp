@@ -1,4 +1,4 @@
-#include "fifo.h"
+#include "ecusim/fifo.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <system_error>
 #include <utility>
 
-#include "interruptible_sleep.h"
+#include "ecusim/interruptible_sleep.h"
 
 namespace ecu::sim {
 

@@ -1,4 +1,4 @@
-#include "hypervisor.h"
+#include "ecusim/hypervisor.h"
 
 #include <pthread.h>
 
@@ -11,7 +11,7 @@
 
 #include <ecu/tamu/logging/logging.h>
 
-#include "port_frame.h"
+#include "ecusim/port_frame.h"
 
 namespace ecu::sim {
 

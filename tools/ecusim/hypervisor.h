@@ -6,9 +6,9 @@
 
 #include <ecu/tamu/ipc/queue_port.h>
 
-#include "delay_queue.h"
-#include "fifo.h"
-#include "scenario.h"
+#include "ecusim/delay_queue.h"
+#include "ecusim/fifo.h"
+#include "ecusim/scenario.h"
 
 namespace ecu::sim {
 

@@ -1,4 +1,4 @@
-#include "json_lines.h"
+#include "ecusim/json_lines.h"
 
 #include <algorithm>
 #include <iterator>

@@ -14,15 +14,15 @@
 
 #include <ecu/tamu/logging/logging.h>
 
-#include "bus.h"
-#include "command_line.h"
-#include "hypervisor.h"
-#include "interruptible_sleep.h"
-#include "parameter_requests.h"
-#include "player.h"
-#include "scenario.h"
-#include "vehicle.h"
-#include "watcher.h"
+#include "ecusim/broker_client.h"
+#include "ecusim/ecusim_command_line.h"
+#include "ecusim/hypervisor.h"
+#include "ecusim/interruptible_sleep.h"
+#include "ecusim/parameter_requests.h"
+#include "ecusim/player.h"
+#include "ecusim/scenario.h"
+#include "ecusim/vehicle.h"
+#include "ecusim/watcher.h"
 
 namespace {
 

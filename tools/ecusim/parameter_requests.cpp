@@ -1,10 +1,10 @@
-#include "parameter_requests.h"
+#include "ecusim/parameter_requests.h"
 
 #include <pthread.h>
 
 #include <utility>
 
-#include "interruptible_sleep.h"
+#include "ecusim/interruptible_sleep.h"
 
 namespace ecu::sim {
 

@@ -1,4 +1,4 @@
-#include "player.h"
+#include "ecusim/player.h"
 
 #include <pthread.h>
 
@@ -7,7 +7,7 @@
 
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
 
-#include "interruptible_sleep.h"
+#include "ecusim/interruptible_sleep.h"
 
 namespace ecu::sim {
 

@@ -8,7 +8,7 @@
 
 #include <ecu/tamu/com/transport_client.h>
 
-#include "scenario.h"
+#include "ecusim/scenario.h"
 
 namespace ecu::sim {
 

@@ -1,4 +1,4 @@
-#include "port_frame.h"
+#include "ecusim/port_frame.h"
 
 #include <zlib.h>
 

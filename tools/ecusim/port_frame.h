@@ -8,7 +8,7 @@
 #include <ecu/tamu/ipc/ipc_signal.h>
 #include <ecu/tamu/ipc/queue_port.h>
 
-#include "scenario.h"
+#include "ecusim/scenario.h"
 
 /// Parameters and their frames as bytes of a queueing port. All integers are little-endian.
 ///

@@ -1,10 +1,10 @@
-#include "scenario.h"
+#include "ecusim/scenario.h"
 
 #include <algorithm>
 
 #include <ecu/tamu/rt/signal_adapter.h>
 
-#include "scenario_parts.h"
+#include "ecusim/scenario_parts.h"
 
 namespace ecu::sim {
 

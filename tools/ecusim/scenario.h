@@ -11,7 +11,7 @@
 #include <ecu/tamu/com/message.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
-#include "json_lines.h"
+#include "ecusim/json_lines.h"
 
 namespace ecu::sim {
 

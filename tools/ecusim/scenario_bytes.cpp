@@ -2,7 +2,7 @@
 #include <array>
 #include <cctype>
 
-#include "scenario_parts.h"
+#include "ecusim/scenario_parts.h"
 
 namespace ecu::sim {
 

@@ -8,8 +8,8 @@
 
 #include <ecu/tamu/com/message.h>
 
-#include "json_lines.h"
-#include "scenario.h"
+#include "ecusim/json_lines.h"
+#include "ecusim/scenario.h"
 
 /// The parts of a scenario, each read by a function that throws `Fault` for the first fault found.
 namespace ecu::sim {

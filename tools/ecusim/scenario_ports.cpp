@@ -1,7 +1,7 @@
 #include <charconv>
 
-#include "port_frame.h"
-#include "scenario_parts.h"
+#include "ecusim/port_frame.h"
+#include "ecusim/scenario_parts.h"
 
 namespace ecu::sim {
 

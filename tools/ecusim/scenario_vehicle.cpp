@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <array>
 
-#include "scenario_parts.h"
+#include "ecusim/scenario_parts.h"
 
 namespace ecu::sim {
 

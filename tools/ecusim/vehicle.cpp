@@ -1,4 +1,4 @@
-#include "vehicle.h"
+#include "ecusim/vehicle.h"
 
 #include <pthread.h>
 

@@ -8,8 +8,8 @@
 
 #include <ecu/tamu/com/transport_client.h>
 
-#include "delay_queue.h"
-#include "scenario.h"
+#include "ecusim/delay_queue.h"
+#include "ecusim/scenario.h"
 
 namespace ecu::sim {
 

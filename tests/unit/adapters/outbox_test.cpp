@@ -119,7 +119,11 @@ TEST_F(OutboxTest, WhatIsStalledCountsAndItsRetainedMessagesAreReplaced) {
   }
   EXPECT_FALSE(outbox.has_next(false));
   EXPECT_EQ(push("u", "x", false), PublishResult::overload);
+  EXPECT_EQ(push("v", "x", false, true), PublishResult::overload);
   EXPECT_EQ(push("r", "new", true, true), PublishResult::success);
+  EXPECT_EQ(push("v", "x", false), PublishResult::success);
+  EXPECT_THAT(pop_all(false), ElementsAre("v:x"));
+  EXPECT_EQ(outbox.pop(true)->message.payload, (Payload{'n', 'e', 'w'}));
   outbox.connection_lost();
   outbox.connection_up();
   EXPECT_THAT(pop_all(), ElementsAre("r:new"));

@@ -1,4 +1,4 @@
-#include "hypervisor.h"
+#include "ecusim/hypervisor.h"
 
 #include <gtest/gtest.h>
 

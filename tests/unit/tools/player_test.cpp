@@ -1,4 +1,4 @@
-#include "player.h"
+#include "ecusim/player.h"
 
 #include <gtest/gtest.h>
 

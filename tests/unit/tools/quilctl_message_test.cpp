@@ -5,10 +5,10 @@
 
 #include <ecu/tamu/date_time.h>
 
-#include "quilctl/decoding.h"
-#include "quilctl/failure.h"
-#include "quilctl/recording.h"
-#include "quilctl/variable_view.h"
+#include "quilctl/base/failure.h"
+#include "quilctl/model/decoding.h"
+#include "quilctl/model/recording.h"
+#include "quilctl/model/variable_view.h"
 #include "support/rt_messages.h"
 
 namespace {

@@ -8,10 +8,10 @@
 
 #include <ecu/quil/environment_daemon.h>
 
-#include "quilctl/catalogue.h"
-#include "quilctl/failure.h"
-#include "quilctl/table.h"
-#include "quilctl/text.h"
+#include "quilctl/base/failure.h"
+#include "quilctl/base/text.h"
+#include "quilctl/model/variable_catalogue.h"
+#include "quilctl/screen/text_table.h"
 #include "support/captured_log.h"
 #include "support/fake_client.h"
 #include "support/temp_dir.h"

@@ -1,4 +1,4 @@
-#include "scenario.h"
+#include "ecusim/scenario.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

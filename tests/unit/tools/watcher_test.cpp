@@ -1,4 +1,4 @@
-#include "watcher.h"
+#include "ecusim/watcher.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,104 @@
+#include "ecusim/ecusim_command_line.h"
+
+#include <CLI/CLI.hpp>
+
+namespace ecu::sim {
+
+namespace {
+
+constexpr int max_port = 65'535;
+constexpr double max_timeout_s = 86'400;
+
+constexpr const char* description =
+    "Plays the surroundings of the daemon: the real-time side of the unit and the vehicle on the bus, the "
+    "far side\n"
+    "of the queueing ports. Watches what the daemon makes of it.";
+
+constexpr const char* scenario_help = R"(A scenario is a JSON file:
+  {
+    "expect": {"hwversion": "r08"},             what watch --once waits for
+    "messages": [
+      {"topic": "rt/system/hw_variant",
+       "at_ms": 0,                              first time, from the start; default 0
+       "every_ms": 1000,                        period; without it: once
+       "times": 5,                              how often; without it: without end
+       "retain": false,                         default false
+       "signals": [
+         {"name": "variant", "text": "R08_B1", "pad_to": 16},
+         {"name": "data", "hex": "d2 02 96 49", "offset": 64, "pad_to": 128, "pad_with": 255},
+         {"name": "kl15", "bytes": [1], "status": 3},
+         {"name": "nof_bytes", "value": 17}
+       ]},
+      {"topic": "rt/system/hw_variant", "at_ms": 500, "raw": "00 ff"}
+    ],
+    "vehicle": {"vin": "1M8GDM9AXKP042788",     answers requests for the VIN; without it: nobody does
+                "source_address": "00",         or "ee", "fe"
+                "answer_after_ms": 200},        default 0
+    "ports": {                                  what --ports offers
+      "parameters": [{"id": "0xa009", "text": "TV-2026.11.0"}],
+      "master": {"hex": "0011"},                values of the secure storage
+      "remote": {"bytes": [0, 17]},
+      "answer_after_ms": 100}                   default 0
+  }
+Vehicle and ports take further keys for what can go wrong: see docs/ecusim.md.
+`ecusim scenario` prints the one that is built in.
+
+Exit codes: 0 done; 1 failure, or an expected variable did not come; 2 wrong usage or a faulty scenario.)";
+
+void add_bus_options(CLI::App& command, Options& options) {
+  command.add_option("SCENARIO", options.scenario_path, "JSON file; default: the scenario that is built in");
+  command
+      .add_option("--host", options.broker.host,
+                  "the broker's host, or the path of its Unix-domain socket, beginning with '/'")
+      ->capture_default_str();
+  command.add_option("--port", options.broker.port, "the broker's port")
+      ->capture_default_str()
+      ->check(CLI::Range(1, max_port));
+}
+
+void add_play_options(CLI::App& command, Options& options) {
+  add_bus_options(command, options);
+  command
+      .add_option("--ports", options.ports_folder,
+                  "existing folder to make the queueing ports in; default: no ports")
+      ->check(CLI::ExistingDirectory);
+}
+
+void add_commands(CLI::App& app, Options& options, double& timeout_s) {
+  add_play_options(app, options);
+  CLI::App& play = *app.add_subcommand("play", "publish the scenario's messages (default command)");
+  add_play_options(play, options);
+  app.add_subcommand("scenario", "print the scenario that is built in");
+  CLI::App& watch = *app.add_subcommand("watch", "print the variables that the daemon publishes");
+  add_bus_options(watch, options);
+  CLI::Option* const once = watch.add_flag("--once", options.once,
+                                           "wait until every expected variable has come, print them and end");
+  watch.add_option("--timeout", timeout_s, "seconds that --once waits")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, max_timeout_s))
+      ->needs(once);
+}
+
+}  // namespace
+
+std::optional<int> parse_command_line(int argc, const char* const* argv, Options& options) {
+  CLI::App app(description, "ecusim");
+  app.footer(scenario_help);
+  app.require_subcommand(0, 1);
+  double timeout_s = options.timeout.count();
+  add_commands(app, options, timeout_s);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& end) {
+    return app.exit(end) == 0 ? exit_done : exit_usage;
+  }
+  options.timeout = std::chrono::duration<double>(timeout_s);
+  if (app.got_subcommand("scenario")) {
+    options.command = Command::scenario;
+  } else if (app.got_subcommand("watch")) {
+    options.command = Command::watch;
+  }
+  return std::nullopt;
+}
+
+}  // namespace ecu::sim

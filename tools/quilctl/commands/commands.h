@@ -1,0 +1,28 @@
+#pragma once
+
+#include "quilctl/base/failure.h"
+#include "quilctl/base/options.h"
+
+/// The commands. Each writes its data to standard output, all else to standard error, and throws `Failure`
+/// when it cannot do what it is for.
+namespace ecu::ctl {
+
+[[nodiscard]] ExitCode list(const Options& options);
+[[nodiscard]] ExitCode get(const Options& options);
+[[nodiscard]] ExitCode watch(const Options& options);
+[[nodiscard]] ExitCode describe(const Options& options);
+[[nodiscard]] ExitCode param_get(const Options& options);
+[[nodiscard]] ExitCode param_list(const Options& options);
+[[nodiscard]] ExitCode param_set(const Options& options);
+[[nodiscard]] ExitCode secstore_get(const Options& options);
+[[nodiscard]] ExitCode secstore_set(const Options& options);
+[[nodiscard]] ExitCode status(const Options& options);
+[[nodiscard]] ExitCode check(const Options& options);
+[[nodiscard]] ExitCode decode(const Options& options);
+[[nodiscard]] ExitCode record(const Options& options);
+[[nodiscard]] ExitCode replay(const Options& options);
+
+/// Runs the command that the options name.
+[[nodiscard]] ExitCode run(const Options& options);
+
+}  // namespace ecu::ctl

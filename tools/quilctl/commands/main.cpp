@@ -1,0 +1,72 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <exception>
+#include <iostream>
+
+#include <ecu/tamu/logging/logging.h>
+
+#include "quilctl/base/notes.h"
+#include "quilctl/commands/commands.h"
+#include "quilctl/commands/quilctl_command_line.h"
+#include "quilctl/talk/bus_connection.h"
+
+namespace {
+
+using namespace ecu::ctl;
+namespace logging = ecu::tamu::logging;
+
+constexpr int interrupted = 128;  // and the signal's number, as shells have it
+
+// What is opened later must not take the place of a standard stream that the caller has closed.
+void fill_standard_streams() {
+  int fd = ::open("/dev/null", O_RDWR);
+  while (fd >= 0 && fd <= STDERR_FILENO) {
+    fd = ::open("/dev/null", O_RDWR);
+  }
+  if (fd >= 0) {
+    ::close(fd);
+  }
+}
+
+// A reader that has seen enough is no fault to speak of.
+bool reader_of_output_is_gone() {
+  pollfd output{STDOUT_FILENO, 0, 0};
+  return ::poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0;
+}
+
+int exit_code_of(const Options& options) {
+  try {
+    const ExitCode code = run(options);
+    if (std::cout.flush()) {
+      return static_cast<int>(code);
+    }
+    if (!reader_of_output_is_gone()) {
+      note("standard output cannot be written");
+    }
+    return static_cast<int>(ExitCode::failure);
+  } catch (const Failure& failure) {
+    note(failure.what());
+    return static_cast<int>(failure.code());
+  } catch (const Interrupted& interruption) {
+    return interrupted + interruption.signal_number;
+  } catch (const std::exception& failure) {
+    note(failure.what());
+    return static_cast<int>(ExitCode::failure);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  fill_standard_streams();
+  Options options;
+  if (const auto exit_code = parse_command_line(argc, argv, options)) {
+    return *exit_code;
+  }
+  // What the library has to say of its connection and of messages, the commands say in their own words.
+  logging::set_log_mode(options.verbose ? logging::LogMode::standard_error : logging::LogMode::none);
+  logging::configure_logging(options.verbose ? "DEBUG" : "EMERG");
+  return exit_code_of(options);
+}

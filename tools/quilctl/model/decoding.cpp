@@ -1,0 +1,270 @@
+#include "quilctl/model/decoding.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include <ecu/tamu/com/framing.h>
+#include <ecu/tamu/pb/messages.pb.h>
+#include <ecu/tamu/rt/signal_adapter.h>
+
+#include "quilctl/base/text.h"
+#include "quilctl/model/message_header.h"
+
+namespace ecu::ctl {
+
+namespace com = tamu::com;
+namespace pb = tamu::pb;
+
+namespace {
+
+constexpr const char* redacted_key = "redacted";
+
+std::string text_of(std::span<const std::uint8_t> bytes) {
+  return {bytes.begin(), bytes.end()};
+}
+
+Json bytes_of(const std::string& bytes) {
+  return json_value(bytes);
+}
+
+Json fields_of(const pb::EcuVariable& body) {
+  Json fields = Json::object();
+  if (body.has_value()) {
+    fields["value"] = bytes_of(body.value());
+  }
+  if (body.has_timestamp()) {
+    fields["timestamp"] = body.timestamp();
+  }
+  return fields;
+}
+
+Json fields_of(const pb::EcuVariableReq& body) {
+  Json names = Json::array();
+  for (const std::string& name : body.name()) {
+    names.push_back(bytes_of(name));
+  }
+  return {{"name", std::move(names)}};
+}
+
+// Of a message inside another one.
+void add_unknown(Json& fields, const std::string& unknown) {
+  if (!unknown.empty()) {
+    fields["unknown_fields"] = {{"hex", to_hex(unknown)}};
+  }
+}
+
+Json fields_of(const pb::SystemParameterEntry& body) {
+  Json fields = Json::object();
+  if (body.has_ota_id()) {
+    fields["ota_id"] = body.ota_id();
+    fields["hex_id"] = "0x" + to_hex_number(body.ota_id());
+  }
+  if (body.has_name()) {
+    fields["name"] = bytes_of(body.name());
+  }
+  if (body.has_type()) {
+    fields["type"] = body.type();
+  }
+  if (body.has_value()) {
+    fields["value"] = bytes_of(body.value());
+  }
+  return fields;
+}
+
+Json fields_of(const pb::SystemParameterList& body) {
+  Json entries = Json::array();
+  for (const pb::SystemParameterEntry& entry : body.entry()) {
+    entries.push_back(fields_of(entry));
+    add_unknown(entries.back(), entry.unknown_fields());
+  }
+  return {{"entry", std::move(entries)}};
+}
+
+std::string_view name_of_status(std::uint32_t status) {
+  constexpr std::array<std::string_view, 4> names = {"not available", "error", "not received yet", "valid"};
+  return status < names.size() ? names[status] : "unknown";
+}
+
+// JSON has no number for what is none, and shows it as null.
+Json number_of(double value) {
+  return std::isfinite(value) ? Json(value) : Json(std::isnan(value) ? "nan" : value > 0 ? "inf" : "-inf");
+}
+
+// Texts are filled up with zeros to a fixed size.
+std::string_view without_padding(std::string_view data) {
+  return data.substr(0, data.find_last_not_of('\0') + 1);
+}
+
+Json fields_of(const pb::SignalGroup& body) {
+  Json signals = Json::array();
+  for (const pb::Signal& signal : body.signal()) {
+    Json fields{{"name", bytes_of(signal.name())}};
+    if (signal.has_data()) {
+      fields["data"] = {{"hex", to_hex(signal.data())}};
+      const std::string_view text = without_padding(signal.data());
+      if (!text.empty() && is_utf8(text) && printable(text) == text) {
+        fields["text"] = text;
+      }
+    }
+    if (signal.has_value()) {
+      fields["value"] = number_of(signal.value());
+    }
+    if (signal.has_status()) {
+      fields["status"] = signal.status();
+      fields["status_name"] = name_of_status(signal.status());
+    }
+    add_unknown(fields, signal.unknown_fields());
+    signals.push_back(std::move(fields));
+  }
+  return {{"signal", std::move(signals)}};
+}
+
+std::string_view words_for(com::err::PbInternalDeserializationError error) {
+  using Error = com::err::PbInternalDeserializationError;
+  switch (error) {
+    case Error::success:
+      return "";
+    case Error::too_short:
+      return "shorter than the header of 18 bytes";
+    case Error::bad_header:
+      return "its first 18 bytes are no header";
+    case Error::protocol_not_used:
+      return "its header says protocol type 0, not used";
+    case Error::bad_header_length:
+      return "its header says another length than 18";
+    case Error::bad_body:
+      return "its body is shorter than its header says, or no such message";
+  }
+  return "unknown error";
+}
+
+template <class Body>
+void decode_framed(Json& decoded, std::span<const std::uint8_t> payload) {
+  const auto header = header_of(payload);
+  if (header) {
+    decoded["framing"] = {{"protocol_type", header->protocol_type},
+                          {"header_length", header->header_length},
+                          {"body_length", header->body_length},
+                          {"send_time_ns", header->send_time_ns}};
+  }
+  Body body;
+  std::uint16_t protocol_type = 0;
+  const auto error = com::unframe(payload, body, protocol_type);
+  if (error != com::err::PbInternalDeserializationError::success) {
+    decoded["fault"] = words_for(error);
+    decoded["payload"] = {{"hex", to_hex(text_of(payload))}};
+    return;
+  }
+  decoded["fields"] = fields_of(body);
+  add_unknown(decoded, body.unknown_fields());
+  if (const std::size_t end = com::txf_header_size + header->body_length; end < payload.size()) {
+    decoded["surplus"] = {{"hex", to_hex(text_of(payload.subspan(end)))}};
+  }
+}
+
+void decode_plain(Json& decoded, std::span<const std::uint8_t> payload) {
+  if (!payload.empty()) {
+    decoded["payload"] = bytes_of(text_of(payload));
+  }
+}
+
+using Decoder = void (*)(Json& decoded, std::span<const std::uint8_t> payload);
+
+struct Kind {
+  std::string_view topic;  // the beginning of one where it ends with '/'
+  std::string_view name;
+  Decoder decoder;  // null: secret
+};
+
+// The first that fits counts.
+constexpr Kind kinds[] = {
+    {"system/var/", "EcuVariable", decode_framed<pb::EcuVariable>},
+    {"system/sysparam/", "SystemParameterEntry", decode_framed<pb::SystemParameterEntry>},
+    {"system/sysparams", "SystemParameterList", decode_framed<pb::SystemParameterList>},
+    {"system/sysparams/write", "SystemParameterList", decode_framed<pb::SystemParameterList>},
+    {"system/quil/request/sysparam", "EcuVariableReq", decode_framed<pb::EcuVariableReq>},
+    {"system/quil/request/sysparams", "request for all parameters", decode_plain},
+    {"system/quil/secstore/", "secret", nullptr},
+    {"system/presence/", "presence", decode_plain},
+    {"rt/", "SignalGroup", decode_framed<pb::SignalGroup>},
+};
+constexpr Kind unknown_kind = {"", "unknown", decode_plain};
+
+const Kind& kind_of(std::string_view topic) {
+  const auto* const found = std::ranges::find_if(kinds, [topic](const Kind& kind) {
+    return kind.topic.ends_with('/') ? topic.starts_with(kind.topic) : topic == kind.topic;
+  });
+  return found == std::end(kinds) ? unknown_kind : *found;
+}
+
+void print_members(std::ostream& out, const Json& object, const std::string& indent);
+
+bool has_members(const Json& value) {
+  return value.is_object() && !value.contains("hex");
+}
+
+// Of a value without members: a number, a text, bytes.
+std::string shown(const Json& value) {
+  if (value.is_object()) {
+    return "hex " + value["hex"].get<std::string>();
+  }
+  return value.is_string() ? shown_value(value.get<std::string>()) : value.dump();
+}
+
+void print_member(std::ostream& out, const std::string& key, const Json& value, const std::string& indent) {
+  out << indent << key << ':';
+  if (value.is_array()) {
+    out << '\n';
+    for (const Json& element : value) {
+      out << indent << "  -";
+      if (has_members(element)) {
+        out << '\n';
+        print_members(out, element, indent + "    ");
+      } else {
+        out << ' ' << shown(element) << '\n';
+      }
+    }
+  } else if (has_members(value)) {
+    out << '\n';
+    print_members(out, value, indent + "  ");
+  } else {
+    out << ' ' << shown(value) << '\n';
+  }
+}
+
+void print_members(std::ostream& out, const Json& object, const std::string& indent) {
+  for (const auto& [key, value] : object.items()) {
+    print_member(out, key, value, indent);
+  }
+}
+
+}  // namespace
+
+Json decode(const std::string& topic, const com::Message& msg, bool reveal) {
+  const Kind& kind = kind_of(topic);
+  Json decoded{{"topic", bytes_of(topic)}, {"kind", kind.name}};
+  decoded["retained"] = msg.retained;
+  decoded["bytes"] = msg.payload.size();
+  if (kind.decoder != nullptr) {
+    kind.decoder(decoded, msg.payload);
+  } else if (reveal) {
+    decoded["payload"] = {{"hex", to_hex(text_of(msg.payload))}};
+  } else {
+    decoded[redacted_key] = true;
+  }
+  return decoded;
+}
+
+void print_decoded(std::ostream& out, const Json& decoded) {
+  Json shown = decoded;
+  if (shown.erase(redacted_key) > 0) {
+    shown["payload"] = "redacted (--reveal shows it)";
+  }
+  print_members(out, shown, "");
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,203 @@
+#include "quilctl/model/recording.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <system_error>
+#include <utility>
+
+#include <ecu/tamu/com/topic.h>
+
+#include "quilctl/base/failure.h"
+#include "quilctl/base/files.h"
+#include "quilctl/base/text.h"
+
+namespace ecu::ctl {
+
+namespace {
+
+using std::chrono::microseconds;
+
+constexpr std::string_view header = "quilctl-recording 1";
+constexpr std::string_view retained_word = "retained";
+constexpr std::string_view acknowledged_word = "qos1";
+constexpr std::string_view redacted_word = "redacted";
+constexpr std::string_view hex_prefix = "hex:";
+constexpr std::string_view escaped_quote = R"(\x22)";
+constexpr std::string_view blanks = " \t\r";
+constexpr std::size_t decimals = 6;
+constexpr std::int64_t max_seconds = 1'000'000'000;
+constexpr std::size_t max_first_line_size = 1024;
+// Holds the largest payload that is recorded, 16 MiB, also when every byte of it is escaped.
+constexpr std::size_t max_line_size = std::size_t{65} * 1024 * 1024;
+
+std::string quoted(std::string_view bytes) {
+  std::string text = "\"";
+  for (const char character : printable(bytes)) {
+    if (character == '"') {
+      text += escaped_quote;
+    } else {
+      text += character;
+    }
+  }
+  return text + '"';
+}
+
+bool is_plain_text(std::string_view bytes) {
+  return is_utf8(bytes) && std::ranges::count(printable(bytes), '\\') == 2 * std::ranges::count(bytes, '\\');
+}
+
+std::string_view trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(blanks);
+  return first == std::string_view::npos ? std::string_view()
+                                         : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+// Takes the first word away from `rest`.
+std::string_view next_word(std::string_view& rest) {
+  rest = trimmed(rest);
+  const std::string_view word = rest.substr(0, rest.find_first_of(blanks));
+  rest.remove_prefix(word.size());
+  rest = trimmed(rest);
+  return word;
+}
+
+std::optional<std::int64_t> number_of(std::string_view digits) {
+  std::int64_t number = 0;
+  const char* const end = digits.data() + digits.size();
+  const auto [stop, error] = std::from_chars(digits.data(), end, number);
+  return !digits.empty() && digits.front() != '-' && error == std::errc() && stop == end
+             ? std::optional(number)
+             : std::nullopt;
+}
+
+}  // namespace
+
+std::string_view recording_header() noexcept {
+  return header;
+}
+
+std::string line_of(const Recorded& message) {
+  const std::string fraction = std::to_string(1'000'000 + message.at.count() % 1'000'000).substr(1);
+  std::string line =
+      std::to_string(message.at.count() / 1'000'000) + '.' + fraction + ' ' + quoted(message.topic);
+  if (message.retained) {
+    line.append(" ").append(retained_word);
+  }
+  if (message.acknowledged) {
+    line.append(" ").append(acknowledged_word);
+  }
+  line += ' ';
+  return line + (!message.payload                  ? std::string(redacted_word)
+                 : is_plain_text(*message.payload) ? quoted(*message.payload)
+                                                   : std::string(hex_prefix) + to_hex(*message.payload));
+}
+
+RecordingReader::RecordingReader(std::istream& input, std::string name)
+    : input_(input), name_(std::move(name)) {
+  std::string line;
+  if (!read_line(line, max_first_line_size) || trimmed(line) != header) {
+    fail("no recording: its first line is not '" + std::string(header) + "'");
+  }
+}
+
+std::optional<Recorded> RecordingReader::next() {
+  std::string line;
+  while (read_line(line, max_line_size)) {
+    if (line.size() > max_line_size) {
+      fail("the line has more than " + std::to_string(max_line_size) + " bytes");
+    }
+    const std::string_view text = trimmed(line);
+    if (text.empty() || text.front() == '#') {
+      continue;
+    }
+    Recorded message = parse(text);
+    if (message.at < last_) {
+      fail("the time goes back");
+    }
+    last_ = message.at;
+    return message;
+  }
+  return std::nullopt;
+}
+
+bool RecordingReader::read_line(std::string& line, std::size_t max_size) {
+  ++line_;
+  const bool is_there = ctl::read_line(input_, line, max_size);
+  if (input_.bad()) {
+    throw Failure(ExitCode::usage, name_ + ": " + std::generic_category().message(errno));
+  }
+  return is_there;
+}
+
+void RecordingReader::fail(const std::string& reason) const {
+  throw Failure(ExitCode::failure, name_ + ":" + std::to_string(line_) + ": " + reason);
+}
+
+Recorded RecordingReader::parse(std::string_view line) const {
+  Recorded message;
+  message.at = parse_time(next_word(line));
+  message.topic = parse_quoted(line);
+  if (!tamu::com::is_topic_name(message.topic)) {
+    fail("the topic is none to publish on");
+  }
+  for (line = trimmed(line);;) {
+    std::string_view rest = line;
+    const std::string_view word = next_word(rest);
+    if (word == retained_word) {
+      message.retained = true;
+    } else if (word == acknowledged_word) {
+      message.acknowledged = true;
+    } else {
+      break;
+    }
+    line = rest;
+  }
+  message.payload = parse_payload(line);
+  return message;
+}
+
+microseconds RecordingReader::parse_time(std::string_view text) const {
+  const std::size_t point = text.find('.');
+  const auto seconds = number_of(text.substr(0, point));
+  std::string fraction(point == std::string_view::npos ? "" : text.substr(point + 1));
+  fraction.resize(std::max(fraction.size(), decimals), '0');
+  const auto micros = number_of(fraction);
+  if (!seconds || *seconds > max_seconds || !micros || fraction.size() > decimals) {
+    fail("'" + std::string(text) + "' is no time in seconds with at most 6 decimals");
+  }
+  return std::chrono::seconds(*seconds) + microseconds(*micros);
+}
+
+std::string RecordingReader::parse_quoted(std::string_view& rest) const {
+  const std::size_t end = rest.starts_with('"') ? rest.find('"', 1) : std::string_view::npos;
+  if (end == std::string_view::npos) {
+    fail("a text in double quotes is missing");
+  }
+  auto text = from_printable(rest.substr(1, end - 1));
+  if (!text) {
+    fail(R"(a backslash is none of \\ and \xNN)");
+  }
+  rest.remove_prefix(end + 1);
+  return std::move(*text);
+}
+
+std::optional<std::string> RecordingReader::parse_payload(std::string_view rest) const {
+  if (rest == redacted_word) {
+    return std::nullopt;
+  }
+  if (rest.starts_with(hex_prefix)) {
+    auto bytes = from_hex(rest.substr(hex_prefix.size()));
+    if (!bytes) {
+      fail("the payload is not in hexadecimal, two digits a byte");
+    }
+    return bytes;
+  }
+  std::string text = parse_quoted(rest);
+  if (!rest.empty()) {
+    fail("'" + std::string(rest) + "' behind the payload");
+  }
+  return text;
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,87 @@
+#include "quilctl/model/variable_catalogue.h"
+
+#include <algorithm>
+#include <array>
+
+namespace ecu::ctl {
+
+namespace {
+
+constexpr std::string_view lower_case_text = "text in lower case";
+constexpr std::string_view flag = "true or false";
+constexpr std::string_view version_record = "16 characters, zero bytes included";
+
+constexpr std::string_view on_message = "with each message that has a value";
+constexpr std::string_view on_set_version = "with each message, unless all 16 bytes are 0xff";
+
+constexpr std::string_view properties = "rt/system/hw_properties";
+
+constexpr VariableInfo has(std::string_view name, std::string_view signal, std::string_view meaning) {
+  return {name, meaning, properties, signal, flag, on_message, "true"};
+}
+
+constexpr VariableInfo version_of(std::string_view name, std::string_view topic, std::string_view meaning) {
+  return {name, meaning, topic, "version", version_record, on_set_version, "24.1.3-rel"};
+}
+
+constexpr std::array catalogue{
+    VariableInfo{"serialnumber", "serial number of the unit", "rt/system/rtc_ee", "data",
+                 "ten digits, a dash before the last four", on_message, "123456-7890"},
+    VariableInfo{"vehicleid", "vehicle identification number (VIN)",
+                 "rt/j1939can/rx/vi_00, rt/j1939can/rx/vi_ee, rt/j1939can/rx/vi_fe", "data, nof_bytes",
+                 "text of letters, digits, '-', '_' and '.'",
+                 "when five receptions in a row from one source address agree", "1M8GDM9AXKP042788"},
+    VariableInfo{"hwversion", "version of the hardware", "rt/system/hw_variant", "variant", lower_case_text,
+                 on_message, "r08"},
+    VariableInfo{"versionuboot", "version of the boot loader", "", "",
+                 "text, \"Unknown\" when it cannot be read", "at the daemon's start", "r12"},
+    version_of("versionhypervisor", "rt/system/version_hypervisor", "version of the hypervisor"),
+    version_of("versioncsp", "rt/system/version_csp", "version of the chip support package"),
+    version_of("versiontelekernel", "rt/system/version_tele_kernel", "version of the telematics kernel"),
+    version_of("versionteledtb", "rt/system/version_tele_dtb", "version of the telematics device tree"),
+    version_of("versiontpakernel", "rt/system/version_linux_kernel", "version of the application kernel"),
+    version_of("versionupdatekernel", "rt/system/version_update_kernel", "version of the update kernel"),
+    version_of("versionupdatedtb", "rt/system/version_update_dtb", "version of the update device tree"),
+    VariableInfo{"hwvariant", "variant of the hardware", "rt/system/hw_variant", "variant", "text",
+                 on_message, "R08_B1"},
+    VariableInfo{"vehiclevariant", "variant of the vehicle's network", "rt/system/network_variant",
+                 "network_variant", lower_case_text, on_message, "truck_hd"},
+    VariableInfo{"vehicletype", "type of the vehicle", properties, "vehicle_type", lower_case_text,
+                 on_message, "truck"},
+    VariableInfo{"hwregion", "region that the hardware is made for", properties, "region", lower_case_text,
+                 on_message, "eu"},
+    VariableInfo{"modemtype", "modem that is fitted", properties, "modem_type",
+                 "NONE, 2G_3G, LTE_CAT4_L210, LTE_CAT4_L280, LTE_CAT6 or UNKNOWN", on_message, "LTE_CAT6"},
+    VariableInfo{"divantenna", "diversity antenna that is fitted", properties, "diversity_antenna",
+                 "NONE, INTERNAL_R07, INTERNAL_R08, EXTERNAL_R07 or UNKNOWN", on_message, "INTERNAL_R08"},
+    has("haswifibt", "is_wifi_bt", "Wi-Fi and Bluetooth are fitted"),
+    has("hasextwifibtant", "is_external_wifi_bt_antenna",
+        "an external Wi-Fi and Bluetooth antenna is fitted"),
+    has("hasgnss", "is_gnss", "a satellite navigation receiver is fitted"),
+    has("haseth1", "is_ethernet1", "the first Ethernet interface is fitted"),
+    has("haseth2", "is_ethernet2", "the second Ethernet interface is fitted"),
+    has("hasaccelerometer", "is_accelerometer", "an accelerometer is fitted"),
+    has("hasdigio", "is_digital_io", "digital inputs and outputs are fitted"),
+    has("hasd8", "is_d8", "the D8 interface is fitted"),
+    has("hascan1", "is_can1", "the first CAN interface is fitted"),
+    has("hascan2", "is_can2", "the second CAN interface is fitted"),
+    has("hasnm", "is_network_management", "network management is available"),
+    has("hasintsim", "is_int_sim", "an internal SIM is fitted"),
+    has("hasextsim", "is_ext_sim", "an external SIM is fitted"),
+    VariableInfo{"topversion", "version of the unit's software as a whole: system parameter 0xa009", "", "",
+                 "text, as the parameter has it",
+                 "at the daemon's start, and when system parameters have come", "TV-2026.11.0"},
+};
+
+}  // namespace
+
+std::span<const VariableInfo> variables() noexcept {
+  return catalogue;
+}
+
+const VariableInfo* find_variable(std::string_view name) noexcept {
+  const auto* const found = std::ranges::find(catalogue, name, &VariableInfo::name);
+  return found == catalogue.end() ? nullptr : found;
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,79 @@
+#include "quilctl/model/variable_view.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/date_time.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+#include "quilctl/model/message_header.h"
+
+namespace ecu::ctl {
+
+namespace com = tamu::com;
+
+namespace {
+
+constexpr std::string_view variable_prefix = "system/var/";
+
+}  // namespace
+
+std::optional<std::string_view> variable_of(std::string_view topic) {
+  return topic.starts_with(variable_prefix) && topic.size() > variable_prefix.size()
+             ? std::optional(topic.substr(variable_prefix.size()))
+             : std::nullopt;
+}
+
+VariableView::Change VariableView::take(const std::string& topic, const com::Message& msg) {
+  if (topic == daemon_presence) {
+    on_line_ =
+        std::string_view(reinterpret_cast<const char*>(msg.payload.data()), msg.payload.size()) == "online";
+    return Change::other;
+  }
+  const auto name = variable_of(topic);
+  if (!name) {
+    return Change::other;
+  }
+  if (msg.payload.empty()) {  // the broker's way to say that nothing is retained any more
+    return variables_.erase(std::string(*name)) > 0 ? Change::changed : Change::none;
+  }
+  const auto decoded = com::PbInternalMessageAdapter<tamu::pb::EcuVariable>().deserialize(msg);
+  if (!decoded.ok) {
+    return Change::faulty;
+  }
+  Variable variable;
+  if (decoded.body.has_value()) {
+    variable.value = decoded.body.value();
+  }
+  variable.timestamp = decoded.body.timestamp();
+  const auto [held, is_new] = variables_.try_emplace(std::string(*name), variable);
+  const Variable before = std::exchange(held->second, variable);
+  return is_new || before.value != variable.value ? Change::changed : Change::none;
+}
+
+const Variable* VariableView::find(std::string_view name) const {
+  const auto found = variables_.find(name);
+  return found == variables_.end() ? nullptr : &found->second;
+}
+
+std::size_t VariableView::with_value() const {
+  return static_cast<std::size_t>(
+      std::ranges::count_if(variables_, [](const auto& entry) { return entry.second.value.has_value(); }));
+}
+
+void UnitClock::take(const com::Message& msg) {
+  if (const auto header = header_of(msg.payload); header && !msg.retained) {
+    ahead_ns_ = static_cast<std::int64_t>(header->send_time_ns - msg.timestamp);
+  }
+}
+
+std::optional<std::uint64_t> UnitClock::age_of(std::uint64_t timestamp) const {
+  if (!ahead_ns_) {
+    return std::nullopt;
+  }
+  const std::uint64_t now = tamu::DateTime::time_since_boot_ns() + static_cast<std::uint64_t>(*ahead_ns_);
+  return now > timestamp ? now - timestamp : 0;
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,85 @@
+#include "quilctl/talk/request_session.h"
+
+#include <algorithm>
+#include <optional>
+#include <sstream>
+#include <utility>
+
+namespace ecu::ctl {
+
+Conversation::Conversation(const Options& options, std::initializer_list<std::string> filters,
+                           Handler on_message, std::chrono::duration<double> usual_timeout)
+    : bus_(options.broker), on_message_(std::move(on_message)) {
+  allow(options.timeout.value_or(usual_timeout));
+  for (const std::string& filter : filters) {
+    bus_.subscribe(filter);
+  }
+  bus_.connect();
+  settle();
+}
+
+void Conversation::allow(std::chrono::duration<double> time) {
+  limit_ = time;
+  deadline_ = Clock::now() + std::chrono::duration_cast<Clock::duration>(time);
+}
+
+std::string Conversation::time_limit() const {
+  std::ostringstream text;
+  text << limit_.count() << " s";
+  return text.str();
+}
+
+void Conversation::settle() {
+  while (!settled_) {
+    const std::optional<Event> event = bus_.next(deadline_);
+    if (!event) {
+      const std::string reason = "no answer within " + time_limit();
+      throw up_ ? BrokerFailure(bus_.broker(), "broker " + bus_.broker() + " fell silent: " + reason)
+                : bus_.not_reachable(reason);
+    }
+    handle(*event);
+  }
+}
+
+bool Conversation::wait_until(const std::function<bool()>& is_done, Clock::time_point deadline) {
+  while (!is_done()) {
+    const std::optional<Event> event = bus_.next(std::min(deadline, deadline_));
+    if (!event) {
+      return false;
+    }
+    handle(*event);
+  }
+  return true;
+}
+
+void Conversation::listen_until(Clock::time_point time) {
+  (void)wait_until([] { return false; }, time);
+}
+
+void Conversation::listen_until_readable(int input) {
+  while (const std::optional<Event> event = bus_.next(deadline_, input)) {
+    handle(*event);
+  }
+}
+
+void Conversation::handle(const Event& event) {
+  switch (event.kind) {
+    case Event::Kind::up:
+      up_ = true;
+      break;
+    case Event::Kind::down:
+      throw up_
+          ? BrokerFailure(bus_.broker(), "connection to broker " + bus_.broker() + " lost: " + event.text)
+          : bus_.not_reachable(event.text, event.failure);
+    case Event::Kind::refused:
+      throw Failure(ExitCode::refused, "the broker refuses the subscription to " + event.text);
+    case Event::Kind::settled:
+      settled_ = true;
+      break;
+    case Event::Kind::message:
+      on_message_(event);
+      break;
+  }
+}
+
+}  // namespace ecu::ctl
