@@ -7,6 +7,7 @@
 #include <sys/un.h>
 
 #include <array>
+#include <chrono>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -76,21 +77,31 @@ class DatagramSocket {
 
   [[nodiscard]] std::string path() const { return dir_.path("datagrams"); }
 
-  /// Whether a datagram that holds `text` comes, those before it being passed over.
+  /// Whether a datagram that holds `text` comes; those before it are passed over.
   bool wait_for(std::string_view text) {
+    return wait([text](std::string_view datagram) { return datagram.find(text) != std::string_view::npos; });
+  }
+  /// The same for a datagram that is `text`.
+  bool wait_for_exactly(std::string_view text) {
+    return wait([text](std::string_view datagram) { return datagram == text; });
+  }
+
+ private:
+  template <class Wanted>
+  bool wait(Wanted wanted) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
     std::array<char, 4096> datagram{};
     pollfd ready{socket_.get(), POLLIN, 0};
-    while (::poll(&ready, 1, std::chrono::milliseconds(patience).count()) == 1) {
+    while (std::chrono::steady_clock::now() < deadline &&
+           ::poll(&ready, 1, std::chrono::milliseconds(patience).count()) == 1) {
       const auto size = ::recv(socket_.get(), datagram.data(), datagram.size(), 0);
-      if (std::string_view(datagram.data(), static_cast<std::size_t>(size)).find(text) !=
-          std::string_view::npos) {
+      if (wanted(std::string_view(datagram.data(), static_cast<std::size_t>(size)))) {
         return true;
       }
     }
     return false;
   }
 
- private:
   TempDir dir_;
   ecu::tamu::posix::UniqueFd socket_;
 };
