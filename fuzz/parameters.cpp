@@ -280,7 +280,7 @@ class World {
     written_.clear();
     client_->published.clear();
     publications_.clear();
-    fuzz::require(direct_.get_sysparams()->all() == direct_model_.held, "the copy holds what was received");
+    fuzz::require(direct_.get_sysparams() == direct_model_.held, "the copy holds what was received");
     fuzz::require(direct_.get_state() == direct_model_.current(), "the state is that of the model");
     const Param* version = find(request_model_.held, 0xa009);
     fuzz::require(requests_.get_top_version() == (version == nullptr ? "" : version->payload),
