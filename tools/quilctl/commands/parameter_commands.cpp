@@ -79,30 +79,18 @@ bool holds_all(const Parameters& parameters, const Parameters& wanted) {
   });
 }
 
-// Everybody hears every answer: old values may be what another one asked for before the daemon saw the write.
-// An answer that none follows is our own; a second one, as a busy machine makes pauses too.
-constexpr std::chrono::milliseconds pause_behind_own_answer{500};
-constexpr int own_answers_that_count = 2;
+// The daemon discards a write that comes while another's is under way. Of those that try at the same time one
+// gets through each time.
+constexpr int write_attempts = 8;
 
-// The daemon discards what comes while it is busy with another's write.
-constexpr int write_attempts = 3;
-
-// Whether the daemon has the values, once that is certain.
-bool read_back(ParameterTalk& talk, const Parameters& settings) {
-  for (int own_answers = 0; own_answers < own_answers_that_count;) {
-    if (holds_all(talk.read(), settings)) {
-      return true;
-    }
-    own_answers = talk.is_quiet_for(pause_behind_own_answer) ? own_answers + 1 : 0;
-  }
-  return false;
-}
-
-void write_and_read_back(ParameterTalk& talk, const Parameters& settings) {
+// `held_id` is a parameter that the daemon has.
+void write_and_read_back(ParameterTalk& talk, const Parameters& settings, std::uint32_t held_id) {
+  std::vector<std::uint32_t> ids;
+  std::ranges::transform(settings, std::back_inserter(ids), &Parameter::id);
   for (int attempt = 0; attempt < write_attempts; ++attempt) {
     const auto begin = Conversation::Clock::now();
     talk.write(settings);
-    if (read_back(talk, settings)) {
+    if (holds_all(talk.read(ids, held_id), settings)) {
       return;
     }
     if (Conversation::Clock::now() - begin >= daemon_gives_up) {
@@ -173,7 +161,7 @@ ExitCode param_set(const Options& options) {
                   std::string(nothing_has_come) + ", and the daemon writes nothing before");
   }
   if (!holds_all(before, settings)) {
-    write_and_read_back(talk, settings);
+    write_and_read_back(talk, settings, before.back().id);
   }
   for (const Parameter& setting : settings) {
     print_line(options, setting);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
 #include "quilctl/base/failure.h"
@@ -14,15 +15,27 @@ namespace ecu::ctl {
 
 namespace com = tamu::com;
 namespace pb = tamu::pb;
+namespace topics = com::topics;
 
 namespace {
 
-constexpr const char* request_topic = "system/quil/request/sysparams";
-constexpr const char* answer_topic = "system/sysparams";
-constexpr const char* write_topic = "system/sysparams/write";
-
 // How long people are left to wonder what is going on.
 constexpr std::chrono::seconds max_silence{2};
+
+template <class Body>
+std::optional<Body> decoded(const Event& event) {
+  auto result = com::PbInternalMessageAdapter<Body>().deserialize(event.message);
+  if (!result.ok) {
+    note("a message on " + event.text + " cannot be decoded");
+    return std::nullopt;
+  }
+  return std::move(result.body);
+}
+
+// A request names parameters in decimal, as signed numbers of 32 bits.
+std::string name_of(std::uint32_t id) {
+  return std::to_string(static_cast<std::int32_t>(id));
+}
 
 }  // namespace
 
@@ -33,30 +46,53 @@ const Parameter* find(const Parameters& parameters, std::uint32_t id) {
 
 ParameterTalk::ParameterTalk(const Options& options, std::chrono::duration<double> usual_timeout)
     : talk_(
-          options, {answer_topic, daemon_presence}, [this](const Event& event) { take(event); },
-          usual_timeout) {}
+          options, {topics::all_parameters_answer, topics::parameter_answer, daemon_presence},
+          [this](const Event& event) { take(event); }, usual_timeout) {}
 
 void ParameterTalk::take(const Event& event) {
   if (event.text == daemon_presence) {
-    VariableView view;
-    (void)view.take(event.text, event.message);
-    on_line_ = view.daemon_on_line();
-    return;
+    take_presence(event);
+  } else if (event.text == topics::all_parameters_answer) {
+    take_list(event);
+  } else {
+    take_entry(event);
   }
-  auto list = com::PbInternalMessageAdapter<pb::SystemParameterList>().deserialize(event.message);
-  if (!list.ok) {
-    note("a message on " + event.text + " cannot be decoded");
+}
+
+void ParameterTalk::take_presence(const Event& event) {
+  VariableView view;
+  (void)view.take(event.text, event.message);
+  on_line_ = view.daemon_on_line();
+}
+
+void ParameterTalk::take_list(const Event& event) {
+  auto list = decoded<pb::SystemParameterList>(event);
+  if (!list || end_id_) {
     return;
   }
   answer_.emplace();
-  for (pb::SystemParameterEntry& entry : *list.body.mutable_entry()) {
+  for (pb::SystemParameterEntry& entry : *list->mutable_entry()) {
     answer_->push_back({entry.ota_id(), std::move(*entry.mutable_value())});
+  }
+}
+
+void ParameterTalk::take_entry(const Event& event) {
+  auto entry = end_id_ ? decoded<pb::SystemParameterEntry>(event) : std::nullopt;
+  if (!entry) {
+    return;
+  }
+  std::erase_if(entries_, [&entry](const Parameter& held) { return held.id == entry->ota_id(); });
+  entries_.push_back({entry->ota_id(), std::move(*entry->mutable_value())});
+  if (entry->ota_id() == end_id_) {
+    answer_ = std::move(entries_);
+    end_id_.reset();
   }
 }
 
 void ParameterTalk::ask() {
   answer_.reset();
-  (void)talk_.bus().publish(request_topic, {});
+  end_id_.reset();
+  (void)talk_.bus().publish(topics::all_parameters_request, {});
 }
 
 bool ParameterTalk::wait_for_answer(Conversation::Clock::time_point deadline) {
@@ -71,6 +107,32 @@ std::optional<Parameters> ParameterTalk::try_read() {
 
 Parameters ParameterTalk::read() {
   ask();
+  return answer();
+}
+
+// The daemon handles requests and writes in the order in which they come, and answers a request for chosen
+// parameters with a message for each, in the order of the request. So the entry of the last one, which it is
+// known to have, shows that the write before the request has been handled, whether or not the others have
+// entries.
+Parameters ParameterTalk::read(const std::vector<std::uint32_t>& ids, std::uint32_t held_id) {
+  pb::EcuVariableReq request;
+  for (const std::uint32_t id : ids) {
+    if (id != held_id) {
+      request.add_name(name_of(id));
+    }
+  }
+  request.add_name(name_of(held_id));
+  auto message = com::PbInternalMessageAdapter<pb::EcuVariableReq>().serialize(request);
+  answer_.reset();
+  entries_.clear();
+  end_id_ = held_id;
+  if (message) {
+    (void)talk_.bus().publish(topics::parameter_request, std::move(*message));
+  }
+  return answer();
+}
+
+Parameters ParameterTalk::answer() {
   const auto end_of_silence = Conversation::Clock::now() + max_silence;
   if (!wait_for_answer(end_of_silence) && Conversation::Clock::now() >= end_of_silence && on_line_) {
     note("waiting for the other side of the ports");
@@ -91,11 +153,6 @@ Parameters ParameterTalk::read() {
                                         "access rules keep us from it");
 }
 
-bool ParameterTalk::is_quiet_for(std::chrono::milliseconds time) {
-  answer_.reset();
-  return !talk_.wait_until([this] { return answer_.has_value(); }, Conversation::Clock::now() + time);
-}
-
 void ParameterTalk::write(const Parameters& parameters) {
   pb::SystemParameterList list;
   for (const Parameter& parameter : parameters) {
@@ -107,7 +164,7 @@ void ParameterTalk::write(const Parameters& parameters) {
   if (!message) {
     throw Failure(ExitCode::usage, "the values are too large for one message");
   }
-  (void)talk_.bus().publish(write_topic, std::move(*message));
+  (void)talk_.bus().publish(topics::parameter_write, std::move(*message));
 }
 
 }  // namespace ecu::ctl

@@ -34,8 +34,9 @@ class ParameterTalk {
   /// The same without the failure: nothing when no answer comes in time.
   [[nodiscard]] std::optional<Parameters> try_read();
 
-  /// Takes messages for so long; whether meanwhile nobody got an answer.
-  [[nodiscard]] bool is_quiet_for(std::chrono::milliseconds time);
+  /// Those of `ids` that the daemon has once it has handled everything that was sent to it before. `held_id`
+  /// is a parameter that it is known to have. Throws as the other one does.
+  [[nodiscard]] Parameters read(const std::vector<std::uint32_t>& ids, std::uint32_t held_id);
 
   /// Tells the daemon to write. What comes of it shows in what is read later.
   void write(const Parameters& parameters);
@@ -45,12 +46,19 @@ class ParameterTalk {
 
  private:
   void take(const Event& event);
+  void take_presence(const Event& event);
+  void take_list(const Event& event);
+  void take_entry(const Event& event);
   void ask();
   bool wait_for_answer(Conversation::Clock::time_point deadline = Conversation::Clock::time_point::max());
+  /// The answer to what was asked; throws as `read` does.
+  Parameters answer();
 
   std::optional<bool> on_line_;
-  std::optional<Parameters> answer_;
-  Conversation talk_;  // last: calls `take` while it is built
+  std::optional<Parameters> answer_;     // complete
+  Parameters entries_;                   // of an answer that is not complete yet
+  std::optional<std::uint32_t> end_id_;  // the parameter whose entry completes it
+  Conversation talk_;                    // last: calls `take` while it is built
 };
 
 }  // namespace ecu::ctl
