@@ -1,13 +1,13 @@
 #include "mqtt/mqtt_client.h"
 
-#include <poll.h>
-#include <pthread.h>
-#include <signal.h>
-
+#include <csignal>
 #include <string_view>
 #include <utility>
 
+#include <ecu/tamu/signal_mask.h>
+
 #include "mqtt/mqtt_log.h"
+#include "system/supervised_wait.h"
 #include "system/supervision.h"
 
 namespace ecu::tamu::com::mqtt {
@@ -20,29 +20,15 @@ constexpr std::chrono::milliseconds farewell_timeout{1000};
 // How long a publication out of an observer's call waits for a broker that takes nothing.
 constexpr std::chrono::seconds room_timeout{1};
 
+// The client's part of the service manager's status text.
+constexpr std::string_view broker_status = "broker";
+
 Message presence(std::string_view state) {
   Message message;
   message.acknowledged = true;
   message.retained = true;
   message.payload.assign(state.begin(), state.end());
   return message;
-}
-
-sigset_t termination_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  return signals;
-}
-
-// The calling thread's mask without the termination signals.
-sigset_t mask_letting_termination_in() {
-  sigset_t mask;
-  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-  sigdelset(&mask, SIGINT);
-  sigdelset(&mask, SIGTERM);
-  return mask;
 }
 
 // Once its handler is gone a termination signal ends the process, even one that came in the middle of a stop.
@@ -52,8 +38,7 @@ void let_default_termination_in() {
   ::sigaction(SIGINT, nullptr, &on_interrupt);
   ::sigaction(SIGTERM, nullptr, &on_terminate);
   if (on_interrupt.sa_handler == SIG_DFL && on_terminate.sa_handler == SIG_DFL) {
-    const sigset_t signals = termination_signals();
-    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    unblock_signals(termination_signals());
   }
 }
 
@@ -68,6 +53,7 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
         }
       }),
       connection_(settings_, *this),
+      heartbeat_("mqtt", [this] { wake_.signal(); }),
       threads_([this] { lead(); }) {}
 
 MqttClient::~MqttClient() {
@@ -84,25 +70,9 @@ void MqttClient::start() {
 }
 
 void MqttClient::run() {
-  wait_for_stop();
+  wait_supervised(stop_);
   let_default_termination_in();
   threads_.join();
-}
-
-void MqttClient::wait_for_stop() {
-  const auto watchdog = watchdog_period();
-  const sigset_t mask = mask_letting_termination_in();
-  pollfd fd{stop_.fd(), POLLIN, 0};
-  while (!stop_requested_) {
-    timespec timeout{};
-    if (watchdog) {
-      notify_watchdog();
-      const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(*watchdog);
-      timeout.tv_sec = static_cast<time_t>(seconds.count());
-      timeout.tv_nsec = static_cast<long>(std::chrono::nanoseconds(*watchdog - seconds).count());
-    }
-    ::ppoll(&fd, 1, watchdog ? &timeout : nullptr, &mask);
-  }
 }
 
 void MqttClient::stop() {
@@ -168,6 +138,7 @@ void MqttClient::wake_leader(std::unique_lock<std::mutex>& lock) {
 }
 
 void MqttClient::connection_up() {
+  set_status(broker_status, "on line");
   if (observer_) {
     observer_->connection_up();
     echo_wanted_ = true;
@@ -184,6 +155,7 @@ void MqttClient::connection_up() {
 }
 
 void MqttClient::connection_down(const std::string& reason) {
+  set_status(broker_status, "broker not reachable: " + reason);
   {
     const std::lock_guard lock(mutex_);
     if (outbox_.connected()) {
@@ -214,6 +186,7 @@ void MqttClient::message(const std::string& topic, Message message) {
 
 void MqttClient::lead() {
   while (!stop_requested_) {
+    heartbeat_.beat();
     if (!deliver()) {
       return;
     }

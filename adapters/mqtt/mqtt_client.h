@@ -17,6 +17,7 @@
 #include "mqtt/mqtt_settings.h"
 #include "mqtt/outbox.h"
 #include "posix/event.h"
+#include "system/heartbeat.h"
 
 namespace ecu::tamu::com::mqtt {
 
@@ -59,7 +60,6 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   void sleep();
   void close_connection();
   [[nodiscard]] bool all_sent();
-  void wait_for_stop();
   void wake_leader(std::unique_lock<std::mutex>& lock);
   void wait_for_room(std::unique_lock<std::mutex>& lock);
 
@@ -82,6 +82,7 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   std::condition_variable room_;                          // in the outbox, or no more use to wait for it
   bool broker_stuck_ = false;  // room was waited for in vain, and nothing has been sent since
 
+  Heartbeat heartbeat_;
   LeaderThreads threads_;
 };
 

@@ -1,7 +1,9 @@
-#include <pthread.h>
 #include <signal.h>
 
+#include <array>
+
 #include <ecu/quil/process.h>
+#include <ecu/tamu/signal_mask.h>
 
 namespace ecu::quil {
 
@@ -35,13 +37,9 @@ void install_signal_handler() {
   action.sa_handler = on_signal;
   action.sa_flags = SA_RESTART;
   // Each signal holds the other one off, so that the handler never interrupts itself in the middle of a stop.
-  sigemptyset(&action.sa_mask);
-  sigaddset(&action.sa_mask, SIGINT);
-  sigaddset(&action.sa_mask, SIGTERM);
-  sigset_t blocked = action.sa_mask;
-  // A log whose reader has gone is no reason to end.
-  sigaddset(&blocked, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+  action.sa_mask = tamu::termination_signals();
+  // The loss of the log's reader is no reason to end.
+  tamu::block_signals(tamu::signal_set(std::array{SIGINT, SIGTERM, SIGPIPE}));
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
 }

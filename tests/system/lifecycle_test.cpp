@@ -350,7 +350,8 @@ TEST_F(ResourceTest, AFloodOnOneTopicCostsNeitherAnotherTopicNorMemory) {
 TEST_F(ResourceTest, TheServiceManagerIsTold) {
   DatagramSocket manager;
   Daemon daemon(config(), {"-L"}, {"NOTIFY_SOCKET=" + manager.path(), "WATCHDOG_USEC=200000"});
-  for (const char* state : {"STATUS=", "READY=1", "WATCHDOG=1", "WATCHDOG=1"}) {
+  for (const char* state :
+       {"STATUS=Starting", "READY=1\nSTATUS=", "WATCHDOG=1", "WATCHDOG=1", "WATCHDOG=1"}) {
     EXPECT_TRUE(manager.wait_for(state)) << state;
   }
   daemon.signal(SIGTERM);

@@ -4,12 +4,18 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <mutex>
+#include <new>
+#include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <ecu/tamu/application.h>
 #include <ecu/tamu/logging/logging.h>
@@ -72,6 +78,61 @@ void notify(std::string_view state) noexcept {
   }
 }
 
+// The status text, made of parts. It is sent with the lock held, so that the last one sent is the newest.
+class Status {
+ public:
+  void set(std::string_view name, std::string_view text) {
+    const std::lock_guard lock(mutex_);
+    auto part = std::find_if(parts_.begin(), parts_.end(), [name](const Part& p) { return p.name == name; });
+    if (part == parts_.end()) {
+      part = parts_.insert(part, Part{std::string(name), {}});
+    }
+    part->text = without_controls(text);
+    const std::string joined_parts = joined();
+    if (joined_parts != sent_) {
+      notify("STATUS=" + joined_parts);
+      sent_ = joined_parts;
+    }
+  }
+
+  void send_with(const std::string& state) {
+    const std::lock_guard lock(mutex_);
+    sent_ = joined();
+    notify(state + "\nSTATUS=" + (sent_.empty() ? "Running" : sent_));
+  }
+
+ private:
+  struct Part {
+    std::string name;
+    std::string text;
+  };
+
+  // A line feed would end the text and begin another assignment.
+  static std::string without_controls(std::string_view text) {
+    std::string plain(text);
+    std::replace_if(
+        plain.begin(), plain.end(), [](char c) { return c >= '\0' && c < ' '; }, ' ');
+    return plain;
+  }
+
+  [[nodiscard]] std::string joined() const {
+    std::string text;
+    for (const Part& part : parts_) {
+      text += (text.empty() || part.text.empty() ? "" : "; ") + part.text;
+    }
+    return text;
+  }
+
+  std::mutex mutex_;  // guards all below
+  std::vector<Part> parts_;
+  std::string sent_;
+};
+
+Status& status() {
+  static Status instance;
+  return instance;
+}
+
 }  // namespace
 
 void application_starting() noexcept {
@@ -79,7 +140,22 @@ void application_starting() noexcept {
 }
 
 void application_ready() noexcept {
-  notify("READY=1\nSTATUS=Running");
+  try {
+    status().send_with("READY=1");
+  } catch (const std::bad_alloc&) {
+    notify("READY=1");
+  }
+}
+
+void set_status(std::string_view part, std::string_view text) noexcept {
+  if (environment(socket_variable).empty()) {
+    return;
+  }
+  try {
+    status().set(part, text);
+  } catch (const std::bad_alloc&) {
+    logger.warning("No memory for the status text");
+  }
 }
 
 void notify_stopping() noexcept {

@@ -4,11 +4,18 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <atomic>
+#include <future>
+#include <thread>
+
 #include <ecu/tamu/application.h>
 
 #include "support/captured_log.h"
+#include "system/heartbeat.h"
+#include "system/supervised_wait.h"
 
 using namespace ecu::tamu;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using tests::logged_by;
 
@@ -33,9 +40,17 @@ class Manager {
   }
   ~Manager() { ::unsetenv("NOTIFY_SOCKET"); }
 
-  [[nodiscard]] std::string received() const {
+  [[nodiscard]] std::string received(int flags = 0) const {
     std::array<char, 256> text{};
-    return {text.data(), static_cast<std::size_t>(::recv(channel_.get(), text.data(), text.size(), 0))};
+    const auto size = ::recv(channel_.get(), text.data(), text.size(), flags);
+    return {text.data(), static_cast<std::size_t>(std::max<decltype(size)>(size, 0))};
+  }
+  [[nodiscard]] std::vector<std::string> all_received() const {
+    std::vector<std::string> all;
+    for (std::string text; !(text = received(MSG_DONTWAIT)).empty();) {
+      all.push_back(text);
+    }
+    return all;
   }
 
  private:
@@ -71,6 +86,50 @@ TEST(SupervisionTest, ManagerThatCannotBeToldIsReportedAndHoldsNobodyUp) {
   }
   ::unsetenv("NOTIFY_SOCKET");
   EXPECT_EQ(logged_by(application_ready), "");
+}
+
+TEST(SupervisionTest, StatusTextIsMadeOfItsPartsAndSentWhenItChanges) {
+  const Manager manager("@tolquil_status_" + own_pid);
+  set_status("broker", "on line");
+  set_status("port", "");
+  set_status("port", "receive port away since 14:02");
+  set_status("port", "receive port away since 14:02");
+  set_status("broker", "broker not\nreachable");
+  application_ready();
+  set_status("broker", "");
+  set_status("port", "");
+  application_ready();
+  EXPECT_THAT(manager.all_received(),
+              ElementsAre("STATUS=on line", "STATUS=on line; receive port away since 14:02",
+                          "STATUS=broker not reachable; receive port away since 14:02",
+                          "READY=1\nSTATUS=broker not reachable; receive port away since 14:02",
+                          "STATUS=receive port away since 14:02", "STATUS=", "READY=1\nSTATUS=Running"));
+}
+
+TEST(SupervisionTest, WatchdogIsFedOnlyWhileEveryLoopGoesRound) {
+  const Manager manager("@tolquil_watchdog_" + own_pid);
+  set_environment("WATCHDOG_USEC", "20000");
+  const posix::Event stop;
+  std::promise<void> prodded_often;
+  int prods = 0;
+  Heartbeat lively("lively", [&lively] { lively.beat(); });
+  Heartbeat stuck("stuck", [&] {
+    if (++prods == 5) {
+      prodded_often.set_value();
+    }
+  });
+  std::jthread main;
+  const auto log = tests::logged_lines([&] {
+    main = std::jthread([&stop] { wait_supervised(stop); });
+    prodded_often.get_future().wait();
+  });
+  EXPECT_THAT(log, ElementsAre("ERROR [tamu.supervision] no sign of life for 10 ms: stuck"));
+  EXPECT_THAT(manager.all_received(), ElementsAre("WATCHDOG=1"));
+  stuck.beat();
+  EXPECT_EQ(manager.received(), "WATCHDOG=1");
+  stop.signal();
+  main.join();
+  ::unsetenv("WATCHDOG_USEC");
 }
 
 TEST(SupervisionTest, WatchdogPeriodIsHalfOfWhatTheManagerGivesThisProcess) {

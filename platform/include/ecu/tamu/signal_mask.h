@@ -1,0 +1,20 @@
+#pragma once
+
+#include <csignal>
+#include <span>
+
+/// The calling thread's signal mask. A new thread inherits the mask of the one that starts it.
+namespace ecu::tamu {
+
+[[nodiscard]] sigset_t signal_set(std::span<const int> signal_numbers) noexcept;
+
+/// SIGINT and SIGTERM, which ask a process to end in good order.
+[[nodiscard]] sigset_t termination_signals() noexcept;
+
+void block_signals(const sigset_t& signals) noexcept;
+void unblock_signals(const sigset_t& signals) noexcept;
+
+/// The present mask without `signals`: with it a wait such as `ppoll` lets them in.
+[[nodiscard]] sigset_t mask_without(const sigset_t& signals) noexcept;
+
+}  // namespace ecu::tamu
