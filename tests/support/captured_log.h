@@ -1,10 +1,9 @@
 #pragma once
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <future>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -16,28 +15,24 @@
 
 namespace tests {
 
-/// What `call` logs to standard output, which is a pipe meanwhile. The log mode is syslog afterwards.
+/// A test writes nothing to the system log of the machine.
+inline const bool system_log_is_spared =
+    (ecu::tamu::logging::set_log_mode(ecu::tamu::logging::LogMode::none), true);
+
+/// What `call` logs to standard output, which is a file in memory meanwhile. Nothing is logged before and
+/// after.
 template <class Call>
 std::string logged_by(Call call) {
   using namespace ecu::tamu;
-  std::array<int, 2> ends{};
-  if (::pipe(ends.data()) != 0) {
-    return "no pipe";
-  }
-  const posix::UniqueFd reader(ends[0]), original(::dup(STDOUT_FILENO));
-  ::dup2(posix::UniqueFd(ends[1]).get(), STDOUT_FILENO);
-  auto output = std::async(std::launch::async, [&reader] {
-    std::string text;
-    for (char byte = 0; ::read(reader.get(), &byte, 1) == 1;) {
-      text += byte;
-    }
-    return text;
-  });
+  const posix::UniqueFd file(::memfd_create("log", MFD_CLOEXEC)), original(::dup(STDOUT_FILENO));
+  ::dup2(file.get(), STDOUT_FILENO);
   logging::set_log_mode(logging::LogMode::standard_output);
   call();
-  logging::set_log_mode(logging::LogMode::syslog);
+  logging::set_log_mode(logging::LogMode::none);
   ::dup2(original.get(), STDOUT_FILENO);
-  return output.get();
+  std::string text(static_cast<std::size_t>(::lseek(file.get(), 0, SEEK_END)), '\0');
+  (void)!::pread(file.get(), text.data(), text.size(), 0);
+  return text;
 }
 
 /// What `call` logs at any level: a line each, without its time.

@@ -1,8 +1,14 @@
 #include "logging/line_builder.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <charconv>
+#include <chrono>
+#include <ctime>
 #include <limits>
+
+#include <ecu/tamu/text/utf8.h>
 
 namespace ecu::tamu::logging {
 
@@ -11,67 +17,55 @@ namespace {
 constexpr int decimal = 10;
 constexpr int hexadecimal = 16;
 
-// The well-formed sequences of more than one byte by their first byte (RFC 3629, section 4). What follows the
-// second byte is 0x80 to 0xbf always.
-struct Utf8Form {
-  unsigned char first_from, first_to;
-  unsigned char second_from, second_to;
-  std::size_t length;
-};
-constexpr Utf8Form utf8_forms[] = {
-    {0xc2, 0xdf, 0x80, 0xbf, 2}, {0xe0, 0xe0, 0xa0, 0xbf, 3}, {0xe1, 0xec, 0x80, 0xbf, 3},
-    {0xed, 0xed, 0x80, 0x9f, 3}, {0xee, 0xef, 0x80, 0xbf, 3}, {0xf0, 0xf0, 0x90, 0xbf, 4},
-    {0xf1, 0xf3, 0x80, 0xbf, 4}, {0xf4, 0xf4, 0x80, 0x8f, 4},
-};
-
-constexpr bool is_within(char byte, unsigned char from, unsigned char to) noexcept {
-  const auto value = static_cast<unsigned char>(byte);
-  return from <= value && value <= to;
-}
-
-bool begins_with(std::string_view text, const Utf8Form& form) noexcept {
-  return text.size() >= form.length && is_within(text[0], form.first_from, form.first_to) &&
-         is_within(text[1], form.second_from, form.second_to) &&
-         std::ranges::all_of(text.substr(2, form.length - 2),
-                             [](char byte) { return is_within(byte, 0x80, 0xbf); });
-}
-
-// Length of the character at the beginning of `text` that a line may hold as it is; 0 when there is none.
-std::size_t printable_length(std::string_view text) noexcept {
-  if (is_within(text.front(), 0, 0x7f)) {
-    return is_within(text.front(), 0x20, 0x7e) ? 1 : 0;
-  }
-  const auto* const form = std::ranges::find_if(
-      utf8_forms, [text](const Utf8Form& candidate) { return begins_with(text, candidate); });
-  return form == std::end(utf8_forms) ? 0 : form->length;
+constexpr bool is_printable_ascii(char byte) noexcept {
+  return byte >= 0x20 && byte <= 0x7e;
 }
 
 }  // namespace
 
-void LineBuilder::append_escaped(std::string_view text) {
-  while (!text.empty()) {
-    std::size_t printable = 0;
-    while (printable < text.size()) {
-      const std::size_t length = printable_length(text.substr(printable));
-      if (length == 0) {
-        break;
-      }
-      printable += length;
-    }
-    line_.append(text.substr(0, printable));
-    text.remove_prefix(printable);
-    if (!text.empty()) {
-      line_.append("\\x");
-      append_number(static_cast<unsigned char>(text.front()), hexadecimal, 2);
-      text.remove_prefix(1);
-    }
+void LineBuilder::append_literal(std::string_view text) noexcept {
+  if (text.size() <= room()) {
+    put(text);
+  } else {
+    left_out_ += text.size();
   }
 }
 
-void LineBuilder::append_time(std::chrono::sys_time<std::chrono::milliseconds> time) {
-  const auto day = std::chrono::floor<std::chrono::days>(time);
+void LineBuilder::append_escaped(std::string_view text) noexcept {
+  while (!text.empty() && append_beginning(text)) {
+  }
+  left_out_ += text.size();
+}
+
+// Moves the printable ASCII at the beginning of `text`, or the one character or byte there, to the line;
+// false when that does not fit.
+bool LineBuilder::append_beginning(std::string_view& text) noexcept {
+  const std::string_view reachable = text.substr(0, room());
+  const auto* const plain_end = std::ranges::find_if_not(reachable, is_printable_ascii);
+  if (const auto plain = static_cast<std::size_t>(plain_end - reachable.begin()); plain > 0) {
+    put(text.substr(0, plain));
+    text.remove_prefix(plain);
+    return true;
+  }
+  const auto [size, code] = text::first_character(text);
+  const bool is_printable = size > 0 && !text::is_control(code);
+  // What remains of an escaped character of two bytes is no UTF-8 and so is escaped next.
+  const std::array<char, 4> escape = text::hex_escape(text.front());
+  const std::string_view piece =
+      is_printable ? text.substr(0, size) : std::string_view(escape.data(), escape.size());
+  if (piece.size() > room()) {
+    return false;
+  }
+  put(piece);
+  text.remove_prefix(is_printable ? size : 1);
+  return true;
+}
+
+void LineBuilder::append_time(Timestamp time) noexcept {
+  const std::chrono::sys_seconds seconds{std::chrono::seconds(time.seconds)};
+  const auto day = std::chrono::floor<std::chrono::days>(seconds);
   const std::chrono::year_month_day date(day);
-  const std::chrono::hh_mm_ss clock(time - day);
+  const std::chrono::hh_mm_ss clock(seconds - day);
   const auto append_part = [this](auto part, std::size_t digits, std::string_view separator) {
     append_number(static_cast<std::uint64_t>(part), decimal, digits);
     append_literal(separator);
@@ -82,10 +76,29 @@ void LineBuilder::append_time(std::chrono::sys_time<std::chrono::milliseconds> t
   append_part(clock.hours().count(), 2, ":");
   append_part(clock.minutes().count(), 2, ":");
   append_part(clock.seconds().count(), 2, ".");
-  append_part(clock.subseconds().count(), 3, "Z");
+  append_part(time.milliseconds, 3, "Z");
 }
 
-void LineBuilder::append(const Field& field) {
+void LineBuilder::append_local_time(Timestamp time) noexcept {
+  constexpr std::array<std::string_view, 12> months = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  static_assert(sizeof(std::time_t) == sizeof(time.seconds), "a time beyond 2038 must fit");
+  const std::time_t seconds = time.seconds;
+  std::tm local{};
+  ::localtime_r(&seconds, &local);
+  const auto append_part = [this](std::string_view separator, int part) {
+    append_literal(separator);
+    append_number(static_cast<std::uint64_t>(part), decimal, 2);
+  };
+  append_literal(months[static_cast<std::size_t>(local.tm_mon)]);
+  append_literal(local.tm_mday < 10 ? "  " : " ");
+  append_number(static_cast<std::uint64_t>(local.tm_mday), decimal);
+  append_part(" ", local.tm_hour);
+  append_part(":", local.tm_min);
+  append_part(":", local.tm_sec);
+}
+
+void LineBuilder::append(const Field& field) noexcept {
   switch (field.kind_) {
     case Field::Kind::text:
       append_escaped(field.text_);
@@ -106,18 +119,42 @@ void LineBuilder::append(const Field& field) {
       std::array<char, 32> text;
       char* const end =
           std::to_chars(text.begin(), text.end(), field.real_, std::chars_format::general, 6).ptr;
-      line_.append(text.begin(), end);
+      append_literal({text.begin(), end});
       break;
     }
   }
 }
 
-void LineBuilder::append_number(std::uint64_t number, int base, std::size_t min_digits) {
+std::string_view LineBuilder::finish(std::string_view end) noexcept {
+  if (left_out_ > 0) {
+    std::array<char, std::numeric_limits<std::size_t>::digits10 + 1> digits;
+    put("... (");
+    put({digits.begin(), std::to_chars(digits.begin(), digits.end(), left_out_).ptr});
+    put(" bytes left out)");
+  }
+  put(end);
+  return {buffer_.data(), size_};
+}
+
+// For text; 0 after a piece that did not fit, so that the line ends there.
+std::size_t LineBuilder::room() const noexcept {
+  return left_out_ > 0 ? 0 : max_size - end_room - size_;
+}
+
+void LineBuilder::append_number(std::uint64_t number, int base, std::size_t min_digits) noexcept {
   std::array<char, std::numeric_limits<std::uint64_t>::digits10 + 1> digits;
   const char* const end = std::to_chars(digits.begin(), digits.end(), number, base).ptr;
   const auto count = static_cast<std::size_t>(end - digits.begin());
-  line_.append(min_digits > count ? min_digits - count : 0, '0');
-  line_.append(digits.begin(), count);
+  for (std::size_t missing = count; missing < min_digits; ++missing) {
+    append_literal("0");
+  }
+  append_literal({digits.begin(), count});
+}
+
+// Where there is room.
+void LineBuilder::put(std::string_view text) noexcept {
+  text.copy(buffer_.data() + size_, text.size());
+  size_ += text.size();
 }
 
 }  // namespace ecu::tamu::logging

@@ -1,43 +1,57 @@
 #pragma once
 
 #include <array>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <memory_resource>
-#include <string>
 #include <string_view>
 
 #include <ecu/tamu/logging/logging.h>
 
 namespace ecu::tamu::logging {
 
-/// Composes one line, without the heap unless the line is long. Throws std::bad_alloc. One thread at a time.
+/// A time of day since the Epoch, as the system's clock gives it.
+struct Timestamp {
+  std::int64_t seconds;
+  int milliseconds;
+};
+
+/// Composes one line of at most 4 KiB, without the heap. A longer text is cut after the last character or
+/// escape that fits, and the line then ends in "... (N bytes left out)"; N counts the bytes before they were
+/// escaped. One thread at a time.
 class LineBuilder {
  public:
-  LineBuilder() { line_.reserve(buffer_.size() - 1); }
+  static constexpr std::size_t max_size = 4096;  // with everything before the text and the newline after it
 
-  /// Appends text as it is.
-  void append_literal(std::string_view text) { line_.append(text); }
+  /// Appends text as it is, or leaves all of it out.
+  void append_literal(std::string_view text) noexcept;
 
-  /// Appends text, each byte below 0x20, 0x7f and each byte that is not part of valid UTF-8 (RFC 3629) as
-  /// `\xNN`.
-  void append_escaped(std::string_view text);
+  /// Appends text; control characters (below U+0020, U+007F to U+009F) and bytes that are not part of valid
+  /// UTF-8 (RFC 3629) as `\xNN` each.
+  void append_escaped(std::string_view text) noexcept;
 
-  /// Appends a time as ISO 8601 has it, in UTC and to the millisecond: `2026-11-21T10:00:00.123Z`.
-  void append_time(std::chrono::sys_time<std::chrono::milliseconds> time);
+  /// Appends a time in UTC as ISO 8601 has it: `2026-11-21T10:00:00.123Z`.
+  void append_time(Timestamp time) noexcept;
+
+  /// Appends a local time as a line to the system log begins with it (RFC 3164): `Nov  1 10:00:00`.
+  void append_local_time(Timestamp time) noexcept;
 
   /// Appends a piece of a log call: texts escaped, floating-point numbers with six significant digits.
-  void append(const Field& field);
+  void append(const Field& field) noexcept;
 
-  [[nodiscard]] const std::pmr::string& line() const noexcept { return line_; }
+  /// The whole line with `end` after it. Nothing may be appended any more.
+  [[nodiscard]] std::string_view finish(std::string_view end) noexcept;
 
  private:
-  void append_number(std::uint64_t number, int base, std::size_t min_digits = 1);
+  static constexpr std::size_t end_room = 64;  // for the number of bytes left out and the end
 
-  std::array<std::byte, 1024> buffer_;
-  std::pmr::monotonic_buffer_resource memory_{buffer_.data(), buffer_.size()};
-  std::pmr::string line_{&memory_};
+  [[nodiscard]] std::size_t room() const noexcept;
+  bool append_beginning(std::string_view& text) noexcept;
+  void append_number(std::uint64_t number, int base, std::size_t min_digits = 1) noexcept;
+  void put(std::string_view text) noexcept;
+
+  std::array<char, max_size> buffer_;
+  std::size_t size_ = 0;
+  std::size_t left_out_ = 0;
 };
 
 }  // namespace ecu::tamu::logging

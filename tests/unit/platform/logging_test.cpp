@@ -1,9 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
-#include <cstdarg>
 #include <limits>
-#include <mutex>
 #include <sstream>
 #include <thread>
 
@@ -19,36 +17,10 @@ using testing::EndsWith;
 using testing::MatchesRegex;
 using tests::logged_by;
 
-namespace {
-std::mutex syslog_lock;
-std::string syslog_identity;   // guarded by syslog_lock
-std::string last_syslog_line;  // guarded by syslog_lock
-}  // namespace
-
-// In place of the C library's, so that a test sees what the system log is given.
-extern "C" void openlog(const char* identity, int, int facility) {
-  const std::lock_guard lock(syslog_lock);
-  syslog_identity = identity + (" " + std::to_string(facility));
-}
-extern "C" void syslog(int priority, const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  const std::lock_guard lock(syslog_lock);
-  last_syslog_line = std::to_string(priority) + " " + va_arg(arguments, const char*);
-  va_end(arguments);
-}
-
 TEST(LoggingTest, StreamLineIsTimeLevelModuleAndText) {
   EXPECT_THAT(
       logged_by([] { module("a\nb").error("x", 7); }),
       MatchesRegex("[0-9]{4}(-[0-9]{2}){2}T[0-9]{2}(:[0-9]{2}){2}\\.[0-9]{3}Z ERROR \\[a\\\\x0ab] x7\n"));
-}
-
-TEST(LoggingTest, SyslogGetsPriorityIdentityAndFacility) {
-  logging::module("m").warning("100%s\n");
-  const std::lock_guard lock(syslog_lock);
-  EXPECT_EQ(last_syslog_line, R"(4 [m] 100%s\x0a)");
-  EXPECT_EQ(syslog_identity, "tolquil 24");  // LOG_DAEMON
 }
 
 TEST(LoggingTest, LevelFollowsAKnownNameInEitherCaseAndKeepsOffAnUnknownOne) {
@@ -74,7 +46,8 @@ TEST(LoggingTest, NumbersAreWrittenAsStreamsWriteThemAndOnlyPrintableTextUnescap
       {1234567.0, "1.23457e+06"},
       {-std::numeric_limits<double>::max(), "-1.79769e+308"},
       {std::string_view("a\0b\x1f ~\x7f", 7), R"(a\x00b\x1f ~\x7f)"},
-      {"\xc2\x80\xdf\xbf\xe0\xa0\x80\xed\x9f\xbf", "\xc2\x80\xdf\xbf\xe0\xa0\x80\xed\x9f\xbf"},
+      {"\xc2\xa0\xdf\xbf\xe0\xa0\x80\xed\x9f\xbf", "\xc2\xa0\xdf\xbf\xe0\xa0\x80\xed\x9f\xbf"},
+      {"a\xc2\x80\xc2\x9b\xc2\x9f", R"(a\xc2\x80\xc2\x9b\xc2\x9f)"},  // control characters
       {"\xee\x80\x80\xf0\x90\x80\x80\xf4\x8f\xbf\xbf", "\xee\x80\x80\xf0\x90\x80\x80\xf4\x8f\xbf\xbf"},
       {"\x80x\xffy\xe2\x82z\xc3z\xe2\x82", R"(\x80x\xffy\xe2\x82z\xc3z\xe2\x82)"},  // out of place, cut short
       {"\xc1\xbf\xe0\x9f\xbf\xf0\x8f\xbf\xbf", R"(\xc1\xbf\xe0\x9f\xbf\xf0\x8f\xbf\xbf)"},  // overlong
@@ -84,18 +57,71 @@ TEST(LoggingTest, NumbersAreWrittenAsStreamsWriteThemAndOnlyPrintableTextUnescap
   for (const auto& [field, text] : cases) {
     LineBuilder line;
     line.append(field);
-    EXPECT_EQ(line.line(), text);
+    EXPECT_EQ(line.finish(""), text);
   }
 }
 
-TEST(LoggingTest, TimeIsUtcToTheMillisecond) {
-  LineBuilder line;
-  line.append_time(std::chrono::sys_time<std::chrono::milliseconds>(1835481599009ms));
-  EXPECT_EQ(line.line(), "2028-02-29T23:59:59.009Z");
+TEST(LoggingTest, TimeIsUtcToTheMillisecondOnALeapDayAndBeyond2038) {
+  const std::pair<Timestamp, const char*> cases[] = {
+      {{1835481599, 9}, "2028-02-29T23:59:59.009Z"},
+      {{2147483648, 0}, "2038-01-19T03:14:08.000Z"},
+      {{4107542400, 999}, "2100-03-01T00:00:00.999Z"},  // no leap year
+      {{253402300799, 10}, "9999-12-31T23:59:59.010Z"},
+  };
+  for (const auto& [time, text] : cases) {
+    LineBuilder line;
+    line.append_time(time);
+    EXPECT_EQ(line.finish(""), text);
+  }
 }
 
-TEST(LoggingTest, LinesOfSeveralThreadsNeverMixThoughLongerThanAPipeTakesAtOnce) {
-  constexpr std::size_t lines_each = 20, length = 9000;
+TEST(LoggingTest, SystemLogHasTheLocalTime) {
+  ::setenv("TZ", "EAST-2", 1);
+  ::tzset();
+  const std::pair<Timestamp, const char*> cases[] = {{{1835481599, 9}, "Mar  1 01:59:59"},
+                                                     {{4102437599, 0}, "Dec 31 23:59:59"},
+                                                     {{2147483648, 0}, "Jan 19 05:14:08"}};
+  for (const auto& [time, text] : cases) {
+    LineBuilder line;
+    line.append_local_time(time);
+    EXPECT_EQ(line.finish(""), text);
+  }
+  ::unsetenv("TZ");
+  ::tzset();
+}
+
+TEST(LoggingTest, LineIsCutAt4KiBBetweenCharactersAndCountsTheBytesLeftOut) {
+  // A line's text holds 4032 bytes; the rest is for the number of bytes left out and the newline.
+  const auto repeated = [](std::string_view text, std::size_t times) {
+    std::string all;
+    for (std::size_t i = 0; i < times; ++i) {
+      all += text;
+    }
+    return all;
+  };
+  const std::string full(4032, 'x');
+  const std::pair<std::string, std::string> cases[] = {
+      {full, full},
+      {full + "y", full + "... (1 bytes left out)"},
+      {std::string(200'000, 'x'), full + "... (195968 bytes left out)"},
+      {repeated("\x01", 1009), repeated(R"(\x01)", 1008) + "... (1 bytes left out)"},
+      {"12" + repeated("\x01", 1009), "12" + repeated(R"(\x01)", 1007) + "... (2 bytes left out)"},
+      {repeated("\xe2\x82\xac", 1345), repeated("\xe2\x82\xac", 1344) + "... (3 bytes left out)"},
+      {"1" + repeated("\xe2\x82\xac", 1344) + "2",
+       "1" + repeated("\xe2\x82\xac", 1343) + "... (4 bytes left out)"},
+  };
+  for (const auto& [text, shown] : cases) {
+    LineBuilder line;
+    line.append(text);
+    EXPECT_EQ(line.finish(""), shown);
+  }
+  LineBuilder line;
+  line.append(full), line.append(12345), line.append("z"), line.append(std::string_view(""));
+  EXPECT_EQ(line.finish("\n"), full + "... (6 bytes left out)\n");
+}
+
+TEST(LoggingTest, LinesOfSeveralThreadsNeverMix) {
+  constexpr std::size_t lines_each = 20, length = 4000;
   std::istringstream output(logged_by([] {
     std::vector<std::jthread> threads;
     for (const char letter : {'a', 'b', 'c', 'd'}) {

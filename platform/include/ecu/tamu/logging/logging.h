@@ -8,7 +8,9 @@
 #include <string_view>
 
 /// Log lines with the levels of syslog (RFC 5424). A line whose level is not let through costs a load and a
-/// compare. Every function may be called from any thread; a line is written whole.
+/// compare. Every function may be called from any thread; a line is written as a whole. No line waits for its
+/// reader: one that is not taken at once is dropped and counted. A line holds at most 4 KiB, its time
+/// included; what is beyond is left out, and the line ends with the number of bytes missing.
 namespace ecu::tamu::logging {
 
 enum class Level : int {
@@ -32,9 +34,13 @@ void configure_logging(std::string_view level_name);
 /// The level named `name`, in either case; nothing for a name that is none.
 [[nodiscard]] std::optional<Level> level_from_name(std::string_view name) noexcept;
 
+/// The name of a level in capitals, such as "NOTICE".
+[[nodiscard]] std::string_view name_of(Level level) noexcept;
+
 [[nodiscard]] std::string_view get_default_log_level_name() noexcept;
 
-/// Chooses where lines go; syslog until called.
+/// Chooses where lines go; syslog until called. Call it again after another file has been put in place of
+/// standard output or error.
 void set_log_mode(LogMode mode) noexcept;
 
 /// An integer to be written in lower-case hexadecimal without prefix, at least `min_digits` long.
@@ -148,6 +154,10 @@ class Module {
   template <class... Fields>
   void info(const Fields&... fields) const noexcept {
     log(Level::info, fields...);
+  }
+  template <class... Fields>
+  void debug(const Fields&... fields) const noexcept {
+    log(Level::debug, fields...);
   }
 
  private:

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+/// A mutex, its lock and a condition variable that Clang's thread-safety analysis understands. A member
+/// declared `int count_ TAMU_GUARDED_BY(mutex_);` may be used only by code that provably holds `mutex_`; a
+/// function declared `void add() TAMU_REQUIRES(mutex_);` may be called only with it held. The check is one of
+/// Clang at compile time
+/// (-Wthread-safety, the `clang` preset); for other compilers the macros are empty and the classes cost what
+/// those of the standard library cost.
+///
+/// The analysis looks at each lambda on its own: a predicate that reads guarded members says so itself,
+/// `[this]() TAMU_REQUIRES(mutex_) { return count_ > 0; }`.
+
+#if defined(__clang__)
+#define TAMU_THREAD_ANNOTATION(annotation) __attribute__((annotation))
+#else
+#define TAMU_THREAD_ANNOTATION(annotation)
+#endif
+
+/// The variable is read and written with the mutex held; of a pointer, what it points to.
+#define TAMU_GUARDED_BY(mutex) TAMU_THREAD_ANNOTATION(guarded_by(mutex))
+#define TAMU_PT_GUARDED_BY(mutex) TAMU_THREAD_ANNOTATION(pt_guarded_by(mutex))
+/// The caller of the function holds the mutex, or must not hold it.
+#define TAMU_REQUIRES(...) TAMU_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
+#define TAMU_EXCLUDES(...) TAMU_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
+/// The function returns a reference to the mutex.
+#define TAMU_RETURN_CAPABILITY(mutex) TAMU_THREAD_ANNOTATION(lock_returned(mutex))
+/// For a function that is right although the analysis cannot follow it; the reason stands beside it.
+#define TAMU_NO_THREAD_SAFETY_ANALYSIS TAMU_THREAD_ANNOTATION(no_thread_safety_analysis)
+
+namespace ecu::tamu {
+
+class TAMU_THREAD_ANNOTATION(capability("mutex")) Mutex {
+ public:
+  constexpr Mutex() noexcept = default;
+
+ private:
+  friend class MutexLock;
+  std::mutex mutex_;
+};
+
+/// Holds a mutex from its construction to its end; may release it in between. Works with
+/// std::condition_variable_any, too, where a stop token is to end the wait.
+class TAMU_THREAD_ANNOTATION(scoped_lockable) MutexLock {
+ public:
+  explicit MutexLock(Mutex& mutex) TAMU_THREAD_ANNOTATION(acquire_capability(mutex)) : lock_(mutex.mutex_) {}
+  ~MutexLock() TAMU_THREAD_ANNOTATION(release_capability()) = default;
+  MutexLock(const MutexLock&) = delete;
+  MutexLock& operator=(const MutexLock&) = delete;
+
+  void lock() TAMU_THREAD_ANNOTATION(acquire_capability()) { lock_.lock(); }
+  void unlock() TAMU_THREAD_ANNOTATION(release_capability()) { lock_.unlock(); }
+
+ private:
+  friend class ConditionVariable;
+  std::unique_lock<std::mutex> lock_;
+};
+
+/// Waits with a lock that is held before and after; a predicate is called with it held.
+class ConditionVariable {
+ public:
+  void notify_one() noexcept { condition_.notify_one(); }
+  void notify_all() noexcept { condition_.notify_all(); }
+
+  void wait(MutexLock& lock) { condition_.wait(lock.lock_); }
+  template <class Clock, class Duration>
+  std::cv_status wait_until(MutexLock& lock, const std::chrono::time_point<Clock, Duration>& deadline) {
+    return condition_.wait_until(lock.lock_, deadline);
+  }
+
+  // The analysis cannot know that a predicate's mutex is the lock's.
+  template <class Predicate>
+  void wait(MutexLock& lock, Predicate predicate) TAMU_NO_THREAD_SAFETY_ANALYSIS {
+    condition_.wait(lock.lock_, predicate);
+  }
+
+  /// Returns the predicate's value at the end.
+  template <class Clock, class Duration, class Predicate>
+  bool wait_until(MutexLock& lock, const std::chrono::time_point<Clock, Duration>& deadline,
+                  Predicate predicate) TAMU_NO_THREAD_SAFETY_ANALYSIS {
+    return condition_.wait_until(lock.lock_, deadline, predicate);
+  }
+  template <class Rep, class Period, class Predicate>
+  bool wait_for(MutexLock& lock, const std::chrono::duration<Rep, Period>& time,
+                Predicate predicate) TAMU_NO_THREAD_SAFETY_ANALYSIS {
+    return condition_.wait_for(lock.lock_, time, predicate);
+  }
+
+ private:
+  std::condition_variable condition_;
+};
+
+}  // namespace ecu::tamu
