@@ -18,7 +18,7 @@ _ecusim_command() {
 # What may stand here: the options and, in place of a command or a scenario, commands.
 _ecusim_words() {
   case $(_ecusim_command) in
-    none) echo 'play watch scenario -h --help --host --port --ports' ;;
+    none) echo 'play watch scenario -h --help -V --version --host --port --ports' ;;
     play) echo '-h --help --host --port --ports' ;;
     watch) echo '-h --help --host --port --once --timeout' ;;
     scenario) echo '-h --help' ;;
