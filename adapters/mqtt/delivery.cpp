@@ -1,7 +1,18 @@
+// Each observer is one recipient with one mailbox, however many topics it is subscribed to. A recipient that
+// messages wait for is scheduled: it stands in ready_ once, or one thread serves it, which takes message
+// after message and calls the observer without the lock. That nobody else serves it meanwhile keeps the
+// observer's calls one after another and in order.
+//
+// It relies on `scheduled` being true exactly while the recipient stands in ready_ or is served: if that were
+// left true after a failed allocation, the observer would never be called again. A recipient is therefore
+// scheduled before its message is queued, and serving one allocates nothing that it depends on.
+
 #include "mqtt/delivery.h"
 
 #include <algorithm>
 #include <exception>
+#include <new>
+#include <optional>
 #include <utility>
 
 #include <ecu/tamu/com/topic.h>
@@ -12,17 +23,32 @@ namespace ecu::tamu::com::mqtt {
 
 namespace {
 
-void call(ISubscriptionObserver& observer, const Letter& letter) noexcept {
+void call(ISubscriptionObserver& observer, const QueuedMessage& message) noexcept {
   try {
-    observer.message(letter.topic, letter.message);
+    observer.message(message.topic, message.message);
   } catch (const std::exception& failure) {
-    mqtt_log.error("observer failed on topic ", letter.topic, ": ", failure.what());
+    mqtt_log.error("observer failed on topic ", message.topic, ": ", failure.what());
   } catch (...) {
-    mqtt_log.error("observer failed on topic ", letter.topic);
+    mqtt_log.error("observer failed on topic ", message.topic);
+  }
+}
+
+// Without memory for its text a loss stays counted and is reported later.
+std::optional<Loss> loss_of(Mailbox& mailbox) noexcept {
+  try {
+    return mailbox.take_loss();
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;
   }
 }
 
 }  // namespace
+
+Delivery::Route* Delivery::find_route(const std::string& topic) {
+  const auto found = std::find_if(routes_.begin(), routes_.end(),
+                                  [&topic](const Route& route) { return route.filter == topic; });
+  return found == routes_.end() ? nullptr : &*found;
+}
 
 std::shared_ptr<Delivery::Recipient> Delivery::recipient_of(
     const std::shared_ptr<ISubscriptionObserver>& observer) {
@@ -36,17 +62,20 @@ std::shared_ptr<Delivery::Recipient> Delivery::recipient_of(
 bool Delivery::add(const std::string& topic, int max_qos,
                    const std::shared_ptr<ISubscriptionObserver>& observer) {
   const std::lock_guard lock(mutex_);
-  auto route =
-      std::find_if(routes_.begin(), routes_.end(), [&topic](const Route& r) { return r.filter == topic; });
-  const bool is_new = route == routes_.end();
-  if (is_new) {
-    route = routes_.insert(routes_.end(), Route{topic, max_qos, {}});
-  }
   const auto recipient = recipient_of(observer);
-  if (recipient->mailbox.open(topic)) {
+  Route* const route = find_route(topic);
+  if (route == nullptr) {
+    Route created{topic, max_qos, {recipient}};
+    routes_.reserve(routes_.size() + 1);
+    recipient->mailbox.add_topic(topic);
+    routes_.push_back(std::move(created));
+    return true;
+  }
+  route->recipients.reserve(route->recipients.size() + 1);
+  if (recipient->mailbox.add_topic(topic)) {
     route->recipients.push_back(recipient);
   }
-  return std::exchange(route->max_qos, std::max(route->max_qos, max_qos)) < max_qos || is_new;
+  return std::exchange(route->max_qos, std::max(route->max_qos, max_qos)) < max_qos;
 }
 
 bool Delivery::remove(const std::string& topic, const ISubscriptionObserver* observer) {
@@ -55,27 +84,22 @@ bool Delivery::remove(const std::string& topic, const ISubscriptionObserver* obs
     return recipient->mailbox.observer() == observer;
   };
   const auto recipient = std::find_if(recipients_.begin(), recipients_.end(), is_observer);
-  if (recipient == recipients_.end() || !(*recipient)->mailbox.close(topic)) {
+  if (recipient == recipients_.end() || !(*recipient)->mailbox.remove_topic(topic)) {
     return false;
   }
-  if ((*recipient)->mailbox.closed() && (*recipient)->current_topic.empty()) {
+  if (!(*recipient)->mailbox.has_topics() && !(*recipient)->current) {
     recipients_.erase(recipient);
   }
-  const auto route =
-      std::find_if(routes_.begin(), routes_.end(), [&topic](const Route& r) { return r.filter == topic; });
-  std::erase_if(route->recipients, is_observer);
-  if (!route->recipients.empty()) {
-    return false;
-  }
-  routes_.erase(route);
-  return true;
+  std::erase_if(find_route(topic)->recipients, is_observer);
+  return std::erase_if(routes_, [](const Route& route) { return route.recipients.empty(); }) > 0;
 }
 
 void Delivery::wait_for(const std::string& topic, const ISubscriptionObserver* observer) {
   std::unique_lock lock(mutex_);
   call_ended_.wait(lock, [&] {
     return std::none_of(recipients_.begin(), recipients_.end(), [&](const auto& recipient) {
-      return recipient->mailbox.observer() == observer && topic_matches(topic, recipient->current_topic) &&
+      return recipient->mailbox.observer() == observer && recipient->current &&
+             topic_matches(topic, recipient->current->topic) &&
              recipient->server != std::this_thread::get_id();
     });
   });
@@ -97,34 +121,29 @@ void Delivery::post(const std::string& topic, Message message) {
     return;
   }
   ++posts_;
-  // Each recipient gets its message when the next one is found, so that the last one gets the original.
-  const std::shared_ptr<Recipient>* found = nullptr;
-  const std::string* found_by = nullptr;
+  std::shared_ptr<const QueuedMessage> queued;
   for (const Route& route : routes_) {
     if (!topic_matches(route.filter, topic)) {
       continue;
     }
-    for (const auto& recipient : route.recipients) {
-      if (std::exchange(recipient->last_post, posts_) == posts_) {
-        continue;
-      }
-      if (found != nullptr) {
-        hand(*found, *found_by, {topic, message, posts_});
-      }
-      found = &recipient;
-      found_by = &route.filter;
+    if (!queued) {
+      queued = std::make_shared<const QueuedMessage>(QueuedMessage{topic, std::move(message), posts_});
     }
-  }
-  if (found != nullptr) {
-    hand(*found, *found_by, {topic, std::move(message), posts_});
+    for (const auto& recipient : route.recipients) {
+      if (std::exchange(recipient->last_post, posts_) != posts_) {
+        queue(recipient, route.filter, queued);
+      }
+    }
   }
 }
 
-void Delivery::hand(const std::shared_ptr<Recipient>& recipient, const std::string& filter, Letter letter) {
-  recipient->mailbox.put(filter, std::move(letter));
-  if (!std::exchange(recipient->scheduled, true)) {
+void Delivery::queue(const std::shared_ptr<Recipient>& recipient, const std::string& filter,
+                     const std::shared_ptr<const QueuedMessage>& message) {
+  if (!recipient->scheduled) {
     ready_.push_back(recipient);
+    recipient->scheduled = true;
   }
+  recipient->mailbox.put(filter, message);
 }
 
 std::uint64_t Delivery::posted() const {
@@ -135,7 +154,7 @@ std::uint64_t Delivery::posted() const {
 bool Delivery::delivered(std::uint64_t count) const {
   const std::lock_guard lock(mutex_);
   return std::none_of(recipients_.begin(), recipients_.end(), [count](const auto& recipient) {
-    const bool in_call = !recipient->current_topic.empty() && recipient->current_post <= count;
+    const bool in_call = recipient->current && recipient->current->number <= count;
     return in_call || recipient->mailbox.holds_up_to(count);
   });
 }
@@ -146,53 +165,77 @@ bool Delivery::pending() const {
 }
 
 bool Delivery::deliver_next() {
+  std::shared_ptr<Recipient> recipient;  // may be the last to hold the observer, so it outlives the lock
   std::unique_lock lock(mutex_);
   if (ready_.empty()) {
     return false;
   }
-  const std::shared_ptr<Recipient> recipient = std::move(ready_.front());
+  recipient = std::move(ready_.front());
   ready_.pop_front();
   serve(*recipient, lock);
   recipient->scheduled = false;
-  if (recipient->mailbox.closed()) {
+  if (!recipient->mailbox.has_topics()) {
     std::erase(recipients_, recipient);
   }
   return true;
 }
 
-bool Delivery::is_calling_here() const {
-  const std::lock_guard lock(mutex_);
-  return std::any_of(recipients_.begin(), recipients_.end(), [](const auto& recipient) {
-    return recipient->server == std::this_thread::get_id() && !recipient->current_topic.empty();
-  });
-}
-
-void Delivery::serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) {
+void Delivery::serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) noexcept {
   recipient.server = std::this_thread::get_id();
-  while (auto letter = recipient.mailbox.take()) {
-    recipient.current_topic = letter->topic;
-    recipient.current_post = letter->number;
-    const std::optional<Loss> loss = recipient.mailbox.take_loss();
+  for (;;) {
+    recipient.current = recipient.mailbox.take();
+    const std::optional<Loss> loss = loss_of(recipient.mailbox);
+    if (!recipient.current && !loss) {
+      break;
+    }
     lock.unlock();
     if (loss) {
-      mqtt_log.warning("observer too slow: ", loss->count, " messages dropped on topic ", loss->filter);
-      on_loss_(*loss);
+      report(*loss);
     }
-    call(*recipient.mailbox.observer(), *letter);
+    if (recipient.current) {
+      call(*recipient.mailbox.observer(), *recipient.current);
+    }
     lock.lock();
-    recipient.current_topic.clear();
+    recipient.current.reset();
     call_ended_.notify_all();
   }
   recipient.server = {};
 }
 
-void Delivery::close() {
-  const std::lock_guard lock(mutex_);
-  closed_ = true;
-  ready_.clear();
-  for (const auto& recipient : recipients_) {
-    recipient->mailbox.clear();
+void Delivery::report(const Loss& loss) noexcept {
+  try {
+    loss_log_.add(loss);
+    on_loss_(loss);
+  } catch (const std::exception& failure) {
+    mqtt_log.error(loss.count, " messages dropped on topic ", loss.filter,
+                   ", not reported: ", failure.what());
   }
+}
+
+bool Delivery::is_calling_here() const {
+  const std::lock_guard lock(mutex_);
+  return std::any_of(recipients_.begin(), recipients_.end(), [](const auto& recipient) {
+    return recipient->server == std::this_thread::get_id() && recipient->current;
+  });
+}
+
+void Delivery::close() {
+  std::vector<Loss> losses;
+  {
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+    ready_.clear();
+    for (const auto& recipient : recipients_) {
+      recipient->mailbox.clear();
+      while (auto loss = loss_of(recipient->mailbox)) {
+        losses.push_back(std::move(*loss));
+      }
+    }
+  }
+  for (const Loss& loss : losses) {
+    report(loss);
+  }
+  loss_log_.log_all();
 }
 
 }  // namespace ecu::tamu::com::mqtt

@@ -14,6 +14,7 @@
 #include <ecu/tamu/com/message.h>
 #include <ecu/tamu/com/transport_client.h>
 
+#include "mqtt/loss_log.h"
 #include "mqtt/mailbox.h"
 
 namespace ecu::tamu::com::mqtt {
@@ -26,12 +27,19 @@ struct Subscription {
 
 /// Brings messages to the observers that are subscribed to their topics. Every operation may be called from
 /// any thread. Messages are posted by the network and delivered by whichever threads call `deliver_next`:
-/// several observers may be called at once, one observer never.
+/// several observers may be called at once, one observer never. An operation that throws std::bad_alloc costs
+/// at most the message or the registration that it was called for.
 class Delivery {
  public:
-  /// `on_loss` is called, by whichever thread delivers, for messages that an observer was too slow for.
-  explicit Delivery(std::function<void(const Loss&)> on_loss = [](const Loss&) {})
-      : on_loss_(std::move(on_loss)) {}
+  using Clock = LossLog::Clock;
+
+  /// `on_loss` is called, by whichever thread delivers, for messages that an observer was too slow for, or
+  /// that are larger than a queue may be. `now` is what the time between two log lines about them is taken
+  /// from.
+  explicit Delivery(
+      std::function<void(const Loss&)> on_loss = [](const Loss&) {},
+      std::function<Clock::time_point()> now = Clock::now)
+      : on_loss_(std::move(on_loss)), loss_log_(std::move(now)) {}
 
   /// True when the broker has to be asked for `topic`: it is new, or wanted at a higher quality of service.
   bool add(const std::string& topic, int max_qos, const std::shared_ptr<ISubscriptionObserver>& observer);
@@ -64,7 +72,14 @@ class Delivery {
   /// Whether the calling thread is inside an observer's call.
   [[nodiscard]] bool is_calling_here() const;
 
-  /// Throws away what waits; from then on nothing is queued. Calls that are under way go on.
+  /// When `log_losses` has something to log; `max` when there is nothing to come.
+  [[nodiscard]] Clock::time_point losses_due() const { return loss_log_.due(); }
+
+  /// Logs what was dropped since the last line, where that was long enough ago.
+  void log_losses() { loss_log_.log_due(); }
+
+  /// Throws away what waits, and reports what was dropped before; from then on nothing is queued. Calls that
+  /// are under way go on.
   void close();
 
  private:
@@ -72,11 +87,10 @@ class Delivery {
     explicit Recipient(std::shared_ptr<ISubscriptionObserver> observer) : mailbox(std::move(observer)) {}
 
     Mailbox mailbox;
-    bool scheduled = false;       // waits in ready_, or is being served
-    std::uint64_t last_post = 0;  // number of the message that was posted to it last
-    std::thread::id server;       // the thread that calls the observer
-    std::string current_topic;    // what it is called for; empty between calls
-    std::uint64_t current_post = 0;
+    bool scheduled = false;                        // waits in ready_, or is being served
+    std::uint64_t last_post = 0;                   // number of the message that was posted to it last
+    std::thread::id server;                        // the thread that calls the observer
+    std::shared_ptr<const QueuedMessage> current;  // what it is called for; null between calls
   };
   struct Route {
     std::string filter;
@@ -84,18 +98,27 @@ class Delivery {
     std::vector<std::shared_ptr<Recipient>> recipients;
   };
 
+  Route* find_route(const std::string& topic);
   std::shared_ptr<Recipient> recipient_of(const std::shared_ptr<ISubscriptionObserver>& observer);
-  void hand(const std::shared_ptr<Recipient>& recipient, const std::string& filter, Letter letter);
-  void serve(Recipient& recipient, std::unique_lock<std::mutex>& lock);
+  void queue(const std::shared_ptr<Recipient>& recipient, const std::string& filter,
+             const std::shared_ptr<const QueuedMessage>& message);
+  void serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) noexcept;
+  void report(const Loss& loss) noexcept;
 
+  // Constant after construction.
   const std::function<void(const Loss&)> on_loss_;
-  mutable std::mutex mutex_;  // guards all below; never held while an observer is called
+
+  // With their own synchronisation.
+  LossLog loss_log_;
+  std::condition_variable call_ended_;  // waited for with mutex_
+
+  mutable std::mutex mutex_;  // never held while an observer is called
+  // Guarded by mutex_.
   std::vector<Route> routes_;
   std::vector<std::shared_ptr<Recipient>> recipients_;
   std::deque<std::shared_ptr<Recipient>> ready_;
   std::uint64_t posts_ = 0;
   bool closed_ = false;
-  std::condition_variable call_ended_;
 };
 
 }  // namespace ecu::tamu::com::mqtt

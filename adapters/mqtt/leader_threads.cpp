@@ -1,46 +1,72 @@
+// The leader arms a timer before its calls and disarms it after them. The stand-in, the only thread besides
+// the leader that waits, sleeps in poll on that timer; when it expires in the middle of the calls the
+// stand-in takes the lead. The old leader notices that as its present call returns. It then becomes the
+// stand-in, unless the new leader had to make one meanwhile: then it ends.
+//
+// A stand-in is made when calls begin and there is none, which leaves an old leader the time to come back. An
+// ended thread leaves its handle in retired_, where the next one joins it, so that at most one that has ended
+// waits to be joined.
+
 #include "mqtt/leader_threads.h"
 
 #include <poll.h>
 #include <pthread.h>
-#include <signal.h>
 
+#include <algorithm>
 #include <array>
-#include <system_error>
+#include <csignal>
+#include <exception>
 #include <utility>
+
+#include <ecu/tamu/signal_mask.h>
 
 #include "mqtt/mqtt_log.h"
 
 namespace ecu::tamu::com::mqtt {
 
-namespace {
-
-// Termination is for the main thread, whatever mask this one inherited. The MQTT library writes to
-// connections that the broker may have closed, which must end in an error and not in a signal.
-void block_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGPIPE}) {
-    sigaddset(&signals, signal);
-  }
-  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
-
-}  // namespace
+LeaderThreads::LeaderThreads(std::function<void()> lead, std::chrono::microseconds relief_delay,
+                             MakeThread make_thread)
+    : lead_(std::move(lead)), relief_delay_(relief_delay), make_thread_(std::move(make_thread)) {}
 
 void LeaderThreads::start() {
   const std::lock_guard lock(mutex_);
   spawn();
+  has_stand_in_ = true;  // until it takes the lead, which nobody has
 }
 
 void LeaderThreads::spawn() {
-  threads_.emplace_back([this] { run(); });
+  threads_.reserve(threads_.size() + 1);
+  threads_.push_back(make_thread_([this] { run(); }));
+}
+
+void LeaderThreads::ensure_stand_in() {
+  if (has_stand_in_ || finished_) {
+    return;
+  }
+  try {
+    spawn();
+    has_stand_in_ = true;
+    stand_in_is_missing_ = false;
+  } catch (const std::exception& failure) {
+    if (!std::exchange(stand_in_is_missing_, true)) {
+      mqtt_log.warning("an observer that blocks will hold up the network: ", failure.what());
+    }
+  }
 }
 
 void LeaderThreads::run() {
   ::pthread_setname_np(::pthread_self(), "mqtt");
-  block_signals();
+  // Termination is for the main thread, whatever mask this one inherited. The MQTT library writes to
+  // connections that the broker may have closed, which must end in an error and not in a signal.
+  block_signals(signal_set(std::array{SIGINT, SIGTERM, SIGPIPE}));
   while (wait_for_lead()) {
     lead_();
+    std::unique_lock lock(mutex_);
+    if (has_stand_in_ && !finished_) {
+      retire(lock);
+      return;
+    }
+    has_stand_in_ = true;
   }
 }
 
@@ -55,37 +81,44 @@ bool LeaderThreads::wait_for_lead() {
       if (take_lead()) {
         return true;
       }
-      ++stand_ins_;
     }
     ::poll(fds.data(), fds.size(), -1);
-    const std::lock_guard lock(mutex_);
-    --stand_ins_;
   }
 }
 
 bool LeaderThreads::take_lead() {
   const bool free = leader_ == std::thread::id();
-  if (!free && !(in_calls_ && Clock::now() - calls_since_ >= patience)) {
+  if (!free && !(in_calls_ && Clock::now() - calls_since_ >= relief_delay_)) {
     return false;
   }
   leader_ = std::this_thread::get_id();
   in_calls_ = false;
   timer_.cancel();
-  if (stand_ins_ == 0) {
-    try {
-      spawn();
-    } catch (const std::system_error& failure) {
-      mqtt_log.warning("an observer that blocks will hold up the network: ", failure.what());
-    }
-  }
+  has_stand_in_ = false;
   return true;
+}
+
+void LeaderThreads::retire(std::unique_lock<std::mutex>& lock) {
+  const auto own = std::find_if(threads_.begin(), threads_.end(), [](const std::thread& thread) {
+    return thread.get_id() == std::this_thread::get_id();
+  });
+  if (own == threads_.end()) {
+    return;  // `join` waits for it
+  }
+  std::thread previous = std::exchange(retired_, std::move(*own));
+  threads_.erase(own);
+  lock.unlock();
+  if (previous.joinable()) {
+    previous.join();
+  }
 }
 
 void LeaderThreads::begin_calls() {
   const std::lock_guard lock(mutex_);
+  ensure_stand_in();
   in_calls_ = true;
   calls_since_ = Clock::now();
-  timer_.set(patience);
+  timer_.set(relief_delay_);
 }
 
 bool LeaderThreads::leading() const {
@@ -110,15 +143,18 @@ void LeaderThreads::finish() {
 }
 
 void LeaderThreads::join() {
-  // A thread may have started another one before it ended.
+  // A thread may have started or retired another one before it ended.
   for (;;) {
     std::unique_lock lock(mutex_);
-    if (threads_.empty()) {
+    std::thread thread = std::move(retired_);
+    if (!thread.joinable() && !threads_.empty()) {
+      thread = std::move(threads_.back());
+      threads_.pop_back();
+    }
+    lock.unlock();
+    if (!thread.joinable()) {
       return;
     }
-    std::thread thread = std::move(threads_.back());
-    threads_.pop_back();
-    lock.unlock();
     thread.join();
   }
 }

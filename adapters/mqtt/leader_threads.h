@@ -11,26 +11,29 @@
 namespace ecu::tamu::com::mqtt {
 
 /// Threads of which one leads, that is, runs the network and calls the observers itself, so that a message
-/// changes no thread on its way. A leader whose calls last is relieved: a stand-in takes the lead, the old
-/// leader finishes its call and becomes a stand-in. Stand-ins sleep until a timer wakes them, which runs only
-/// while the leader is inside calls. There is always one more thread than observers that block.
+/// changes no thread on its way. A leader whose calls last is relieved: the stand-in takes the lead, and the
+/// old leader, once its calls are over, becomes the stand-in or ends. There are never more threads than the
+/// leader, one stand-in, and those that are inside calls.
 class LeaderThreads {
  public:
-  /// How long the leader's calls may last before it is relieved.
-  static constexpr std::chrono::milliseconds patience{2};
+  using MakeThread = std::function<std::thread(std::function<void()>)>;
 
-  /// `lead` is called by the thread that takes the lead. It returns when it has lost the lead or
-  /// has called `finish`.
-  explicit LeaderThreads(std::function<void()> lead) : lead_(std::move(lead)) {}
+  /// `lead` is called by the thread that takes the lead, and throws nothing. It returns when it has lost the
+  /// lead or has called `finish`. A leader is relieved when its calls last for `relief_delay`. `make_thread`
+  /// may throw whatever std::thread does.
+  explicit LeaderThreads(
+      std::function<void()> lead, std::chrono::microseconds relief_delay = std::chrono::milliseconds(2),
+      MakeThread make_thread = [](std::function<void()> body) { return std::thread(std::move(body)); });
   ~LeaderThreads() { join(); }
 
   LeaderThreads(const LeaderThreads&) = delete;
   LeaderThreads& operator=(const LeaderThreads&) = delete;
 
-  /// Starts the first leader. Throws std::system_error when no thread can be had.
+  /// Starts the first leader. Throws std::system_error or std::bad_alloc when no thread can be had.
   void start();
 
-  /// The leader is about to call observers.
+  /// The leader is about to call observers. Without a thread to relieve it, it leads on until its calls are
+  /// over, whatever they wait for; each call of this tries again to make one.
   void begin_calls();
   /// Whether the calling thread still leads; false once it has been relieved.
   [[nodiscard]] bool leading() const;
@@ -46,21 +49,31 @@ class LeaderThreads {
   using Clock = std::chrono::steady_clock;
 
   void spawn();
+  void ensure_stand_in();
   void run();
   [[nodiscard]] bool wait_for_lead();
   [[nodiscard]] bool take_lead();
+  void retire(std::unique_lock<std::mutex>& lock);
 
+  // Constant after construction.
   const std::function<void()> lead_;
-  const posix::Timer timer_;  // runs out when the leader is to be relieved
+  const std::chrono::microseconds relief_delay_;
+  const MakeThread make_thread_;
+
+  // With their own synchronisation.
+  const posix::Timer timer_;  // expires when the leader is to be relieved
   const posix::Event end_;
 
-  mutable std::mutex mutex_;  // guards all below
-  std::thread::id leader_;    // nobody's before the first thread has taken the lead
+  mutable std::mutex mutex_;
+  // Guarded by mutex_.
+  std::thread::id leader_;  // nobody's before the first thread has taken the lead
   bool in_calls_ = false;
   Clock::time_point calls_since_;
   bool finished_ = false;
-  int stand_ins_ = 0;
+  bool has_stand_in_ = false;         // made, though it may not have begun to wait
+  bool stand_in_is_missing_ = false;  // has been logged
   std::vector<std::thread> threads_;
+  std::thread retired_;  // the last one, for the next one to join
 };
 
 }  // namespace ecu::tamu::com::mqtt

@@ -1,3 +1,8 @@
+// A queue a topic, so that a flood on one topic drops nothing of another; the numbers of the messages restore
+// the order of arrival over all of them. An observer has few topics, so that each is found by a plain search.
+// Queues hold pointers: a message for several observers is in memory once, and a queue keeps next to nothing
+// when it is empty again.
+
 #include "mqtt/mailbox.h"
 
 #include <algorithm>
@@ -7,84 +12,87 @@ namespace ecu::tamu::com::mqtt {
 
 namespace {
 
-std::size_t size_of(const Letter& letter) {
-  return letter.topic.size() + letter.message.payload.size();
+std::size_t size_of(const QueuedMessage& message) noexcept {
+  return message.topic.size() + message.message.payload.size();
 }
 
 }  // namespace
 
-Mailbox::Slot* Mailbox::find(const std::string& filter) {
-  const auto found = std::find_if(slots_.begin(), slots_.end(),
-                                  [&filter](const Slot& slot) { return slot.filter == filter; });
-  return found == slots_.end() ? nullptr : &*found;
+Mailbox::TopicQueue* Mailbox::find(const std::string& filter) noexcept {
+  const auto found = std::find_if(queues_.begin(), queues_.end(),
+                                  [&filter](const TopicQueue& queue) { return queue.filter == filter; });
+  return found == queues_.end() ? nullptr : &*found;
 }
 
-bool Mailbox::open(const std::string& filter) {
+bool Mailbox::add_topic(const std::string& filter) {
   if (find(filter) != nullptr) {
     return false;
   }
-  slots_.push_back({filter, {}});
+  queues_.push_back({filter, {}});
   return true;
 }
 
-bool Mailbox::close(const std::string& filter) {
-  return std::erase_if(slots_, [&filter](const Slot& slot) { return slot.filter == filter; }) > 0;
+bool Mailbox::remove_topic(const std::string& filter) {
+  return std::erase_if(queues_, [&filter](const TopicQueue& queue) { return queue.filter == filter; }) > 0;
 }
 
-void Mailbox::put(const std::string& filter, Letter letter) {
-  Slot* slot = find(filter);
-  if (slot == nullptr) {
+void Mailbox::put(const std::string& filter, std::shared_ptr<const QueuedMessage> message) {
+  TopicQueue* const queue = find(filter);
+  if (queue == nullptr) {
     return;
   }
-  const std::size_t bytes = size_of(letter);
-  while (!slot->waiting.empty() &&
-         (slot->waiting.size() >= max_waiting_messages || slot->bytes + bytes > max_waiting_bytes)) {
-    drop_oldest(*slot);
+  const std::size_t bytes = size_of(*message);
+  if (bytes > max_waiting_bytes) {
+    ++queue->dropped;
+    return;
   }
-  slot->bytes += bytes;
-  slot->waiting.push_back(std::move(letter));
+  queue->waiting.push_back(std::move(message));
+  queue->bytes += bytes;
+  while (queue->waiting.size() > max_waiting_messages || queue->bytes > max_waiting_bytes) {
+    take_oldest(*queue);
+    ++queue->dropped;
+  }
 }
 
-void Mailbox::drop_oldest(Slot& slot) {
-  slot.bytes -= size_of(slot.waiting.front());
-  slot.waiting.pop_front();
-  ++slot.dropped;
+std::shared_ptr<const QueuedMessage> Mailbox::take_oldest(TopicQueue& queue) noexcept {
+  std::shared_ptr<const QueuedMessage> message = std::move(queue.waiting.front());
+  queue.waiting.pop_front();
+  queue.bytes -= size_of(*message);
+  return message;
 }
 
-std::optional<Letter> Mailbox::take() {
-  Slot* oldest = nullptr;
-  for (Slot& slot : slots_) {
-    if (!slot.waiting.empty() &&
-        (oldest == nullptr || slot.waiting.front().number < oldest->waiting.front().number)) {
-      oldest = &slot;
+std::shared_ptr<const QueuedMessage> Mailbox::take() noexcept {
+  TopicQueue* oldest = nullptr;
+  for (TopicQueue& queue : queues_) {
+    if (!queue.waiting.empty() &&
+        (oldest == nullptr || queue.waiting.front()->number < oldest->waiting.front()->number)) {
+      oldest = &queue;
     }
   }
-  if (oldest == nullptr) {
-    return std::nullopt;
-  }
-  Letter letter = std::move(oldest->waiting.front());
-  oldest->bytes -= size_of(letter);
-  oldest->waiting.pop_front();
-  return letter;
+  return oldest == nullptr ? nullptr : take_oldest(*oldest);
 }
 
 std::optional<Loss> Mailbox::take_loss() {
   const auto lossy =
-      std::find_if(slots_.begin(), slots_.end(), [](const Slot& slot) { return slot.dropped > 0; });
-  return lossy == slots_.end() ? std::nullopt
-                               : std::optional(Loss{lossy->filter, std::exchange(lossy->dropped, 0)});
+      std::find_if(queues_.begin(), queues_.end(), [](const TopicQueue& queue) { return queue.dropped > 0; });
+  if (lossy == queues_.end()) {
+    return std::nullopt;
+  }
+  Loss loss{lossy->filter, lossy->dropped};
+  lossy->dropped = 0;
+  return loss;
 }
 
 bool Mailbox::holds_up_to(std::uint64_t number) const noexcept {
-  return std::any_of(slots_.begin(), slots_.end(), [number](const Slot& slot) {
-    return !slot.waiting.empty() && slot.waiting.front().number <= number;
+  return std::any_of(queues_.begin(), queues_.end(), [number](const TopicQueue& queue) {
+    return !queue.waiting.empty() && queue.waiting.front()->number <= number;
   });
 }
 
 void Mailbox::clear() noexcept {
-  for (Slot& slot : slots_) {
-    slot.waiting.clear();
-    slot.bytes = 0;
+  for (TopicQueue& queue : queues_) {
+    queue.waiting.clear();
+    queue.bytes = 0;
   }
 }
 

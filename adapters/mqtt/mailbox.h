@@ -5,10 +5,13 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <ecu/tamu/com/message.h>
 #include <ecu/tamu/com/transport_client.h>
+
+#include "mqtt/loss_log.h"
 
 namespace ecu::tamu::com::mqtt {
 
@@ -16,62 +19,57 @@ namespace ecu::tamu::com::mqtt {
 inline constexpr std::size_t max_waiting_messages = 256;
 inline constexpr std::size_t max_waiting_bytes = std::size_t{1024} * 1024;
 
-/// A message on its way to an observer.
-struct Letter {
+/// A message on its way to the observers, who share it.
+struct QueuedMessage {
   std::string topic;
   Message message;
   std::uint64_t number;  // in the order of arrival
 };
 
-/// Messages on a subscribed topic that were dropped because its room was full.
-struct Loss {
-  std::string filter;
-  std::uint64_t count;
-};
-
 /// The messages that wait for one observer, in the order of arrival over all its topics. Each subscribed
-/// topic has room of its own: when that is full its oldest message is dropped, never another topic's. Has no
-/// lock.
+/// topic has a bounded queue of its own: when it is full its oldest message is dropped, never another
+/// topic's. Has no lock. An operation that throws std::bad_alloc has changed nothing.
 class Mailbox {
  public:
   explicit Mailbox(std::shared_ptr<ISubscriptionObserver> observer) : observer_(std::move(observer)) {}
 
   [[nodiscard]] ISubscriptionObserver* observer() const noexcept { return observer_.get(); }
 
-  /// Makes room for a subscribed topic; false when it has some already.
-  bool open(const std::string& filter);
-  /// Throws away what waits on a subscribed topic, and its room; false when it had none.
-  bool close(const std::string& filter);
-  /// Whether no topic is left.
-  [[nodiscard]] bool closed() const noexcept { return slots_.empty(); }
+  /// Makes the queue of a subscribed topic; false when there is one already.
+  bool add_topic(const std::string& filter);
+  /// Drops the queue of a subscribed topic with what waits in it; false when there was none.
+  bool remove_topic(const std::string& filter);
+  [[nodiscard]] bool has_topics() const noexcept { return !queues_.empty(); }
 
-  /// Puts a message that arrived on a subscribed topic at the end.
-  void put(const std::string& filter, Letter letter);
+  /// Appends a message that arrived on a subscribed topic. A message that is larger than a queue may be is
+  /// itself dropped.
+  void put(const std::string& filter, std::shared_ptr<const QueuedMessage> message);
 
-  /// The message that has waited longest; nothing when none waits.
-  [[nodiscard]] std::optional<Letter> take();
+  /// Removes the message that has waited longest; null when none waits.
+  [[nodiscard]] std::shared_ptr<const QueuedMessage> take() noexcept;
 
-  /// What was dropped and has not been told yet, of one topic; nothing when there is none.
+  /// Removes the count of what was dropped of one topic; nothing when there is none.
   [[nodiscard]] std::optional<Loss> take_loss();
 
   /// Whether a message waits whose number is not above `number`.
   [[nodiscard]] bool holds_up_to(std::uint64_t number) const noexcept;
 
+  /// Throws away what waits, but not the counts of what was dropped.
   void clear() noexcept;
 
  private:
-  struct Slot {
+  struct TopicQueue {
     std::string filter;
-    std::deque<Letter> waiting;
+    std::deque<std::shared_ptr<const QueuedMessage>> waiting;
     std::size_t bytes = 0;
     std::uint64_t dropped = 0;
   };
 
-  [[nodiscard]] Slot* find(const std::string& filter);
-  static void drop_oldest(Slot& slot);
+  [[nodiscard]] TopicQueue* find(const std::string& filter) noexcept;
+  static std::shared_ptr<const QueuedMessage> take_oldest(TopicQueue& queue) noexcept;
 
   std::shared_ptr<ISubscriptionObserver> observer_;
-  std::vector<Slot> slots_;
+  std::vector<TopicQueue> queues_;
 };
 
 }  // namespace ecu::tamu::com::mqtt

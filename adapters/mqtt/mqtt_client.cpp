@@ -51,6 +51,7 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
         if (observer_) {
           observer_->messages_dropped(loss.filter, loss.count);
         }
+        wake_.signal();  // the leader has the next line about it to log
       }),
       connection_(settings_, *this),
       heartbeat_("mqtt", [this] { wake_.signal(); }),
@@ -85,9 +86,12 @@ void MqttClient::stop() {
 
 void MqttClient::subscribe(const std::string& topic, int max_qos,
                            std::shared_ptr<ISubscriptionObserver> observer) {
+  SubscriptionChange change{{topic, max_qos}, true};
   std::unique_lock lock(mutex_);
+  // What is registered must also be asked for, so that the memory for it is there before.
+  subscription_changes_.reserve(subscription_changes_.size() + 1);
   if (delivery_.add(topic, max_qos, observer) && outbox_.connected()) {
-    subscription_changes_.push_back({{topic, max_qos}, true});
+    subscription_changes_.push_back(std::move(change));
     wake_leader(lock);
   }
 }
@@ -190,6 +194,7 @@ void MqttClient::lead() {
     if (!deliver()) {
       return;
     }
+    delivery_.log_losses();
     report_settlement();
     send();
     sleep();
@@ -278,7 +283,7 @@ void MqttClient::sleep() {
     // What is queued behind a publication that the connection does not take yet leaves with it.
     leader_asleep_ = !work_left && next == nullptr;
   }
-  connection_.wait(wake_, work_left ? Clock::time_point() : Clock::time_point::max());
+  connection_.wait(wake_, work_left ? Clock::time_point() : delivery_.losses_due());
   const std::lock_guard lock(mutex_);
   leader_asleep_ = false;
 }

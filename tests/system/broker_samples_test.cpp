@@ -67,8 +67,9 @@ class UnitBroker {
  public:
   explicit UnitBroker(const std::string& bridge = "") : broker(configuration(bridge)) {}
 
+  /// At the listener for logins.
   BusClient log_in(const std::string& user, const std::string& id = "") const {
-    return BusClient(broker.port(), id, user, user);
+    return BusClient(logins.number(), id, user, user);
   }
   /// For the daemon.
   [[nodiscard]] std::string config(const std::string& more = "") const {
@@ -76,12 +77,13 @@ class UnitBroker {
   }
 
   TempDir dir;
+  LoopbackPort logins;
   Broker broker;
 
  private:
   std::string configuration(const std::string& bridge) const {
-    auto logins = users;
-    logins.emplace_back("witness");
+    auto names = users;
+    names.emplace_back("witness");
     const std::regex example("^#(user|topic) ", std::regex::multiline);
     const std::string acl =
         std::regex_replace(sample("access.acl"), example, "$1 ") + "user witness\ntopic readwrite #\n";
@@ -91,7 +93,8 @@ class UnitBroker {
                                                              {"allow_anonymous true", ""}})},
                       {"limits.conf", sample("limits.conf")},
                       {"bridge.conf", bridge},
-                      {"access.conf", sample("access.conf", {{password_file, write_passwords(dir, logins)},
+                      {"access.conf", sample("access.conf", {{"1883", std::to_string(logins.number())},
+                                                             {password_file, write_passwords(dir, names)},
                                                              {access_list, dir.write("acl", acl)}})}});
   }
 };
@@ -144,8 +147,8 @@ TEST(BrokerSamplesTest, EachTopicHasItsWritersAndReadersAndNoOthers) {
       EXPECT_EQ(heard(client, topic, "for " + user), named_in(readers)) << user << " reads " << topic;
     }
   }
-  EXPECT_THROW(BusClient(unit.broker.port()), std::runtime_error);
-  EXPECT_THROW(BusClient(unit.broker.port(), "", "quil", "guessed"), std::runtime_error);
+  EXPECT_THROW(BusClient(unit.logins.number()), std::runtime_error);
+  EXPECT_THROW(BusClient(unit.logins.number(), "", "quil", "guessed"), std::runtime_error);
 }
 
 TEST(BrokerSamplesTest, WithoutAnAccessListTheSocketLetsInWhoeverReachesItAndNothingElseDoes) {
@@ -156,7 +159,9 @@ TEST(BrokerSamplesTest, WithoutAnAccessListTheSocketLetsInWhoeverReachesItAndNot
   Broker broker(installed(dir, samples));
   EXPECT_TRUE(Daemon("host = " + dir.path("socket")).wait_until_connected());
   EXPECT_THROW(BusClient(broker.port()), std::runtime_error) << "a listener that the sample does not know of";
-  samples["access.conf"] = sample("access.conf", {{password_file, write_passwords(dir, users)},
+  const LoopbackPort logins;
+  samples["access.conf"] = sample("access.conf", {{"1883", std::to_string(logins.number())},
+                                                  {password_file, write_passwords(dir, users)},
                                                   {access_list, SOURCE_DIR "/deploy/broker/access.acl"}});
   EXPECT_THROW(Broker(installed(dir, samples)), std::runtime_error) << "logins that would not be asked for";
 }
@@ -176,6 +181,21 @@ TEST(BrokerSamplesTest, TheDaemonWorksThroughTheSocketWithItsLogin) {
   EXPECT_TRUE(vault.wait_for_text("system/quil/secstore/getmaster", "hush"));
   realtime.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
   EXPECT_TRUE(application.wait_for("system/var/hwvariant"));
+}
+
+TEST(BrokerSamplesTest, ALoginThatTakesTheDaemonsClientIdentifierDoesNotEndTheDaemonsConnection) {
+  UnitBroker unit;
+  BusClient witness = unit.log_in("witness");
+  witness.subscribe(presence_topic);
+  Daemon daemon(unit.config());
+  ASSERT_TRUE(witness.wait_for_text(presence_topic, "online")) << daemon.output();
+  BusClient intruder = unit.log_in("application", "quil");
+  intruder.publish("system/presence/application", "online", false, 1);
+  BusClient realtime = unit.log_in("realtime", "quil");
+  witness.subscribe("system/var/hwvariant");
+  realtime.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+  EXPECT_TRUE(witness.wait_for("system/var/hwvariant"));
+  EXPECT_FALSE(heard(witness, presence_topic, "offline"));
 }
 
 TEST(BrokerSamplesTest, AMessageBeyondTheLimitIsDroppedAndItsSenderStays) {
@@ -208,12 +228,10 @@ class BridgeTest : public testing::Test {
                    {"/etc/mosquitto/fleet.passwd", write_passwords(dir, {id, "monitor", "unit-0001"})},
                    {"/etc/mosquitto/fleet.acl", SOURCE_DIR "/deploy/broker/fleet.acl"}});
   }
-  std::string bridge_configuration() const {
-    return sample("bridge.conf",
-                  {{"fleet.example.com:8883", "127.0.0.1:" + std::to_string(fleet_port.number())},
-                   {"unit-0001", id},
-                   {"change-me", id},
-                   {"/etc/mosquitto/ca_certificates/fleet.pem", authority.file()}});
+  std::string bridge_configuration(Edits edits) const {
+    edits.emplace_back("fleet.example.com:8883", "127.0.0.1:" + std::to_string(fleet_port.number()));
+    edits.emplace_back("/etc/mosquitto/ca_certificates/fleet.pem", authority.file());
+    return sample("bridge.conf", edits);
   }
   /// Whether the fleet's broker has kept the unit's variable, and nothing that is none.
   void expect_kept(const std::string& value) {
@@ -239,7 +257,7 @@ class BridgeTest : public testing::Test {
   Authority authority;
   LoopbackPort fleet_port;
   Broker fleet{fleet_configuration()};
-  UnitBroker unit{bridge_configuration()};
+  UnitBroker unit{bridge_configuration({{"unit-0001", id}, {"change-me", id}})};
 };
 
 TEST_F(BridgeTest, TheFleetHasTheVariablesAfterEitherSideRestartsAndNeverASecret) {
@@ -254,15 +272,17 @@ TEST_F(BridgeTest, TheFleetHasTheVariablesAfterEitherSideRestartsAndNeverASecret
   expect_kept("R08_B2");
 }
 
-TEST_F(BridgeTest, AUnitWritesBelowItsOwnIdOnlyAndIsSeenToComeAndGo) {
+TEST_F(BridgeTest, AUnitNeitherWritesAsAnotherNorEndsItsConnectionAndIsSeenToComeAndGo) {
   BusClient monitor(fleet.port(), "", "monitor", "monitor");
   monitor.subscribe("#");
-  BusClient other(fleet.port(), "", "unit-0001", "unit-0001");
-  other.publish(variable, "forged", false, 1);
-  other.publish("fleet/unit-0001/system/var/hwvariant", "own", false, 1);
-  EXPECT_TRUE(monitor.wait_for_text("fleet/unit-0001/system/var/hwvariant", "own"));
-  EXPECT_FALSE(heard(monitor, variable, "forged"));
   EXPECT_TRUE(monitor.wait_for_text(unit_tree + "connected", "1"));
+  BusClient forger(fleet.port(), "", "unit-0001", "unit-0001");
+  forger.publish(variable, "forged", false, 1);
+  const UnitBroker impostor(
+      bridge_configuration({{"clientid unit-0001", "clientid " + id}, {"change-me", "unit-0001"}}));
+  EXPECT_TRUE(monitor.wait_for_text("fleet/unit-0001/connected", "1"));
+  EXPECT_FALSE(heard(monitor, variable, "forged"));
+  EXPECT_FALSE(heard(monitor, unit_tree + "connected", "0")) << "its connection was ended";
   unit.broker.stop();
   EXPECT_TRUE(monitor.wait_for_text(unit_tree + "connected", "0"));
 }

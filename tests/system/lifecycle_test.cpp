@@ -354,6 +354,11 @@ TEST_F(ResourceTest, TheServiceManagerIsTold) {
        {"STATUS=Starting", "READY=1\nSTATUS=", "WATCHDOG=1", "WATCHDOG=1", "WATCHDOG=1"}) {
     EXPECT_TRUE(manager.wait_for(state)) << state;
   }
+  broker.stop();
+  EXPECT_TRUE(manager.wait_for("STATUS=broker not reachable: "));
+  EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
+  broker.restart();
+  EXPECT_TRUE(manager.wait_for("STATUS=on line"));
   daemon.signal(SIGTERM);
   EXPECT_TRUE(manager.wait_for("STOPPING=1"));
   EXPECT_EQ(daemon.wait(), 0);

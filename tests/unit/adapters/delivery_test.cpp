@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "support/captured_log.h"
+#include "support/failing_allocation.h"
 
 namespace {
 
@@ -30,6 +31,12 @@ struct Recorder final : ISubscriptionObserver {
   std::function<void(const std::string&)> on_message;
 };
 
+/// Allocates nothing itself.
+struct Counter final : ISubscriptionObserver {
+  void message(const std::string&, const Message&) override { ++calls; }
+  int calls = 0;
+};
+
 class DeliveryTest : public testing::Test {
  protected:
   void post(const std::string& topic, const std::string& text) {
@@ -40,7 +47,17 @@ class DeliveryTest : public testing::Test {
     }
   }
 
-  Delivery delivery;
+  // Drops `count` messages of "flood", and delivers the others.
+  void overload(int count) {
+    for (int i = 0; i < static_cast<int>(max_waiting_messages) + count; ++i) {
+      post("flood", std::to_string(i));
+    }
+    deliver_all();
+  }
+
+  Delivery::Clock::time_point now;
+  std::uint64_t lost = 0;
+  Delivery delivery{[this](const Loss& loss) { lost += loss.count; }, [this] { return now; }};
   std::shared_ptr<Recorder> a = std::make_shared<Recorder>();
   std::shared_ptr<Recorder> b = std::make_shared<Recorder>();
 };
@@ -80,6 +97,83 @@ TEST_F(DeliveryTest, AFloodCostsOnlyItsOwnTopicAndIsReportedOnce) {
   EXPECT_EQ(a->seen.back(), "calm:last");
   EXPECT_THAT(log,
               ElementsAre("WARNING [tamu.com.mqtt] observer too slow: 744 messages dropped on topic flood"));
+}
+
+TEST_F(DeliveryTest, OverloadIsLoggedAtMostOnceInFiveSecondsWithNothingLeftOut) {
+  using std::chrono::seconds;
+  const std::string line = "WARNING [tamu.com.mqtt] observer too slow: ";
+  delivery.add("flood", 0, a);
+  const auto log = tests::logged_lines([&] {
+    overload(1);
+    now += seconds(1);
+    overload(2);
+    EXPECT_EQ(delivery.losses_due() - now, seconds(4));
+    now += seconds(3);
+    overload(3);
+    now += seconds(1);
+    overload(4);
+    overload(5);
+    now += seconds(5);
+    EXPECT_EQ(delivery.losses_due(), now);
+    delivery.log_losses();
+    EXPECT_EQ(delivery.losses_due(), Delivery::Clock::time_point::max());
+    overload(6);
+    now += seconds(60);
+    overload(7);
+    overload(8);
+    delivery.close();
+  });
+  EXPECT_THAT(
+      log,
+      ElementsAre(line + "1 messages dropped on topic flood", line + "9 messages dropped on topic flood",
+                  line + "5 messages dropped on topic flood", line + "13 messages dropped on topic flood",
+                  line + "8 messages dropped on topic flood"));
+  EXPECT_EQ(lost, 36u);
+}
+
+TEST_F(DeliveryTest, AMessageThatIsLargerThanAQueueIsDroppedAlone) {
+  delivery.add("x", 0, a);
+  post("x", "before");
+  post("x", std::string(max_waiting_bytes, 'l'));
+  post("x", "after");
+  const auto log = tests::logged_lines([this] { deliver_all(); });
+  EXPECT_THAT(a->seen, ElementsAre("x:before", "x:after"));
+  EXPECT_THAT(log, ElementsAre("WARNING [tamu.com.mqtt] observer too slow: 1 messages dropped on topic x"));
+  post("x", std::string(max_waiting_bytes, 'l'));
+  deliver_all();
+  EXPECT_EQ(lost, 2u);
+}
+
+TEST_F(DeliveryTest, AFailedAllocationCostsAtMostItsMessage) {
+  const std::string topic(100, 't');
+  const auto counter = std::make_shared<Counter>();
+  delivery.add(topic, 0, counter);
+  const auto with_failure = [](int nth, const auto& call) {
+    const tests::FailingAllocation failing(nth);
+    try {
+      call();
+    } catch (const std::bad_alloc&) {
+    }
+  };
+  // A queue needs memory for every thirty-second message or so: the rounds bring each failure to each state.
+  for (int round = 0; round < 1000; ++round) {
+    Message large = make_message(0, Payload(max_waiting_bytes / 4));
+    with_failure(round / 200, [&] { delivery.post(topic, std::move(large)); });
+    with_failure(round % 2, [this] { delivery.deliver_next(); });
+    deliver_all();
+    for (const char* text : {"next", "last"}) {
+      const int calls_before = counter->calls;
+      post(topic, text);
+      deliver_all();
+      ASSERT_EQ(counter->calls, calls_before + 1) << round;
+    }
+  }
+  const int calls_before = counter->calls;
+  for (int i = 0; i < 3; ++i) {
+    delivery.post(topic, make_message(0, Payload(max_waiting_bytes / 4)));
+  }
+  deliver_all();
+  EXPECT_EQ(counter->calls, calls_before + 3);
 }
 
 TEST_F(DeliveryTest, WhatWaitsOnATopicIsBoundedInBytes) {

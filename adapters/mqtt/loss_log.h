@@ -1,0 +1,55 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace ecu::tamu::com::mqtt {
+
+/// Messages on a subscribed topic that were dropped because its queue was full.
+struct Loss {
+  std::string filter;
+  std::uint64_t count;
+};
+
+/// Logs how many messages were dropped: a WARNING line a topic when a burst begins, and at most one each
+/// `interval` while it lasts. What a line leaves out stands in the next one, the last of which comes when
+/// `log_due` is called after the burst. Any thread.
+class LossLog {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  static constexpr std::chrono::seconds interval{5};
+
+  explicit LossLog(std::function<Clock::time_point()> now = Clock::now) : now_(std::move(now)) {}
+
+  void add(const Loss& loss);
+
+  /// When `log_due` has a line to log; `max` when there is none to come.
+  [[nodiscard]] Clock::time_point due() const;
+  void log_due();
+
+  /// Logs what is left, due or not.
+  void log_all();
+
+ private:
+  struct Topic {
+    std::uint64_t count = 0;      // dropped since the last line
+    Clock::time_point next_line;  // not before
+  };
+
+  void log_until(Clock::time_point time);
+
+  // Constant after construction.
+  const std::function<Clock::time_point()> now_;
+
+  mutable std::mutex mutex_;
+  // Guarded by mutex_.
+  std::map<std::string, Topic> topics_;  // those with a line in the last interval
+};
+
+}  // namespace ecu::tamu::com::mqtt

@@ -1,0 +1,40 @@
+#include "support/failing_allocation.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local int allocations_left = 0;  // up to the one that fails; 0 when none is to fail
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (allocations_left > 0 && --allocations_left == 0) {
+    throw std::bad_alloc();
+  }
+  if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
+    return memory;
+  }
+  throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+  std::free(memory);
+}
+
+namespace tests {
+
+FailingAllocation::FailingAllocation(int nth) noexcept {
+  allocations_left = nth;
+}
+
+FailingAllocation::~FailingAllocation() {
+  allocations_left = 0;
+}
+
+}  // namespace tests

@@ -1,0 +1,177 @@
+#include "mqtt/leader_threads.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <new>
+#include <system_error>
+#include <thread>
+
+#include "support/captured_log.h"
+
+namespace {
+
+using namespace ecu::tamu::com::mqtt;
+
+constexpr std::chrono::seconds patience{20};
+
+/// Each time round the leader makes one call, which the test defines, until that returns false. Before each
+/// there are no more threads than the leader, one stand-in and those inside calls.
+class LeaderThreadsTest : public testing::Test {
+ protected:
+  using Call = std::function<bool(int number)>;
+
+  ~LeaderThreadsTest() override { threads.join(); }
+
+  /// Returns when a call has returned false and the threads have ended.
+  void run(Call made) {
+    call = std::move(made);
+    threads.start();
+    threads.join();
+  }
+
+  void lead() {
+    for (;;) {
+      EXPECT_TRUE(wait_for_alive_outside_calls(2));
+      threads.begin_calls();
+      change_in_calls(1);
+      const bool go_on = call(++calls);
+      change_in_calls(-1);
+      if (!go_on) {
+        threads.finish();
+      }
+      if (!threads.end_calls()) {
+        ++reliefs;
+        return;
+      }
+      if (!go_on) {
+        return;
+      }
+    }
+  }
+
+  std::thread make_thread(const std::function<void()>& body) {
+    if (creations_to_fail > 0 && alive_now() > 0) {
+      --creations_to_fail;
+      throw std::bad_alloc();
+    }
+    change_alive(1);
+    return std::thread([this, body] {
+      body();
+      change_alive(-1);
+    });
+  }
+
+  /// Waits inside a call until another thread has made the next one.
+  bool relieved(int number) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (calls == number && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::yield();
+    }
+    return calls > number;
+  }
+  /// Whether no more threads are left, once those that are about to end have ended.
+  bool wait_for_alive(int count) {
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, patience, [&] { return alive <= count; });
+  }
+  bool wait_for_alive_outside_calls(int count) {
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, patience, [&] { return alive - in_calls <= count; });
+  }
+  int alive_now() {
+    const std::lock_guard lock(mutex);
+    return alive;
+  }
+  void change_alive(int by) {
+    const std::lock_guard lock(mutex);
+    alive += by;
+    changed.notify_all();
+  }
+  void change_in_calls(int by) {
+    const std::lock_guard lock(mutex);
+    in_calls += by;
+    changed.notify_all();
+  }
+
+  Call call;
+  std::atomic<int> calls = 0;
+  std::atomic<int> reliefs = 0;
+  int creations_to_fail = 0;
+  std::mutex mutex;  // guards the rest but threads
+  std::condition_variable changed;
+  int alive = 0;
+  int in_calls = 0;
+  LeaderThreads threads{[this] { lead(); }, std::chrono::microseconds(100),
+                        [this](const std::function<void()>& body) { return make_thread(body); }};
+};
+
+TEST_F(LeaderThreadsTest, ALeaderIsRelievedOnlyWhenItsCallsLast) {
+  std::thread::id first;
+  std::promise<void> second_call;
+  run([&](int number) {
+    if (number == 1) {
+      first = std::this_thread::get_id();
+      EXPECT_TRUE(threads.leading());
+      second_call.get_future().wait();
+      EXPECT_FALSE(threads.leading());
+      return true;
+    }
+    EXPECT_NE(std::this_thread::get_id(), first);
+    second_call.set_value();
+    return false;
+  });
+  EXPECT_GE(reliefs, 1);
+}
+
+TEST_F(LeaderThreadsTest, AStandInThatCannotBeMadeIsTriedAgainAtEachCall) {
+  creations_to_fail = 3;
+  const auto log = tests::logged_lines(
+      [this] { run([this](int number) { return number <= 3 || (number == 4 && relieved(4)); }); });
+  EXPECT_EQ(calls, 5);
+  EXPECT_THAT(
+      log, testing::ElementsAre(
+               "WARNING [tamu.com.mqtt] an observer that blocks will hold up the network: std::bad_alloc"));
+}
+
+TEST_F(LeaderThreadsTest, ThousandsOfReliefsTakeNoMoreThreadsThanBlockAtOnce) {
+  constexpr int last_call = 2000;
+  run([this](int number) { return number < last_call && relieved(number); });
+  EXPECT_EQ(calls, last_call);
+}
+
+TEST_F(LeaderThreadsTest, ThreadsOfCallsThatBlockedAtOnceEndAfterwards) {
+  constexpr int blocked = 10;
+  std::promise<void> release, all_blocked;
+  std::atomic<bool> go_on = true;
+  call = [&, released = release.get_future().share()](int number) {
+    if (number <= blocked) {
+      released.wait();
+    } else if (number == blocked + 1) {
+      all_blocked.set_value();
+    }
+    return go_on.load();
+  };
+  threads.start();
+  all_blocked.get_future().wait();
+  EXPECT_GE(alive_now(), blocked + 1);
+  release.set_value();
+  EXPECT_TRUE(wait_for_alive(2));
+  go_on = false;
+}
+
+TEST_F(LeaderThreadsTest, TheFirstThreadThatCannotBeMadeIsTheCallersFault) {
+  LeaderThreads none(
+      [] {}, std::chrono::milliseconds(2),
+      [](const std::function<void()>&) -> std::thread {
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+      });
+  EXPECT_THROW(none.start(), std::system_error);
+}
+
+}  // namespace
