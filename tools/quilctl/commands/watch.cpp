@@ -1,4 +1,3 @@
-#include <fnmatch.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include <ecu/tamu/com/topics.h>
 
 #include "quilctl/base/escaping.h"
+#include "quilctl/base/name_pattern.h"
 #include "quilctl/base/notes.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/times.h"
@@ -27,9 +27,8 @@ namespace {
 
 bool is_wanted(const Options& options, std::string_view name) {
   return options.arguments.empty() ||
-         std::ranges::any_of(options.arguments, [name](const std::string& pattern) {
-           return ::fnmatch(pattern.c_str(), std::string(name).c_str(), 0) == 0;
-         });
+         std::ranges::any_of(options.arguments,
+                             [name](const std::string& pattern) { return matches_pattern(name, pattern); });
 }
 
 void print_change(const Options& options, const Event& event, const VariableView& view) {
