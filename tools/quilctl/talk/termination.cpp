@@ -32,7 +32,7 @@ TerminationHandler::TerminationHandler() {
   struct sigaction action {};
   action.sa_handler = on_signal;
   action.sa_mask = tamu::signal_set(handled);
-  action.sa_flags = SA_RESETHAND;
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
   tamu::block_signals(action.sa_mask);
   for (const int signal_number : handled) {
     if (signal_number != SIGHUP || !is_ignored(SIGHUP)) {
