@@ -139,7 +139,7 @@ TEST_F(QuilctlWatchTest, ATableFitsTheTerminalAndLeavesItAsItWas) {
   ASSERT_TRUE(terminal.wait_for_output("r08 "));
   publish_variant("R09_C1");
   ASSERT_TRUE(terminal.wait_for_output("r09 "));
-  EXPECT_THAT(terminal.output(), HasSubstr("more: make the terminal higher"));
+  EXPECT_THAT(terminal.output(), HasSubstr("more rows: enlarge the terminal"));
   const std::string far_future("\x09\x01\0\x12\0\x01\0\0\0\x11\0\0\0\0\0\0\0\x10", 18);  // and no body
   bus.publish("system/var/odd", far_future);
   EXPECT_TRUE(terminal.wait_for_output("odd  cannot be decoded"));
