@@ -54,8 +54,8 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
         wake_.signal();  // the leader has the next line about it to log
       }),
       connection_(settings_, *this),
-      heartbeat_("mqtt", [this] { wake_.signal(); }),
-      threads_([this] { lead(); }) {}
+      threads_([this] { lead(); }),
+      heartbeat_("mqtt", [this] { prod_leader(); }) {}
 
 MqttClient::~MqttClient() {
   stop();
@@ -86,14 +86,14 @@ void MqttClient::stop() {
 
 void MqttClient::subscribe(const std::string& topic, int max_qos,
                            std::shared_ptr<ISubscriptionObserver> observer) {
-  SubscriptionChange change{{topic, max_qos}, true};
   std::unique_lock lock(mutex_);
-  // What is registered must also be asked for, so that the memory for it is there before.
-  subscription_changes_.reserve(subscription_changes_.size() + 1);
-  if (delivery_.add(topic, max_qos, observer) && outbox_.connected()) {
-    subscription_changes_.push_back(std::move(change));
-    wake_leader(lock);
+  // First, so that a lack of memory leaves no registration that the broker never learns of.
+  subscription_changes_.push_back({{topic, max_qos}, true});
+  if (!delivery_.add(topic, max_qos, observer) || !outbox_.connected()) {
+    subscription_changes_.pop_back();
+    return;
   }
+  wake_leader(lock);
 }
 
 void MqttClient::unsubscribe(const std::string& topic,
@@ -217,6 +217,14 @@ bool MqttClient::deliver() {
     wake_.signal();  // the new leader may wait for these calls with its report
   }
   return false;
+}
+
+// An observer may block for long, which is no fault of the network even when nobody can take the lead.
+void MqttClient::prod_leader() {
+  if (threads_.cannot_be_relieved()) {
+    heartbeat_.beat();
+  }
+  wake_.signal();
 }
 
 void MqttClient::report_settlement() {

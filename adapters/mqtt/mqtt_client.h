@@ -53,6 +53,7 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
 
   void lead();
   [[nodiscard]] bool deliver();
+  void prod_leader();
   void send();
   void report_settlement();
   void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
@@ -82,8 +83,8 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   std::condition_variable room_;                          // in the outbox, or no more use to wait for it
   bool broker_stuck_ = false;  // room was waited for in vain, and nothing has been sent since
 
-  Heartbeat heartbeat_;
   LeaderThreads threads_;
+  Heartbeat heartbeat_;
 };
 
 }  // namespace ecu::tamu::com::mqtt

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <optional>
 #include <stop_token>
 #include <string>
 
@@ -7,11 +10,18 @@
 
 namespace ecu::sim {
 
+/// Who may open a FIFO.
+struct FifoAccess {
+  mode_t mode = 0600;
+  std::optional<gid_t> group;  // without it, the group that the system gives to new files
+};
+
 /// A FIFO in the file system, from construction to destruction.
 class Fifo {
  public:
-  /// Throws std::system_error when it cannot be made, for example because the path exists.
-  explicit Fifo(std::string path);
+  /// Makes it with exactly this access, regardless of the umask; throws std::system_error when that fails,
+  /// for example because the path exists.
+  explicit Fifo(std::string path, const FifoAccess& access = {});
   ~Fifo();
   Fifo(const Fifo&) = delete;
   Fifo& operator=(const Fifo&) = delete;
