@@ -9,6 +9,7 @@
 
 #include <ecu/quil/sys_param_container.h>
 #include <ecu/quil/sys_param_req_handler.h>
+#include <ecu/tamu/com/topics.h>
 
 #include "support/discarding_client.h"
 #include "support/fake_port.h"
@@ -50,11 +51,23 @@ void consume_and_merge(benchmark::State& state) {
 }
 BENCHMARK(consume_and_merge)->RangeMultiplier(10)->Range(10, 10'000);
 
+// A frame of one parameter, while the cache holds many.
+void merge_one_into_many(benchmark::State& state) {
+  const auto port = std::make_shared<tests::FakePort>();
+  const SysParamContainer container(port, {}, SysParamReqHandler::answer_timeout);
+  receive(*port, frame(state.range(0)));
+  const auto one = frame(1);
+  for ([[maybe_unused]] const auto _ : state) {
+    receive(*port, one);
+  }
+}
+BENCHMARK(merge_one_into_many)->RangeMultiplier(10)->Range(10, 10'000);
+
 void diff_of_a_write(benchmark::State& state) {
   const auto port = std::make_shared<tests::FakePort>();
   const SysParamContainer container(port, {}, SysParamReqHandler::answer_timeout);
   receive(*port, frame(state.range(0)));
-  const auto same = container.get_sysparams()->all();
+  const auto same = container.get_sysparams();
   for ([[maybe_unused]] const auto _ : state) {
     benchmark::DoNotOptimize(container.diff(same));
   }
@@ -68,7 +81,7 @@ void answer_all_parameters(benchmark::State& state) {
   SysParamReqHandler handler(client, port, {});
   receive(*port, frame(state.range(0)));
   for ([[maybe_unused]] const auto _ : state) {
-    handler.message("system/quil/request/sysparams", {});
+    handler.message(ecu::tamu::com::topics::all_parameters_request, {});
   }
   per_parameter(state);
 }

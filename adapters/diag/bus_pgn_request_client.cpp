@@ -30,7 +30,7 @@ Result<PgnRequestToken, Error> BusPgnRequestClient::request_token(const std::str
   if (rt::find_topic(topic) == nullptr) {
     return Error::unknown_topic;
   }
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const Clock::time_point now = now_();
   const auto [last_grant, is_first] = last_grants_.try_emplace(topic, now);
   if (!is_first && now - last_grant->second < response_time) {

@@ -1,3 +1,6 @@
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/wire_format_lite.h>
+
 #include <algorithm>
 #include <optional>
 #include <utility>
@@ -13,10 +16,12 @@ namespace ecu::tamu::rt {
 
 namespace {
 
+using google::protobuf::internal::WireFormatLite;
 using Unpacked = Result<std::shared_ptr<const SignalGroup>, UnpackError>;
 
-// A larger message is not kept.
-constexpr std::size_t max_kept_payload = std::size_t{64} * 1024;
+// Several times the size of any message that the real-time side sends. A larger one is not kept, so that a
+// thread holds little memory between two messages.
+constexpr std::size_t max_kept_payload = std::size_t{4} * 1024;
 
 // The message that a thread unpacked last. Several variables read the same message one after another; the
 // group is parsed for the first of them. A message is known by its content, so a match is never wrong.
@@ -24,14 +29,41 @@ struct LastUnpacked {
   std::string topic;
   std::uint64_t timestamp = 0;
   com::Payload payload;
-  std::optional<Unpacked> result;
-  pb::SignalGroup
-      body;  // parsed into again and again: a used message has its allocations, and costs less than half
+  std::optional<Unpacked> result;  // empty while the other members do not belong together
 
   [[nodiscard]] bool holds(const std::string& other_topic, const com::Message& msg) const {
     return result && timestamp == msg.timestamp && topic == other_topic && payload == msg.payload;
   }
 };
+
+constexpr std::uint32_t signal_tag =
+    WireFormatLite::MakeTag(pb::SignalGroup::kSignalFieldNumber, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
+
+// Calls `take` for each signal of the serialized group `body`; false when that is malformed. The signals
+// share one object, because a parsed group of many small signals takes a multiple of its serialized size.
+template <class Take>
+bool for_each_signal(std::span<const std::uint8_t> body, Take take) {
+  google::protobuf::io::CodedInputStream input(body.data(), static_cast<int>(body.size()));
+  pb::Signal signal;
+  while (const std::uint32_t tag = input.ReadTag()) {
+    if (tag != signal_tag) {
+      if (!WireFormatLite::SkipField(&input, tag)) {
+        return false;
+      }
+      continue;
+    }
+    int size = 0;
+    if (!input.ReadVarintSizeAsInt(&size)) {
+      return false;
+    }
+    const auto rest = body.subspan(static_cast<std::size_t>(input.CurrentPosition()));
+    if (!input.Skip(size) || !signal.ParsePartialFromArray(rest.data(), size) || !signal.IsInitialized()) {
+      return false;
+    }
+    take(signal);
+  }
+  return input.ConsumedEntireMessage();
+}
 
 }  // namespace
 
@@ -78,8 +110,7 @@ const SignalAdapter& SignalAdapter::instance() {
 Result<std::shared_ptr<const SignalGroup>, UnpackError> SignalAdapter::unpack(const std::string& topic,
                                                                               const com::Message& msg) const {
   if (msg.payload.size() > max_kept_payload) {
-    pb::SignalGroup body;
-    return parse(topic, msg, body);
+    return parse(topic, msg);
   }
   thread_local LastUnpacked last;
   if (!last.holds(topic, msg)) {
@@ -87,30 +118,32 @@ Result<std::shared_ptr<const SignalGroup>, UnpackError> SignalAdapter::unpack(co
     last.topic = topic;
     last.timestamp = msg.timestamp;
     last.payload = msg.payload;
-    last.result = parse(topic, msg, last.body);
+    last.result = parse(topic, msg);
   }
   return *last.result;
 }
 
 Result<std::shared_ptr<const SignalGroup>, UnpackError> SignalAdapter::parse(const std::string& topic,
-                                                                             const com::Message& msg,
-                                                                             pb::SignalGroup& body) {
+                                                                             const com::Message& msg) {
   const CatalogueEntry* entry = find_topic(topic);
   if (entry == nullptr) {
     return UnpackError::unknown_topic;
   }
   std::uint16_t protocol_type = com::pb_protocol_type;
-  const auto error = com::unframe(msg.payload, body, protocol_type);
-  if (error != com::err::PbInternalDeserializationError::success) {
-    return static_cast<UnpackError>(error);
+  const auto body = com::framed_body(msg.payload, protocol_type);
+  if (!body) {
+    return static_cast<UnpackError>(body.error());
   }
   auto group = std::make_shared<SignalGroup>(SignalGroup(*entry));
-  for (const pb::Signal& received : body.signal()) {
+  const bool parsed = for_each_signal(*body, [&group](const pb::Signal& received) {
     if (Signal* signal = group->set(received.name())) {
       signal->data_.assign(received.data().begin(), received.data().end());
       signal->value_ = received.value();
       signal->status_ = received.status();
     }
+  });
+  if (!parsed) {
+    return static_cast<UnpackError>(com::refuse_body());
   }
   return std::shared_ptr<const SignalGroup>(std::move(group));
 }

@@ -42,12 +42,16 @@ Payload encode(const google::protobuf::MessageLite& body, std::uint16_t protocol
 }
 
 // protobuf's own ParseFromArray writes to standard error when a required field is missing.
-bool parse(google::protobuf::MessageLite& message, std::span<const std::uint8_t> bytes) {
-  return message.ParsePartialFromArray(bytes.data(), static_cast<int>(bytes.size())) &&
-         message.IsInitialized();
+bool parse(google::protobuf::MessageLite& message, std::span<const std::uint8_t> bytes) noexcept {
+  try {
+    return message.ParsePartialFromArray(bytes.data(), static_cast<int>(bytes.size())) &&
+           message.IsInitialized();
+  } catch (...) {
+    return false;
+  }
 }
 
-Error refuse(Error error, logging::Level level, std::string_view text) {
+Error refuse(Error error, logging::Level level, std::string_view text) noexcept {
   logger.log(level, text);
   return error;
 }
@@ -67,8 +71,8 @@ std::optional<Message> frame(const google::protobuf::MessageLite& body,
   return std::nullopt;
 }
 
-Error unframe(std::span<const std::uint8_t> payload, google::protobuf::MessageLite& body,
-              std::uint16_t& protocol_type) {
+Result<std::span<const std::uint8_t>, Error> framed_body(std::span<const std::uint8_t> payload,
+                                                         std::uint16_t& protocol_type) noexcept {
   using logging::Level;
 
   if (payload.size() < txf_header_size) {
@@ -88,11 +92,23 @@ Error unframe(std::span<const std::uint8_t> payload, google::protobuf::MessageLi
   }
   const auto body_size = static_cast<std::int32_t>(framing >> body_length_shift);
   const std::span<const std::uint8_t> rest = payload.subspan(txf_header_size);
-  if (body_size < 0 || static_cast<std::size_t>(body_size) > rest.size() ||
-      !parse(body, rest.first(static_cast<std::size_t>(body_size)))) {
-    return refuse(Error::bad_body, Level::emerg, "Unable to deserialize protobuf");
+  if (body_size < 0 || static_cast<std::size_t>(body_size) > rest.size()) {
+    return refuse_body();
   }
-  return Error::success;
+  return rest.first(static_cast<std::size_t>(body_size));
+}
+
+Error refuse_body() noexcept {
+  return refuse(Error::bad_body, logging::Level::emerg, "Unable to deserialize protobuf");
+}
+
+Error unframe(std::span<const std::uint8_t> payload, google::protobuf::MessageLite& body,
+              std::uint16_t& protocol_type) noexcept {
+  const auto bytes = framed_body(payload, protocol_type);
+  if (!bytes) {
+    return bytes.error();
+  }
+  return parse(body, *bytes) ? Error::success : refuse_body();
 }
 
 }  // namespace ecu::tamu::com

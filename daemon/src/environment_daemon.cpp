@@ -1,4 +1,3 @@
-#include <chrono>
 #include <cstdint>
 #include <utility>
 
@@ -17,10 +16,10 @@ namespace logging = tamu::logging;
 namespace {
 
 constexpr int port_reader_setting = 1;
-constexpr std::chrono::seconds vin_request_period{12};
+constexpr unsigned int vin_request_seconds = 12;
 constexpr std::uint32_t vin_confirmations = 5;
 
-// Refers to the daemon without owning it: the daemon takes its subscriptions back before it goes.
+// Refers to the daemon without owning it: the destructor of the daemon unsubscribes it.
 std::shared_ptr<tamu::com::ISubscriptionObserver> unowned(EnvironmentDaemon* daemon) {
   return {std::shared_ptr<void>(), daemon};
 }
@@ -40,10 +39,10 @@ EnvironmentDaemon::EnvironmentDaemon(std::shared_ptr<tamu::com::ITransportClient
       m_vin_requester_running(std::make_shared<std::atomic_bool>(false)),
       m_vin_mutex(std::make_shared<std::mutex>()),
       m_vin_requester(m_client, m_vin_mutex, m_vin_received, m_vin_requester_running,
-                      tamu::diag::create_pgn_request_client(m_client), vin_request_period) {}
+                      tamu::diag::create_pgn_request_client(m_client), vin_request_seconds) {}
 
 EnvironmentDaemon::~EnvironmentDaemon() {
-  // Its thread calls members that go before it does.
+  // Its thread calls members that are destroyed before it.
   m_port_handler->stop();
   for (const auto& variable : *m_registry) {
     if (!variable->topic().empty()) {

@@ -6,23 +6,28 @@
 
 #include <ecu/quil/hw_identity_variables.h>
 #include <ecu/quil/signal_lookup.h>
+#include <ecu/quil/value_text.h>
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 
 namespace ecu::quil {
 
 namespace logging = tamu::logging;
+namespace topics = tamu::com::topics;
 
 namespace {
 
-constexpr const char* rtc_ee_topic = "rt/system/rtc_ee";
-constexpr const char* hw_variant_topic = "rt/system/hw_variant";
-constexpr const char* network_variant_topic = "rt/system/network_variant";
-
-// The network variant is reported under the hardware variant's signal name; log filters know it so.
-constexpr SignalLookup serial_number_lookup{"SerialNumberVariable", "deserialize", "data", "data"};
-constexpr SignalLookup hw_version_lookup{"HWVersionVariable", "unpack", "variant", "variant"};
-constexpr SignalLookup hw_variant_lookup{"HWVariantVariable", "unpack", "variant", "variant"};
-constexpr SignalLookup network_variant_lookup{"NetworkVariant", "unpack", "network_variant", "variant"};
+constexpr SignalLookup serial_number_lookup{
+    .reporter = "SerialNumberVariable", .action = "deserialize", .signal = "data", .reported_signal = "data"};
+constexpr SignalLookup hw_version_lookup{
+    .reporter = "HWVersionVariable", .action = "unpack", .signal = "variant", .reported_signal = "variant"};
+constexpr SignalLookup hw_variant_lookup{
+    .reporter = "HWVariantVariable", .action = "unpack", .signal = "variant", .reported_signal = "variant"};
+// Reported under the hardware variant's signal name, which existing log filters rely on.
+constexpr SignalLookup network_variant_lookup{.reporter = "NetworkVariant",
+                                              .action = "unpack",
+                                              .signal = "network_variant",
+                                              .reported_signal = "variant"};
 
 constexpr std::size_t serial_offset = 64;
 constexpr std::size_t serial_size = 4;
@@ -54,7 +59,7 @@ std::optional<std::string> serial_number_text(std::uint32_t serial) {
 }  // namespace
 
 SerialNumberVariable::SerialNumberVariable()
-    : EnvironmentVariable("serialnumber", rtc_ee_topic, VariableSource::SIGNAL) {}
+    : EnvironmentVariable("serialnumber", topics::serial_number, VariableSource::SIGNAL) {}
 
 bool SerialNumberVariable::extract(const tamu::com::Message& msg) {
   const auto signal = find_signal(serial_number_lookup, topic(), msg);
@@ -63,8 +68,8 @@ bool SerialNumberVariable::extract(const tamu::com::Message& msg) {
   }
   const std::span<const std::uint8_t> data = signal->data();
   if (data.size() < serial_offset + serial_size) {
-    logging::error("[SerialNumberVariable] Unable to extract S/N from 'data' signal,not enough elements: ",
-                   data.size());
+    logging::module(serial_number_lookup.reporter)
+        .error("Unable to extract S/N from 'data' signal,not enough elements: ", data.size());
     return false;
   }
   const auto text = serial_number_text(little_endian(data.subspan<serial_offset, serial_size>()));
@@ -77,7 +82,7 @@ bool SerialNumberVariable::extract(const tamu::com::Message& msg) {
 }
 
 HWVersionVariable::HWVersionVariable()
-    : EnvironmentVariable("hwversion", hw_variant_topic, VariableSource::SIGNAL) {}
+    : EnvironmentVariable("hwversion", topics::hardware_variant, VariableSource::SIGNAL) {}
 
 bool HWVersionVariable::extract(const tamu::com::Message& msg) {
   const auto signal = find_signal(hw_version_lookup, topic(), msg);
@@ -85,12 +90,12 @@ bool HWVersionVariable::extract(const tamu::com::Message& msg) {
     return false;
   }
   if (is_unset(signal->data())) {
-    logging::notice("[HWVersionVariable] data is empty or all 0xff or null, ignore.");
+    logging::module(hw_version_lookup.reporter).notice("data is empty or all 0xff or null, ignore.");
     return false;
   }
   std::string text = text_until_zero(signal->data());
   if (text.size() < hw_version_length) {
-    logging::notice("[HWVersionVariable] Received string too short");
+    logging::module(hw_version_lookup.reporter).notice("Received string too short");
     return false;
   }
   text = lower_case(text.substr(0, std::min(text.find('_'), hw_version_length)));
@@ -100,7 +105,7 @@ bool HWVersionVariable::extract(const tamu::com::Message& msg) {
 }
 
 HWVariantVariable::HWVariantVariable()
-    : EnvironmentVariable("hwvariant", hw_variant_topic, VariableSource::SIGNAL) {}
+    : EnvironmentVariable("hwvariant", topics::hardware_variant, VariableSource::SIGNAL) {}
 
 bool HWVariantVariable::extract(const tamu::com::Message& msg) {
   const auto signal = find_signal(hw_variant_lookup, topic(), msg);
@@ -108,7 +113,7 @@ bool HWVariantVariable::extract(const tamu::com::Message& msg) {
     return false;
   }
   if (is_unset(signal->data())) {
-    logging::debug("[HWVariantVariable] data is empty or all 0xff or null, ignore.");
+    logging::module(hw_variant_lookup.reporter).debug("data is empty or all 0xff or null, ignore.");
     return false;
   }
   const std::string text = text_until_zero(signal->data());
@@ -118,7 +123,7 @@ bool HWVariantVariable::extract(const tamu::com::Message& msg) {
 }
 
 NetworkVariantVariable::NetworkVariantVariable()
-    : EnvironmentVariable("vehiclevariant", network_variant_topic, VariableSource::SIGNAL) {}
+    : EnvironmentVariable("vehiclevariant", topics::network_variant, VariableSource::SIGNAL) {}
 
 bool NetworkVariantVariable::extract(const tamu::com::Message& msg) {
   const auto signal = find_signal(network_variant_lookup, topic(), msg);
@@ -126,7 +131,7 @@ bool NetworkVariantVariable::extract(const tamu::com::Message& msg) {
     return false;
   }
   if (is_unset(signal->data())) {
-    logging::debug("[NetworkVariant] data is empty or all 0xff or nill, ignore.");
+    logging::module(network_variant_lookup.reporter).debug("data is empty or all 0xff or nill, ignore.");
     return false;
   }
   const std::string text = lower_case(text_until_zero(signal->data()));

@@ -19,7 +19,8 @@ using ecu::tamu::config::Configuration;
 namespace com = ecu::tamu::com;
 namespace logging = ecu::tamu::logging;
 
-std::unique_ptr<Configuration> read_configuration(const std::string& given_path) {
+std::unique_ptr<Configuration> read_configuration() {
+  const std::string& given_path = options().config_path;
   const std::string path = given_path.empty() ? default_config_path : given_path;
   std::ifstream file(path);
   if (!file && !given_path.empty()) {
@@ -44,12 +45,12 @@ void choose_log_mode(const std::string& name) {
   }
 }
 
-void configure_logging(const Options& options, const Configuration& config) {
+void configure_logging(const Configuration& config) {
   const std::string mode = config.get("logmode");
-  if (!mode.empty() && !options.log_to_stdout) {
+  if (!mode.empty() && !options().log_to_stdout) {
     choose_log_mode(mode);
   }
-  const std::string level = options.log_level.empty() ? config.get("loglevel") : options.log_level;
+  const std::string level = options().log_level.empty() ? config.get("loglevel") : options().log_level;
   if (!level.empty()) {
     logging::configure_logging(level);
   }
@@ -58,20 +59,19 @@ void configure_logging(const Options& options, const Configuration& config) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  Options options;
-  if (!parse_opts(argc, argv, options)) {
+  if (!parse_opts(argc, argv)) {
     usage();
     return EXIT_FAILURE;
   }
   com::library_init();
   ecu::tamu::application_starting();
-  logging::configure_logging(options.log_level);
+  logging::configure_logging(options().log_level);
   logging::debug("Register unix signal handler");
   install_signal_handler();
 
-  std::unique_ptr<Configuration> config = read_configuration(options.config_path);
+  std::unique_ptr<Configuration> config = read_configuration();
   fill_in_defaults(*config);
-  configure_logging(options, *config);
+  configure_logging(*config);
   if (!config->verify()) {
     return EXIT_FAILURE;
   }

@@ -24,20 +24,25 @@ constexpr option long_options[] = {
 
 }  // namespace
 
-bool parse_opts(int argc, char* argv[], Options& options) {
+Options& options() {
+  static Options options;
+  return options;
+}
+
+bool parse_opts(int argc, char* argv[]) {
   for (int opt = 0; (opt = getopt_long(argc, argv, short_options, long_options, nullptr)) != -1;) {
     switch (opt) {
       case 'c':
-        options.config_path = optarg;
+        options().config_path = optarg;
         break;
       case 'l':
-        options.log_level = optarg;
+        options().log_level = optarg;
         break;
       case 'v':
-        options.log_level = "DEBUG";
+        options().log_level = "DEBUG";
         break;
       case 'L':
-        options.log_to_stdout = true;
+        options().log_to_stdout = true;
         logging::set_log_mode(logging::LogMode::standard_output);
         break;
       case 'V':

@@ -1,6 +1,5 @@
 #include <exception>
 #include <memory>
-#include <utility>
 
 #include <ecu/quil/queuing_port_handler.h>
 #include <ecu/tamu/logging/logging.h>
@@ -11,14 +10,13 @@ namespace logging = tamu::logging;
 
 namespace {
 
-constexpr std::string_view prefix = "[QueuingPortHandler] ";
+constexpr auto logger = logging::module("QueuingPortHandler");
 
 }  // namespace
 
-QueuingPortHandler::QueuingPortHandler(std::string read_path, std::string write_path, int reader_setting)
-    : m_reader(std::make_unique<ConsumerWrapper>(this)),
-      m_read_path(std::move(read_path)),
-      m_write_path(std::move(write_path)) {
+QueuingPortHandler::QueuingPortHandler(const std::string& read_path, const std::string& write_path,
+                                       int reader_setting)
+    : m_reader(std::make_unique<ConsumerWrapper>(this)), m_read_path(read_path), m_write_path(write_path) {
   m_reader.configure(reader_setting);
 }
 
@@ -65,28 +63,27 @@ void QueuingPortHandler::init() {
     return;
   }
   if (!m_reader.open(m_read_path)) {
-    logging::error(prefix, "Unable to open System Parameter queueing port for reading: ", m_read_path);
+    logger.error("Unable to open System Parameter queueing port for reading: ", m_read_path);
     return;
   }
-  logging::info(prefix, "Read everything form the queueing port...");
+  logger.info("Read everything form the queueing port...");
   m_reader.request_stop();
   m_reader.receive_data();
-  logging::info(prefix, "Finished initial reading from queueing port, keep running...");
+  logger.info("Finished initial reading from queueing port, keep running...");
   m_reader_thread = std::thread([this] { m_reader.reception_loop(); });
 }
 
 bool QueuingPortHandler::write(const std::vector<IpcSignal>& signals) {
-  logging::debug(prefix, "Going to write ", signals.size(), " IPC signals to ", m_write_path);
+  logger.debug("Going to write ", signals.size(), " IPC signals to ", m_write_path);
   tamu::ipc::QueuePortWriter<24u, Record> writer;
   if (!writer.open(m_write_path)) {
-    logging::error(prefix, "Unable to open Queueing Port for writing: ", m_write_path);
+    logger.error("Unable to open Queueing Port for writing: ", m_write_path);
     return false;
   }
   for (const IpcSignal& signal : signals) {
-    logging::debug(prefix, "Write signal (id:0x", logging::hex(signal.id), ") with  payload size ",
-                   signal.data.size());
+    logger.debug("Write signal (id:0x", logging::hex(signal.id), ") with  payload size ", signal.data.size());
     if (m_writing_ended || !writer.transmit_data(signal)) {
-      logging::error(prefix, "Unable to write signal with id ", signal.id);
+      logger.error("Unable to write signal with id ", signal.id);
       return false;
     }
   }

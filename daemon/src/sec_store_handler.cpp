@@ -1,18 +1,22 @@
 #include <algorithm>
 #include <array>
 #include <utility>
+#include <vector>
 
 #include <ecu/quil/sec_store_handler.h>
-#include <ecu/quil/sys_param_container.h>
+#include <ecu/quil/sys_param_codec.h>
+#include <ecu/tamu/com/system_parameters.h>
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 
 namespace ecu::quil {
 
 namespace logging = tamu::logging;
+namespace topics = tamu::com::topics;
 
 namespace {
 
-/// A value of the secure storage: where the bus sets it and reads it, and the identifier of its records.
+// A value of the secure storage: its topics on the bus and the identifier of its records.
 struct SecStoreValue {
   const char* set_topic;
   const char* get_topic;
@@ -20,8 +24,8 @@ struct SecStoreValue {
 };
 
 constexpr std::array values{
-    SecStoreValue{"system/quil/secstore/setmaster", "system/quil/secstore/getmaster", 2},
-    SecStoreValue{"system/quil/secstore/setremote", "system/quil/secstore/getremote", 3},
+    SecStoreValue{topics::set_master, topics::get_master, tamu::com::secure_storage_master_id},
+    SecStoreValue{topics::set_remote, topics::get_remote, tamu::com::secure_storage_remote_id},
 };
 
 const SecStoreValue* find_by_id(std::uint32_t signal_id) noexcept {
@@ -37,11 +41,14 @@ const SecStoreValue* find_by_set_topic(const std::string& topic) noexcept {
   return found == values.end() ? nullptr : found;
 }
 
-}  // namespace
-
-bool is_sec_store_id(std::uint32_t signal_id) noexcept {
-  return find_by_id(signal_id) != nullptr;
+// A list of one record, which is moved into it: an initializer list would hold a second copy of the value.
+std::vector<tamu::ipc::IpcSignal> record_of(std::uint32_t signal_id, const tamu::com::Payload& value) {
+  std::vector<tamu::ipc::IpcSignal> records;
+  records.push_back(to_signal({signal_id, std::string(value.begin(), value.end())}));
+  return records;
 }
+
+}  // namespace
 
 SecStoreHandler::SecStoreHandler(std::shared_ptr<tamu::com::ITransportClient> client,
                                  std::shared_ptr<QueuingPortHandler> port)
@@ -65,8 +72,7 @@ void SecStoreHandler::message(const std::string& topic, const tamu::com::Message
     logging::notice("Message on unexpect topic '", topic, "' received");
     return;
   }
-  const std::string bytes(msg.payload.begin(), msg.payload.end());
-  if (!m_port->write({SysParamContainer::to_signal({value->signal_id, bytes})})) {
+  if (!m_port->write(record_of(value->signal_id, msg.payload))) {
     logging::error("Unable to write SecStore to Queueing Port!");
     return;
   }
@@ -81,7 +87,7 @@ void SecStoreHandler::consume(const IpcSignal& signal) {
   if (value == nullptr) {
     return;
   }
-  const auto [usable, param] = SysParamContainer::to_parameter(signal);
+  const auto [usable, param] = to_parameter(signal);
   if (!usable) {
     logging::error("Couldn't build a param with to_parameter(), returning early from consume(), signal.id: ",
                    signal.id);

@@ -7,8 +7,8 @@
 #include <optional>
 #include <span>
 
-#include <ecu/quil/signal_lookup.h>
 #include <ecu/quil/uboot_version.h>
+#include <ecu/quil/value_text.h>
 #include <ecu/tamu/logging/logging.h>
 
 namespace ecu::quil {
@@ -16,6 +16,8 @@ namespace ecu::quil {
 namespace logging = tamu::logging;
 
 namespace {
+
+constexpr auto logger = logging::module("UBootVersionVariable");
 
 constexpr std::string_view uboot_name = "U-Boot";
 constexpr const char* unknown_version = "Unknown";
@@ -26,12 +28,12 @@ std::optional<std::string> map_text(const char* device) {
   const auto page_size = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
   const int fd = ::open(device, O_RDONLY | O_SYNC);
   if (fd < 0) {
-    logging::log(logging::Level::alert, "[UBootVersionVariable] Could not open U-Boot device");
+    logger.log(logging::Level::alert, "Could not open U-Boot device");
     return std::nullopt;
   }
   const void* const page = ::mmap(nullptr, page_size, PROT_READ, MAP_PRIVATE, fd, version_address);
   if (page == MAP_FAILED) {
-    logging::error("[UBootVersionVariable] Can't map memory");
+    logger.error("Can't map memory");
     return std::nullopt;
   }
   return text_until_zero(std::span(static_cast<const std::uint8_t*>(page), page_size));
@@ -43,8 +45,8 @@ std::string uboot_version(std::string_view text) {
   if (!text.starts_with(uboot_name)) {
     return unknown_version;
   }
-  // Without a dash the start comes round to 0, and the version is the "U" before the name's own dash: readers
-  // of the variable know such a boot loader by that.
+  // Without a dash the start wraps to 0, and the version is the "U" before the name's own dash. Readers of
+  // the variable recognize such a boot loader by that.
   const std::size_t start = text.find('-', uboot_name.size()) + 1;
   return std::string(text.substr(start, text.find('-', start) - start));
 }

@@ -8,7 +8,7 @@
 #include <ecu/tamu/date_time.h>
 #include <ecu/tamu/logging/logging.h>
 
-// The one assertion of this file guards against foreign input and so stands in every build.
+// The only assertion of this file guards against foreign input, and so is enabled in every build.
 #undef NDEBUG
 #include <cassert>
 
@@ -19,6 +19,7 @@ namespace logging = tamu::logging;
 namespace {
 
 constexpr const char* memory_device = "/dev/mem";
+constexpr std::size_t record_size = 16;
 
 void log_record(const std::string& reporter, std::span<const std::uint8_t> record) {
   if (!logging::enabled(logging::Level::debug)) {
@@ -38,9 +39,15 @@ SWVersionVariable::SWVersionVariable(const std::string& name, const std::string&
 
 bool SWVersionVariable::extract(const tamu::com::Message& msg) {
   const std::string reporter = "SWVersionVariable:" + name();
-  const auto sw_s = find_signal({reporter, "deserialize", "version", "version"}, topic(), msg);
+  const SignalLookup lookup{
+      .reporter = reporter, .action = "deserialize", .signal = "version", .reported_signal = "version"};
+  const auto sw_s = find_signal(lookup, topic(), msg);
   if (!sw_s) {
     return false;
+  }
+  if (sw_s->data().size() != record_size) {
+    logging::module(reporter).log(logging::Level::alert, "The version record on ", topic(), " holds ",
+                                  sw_s->data().size(), " bytes instead of ", record_size);
   }
   assert(sw_s->data().size() == 16);
   const auto& record = sw_s->data();
@@ -73,7 +80,7 @@ TopVersionVariable::TopVersionVariable(std::function<std::string()> value_functi
 const std::string& TopVersionVariable::value() const {
   std::string version = m_value_function();
   if (version != m_cached_value) {
-    m_cached_value = std::move(version);
+    replace(m_cached_value, std::move(version));
     m_cached_timestamp = tamu::DateTime::time_since_boot_ns();
     logging::info("Top Version: ", m_cached_value);
   }

@@ -8,6 +8,7 @@
 
 #include <ecu/quil/locked.h>
 #include <ecu/quil/vin_requester_thread.h>
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/rt/signal_adapter.h>
 
@@ -20,10 +21,9 @@ namespace {
 using tamu::com::Message;
 using tamu::rt::SignalAdapter;
 
-constexpr const char* kl15_topic = "rt/io/kl15";
 constexpr const char* kl15_signal = "kl15";
 
-constexpr const char* request_topic = "rt/j1939can/tx/rqst_fb_ee";
+constexpr const char* request_topic = tamu::com::topics::vehicle_request;
 constexpr const char* request_signal = "parametergroupnumberrqst";
 constexpr std::array<std::uint8_t, 4> vin_pgn{0xec, 0xfe, 0x00, 0x00};  // 0xFEEC, little-endian
 constexpr std::uint64_t token_seconds = 60;
@@ -39,7 +39,7 @@ class Kl15Observer final : public tamu::com::ISubscriptionObserver {
   Handler m_handler;
 };
 
-// The ignition state that `msg` carries; nothing, with the reason logged, when it carries none that is valid.
+// The ignition state that `msg` carries. Nothing, after an ERROR line, when it carries no valid one.
 std::optional<bool> kl15_in(const std::string& topic, const Message& msg) {
   const auto group = SignalAdapter::instance().unpack(topic, msg);
   if (!group) {
@@ -70,18 +70,19 @@ VINRequesterThread::VINRequesterThread(std::shared_ptr<tamu::com::ITransportClie
                                        std::shared_ptr<std::condition_variable> wakeup,
                                        std::shared_ptr<std::atomic_bool> running,
                                        std::shared_ptr<tamu::diag::PgnRequestClient> pgn_client,
-                                       std::chrono::milliseconds period)
+                                       unsigned int wait_seconds, std::chrono::milliseconds second)
     : m_client(std::move(client)),
       m_mutex(std::move(mutex)),
       m_wakeup(std::move(wakeup)),
       m_running(std::move(running)),
       m_pgn_client(std::move(pgn_client)),
-      m_period(period) {}
+      m_wait_seconds(wait_seconds),
+      m_second(second) {}
 
 VINRequesterThread::~VINRequesterThread() {
   stop();
   if (m_kl15_observer) {
-    m_client->unsubscribe(kl15_topic, m_kl15_observer);
+    m_client->unsubscribe(tamu::com::topics::ignition, m_kl15_observer);
   }
 }
 
@@ -94,7 +95,7 @@ void VINRequesterThread::init() {
       set_kl15(*on);
     }
   });
-  m_client->subscribe(kl15_topic, 0, m_kl15_observer);
+  m_client->subscribe(tamu::com::topics::ignition, 0, m_kl15_observer);
   auto request = build_rqst_msg_payload();
   if (!request) {
     logging::error("Error creating signalGroup for request_topic '", request_topic, "'");
@@ -110,7 +111,8 @@ void VINRequesterThread::stop() {
     return;
   }
   {
-    // With the mutex held the thread is either before its look at the flag or in its wait, never between.
+    // While the mutex is held, the thread is either before its check of the flag or in its wait, never
+    // between.
     const std::lock_guard lock(*m_mutex);
     *m_running = false;
     m_wakeup->notify_all();
@@ -125,8 +127,7 @@ void VINRequesterThread::set_kl15(bool on) {
 
 void VINRequesterThread::vin_requester() {
   ::pthread_setname_np(::pthread_self(), "vin-requester");
-  logging::debug("Start thread wait ", std::chrono::duration_cast<std::chrono::seconds>(m_period).count(),
-                 " seconds to Receive VIN");
+  logging::debug("Start thread wait ", m_wait_seconds, " seconds to Receive VIN");
   while (*m_running) {
     if (is_wait_for_vin_timeout() && m_kl15 && *m_running && !send_pgn_request_for_VIN()) {
       logging::error("Error request VIN on topic: ", request_topic);
@@ -141,7 +142,7 @@ bool VINRequesterThread::is_wait_for_vin_timeout() {
   if (!*m_running) {
     return false;
   }
-  const auto deadline = Clock::now() + m_period;
+  const auto deadline = Clock::now() + m_wait_seconds * m_second;
   m_wakeup->wait_until(lock, deadline);
   return Clock::now() >= deadline;
 }

@@ -13,6 +13,7 @@
 #include <ecu/quil/locked.h>
 #include <ecu/quil/signal_lookup.h>
 #include <ecu/quil/vin_variables.h>
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 
 namespace ecu::quil {
@@ -23,14 +24,12 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
-constexpr const char* j1939_topic_prefix = "rt/j1939can/rx/vi_";
 constexpr std::string_view size_signal = "nof_bytes";
 constexpr std::string_view allowed_characters = "abcdefghijklmnopqrstuvwxyz0123456789-_.";
 constexpr std::uint32_t least_confirmations = 2;
+constexpr auto logger = logging::module("VinVariable");
 
-constexpr SignalLookup vin_lookup{"VinVariable", "deserialize", "data", "data"};
-
-// The bytes whose index is less than `count`, which may be any number.
+// The bytes whose index is less than `count`, which may be any floating-point value.
 Bytes counted_bytes(Bytes data, double count) {
   if (!(count > 0)) {
     return {};
@@ -59,16 +58,17 @@ void log_raw(double count, Bytes bytes) {
   logging::debug("Vehicle_id(", count, ") RAW: ", text);
 }
 
-// The data that counts; nothing, with the reason logged, when the group does not say or says none.
-std::optional<Bytes> received_bytes(const std::string& topic, const tamu::rt::SignalGroup& group) {
-  const tamu::rt::Signal* data = find_signal(vin_lookup, topic, group);
+// The data that the sender's count covers. Nothing, after a line in the log, when the group lacks a signal or
+// the count is 0.
+std::optional<Bytes> received_bytes(const SignalLookup& lookup, const std::string& topic,
+                                    const tamu::rt::SignalGroup& group) {
+  const tamu::rt::Signal* data = find_signal(lookup, topic, group);
   if (data == nullptr) {
     return std::nullopt;
   }
   const tamu::rt::Signal* size = group.signal(size_signal);
   if (size == nullptr) {
-    logging::error("[VinVariable] Unable to extract '", size_signal,
-                   "'signal from SignalGroup for topic: ", topic);
+    logger.error("Unable to extract '", size_signal, "'signal from SignalGroup for topic: ", topic);
     return std::nullopt;
   }
   const double count = size->value_scaled();
@@ -104,8 +104,12 @@ VinVariable::VinVariable(const std::string& name, const std::string& topic)
     : EnvironmentVariable(name, topic, VariableSource::SIGNAL) {}
 
 bool VinVariable::extract(const tamu::com::Message& msg) {
-  const auto group = unpack_group(vin_lookup, topic(), msg);
-  const auto bytes = group ? received_bytes(topic(), *group) : std::nullopt;
+  const SignalLookup lookup{.reporter = "VinVariable",
+                            .action = "deserialize",
+                            .signal = m_data_signal,
+                            .reported_signal = m_data_signal};
+  const auto group = unpack_group(lookup, topic(), msg);
+  const auto bytes = group ? received_bytes(lookup, topic(), *group) : std::nullopt;
   if (!bytes) {
     return false;
   }
@@ -116,6 +120,7 @@ bool VinVariable::extract(const tamu::com::Message& msg) {
     logging::info("Ignoring VIN with invalid data");
     return false;
   }
+  replace(m_last_vin, vin);
   logging::info("Vehicle ID: ", vin);
   set(std::move(vin), msg.get_timestamp());
   return true;
@@ -125,7 +130,7 @@ VinVariableJ1939Ecu::VinVariableJ1939Ecu(const std::string& topic_suffix, std::s
                                          std::shared_ptr<std::condition_variable> condition,
                                          std::shared_ptr<std::atomic_bool> requester_running,
                                          std::uint32_t confirm_required)
-    : VinVariable("vehicleid", j1939_topic_prefix + topic_suffix),
+    : VinVariable("vehicleid", tamu::com::topics::vehicle_identification_prefix + topic_suffix),
       m_mutex(std::move(mutex)),
       m_condition(std::move(condition)),
       m_requester_running(std::move(requester_running)),
@@ -137,13 +142,13 @@ bool VinVariableJ1939Ecu::extract(const tamu::com::Message& msg) {
     return false;
   }
   notify_requester();
-  if (value() != m_prev_msg) {
-    m_prev_msg = value();
+  if (m_last_vin != m_prev_msg) {
+    replace(m_prev_msg, m_last_vin);
     m_confirm_count = 1;
     return false;
   }
   const std::uint32_t count = ++m_confirm_count;
-  logging::debug("Received ", count, "/", m_confirm_required, " to confirm VIN :", value(),
+  logging::debug("Received ", count, "/", m_confirm_required, " to confirm VIN :", m_last_vin,
                  "; m_prev_msg = ", m_prev_msg);
   if (count < m_confirm_required) {
     return false;

@@ -44,6 +44,23 @@ inline ecu::tamu::com::Message raw_message(std::string_view text) {
   return ecu::tamu::com::make_message(0, {text.begin(), text.end()});
 }
 
+/// `body` after a header written here by hand: protocol type 1, 18 bytes long, sent at 1 ns.
+inline ecu::tamu::com::Message framed_by_hand(std::string_view body) {
+  const auto byte = [&body](unsigned shift) { return static_cast<char>(body.size() >> shift); };
+  std::string text("\x09\x01\0\x12\0", 5);
+  text += {byte(0), byte(8), byte(16), byte(24)};
+  text.append("\x11\x01\0\0\0\0\0\0\0", 9).append(body);
+  return raw_message(text);
+}
+
+/// The bytes after the header of a message, and the header as far as it does not depend on the time.
+inline std::string body_bytes(const ecu::tamu::com::Message& message) {
+  return {message.payload.begin() + 18, message.payload.end()};
+}
+inline std::string header_start(const ecu::tamu::com::Message& message) {
+  return {message.payload.begin(), message.payload.begin() + 10};
+}
+
 /// The variable that a published message carries.
 inline ecu::tamu::pb::EcuVariable variable_in(const ecu::tamu::com::Message& message) {
   return ecu::tamu::com::PbInternalMessageAdapter<ecu::tamu::pb::EcuVariable>().deserialize(message).body;

@@ -2,16 +2,20 @@
 
 #include <array>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <vector>
 
 #include <ecu/tamu/rt/signal_adapter.h>
 
+#include "support/allocated_bytes.h"
+#include "support/failing_allocation.h"
 #include "support/rt_messages.h"
 
 namespace {
 
 using namespace ecu::tamu::rt;
+using namespace std::string_literals;
 
 constexpr const char* properties = "rt/system/hw_properties";
 
@@ -50,6 +54,63 @@ TEST(SignalAdapter, FailsWithTheFramingsErrorsAndOneForUnknownTopics) {
   EXPECT_EQ(error_of("rt/system/hw_propertie", good), 6);
 }
 
+TEST(SignalAdapter, ReadsTheBytesThatTheRealTimeSideSends) {
+  const auto message = tests::framed_by_hand(
+      "\x0a\x14\x0a\x04"
+      "data\x12\x01\xff\x19\0\0\0\0\0\0\xf0\x3f\x20\x03\x0a\x0b\x0a\x09nof_bytes"s);
+  const auto group = SignalAdapter::instance().unpack("rt/j1939can/rx/vi_00", message).value();
+  const Signal& data = *group->signal("data");
+  EXPECT_EQ(data.data(), (std::vector<std::uint8_t>{0xff}));
+  EXPECT_EQ(data.value_scaled(), 1.0);
+  EXPECT_EQ(data.status(), 3u);
+  EXPECT_EQ(group->signal("nof_bytes")->status(), 0u);
+}
+
+TEST(SignalAdapter, RefusesMalformedGroupsAndSkipsUnknownFields) {
+  const auto error = [](const std::string& body) {
+    return error_of("rt/io/kl15", tests::framed_by_hand(body));
+  };
+  const std::string kl15 = "\x0a\x06\x0a\x04kl15";
+  for (const std::string& good :
+       {""s, kl15, "\x10\x01\x1a\x03xyz\x21" + "12345678"s + kl15 + "\x2d" + "1234",
+        "\x0b\x0a\x01z\x0c" + kl15, "\x0a\x09\x0a\x04kl15\x3a\x01u"s, "\x0d" + "1234"s}) {
+    EXPECT_EQ(error(good), 0) << testing::PrintToString(good);
+  }
+  for (const std::string& bad :
+       {"\x0a"s, "\x0a\x07\x0a\x04kl15"s, "\x0a\0"s, "\x0a\x02\x20\x03"s, "\x0a\xff\xff\xff\xff\x0f"s,
+        "\x0a\x03\x0a\x04k"s, "\0\0"s, "\x0c"s, "\x0b"s, "\x1a\x04xyz"s, kl15 + "\x80",
+        "\x0a\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\x01"s}) {
+    EXPECT_EQ(error(bad), 5) << testing::PrintToString(bad);
+  }
+}
+
+// Message k holds k small signals and then one as large as still fits, so that a reused group would have
+// grown at every position.
+TEST(SignalAdapter, KeepsNoMemoryOfUnusualMessages) {
+  const auto unpack = [](const std::string& body) {
+    EXPECT_EQ(error_of("rt/system/rtc_ee", tests::framed_by_hand(body)), 0);
+  };
+  const std::string ordinary =
+      "\x0a\x09\x0a\x04"
+      "data\x12\x01x";
+  unpack(ordinary);
+  const std::size_t before = tests::allocated_bytes();
+  std::string small;
+  for (std::uint32_t k = 0; k < 500; ++k, small.append("\x0a\x02\x0a\0", 4)) {
+    const std::uint32_t size = 65000 - 4 * k, inner = size + 10;
+    const auto varint = [](std::uint32_t number) {
+      return std::string{static_cast<char>(number | 0x80), static_cast<char>(number >> 7 | 0x80),
+                         static_cast<char>(number >> 14)};
+    };
+    unpack(small + "\x0a" + varint(inner) +
+           "\x0a\x04"
+           "data\x12" +
+           varint(size) + std::string(size, 'x'));
+  }
+  unpack(ordinary);
+  EXPECT_LT(tests::allocated_bytes(), before + 16384);
+}
+
 // The adapter keeps the message it unpacked last; another one must never be taken for it.
 TEST(SignalAdapter, TellsMessagesApartThatDifferLittle) {
   const auto value_of = [](const std::string& topic, const ecu::tamu::com::Message& message) {
@@ -67,17 +128,27 @@ TEST(SignalAdapter, TellsMessagesApartThatDifferLittle) {
   EXPECT_EQ(kept->signal("data")->data().front(), 'a');
 }
 
+TEST(SignalAdapter, UnpacksAMessageForWhichMemoryRanOutAtTheNextAttempt) {
+  const auto message = tests::Group().bytes("data", std::string(100, 'x')).message(5);
+  bool unpacked = false;
+  for (int nth = 1; !unpacked; ++nth) {
+    (void)error_of("rt/io/kl15", tests::raw_message(""));
+    try {
+      const tests::FailingAllocation failing(nth);
+      unpacked = error_of("rt/system/rtc_ee", message) == 0;
+    } catch (const std::bad_alloc&) {
+    }
+    EXPECT_EQ(error_of("rt/system/rtc_ee", message), 0) << nth;
+  }
+}
+
 TEST(SignalAdapter, PacksTheSignalsThatWereSet) {
   const auto& adapter = SignalAdapter::instance();
   auto group = adapter.create_sg("rt/j1939can/tx/rqst_fb_ee").value();
   EXPECT_FALSE(group.set_signal_data("pgn", {}));
   EXPECT_TRUE(group.set_signal_data("parametergroupnumberrqst", std::array<std::uint8_t, 2>{0xec, 0xfe}));
   const auto message = adapter.pack(group).value();
-  const auto unpacked = adapter.unpack("rt/j1939can/tx/rqst_fb_ee", message).value();
-  const Signal* signal = unpacked->signal("parametergroupnumberrqst");
-  ASSERT_NE(signal, nullptr);
-  EXPECT_EQ(signal->data(), (std::vector<std::uint8_t>{0xec, 0xfe}));
-  EXPECT_EQ(signal->status(), signal_valid);
+  EXPECT_EQ(tests::body_bytes(message), "\x0a\x20\x0a\x18parametergroupnumberrqst\x12\x02\xec\xfe\x20\x03");
   EXPECT_FALSE(adapter.create_sg("rt/unheard/of"));
 }
 

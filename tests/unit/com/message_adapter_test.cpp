@@ -1,16 +1,20 @@
 #include <gmock/gmock.h>
 
 #include <string>
+#include <vector>
 
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
 #include <ecu/tamu/date_time.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
 #include "support/captured_log.h"
+#include "support/failing_allocation.h"
+#include "support/rt_messages.h"
 
 namespace {
 
 using namespace ecu::tamu;
+using namespace std::string_literals;
 
 using Adapter = com::PbInternalMessageAdapter<pb::EcuVariable>;
 
@@ -57,6 +61,63 @@ TEST(MessageAdapter, SerialisedBodyStandsBehindItsHeader) {
     EXPECT_EQ(result.body.value(), value);
     EXPECT_EQ(result.body.timestamp(), 42u);
   }
+}
+
+template <class Body>
+void check_bytes(const Body& body, const std::string& bytes) {
+  const auto message = com::PbInternalMessageAdapter<Body>().serialize(body);
+  EXPECT_EQ(tests::body_bytes(*message), bytes);
+  EXPECT_EQ(tests::header_start(*message),
+            "\x09\x01\0\x12\0"s + static_cast<char>(bytes.size()) + "\0\0\0\x11"s);
+  const auto read = com::PbInternalMessageAdapter<Body>().deserialize(tests::framed_by_hand(bytes));
+  EXPECT_TRUE(read.ok);
+  EXPECT_EQ(read.body.SerializeAsString(), body.SerializeAsString());
+}
+
+TEST(MessageAdapter, EveryMessageHasTheBytesThatOtherProgramsExpect) {
+  pb::EcuVariable variable;
+  variable.set_value("ab");
+  variable.set_timestamp(300);
+  check_bytes(variable,
+              "\x0a\x02"
+              "ab\x10\xac\x02");
+  pb::EcuVariableReq request;
+  request.add_name("7");
+  request.add_name("xyz");
+  check_bytes(request,
+              "\x0a\x01"
+              "7\x0a\x03xyz");
+  pb::SystemParameterList list;
+  pb::SystemParameterEntry& entry = *list.add_entry();
+  entry.set_ota_id(0xa009);
+  entry.set_name("n");
+  entry.set_type(5);
+  entry.set_value("\0v"s);
+  list.add_entry()->set_ota_id(1);
+  check_bytes(entry, "\x08\x89\xc0\x02\x12\x01n\x18\x05\x22\x02\0v"s);
+  check_bytes(list, "\x0a\x0d\x08\x89\xc0\x02\x12\x01n\x18\x05\x22\x02\0v\x0a\x02\x08\x01"s);
+}
+
+TEST(MessageAdapter, WithoutMemoryItRefusesInsteadOfThrowing) {
+  const std::string value(100, 'v');
+  const auto message = Adapter().serialize(variable(value)).value();
+  Adapter::Result result;
+  int refused = 0;
+  const auto log = tests::logged_lines([&] {
+    for (; !result.ok; ++refused) {
+      const tests::FailingAllocation failing(refused + 1);
+      result = Adapter().deserialize(message);
+      EXPECT_EQ(static_cast<int>(result.error), result.ok ? 0 : 5);
+      EXPECT_EQ(result.body.value(), result.ok ? value : "");
+    }
+    const tests::FailingAllocation failing(1);
+    EXPECT_FALSE(Adapter().serialize(result.body));
+  });
+  EXPECT_GT(refused, 1);
+  std::vector<std::string> expected(static_cast<std::size_t>(refused - 1),
+                                    "EMERG [tamu.com.messageadapter] Unable to deserialize protobuf");
+  expected.emplace_back("EMERG [tamu.com.messageadapter] Unable to allocate memory for serialization!");
+  EXPECT_EQ(log, expected);
 }
 
 TEST(MessageAdapter, AcceptsAnEmptyBodyAndIgnoresWhatFollowsTheBody) {
@@ -111,6 +172,7 @@ TEST(MessageAdapter, TakesTheProtocolTypeOfWhatItReads) {
   Adapter adapter;
   EXPECT_TRUE(adapter.deserialize(exact_message(framed(word(7, 18, 0), ""))).ok);
   EXPECT_EQ(adapter.protocol_type(), 7);
+  EXPECT_EQ(tests::header_start(*adapter.serialize({})), "\x09\x07\0\x12\0\0\0\0\0\x11"s);
   EXPECT_FALSE(adapter.deserialize(exact_message(framed(word(0, 18, 0), ""))).ok);
   EXPECT_EQ(adapter.protocol_type(), 0);
 }

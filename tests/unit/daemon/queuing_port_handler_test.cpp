@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <ecu/quil/queuing_port_handler.h>
+#include <ecu/quil/sys_param_codec.h>
 
 #include "ports/port_file.h"
 #include "support/captured_log.h"
@@ -15,6 +16,8 @@
 namespace {
 
 using ecu::quil::QueuingPortHandler;
+using ecu::quil::to_signal;
+using namespace std::string_literals;
 using testing::ElementsAre;
 using tests::end_mark;
 using tests::record;
@@ -81,7 +84,27 @@ TEST_F(QueuingPortHandlerTest, WritesAListAsOneFrameAndSaysSoAtDebug) {
   EXPECT_EQ(send.read(), "");
 }
 
-TEST_F(QueuingPortHandlerTest, AWriteIsEndedBehindTheRecordThatItIsAt) {
+// The bytes were written by hand, with the CRC of another program.
+TEST_F(QueuingPortHandlerTest, RecordsHaveTheBytesThatTheOtherSideExpects) {
+  const std::string top_version =
+      "\x51\x50\x01\0\x09\xa0\0\0\0\0\0\0\0\0\0\0\x0c\0\0\0\x20\x73\x97\xd4\x09\xa0\0\0\x04\0\0\0TV 1"s;
+  const std::string secret =
+      "\x51\x50\x01\0\x03\0\0\0\0\0\0\0\0\0\0\0\x0d\0\0\0\xe4\xba\x6c\x6f\x03\0\0\0\x05\0\0\x00"
+      "12345"s;
+  const std::string end = "\x51\x50\x02\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x59\x17\x12\xe4"s;
+  send.open();
+  EXPECT_TRUE(handler->write({to_signal({0xa009, "TV 1"}), to_signal({3, "12345"})}));
+  EXPECT_EQ(send.read(), top_version + secret + end);
+  handler->add_consumer(&first);
+  receive.open();
+  receive.write(secret + top_version + end);
+  handler->init();
+  EXPECT_EQ(first.text(),
+            "3:\x03\0\0\0\x05\0\0\x00"
+            "12345 40969:\x09\xa0\0\0\x04\0\0\0TV 1 |."s);
+}
+
+TEST_F(QueuingPortHandlerTest, AWriteEndsAfterItsCurrentRecord) {
   send.open();
   const std::string filling(60000, 'x');
   send.write(filling);

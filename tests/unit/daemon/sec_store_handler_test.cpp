@@ -19,6 +19,7 @@
 namespace {
 
 using namespace ecu::quil;
+using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -27,6 +28,10 @@ class SecStoreHandlerTest : public testing::Test {
  protected:
   static std::string text(const ecu::tamu::com::Message& message) {
     return {message.payload.begin(), message.payload.end()};
+  }
+
+  static std::string bytes(const ecu::tamu::ipc::IpcSignal& record) {
+    return {record.data.begin(), record.data.end()};
   }
 
   std::shared_ptr<tests::FakeClient> client = std::make_shared<tests::FakeClient>();
@@ -41,8 +46,10 @@ TEST_F(SecStoreHandlerTest, ASetValueIsWrittenThenEchoed) {
   client->last_observer->message("system/quil/secstore/setmaster", tests::raw_message(""));
   ASSERT_EQ(port->written.size(), 2u);
   EXPECT_EQ(port->written[0].id, 3u);
-  EXPECT_EQ(port->written[0].data, SysParamContainer::to_signal({3, "12345"}).data);
-  EXPECT_EQ(port->written[1].data, SysParamContainer::to_signal({2, ""}).data);
+  EXPECT_EQ(bytes(port->written[0]),
+            "\x03\0\0\0\x05\0\0\x00"
+            "12345"s);
+  EXPECT_EQ(bytes(port->written[1]), "\x02\0\0\0\0\0\0\0"s);
   ASSERT_EQ(client->published.size(), 2u);
   const auto& [topic, echo] = client->published[0];
   EXPECT_EQ(topic, "system/quil/secstore/getremote");
@@ -62,8 +69,8 @@ TEST_F(SecStoreHandlerTest, AValueThatThePortRefusesIsNotEchoed) {
 
 TEST_F(SecStoreHandlerTest, AValueFromThePortIsPublished) {
   const auto log = tests::logged_lines([this] {
-    port->consume(SysParamContainer::to_signal({2, "hush"}));
-    port->consume(SysParamContainer::to_signal({4, "x"}));
+    port->consume(tests::record(2, "\x02\0\0\0\x04\0\0\0hush"s));
+    port->consume(tests::record(4, "\x04\0\0\0\x01\0\0\0x"s));
     port->consume(tests::record(3, "abc"));
   });
   ASSERT_EQ(client->published.size(), 1u);
@@ -71,10 +78,13 @@ TEST_F(SecStoreHandlerTest, AValueFromThePortIsPublished) {
   EXPECT_EQ(topic, "system/quil/secstore/getmaster");
   EXPECT_EQ(text(message), "hush");
   EXPECT_TRUE(message.acknowledged && message.retained);
-  EXPECT_EQ(log.front(), "NOTICE Reading sec storage. ota id: 2 signal id: 2");
-  EXPECT_THAT(log, testing::Not(testing::Contains(HasSubstr(": 4"))));
-  EXPECT_EQ(log.back(),
-            "ERROR Couldn't build a param with to_parameter(), returning early from consume(), signal.id: 3");
+  EXPECT_THAT(
+      log,
+      ElementsAre(
+          "NOTICE Reading sec storage. ota id: 2 signal id: 2",
+          "ERROR [SysParam] Insufficient signal data to create a SysParam: 3. Expecting at least 4 bytes "
+          "for the ota_id",
+          "ERROR Couldn't build a param with to_parameter(), returning early from consume(), signal.id: 3"));
 }
 
 TEST_F(SecStoreHandlerTest, NoLogLineShowsAValue) {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,7 +28,7 @@ class SysParamContainerTest : public testing::Test {
     }
     container.frame_finished();
   }
-  Params cached() const { return container.get_sysparams()->all(); }
+  Params cached() const { return container.get_sysparams(); }
 
   std::shared_ptr<tests::FakePort> port = std::make_shared<tests::FakePort>();
   int callbacks = 0;
@@ -90,6 +91,78 @@ TEST_F(SysParamContainerTest, AFrameIsMergedAtItsEndTheLaterRecordOfAnIdentifier
   EXPECT_EQ(callbacks, 2);
 }
 
+TEST_F(SysParamContainerTest, AFrameAboveTheLimitsIsDroppedUpToItsEnd) {
+  constexpr auto most = SysParamContainer::max_frame_params;
+  const auto dropped = [this](std::size_t count, const std::string& value) {
+    for (std::size_t id = 100; id < 100 + count; ++id) {
+      container.consume(SysParamContainer::to_signal({static_cast<std::uint32_t>(id), value}));
+    }
+    const auto last = tests::logged_lines([&] {
+      container.consume(SysParamContainer::to_signal({99, value}));
+      container.consume(SysParamContainer::to_signal({98, value}));
+      EXPECT_EQ(container.get_state(), State::RECEIVING);
+      container.frame_finished();
+    });
+    EXPECT_THAT(last,
+                ElementsAre("INFO [SysParam] Going to handle parameter with id: 63",
+                            "ERROR [SysParam] A frame of more than 65536 parameters or 16777216 bytes of "
+                            "values is dropped",
+                            "DEBUG [SysParam] frame finished, 0 parameters to merge into SysParamContainer"));
+  };
+  dropped(most, "");
+  EXPECT_EQ(container.get_state(), State::EMPTY);
+  receive({{1, "kept"}});
+  EXPECT_TRUE(container.update({{1, "changed"}}));
+  dropped(256, std::string(65536, 'x'));
+  EXPECT_EQ(container.get_state(), State::SYNCED);
+  EXPECT_EQ(cached(), (Params{{1, "kept"}}));
+  EXPECT_EQ(callbacks, 1);
+  const Params largest(300, {2, std::string(65000, 'x')});  // of one identifier, and so one value
+  receive(largest);
+  EXPECT_EQ(cached().size(), 2u);
+}
+
+// In processor time, which other processes do not add to.
+TEST_F(SysParamContainerTest, AFrameOfOneParameterCostsTheSameWhateverTheCacheHolds) {
+  const auto cost = [this](std::uint32_t cached_params) {
+    for (std::uint32_t id = 10; id < cached_params; ++id) {
+      container.consume(SysParamContainer::to_signal({id, "a value that needs an allocation"}));
+    }
+    container.frame_finished();
+    const std::clock_t start = std::clock();
+    for (int i = 0; i < 500; ++i) {
+      receive({{10, "value"}});
+    }
+    return std::clock() - start;
+  };
+  const std::clock_t few = cost(20);
+  EXPECT_LT(cost(20000), 20 * few + CLOCKS_PER_SEC / 10);
+}
+
+TEST_F(SysParamContainerTest, TheStateFollowsEveryStep) {
+  const auto after = [this](const auto& step) {
+    step();
+    return container.get_state();
+  };
+  EXPECT_EQ(after([] {}), State::EMPTY);
+  EXPECT_EQ(after([&] { container.frame_finished(); }), State::EMPTY);
+  EXPECT_EQ(after([&] { container.consume(tests::record(5, "abc")); }), State::RECEIVING);
+  EXPECT_EQ(after([&] { container.frame_finished(); }), State::RECEIVING);
+  EXPECT_EQ(after([&] { receive({{5, "five"}}); }), State::SYNCED);
+  EXPECT_EQ(after([&] { (void)container.update({{5, "5"}}); }), State::UPDATING);
+  EXPECT_EQ(after([&] { container.frame_finished(); }), State::UPDATING);
+  EXPECT_EQ(after([&] { container.consume(tests::record(2, "secret")); }), State::UPDATING);
+  EXPECT_EQ(after([&] {
+              now += 10s;
+              (void)container.update({{5, "V"}});
+            }),
+            State::UPDATING);
+  EXPECT_EQ(after([&] { now += 29s; }), State::UPDATING);
+  EXPECT_EQ(after([&] { now += 1s; }), State::UPDATING);  // the one that the second write replaced
+  EXPECT_EQ(after([&] { container.consume(SysParamContainer::to_signal({5, "V"})); }), State::RECEIVING);
+  EXPECT_EQ(after([&] { container.finished(); }), State::SYNCED);
+}
+
 TEST_F(SysParamContainerTest, OtherRecordsLeaveTheCopyAlone) {
   const auto log = tests::logged_lines([this] {
     container.consume(tests::record(2, "secret"));
@@ -112,7 +185,8 @@ TEST_F(SysParamContainerTest, OnlyWhatDiffersIsWritten) {
   EXPECT_EQ(container.get_state(), State::SYNCED);
   EXPECT_TRUE(container.update({{5, "five"}, {6, "changed"}, {9, ""}}));
   ASSERT_EQ(port->written.size(), 2u);
-  EXPECT_EQ(port->written[0].data, SysParamContainer::to_signal({6, "changed"}).data);
+  EXPECT_EQ(std::string(port->written[0].data.begin(), port->written[0].data.end()),
+            "\x06\0\0\0\x07\0\0\0changed"s);
   EXPECT_EQ(port->written[1].id, 9u);
   EXPECT_EQ(container.get_state(), State::UPDATING);
   receive({{6, "changed"}});

@@ -55,14 +55,22 @@ TEST(SWVersion, ReportsUnderItsPublishedName) {
                testing::_, "ERROR [" + name + "] Unable to deserialize (error 1) message for topic: " + at));
 }
 
-TEST(SWVersionDeathTest, ARecordOfAnotherSizeEndsTheProcessInEveryBuild) {
+TEST(SWVersionDeathTest, ARecordOfAnotherSizeEndsTheProcessAndTheLogSaysWhich) {
   for (const char* record : {"", "0123456789abcde", "0123456789abcdefg"}) {
     const auto message = tests::Group().bytes("version", record).message();
-    EXPECT_DEATH(CSPVersionVariable().extract(message), R"(sw_s->data\(\)\.size\(\) == 16)");
+    const auto extract = [&] {
+      ecu::tamu::logging::set_log_mode(ecu::tamu::logging::LogMode::standard_error);
+      CSPVersionVariable().extract(message);
+    };
+    EXPECT_DEATH(
+        extract(),
+        "ALERT \\[SWVersionVariable:versioncsp\\] The version record on rt/system/version_csp holds " +
+            std::to_string(std::string(record).size()) +
+            R"( bytes instead of 16.*sw_s->data\(\)\.size\(\) == 16)");
   }
 }
 
-TEST(UBootVersion, StandsBetweenTheFirstTwoDashesBehindTheName) {
+TEST(UBootVersion, StandsBetweenTheFirstTwoDashesAfterTheName) {
   const std::pair<const char*, const char*> cases[] = {
       {"U-Boot 2015.07-r12-gabcdef", "r12"},
       {"U-Boot 2015.07-r12", "r12"},

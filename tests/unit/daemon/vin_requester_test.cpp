@@ -3,6 +3,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -10,7 +11,6 @@
 
 #include <ecu/quil/vin_requester_thread.h>
 #include <ecu/quil/vin_variables.h>
-#include <ecu/tamu/rt/signal_adapter.h>
 
 #include "support/captured_log.h"
 #include "support/fake_client.h"
@@ -20,6 +20,7 @@ namespace {
 
 using namespace ecu::quil;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using ecu::tamu::com::PublishResult;
 using testing::ElementsAre;
 using Clock = std::chrono::steady_clock;
@@ -80,7 +81,7 @@ bool requester_thread_exists() {
 class VinRequesterTest : public testing::Test {
  protected:
   std::unique_ptr<VINRequesterThread> make(std::chrono::milliseconds period) {
-    return std::make_unique<VINRequesterThread>(bus, mutex, wakeup, running, bus, period);
+    return std::make_unique<VINRequesterThread>(bus, mutex, wakeup, running, bus, 1, period);
   }
   void start(std::chrono::milliseconds period) {
     requester = make(period);
@@ -114,9 +115,9 @@ TEST_F(VinRequesterTest, RequestsTheVinWhileTheIgnitionIsOn) {
   std::this_thread::sleep_for(10ms);
   requester->stop();
   EXPECT_LE(bus->attempts, before + 1);  // one may have been under way
-  const auto group = ecu::tamu::rt::SignalAdapter::instance().unpack(request_topic, *bus->last_request);
-  EXPECT_EQ(group.value()->signal("parametergroupnumberrqst")->data(),
-            (std::vector<std::uint8_t>{0xec, 0xfe, 0, 0}));
+  EXPECT_EQ(tests::body_bytes(*bus->last_request),
+            "\x0a\x22\x0a\x18parametergroupnumberrqst\x12\x04\xec\xfe\0\0\x20\x03"s);
+  EXPECT_FALSE(bus->last_request->retained);
   requester.reset();
   EXPECT_THAT(bus->unsubscribed, ElementsAre("rt/io/kl15"));
 }
@@ -144,10 +145,13 @@ TEST_F(VinRequesterTest, ARefusedTokenIsReportedAndAskedForAgain) {
     bus->wait_for_attempts(2);
     requester->stop();
   });
-  EXPECT_EQ(log.front(), "DEBUG Start thread wait 0 seconds to Receive VIN");
-  EXPECT_EQ(log[1], "ERROR Unable to acquire PGN request token: not now");
-  EXPECT_EQ(log[2], std::string("ERROR Error request VIN on topic: ") + request_topic);
-  EXPECT_EQ(log.back(), "NOTICE Stop vin thread");
+  std::vector<std::string> expected{"DEBUG Start thread wait 1 seconds to Receive VIN"};
+  for (int i = 0; i < bus->attempts; ++i) {
+    expected.emplace_back("ERROR Unable to acquire PGN request token: not now");
+    expected.emplace_back("ERROR Error request VIN on topic: rt/j1939can/tx/rqst_fb_ee");
+  }
+  expected.emplace_back("NOTICE Stop vin thread");
+  EXPECT_EQ(log, expected);
   EXPECT_FALSE(bus->last_request);
 }
 
@@ -163,6 +167,27 @@ TEST_F(VinRequesterTest, ANotificationRestartsThePeriodWithoutARequest) {
     notify();
   } while (Clock::now() >= request + period);
   EXPECT_GE(bus->wait_for_attempts(1), notification + period);
+}
+
+// Whoever notifies the requester takes the mutex: what ends while the test holds it notifies nobody.
+TEST_F(VinRequesterTest, OnlyAnAcceptedVinRestartsThePeriod) {
+  start(1h);
+  VinVariableJ1939Ecu variable("00", mutex, wakeup, running, 2);
+  const auto extract = [&](std::string_view data, double count) {
+    return std::async(
+        std::launch::async,
+        [&variable, message = tests::Group().bytes("data", data).value("nof_bytes", count).message()] {
+          return variable.extract(message);
+        });
+  };
+  std::unique_lock lock(*mutex);
+  std::async(std::launch::async, [this] { kl15("\x01"); }).get();
+  EXPECT_FALSE(extract("*", 1).get());
+  EXPECT_FALSE(extract("A", 0).get());
+  auto accepted = extract("A", 1);
+  EXPECT_EQ(wakeup->wait_for(lock, 30s), std::cv_status::no_timeout);
+  lock.unlock();
+  EXPECT_FALSE(accepted.get());
 }
 
 TEST_F(VinRequesterTest, EndsByItselfOnceTheVinIsConfirmed) {

@@ -14,14 +14,16 @@ namespace com = tamu::com;
 
 namespace {
 
-// The broker's reason to reject the login; empty for any other reason.
-std::string_view login_rejection(std::string_view reason) {
-  for (const std::string_view rejection : {"bad user name or password", "not authorised"}) {
-    if (reason.find(rejection) != std::string_view::npos) {
-      return rejection;
-    }
+// Why the broker rejects the login; empty for any other failure.
+std::string_view login_rejection(com::ConnectionFailure failure) {
+  switch (failure) {
+    case com::ConnectionFailure::bad_credentials:
+      return "bad user name or password";
+    case com::ConnectionFailure::not_authorised:
+      return "not authorised";
+    default:
+      return {};
   }
-  return {};
 }
 
 timespec timespec_of(std::chrono::nanoseconds time) {
@@ -77,8 +79,8 @@ std::uint64_t BusConnection::take_lost() {
   return events_->take_lost();
 }
 
-BrokerFailure BusConnection::not_reachable(const std::string& reason) const {
-  if (const std::string_view rejection = login_rejection(reason); !rejection.empty()) {
+BrokerFailure BusConnection::not_reachable(const std::string& reason, com::ConnectionFailure failure) const {
+  if (const std::string_view rejection = login_rejection(failure); !rejection.empty()) {
     return {broker_, "broker " + broker_ + " rejects the login: " + std::string(rejection) +
                          "; check --user and --password-file"};
   }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <string>
 
+#include <ecu/tamu/com/connection_observer.h>
 #include <ecu/tamu/com/message.h>
 
 namespace ecu::ctl {
@@ -20,6 +21,7 @@ struct Event {
   std::string text;
   tamu::com::Message message;
   std::chrono::system_clock::time_point at;
+  tamu::com::ConnectionFailure failure = tamu::com::ConnectionFailure::unreachable;  // of down
 };
 
 }  // namespace ecu::ctl

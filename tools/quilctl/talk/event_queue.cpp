@@ -22,8 +22,8 @@ void EventQueue::connection_up() {
   put({Event::Kind::up, {}, {}, {}});
 }
 
-void EventQueue::connection_down(const std::string& reason) {
-  put({Event::Kind::down, reason, {}, {}});
+void EventQueue::connection_down(com::ConnectionFailure failure, const std::string& reason) {
+  put({Event::Kind::down, reason, {}, {}, failure});
 }
 
 void EventQueue::subscription_refused(const std::string& filter) {

@@ -18,7 +18,7 @@ class EventQueue final : public tamu::com::ISubscriptionObserver, public tamu::c
  public:
   void message(const std::string& topic, const tamu::com::Message& msg) override;
   void connection_up() override;
-  void connection_down(const std::string& reason) override;
+  void connection_down(tamu::com::ConnectionFailure failure, const std::string& reason) override;
   void subscription_refused(const std::string& filter) override;
   void subscriptions_settled() override;
   void messages_dropped(const std::string& filter, std::uint64_t count) override;

@@ -18,8 +18,8 @@
 
 namespace ecu::quil {
 
-/// Owns every published variable, hands each bus message to the variables that listen on its topic, and
-/// publishes what they take from it.
+/// Owns every published variable, passes each bus message to the variables that listen on its topic, and
+/// publishes the values that they take from it.
 class EnvironmentDaemon final : public tamu::com::ISubscriptionObserver {
  public:
   /// `config` is only read during the call.
@@ -30,27 +30,27 @@ class EnvironmentDaemon final : public tamu::com::ISubscriptionObserver {
   EnvironmentDaemon(const EnvironmentDaemon&) = delete;
   EnvironmentDaemon& operator=(const EnvironmentDaemon&) = delete;
 
-  /// Opens the queueing ports, builds the registry, subscribes to the topics that it names and asks for the
-  /// VIN. Called once, before the client is started.
+  /// Opens the queueing ports, builds the registry, subscribes to its topics and starts to request the VIN.
+  /// Called once, before the client is started.
   void init();
 
-  /// Offers `msg` to every variable that listens on `topic`, in registry order, and publishes those that took
-  /// a value. Called on a delivery thread of the client.
+  /// Passes `msg` to every variable that listens on `topic`, in registry order, and publishes those that took
+  /// a value from it. Called on a delivery thread of the client.
   void message(const std::string& topic, const tamu::com::Message& msg) override;
 
-  /// Publishes `var` with the retain flag `retained`. A variable that cannot be serialised is not published,
-  /// which counts as success. Takes no lock of its own.
+  /// Publishes `var` with the retain flag `retained`, and returns the client's result. A variable that cannot
+  /// be serialized is not published, which counts as success. Takes no lock.
   tamu::com::PublishResult publish(const EnvironmentVariable& var, bool retained);
 
-  /// Publishes the variables that no message feeds. Called once, by the main thread, after `init`.
+  /// Publishes the variables that do not depend on messages. Called once, by the main thread, after `init`.
   void initial_publish();
 
   /// Publishes the variables that are computed from the system parameters, or leaves that to the thread that
-  /// is doing it already. Does nothing before the registry is built. May be called from any thread.
+  /// is already doing it. Does nothing before the registry is built. May be called from any thread.
   void sysparams_received();
 
-  /// Ends the requests for the VIN, the waits of those who asked for system parameters, and what the ports are
-  /// at; the client is stopped by the caller. May be called from the signal handler.
+  /// Stops requesting the VIN, wakes callers that wait for parameters, aborts port I/O. The caller stops the
+  /// client. May be called from the signal handler.
   void stop();
 
  private:
@@ -62,7 +62,7 @@ class EnvironmentDaemon final : public tamu::com::ISubscriptionObserver {
   void publish_all(VariableSource source);
 
   std::shared_ptr<tamu::com::ITransportClient> m_client;
-  std::shared_ptr<Registry> m_registry;  // constant once complete
+  std::shared_ptr<Registry> m_registry;  // constant once m_registry_complete is true
   std::atomic<bool> m_registry_complete = false;
   SerialTask m_sysparam_publication;
   std::shared_ptr<QueuingPortHandler> m_port_handler;

@@ -15,8 +15,8 @@ enum class VariableSource : std::uint32_t {
   SIGNAL = 2,    // from messages on the variable's topic
 };
 
-/// One value that the daemon publishes on "system/var/" + name. Has no lock: the operations of one variable
-/// are called one after another.
+/// One value that the daemon publishes on "system/var/" + name. Has no lock: one thread at a time calls the
+/// operations of a variable.
 class EnvironmentVariable {
  public:
   /// A variable without a value. `topic` is empty for a variable that no message feeds.
@@ -26,18 +26,19 @@ class EnvironmentVariable {
   EnvironmentVariable(const EnvironmentVariable&) = delete;
   EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
 
-  /// Takes the value out of a message received on `topic()`. True when a value was stored, which is then to
-  /// be published; false leaves value and time stamp as they were, the reason having been logged.
+  /// Takes the value from a message received on `topic()`. True when a value was stored, which must then be
+  /// published. False, after a line in the log, when the message is ignored; value and timestamp do not
+  /// change.
   virtual bool extract(const tamu::com::Message& msg);
 
-  /// The current value; empty until there was one.
+  /// The current value; empty until there is one.
   [[nodiscard]] virtual const std::string& value() const;
 
-  /// When the current value was received or set, nanoseconds since boot; 0 until there was one.
+  /// When the current value was received or set, in nanoseconds since boot; 0 until there is one.
   [[nodiscard]] virtual std::uint64_t timestamp() const;
 
-  /// The framed `EcuVariable`, with both fields unset while the value is empty. Empty when it cannot be
-  /// serialised.
+  /// The framed `EcuVariable`, with both fields unset while the value is empty. Nothing, after a line in the
+  /// log, when it cannot be serialized.
   [[nodiscard]] virtual std::optional<tamu::com::Message> to_message() const;
 
   [[nodiscard]] const std::string& name() const noexcept { return m_name; }
@@ -49,6 +50,9 @@ class EnvironmentVariable {
  protected:
   /// Stores a value together with the time that belongs to it.
   void set(std::string value, std::uint64_t timestamp);
+
+  /// Stores `text` in `held` and releases the memory of the text that was there.
+  static void replace(std::string& held, std::string text) noexcept;
 
  private:
   std::string m_name;

@@ -3,11 +3,11 @@
 #include <ecu/quil/environment_variable.h>
 
 /// The identity of the unit's hardware. Each variable takes one byte-array signal from its topic, checks it
-/// and stores it as text; unusable data is logged and leaves the last value in place.
+/// and stores it as text. Unusable data is logged, and the last value is kept.
 namespace ecu::quil {
 
-/// The unit's serial number in decimal, a dash before the last four of its ten digits. Stored little-endian
-/// in bytes 64 to 67 of the unit's EEPROM record.
+/// The unit's serial number: ten decimal digits with a dash before the last four. Stored little-endian in
+/// bytes 64 to 67 of the unit's EEPROM record.
 class SerialNumberVariable final : public EnvironmentVariable {
  public:
   SerialNumberVariable();
@@ -21,7 +21,7 @@ class HWVersionVariable final : public EnvironmentVariable {
   bool extract(const tamu::com::Message& msg) override;
 };
 
-/// The hardware variant as it stands.
+/// The hardware variant, unchanged.
 class HWVariantVariable final : public EnvironmentVariable {
  public:
   HWVariantVariable();

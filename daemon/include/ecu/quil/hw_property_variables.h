@@ -3,29 +3,42 @@
 #include <string>
 
 #include <ecu/quil/environment_variable.h>
-#include <ecu/quil/named_variable.h>
+#include <ecu/quil/fixed_string.h>
 
-/// What the unit is fitted with. All properties come in one message, each in a signal of its own.
+/// The unit's hardware properties. All come in one message, each in a signal of its own.
 namespace ecu::quil {
 
-/// One hardware property: a text in lower case, the name of an enumerator, or "true" or "false", as the
-/// signal calls for.
+/// How a property's signal becomes text.
+enum class PropertyKind {
+  flag,     // "true" or "false"
+  modem,    // the name of a modem type
+  antenna,  // the name of a diversity antenna
+  text,     // the signal's bytes as text in lower case
+};
+
+/// One hardware property: the signal `signal_name`, converted according to `kind`.
 class HWPropertyVariable : public EnvironmentVariable {
  public:
-  HWPropertyVariable(const std::string& name, std::string signal_name);
+  HWPropertyVariable(const std::string& name, const std::string& signal_name, PropertyKind kind);
   bool extract(const tamu::com::Message& msg) override;
 
  private:
   std::string m_signal_name;
+  PropertyKind m_kind;
 };
 
-template <FixedString Name, FixedString Signal>
-using NamedHWProperty = NamedVariable<HWPropertyVariable, Name, Signal>;
+/// The class of one property.
+template <FixedString Name, FixedString Signal, PropertyKind Kind = PropertyKind::flag>
+class NamedHWProperty final : public HWPropertyVariable {
+ public:
+  NamedHWProperty() : HWPropertyVariable(Name.chars, Signal.chars, Kind) {}
+};
 
-using HWPropertyVehicleType = NamedHWProperty<"vehicletype", "vehicle_type">;
-using HWPropertyRegion = NamedHWProperty<"hwregion", "region">;
-using HWPropertyModemTypeVariable = NamedHWProperty<"modemtype", "modem_type">;
-using HWPropertyDivAntennaVariable = NamedHWProperty<"divantenna", "diversity_antenna">;
+using HWPropertyVehicleType = NamedHWProperty<"vehicletype", "vehicle_type", PropertyKind::text>;
+using HWPropertyRegion = NamedHWProperty<"hwregion", "region", PropertyKind::text>;
+using HWPropertyModemTypeVariable = NamedHWProperty<"modemtype", "modem_type", PropertyKind::modem>;
+using HWPropertyDivAntennaVariable =
+    NamedHWProperty<"divantenna", "diversity_antenna", PropertyKind::antenna>;
 using HWPropertyHasWifiBtVariable = NamedHWProperty<"haswifibt", "is_wifi_bt">;
 using HWPropertyHasExternalWifiBtAntennaVariable =
     NamedHWProperty<"hasextwifibtant", "is_external_wifi_bt_antenna">;

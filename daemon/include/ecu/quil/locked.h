@@ -6,7 +6,7 @@
 
 namespace ecu::quil {
 
-/// Locks a mutex that several objects share. Throws std::system_error, operation not permitted, when there is
+/// Locks a mutex that several objects share. Throws std::system_error (operation not permitted) when there is
 /// none.
 [[nodiscard]] inline std::unique_lock<std::mutex> locked(const std::shared_ptr<std::mutex>& mutex) {
   if (!mutex) {

@@ -11,15 +11,15 @@
 
 namespace ecu::quil {
 
-/// Both queueing ports to the other side of the hypervisor: hands every record of the receive port to the
-/// consumers, on a thread of its own, and writes records to the send port on the caller's.
+/// Both queueing ports to the other side of the hypervisor. Passes every record of the receive port to the
+/// consumers, on a thread of its own, and writes records to the send port on the caller's thread.
 class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal> {
  public:
   using IpcSignal = tamu::ipc::IpcSignal;
   using Consumer = tamu::ipc::IDataConsumer<IpcSignal>;
 
-  /// `reader_setting` goes to the platform's reader as it is.
-  QueuingPortHandler(std::string read_path, std::string write_path, int reader_setting);
+  /// `reader_setting` is passed to the platform's reader unchanged.
+  QueuingPortHandler(const std::string& read_path, const std::string& write_path, int reader_setting);
   ~QueuingPortHandler() override;
 
   QueuingPortHandler(const QueuingPortHandler&) = delete;
@@ -30,25 +30,25 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   void finished() override;
   void frame_finished() override;
 
-  /// Opens the receive port, hands out what waits on it, and starts the thread that receives from then on.
-  /// Without a receive port (one ERROR line) nothing is ever read. Called once; a second call ends the
-  /// process.
+  /// Opens the receive port, delivers what waits on it, and starts the thread that receives from then on.
+  /// When the port cannot be opened (one ERROR line), nothing is ever read. Called once; a second call ends
+  /// the process.
   virtual void init();
 
-  /// Writes the records in order to the send port; false, after an ERROR line, when the port cannot be opened
-  /// or a record not written, the rest being dropped. May be called from any thread.
+  /// Writes the records to the send port in order. False, after an ERROR line, when the port cannot be opened
+  /// or a record cannot be written; the records after it are dropped. May be called from any thread.
   [[nodiscard]] virtual bool write(const std::vector<IpcSignal>& signals);
 
-  /// Begins to end reception, and lets no further record be written: a `write` that is under way fails behind
-  /// the record that it is at. Does not wait. Not while `init` runs; may be called from the signal handler.
+  /// Requests the end of reception and lets no further record be written: a `write` in progress fails after
+  /// its current record. Does not wait. May be called from the signal handler, but not while `init` runs.
   void request_stop() noexcept;
 
-  /// Registers a consumer, which is not owned. Only before `init`. A consumer calls `stop` before it goes.
+  /// Registers a consumer, which is not owned and must call `stop` before its destruction. Only before
+  /// `init`.
   void add_consumer(Consumer* consumer);
 
-  /// Ends reception for good: on return no consumer is being called, and none will be, not even by an `init`
-  /// that comes later. Not to be called by a consumer from inside a call, nor while `init` runs. Calling it
-  /// again does nothing.
+  /// Ends reception for good: after it returns, no consumer is called any more, not even by a later `init`.
+  /// Must not be called by a consumer from within a call, nor while `init` runs. A second call does nothing.
   void stop();
 
  private:
@@ -63,7 +63,7 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   std::atomic_bool m_writing_ended = false;
 };
 
-/// Stands for the handler where the platform's reader wants to own its consumer.
+/// Represents the handler where the platform's reader wants to own its consumer.
 class ConsumerWrapper final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal> {
  public:
   explicit ConsumerWrapper(QueuingPortHandler* handler) : m_handler(handler) {}

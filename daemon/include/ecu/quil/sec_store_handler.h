@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -10,11 +9,8 @@
 
 namespace ecu::quil {
 
-/// Whether the records with that identifier carry values of the secure storage.
-[[nodiscard]] bool is_sec_store_id(std::uint32_t signal_id) noexcept;
-
 /// Relays the two values of the secure storage between the bus and the queueing ports. The values are
-/// secrets: they are neither looked at nor logged.
+/// secrets: the relay neither interprets nor logs them.
 class SecStoreHandler final : public tamu::com::ISubscriptionObserver,
                               public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal> {
  public:
@@ -29,8 +25,8 @@ class SecStoreHandler final : public tamu::com::ISubscriptionObserver,
   SecStoreHandler(const SecStoreHandler&) = delete;
   SecStoreHandler& operator=(const SecStoreHandler&) = delete;
 
-  /// Writes the value to the send port and echoes it on the get topic once the port has taken it. Called on a
-  /// delivery thread of the client.
+  /// Writes the value to the send port and, once the port has accepted it, echoes it on the get topic. Called
+  /// on a delivery thread of the client.
   void message(const std::string& topic, const tamu::com::Message& msg) override;
 
   /// Publishes a value of the secure storage on its get topic. Called on the port's thread.

@@ -6,8 +6,8 @@
 
 namespace ecu::quil {
 
-/// Stands for its owner where the transport wants to share the observer. The owner unsubscribes it before it
-/// goes.
+/// Represents its owner where the transport wants to share the observer. The owner unsubscribes it before its
+/// own destruction.
 class SubWrapper final : public tamu::com::ISubscriptionObserver {
  public:
   explicit SubWrapper(tamu::com::ISubscriptionObserver* owner) : m_owner(owner) {}

@@ -5,13 +5,14 @@
 
 namespace ecu::quil {
 
-/// The version in the text that U-Boot leaves behind ("U-Boot 2015.07-r12-gabcdef"): what stands between the
-/// first dash behind the name and the next dash, or the text's end. "Unknown" for a text of something else.
+/// The version in the text that U-Boot leaves in memory ("U-Boot 2015.07-r12-gabcdef"): the characters
+/// between the first dash after the name and the next dash, or the end of the text. "Unknown" for any other
+/// text.
 [[nodiscard]] std::string uboot_version(std::string_view text);
 
-/// The version that U-Boot left 9 MiB into the memory behind `device`, in a page that may hold no zero byte.
-/// "Unknown" when it left none, and, after one line in the log, when the memory cannot be read. The device
-/// stays open, and the page mapped, for the life of the process.
+/// The version that U-Boot left at 9 MiB in the memory behind `device`; the page there may lack a zero byte.
+/// "Unknown" when it left none, or, after one line in the log, when the memory cannot be read. The device
+/// stays open and the page mapped for the life of the process.
 [[nodiscard]] std::string read_uboot_version(const char* device);
 
 }  // namespace ecu::quil

@@ -5,51 +5,56 @@
 #include <string>
 
 #include <ecu/quil/environment_variable.h>
-#include <ecu/quil/named_variable.h>
+#include <ecu/quil/fixed_string.h>
+#include <ecu/tamu/com/topics.h>
 
 /// Versions of the software on the unit.
 namespace ecu::quil {
 
-/// The version of one piece of software: the 16 bytes of its version record as they stand. A record of
-/// nothing but 0xff is not set and ignored. One of another size ends the process: the sender and this program
-/// do not belong together.
+/// The version of one piece of software: the 16 bytes of its version record, unchanged. A record of only 0xff
+/// bytes is not set and is ignored. A record of another size ends the process, after an ALERT line: sender
+/// and daemon do not match.
 class SWVersionVariable : public EnvironmentVariable {
  public:
   SWVersionVariable(const std::string& name, const std::string& topic);
   bool extract(const tamu::com::Message& msg) override;
 };
 
-template <FixedString Name, FixedString Topic>
-using NamedSWVersion = NamedVariable<SWVersionVariable, Name, Topic>;
+/// The class of the version of one piece of software.
+template <FixedString Name, const char* const& Topic>
+class NamedSWVersion final : public SWVersionVariable {
+ public:
+  NamedSWVersion() : SWVersionVariable(Name.chars, Topic) {}
+};
 
-using HypervisorVersionVariable = NamedSWVersion<"versionhypervisor", "rt/system/version_hypervisor">;
-using CSPVersionVariable = NamedSWVersion<"versioncsp", "rt/system/version_csp">;
-using TeleKernelVersionVariable = NamedSWVersion<"versiontelekernel", "rt/system/version_tele_kernel">;
-using TeleDTBVersionVariable = NamedSWVersion<"versionteledtb", "rt/system/version_tele_dtb">;
-using TPAKernelVersionVariable = NamedSWVersion<"versiontpakernel", "rt/system/version_linux_kernel">;
-using UpdateKernelVersionVariable = NamedSWVersion<"versionupdatekernel", "rt/system/version_update_kernel">;
-using UpdateDTBVersionVariable = NamedSWVersion<"versionupdatedtb", "rt/system/version_update_dtb">;
+using HypervisorVersionVariable = NamedSWVersion<"versionhypervisor", tamu::com::topics::hypervisor_version>;
+using CSPVersionVariable = NamedSWVersion<"versioncsp", tamu::com::topics::csp_version>;
+using TeleKernelVersionVariable = NamedSWVersion<"versiontelekernel", tamu::com::topics::tele_kernel_version>;
+using TeleDTBVersionVariable = NamedSWVersion<"versionteledtb", tamu::com::topics::tele_dtb_version>;
+using TPAKernelVersionVariable = NamedSWVersion<"versiontpakernel", tamu::com::topics::linux_kernel_version>;
+using UpdateKernelVersionVariable =
+    NamedSWVersion<"versionupdatekernel", tamu::com::topics::update_kernel_version>;
+using UpdateDTBVersionVariable = NamedSWVersion<"versionupdatedtb", tamu::com::topics::update_dtb_version>;
 
-/// The boot loader's version, read from physical memory at construction; "Unknown" when there is none to
-/// read.
+/// The boot loader's version, read from physical memory at construction; "Unknown" when it cannot be read.
 class UBootVersionVariable final : public EnvironmentVariable {
  public:
   UBootVersionVariable();
 
-  /// Replaces value and time stamp (nanoseconds since boot). Always true.
+  /// Replaces value and timestamp (nanoseconds since boot). Always true.
   bool set_data(const std::string& value, std::uint64_t timestamp);
 };
 
-/// The version of the unit's software as a whole, asked for each time that it is read.
+/// The version of the unit's software as a whole, computed each time that it is read.
 class TopVersionVariable final : public EnvironmentVariable {
  public:
-  /// `value_function` yields the present version, or an empty text while there is none.
+  /// `value_function` returns the current version, or an empty text while there is none.
   explicit TopVersionVariable(std::function<std::string()> value_function);
 
-  /// Asks for the version. Throws std::bad_function_call when there is no function to ask.
+  /// Calls the function. Throws std::bad_function_call when there is none.
   [[nodiscard]] const std::string& value() const override;
 
-  /// When `value` first saw the version that it returned last.
+  /// When `value` first returned the version that it returned last, in nanoseconds since boot.
   [[nodiscard]] std::uint64_t timestamp() const override;
 
  private:

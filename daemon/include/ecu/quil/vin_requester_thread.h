@@ -15,31 +15,32 @@
 
 namespace ecu::quil {
 
-/// Asks the vehicle network for the VIN (SAE J1939-21 request for PGN 65260) once per period while the
+/// Requests the VIN from the vehicle network (SAE J1939-21 request for PGN 65260) once per period while the
 /// ignition is on, until the run flag is cleared. A notification of the condition variable restarts the
-/// period; a change of the ignition counts from the period's end on.
+/// period; a change of the ignition takes effect at the end of the period.
 ///
-/// `init`, `stop` and the destructor are called by one thread at a time, `set_kl15` by any.
+/// One thread at a time calls `init`, `stop` and the destructor; any thread may call `set_kl15`.
 class VINRequesterThread {
  public:
-  /// Mutex, condition variable and run flag are shared with those who receive the VIN.
+  /// Mutex, condition variable and run flag are shared with the variables that receive the VIN. The period is
+  /// `wait_seconds` times `second`, which only tests shorten.
   VINRequesterThread(std::shared_ptr<tamu::com::ITransportClient> client, std::shared_ptr<std::mutex> mutex,
                      std::shared_ptr<std::condition_variable> wakeup,
                      std::shared_ptr<std::atomic_bool> running,
-                     std::shared_ptr<tamu::diag::PgnRequestClient> pgn_client,
-                     std::chrono::milliseconds period);
+                     std::shared_ptr<tamu::diag::PgnRequestClient> pgn_client, unsigned int wait_seconds,
+                     std::chrono::milliseconds second = std::chrono::seconds(1));
 
-  /// Ends the thread; takes the subscription to the ignition back.
+  /// Ends the thread and unsubscribes from the ignition.
   ~VINRequesterThread();
 
   VINRequesterThread(const VINRequesterThread&) = delete;
   VINRequesterThread& operator=(const VINRequesterThread&) = delete;
 
-  /// Subscribes to the ignition, sets the run flag and starts the thread. Without a request to send there is
-  /// no thread, the reason having been logged. Ends the process when there is a thread already.
+  /// Subscribes to the ignition, sets the run flag and starts the thread. When the request cannot be built
+  /// (ERROR lines), no thread is started. A second call ends the process.
   void init();
 
-  /// Ends the thread at once and joins it; without one it does nothing.
+  /// Ends the thread at once and joins it; does nothing without a thread.
   void stop();
 
   /// Stores whether the ignition (terminal 15) is on.
@@ -53,15 +54,21 @@ class VINRequesterThread {
   /// The request, or why there is none.
   [[nodiscard]] static tamu::Result<tamu::com::Message, std::string> build_rqst_msg_payload();
 
-  std::shared_ptr<tamu::com::ITransportClient> m_client;
-  std::shared_ptr<std::mutex> m_mutex;                // held to wait for m_wakeup
-  std::shared_ptr<std::condition_variable> m_wakeup;  // cuts the wait short
-  std::shared_ptr<std::atomic_bool> m_running;        // `stop` clears it with m_mutex held, others without
-  std::thread m_thread;
-  tamu::com::Message m_request;  // constant while there is a thread
-  std::shared_ptr<tamu::diag::PgnRequestClient> m_pgn_client;
-  std::chrono::milliseconds m_period;
+  // Constant after construction; what the pointers refer to is shared with the VIN variables.
+  const std::shared_ptr<tamu::com::ITransportClient> m_client;
+  const std::shared_ptr<std::mutex> m_mutex;                // held to wait for m_wakeup
+  const std::shared_ptr<std::condition_variable> m_wakeup;  // cuts the wait short
+  const std::shared_ptr<std::atomic_bool> m_running;  // `stop` clears it with m_mutex held, others without
+  const std::shared_ptr<tamu::diag::PgnRequestClient> m_pgn_client;
+  const unsigned int m_wait_seconds;
+  const std::chrono::milliseconds m_second;
+
+  // With its own synchronization.
   std::atomic_bool m_kl15 = false;
+
+  // Set by `init`; m_request and m_kl15_observer are constant while there is a thread.
+  std::thread m_thread;
+  tamu::com::Message m_request;
   std::shared_ptr<tamu::com::ISubscriptionObserver> m_kl15_observer;
 };
 

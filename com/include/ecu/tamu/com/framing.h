@@ -7,6 +7,7 @@
 #include <span>
 
 #include <ecu/tamu/com/message.h>
+#include <ecu/tamu/result.h>
 
 /// The framing of every protobuf body on the bus: an 18-byte `TXFHeader`, then the body.
 namespace ecu::tamu::com {
@@ -15,36 +16,44 @@ namespace err {
 
 enum class PbInternalDeserializationError : int {
   success = 0,
-  /// The payload holds less than a header.
+  /// The payload is shorter than a header.
   too_short = 1,
-  /// The first 18 bytes are no header.
+  /// The first 18 bytes are not a header.
   bad_header = 2,
-  /// The header says protocol type 0, which means "not used".
+  /// The header's protocol type is 0, which means "not used".
   protocol_not_used = 3,
-  /// The header says that it is not 18 bytes long.
+  /// The header's length field is not 18.
   bad_header_length = 4,
-  /// The body is longer than the payload, or is no such message.
+  /// The body is longer than the payload, or cannot be parsed.
   bad_body = 5,
 };
 
 }  // namespace err
 
-/// The size of an encoded `TXFHeader`: two fixed64 fields, each behind a one-byte tag.
+/// The size of an encoded `TXFHeader`: two fixed64 fields, each after a one-byte tag.
 inline constexpr std::size_t txf_header_size = 18;
 
 /// The protocol type of every message that this system sends.
 inline constexpr std::uint16_t pb_protocol_type = 1;
 
-/// The message that carries `body` behind a header of `protocol_type`, stamped with the time since boot.
-/// Never throws; a failure is logged and yields nothing.
+/// The message that carries `body` after a header of `protocol_type`, stamped with the time since boot.
+/// Returns nothing, after one line in the log, when `body` cannot be serialized.
 [[nodiscard]] std::optional<Message> frame(const google::protobuf::MessageLite& body,
                                            std::uint16_t protocol_type) noexcept;
 
-/// Checks the header of `payload` and parses what it announces into `body`, which keeps its allocations.
-/// Reads nothing past the payload; bytes behind the announced body are ignored. `protocol_type` takes what a
-/// well-formed header says, whether or not that is accepted. A failure is logged.
+/// Checks the header of `payload` and returns the bytes of the body that it announces, which are part of
+/// `payload`; bytes after the body are ignored. Sets `protocol_type` to that of the header when it can be
+/// decoded, even if the message is refused. A failure is logged.
+[[nodiscard]] Result<std::span<const std::uint8_t>, err::PbInternalDeserializationError> framed_body(
+    std::span<const std::uint8_t> payload, std::uint16_t& protocol_type) noexcept;
+
+/// Logs that a body cannot be parsed, and returns the error that says so.
+err::PbInternalDeserializationError refuse_body() noexcept;
+
+/// Parses the body that `payload` announces into `body`, which is unspecified after a failure. Otherwise like
+/// `framed_body`. A body for which memory runs out cannot be parsed.
 [[nodiscard]] err::PbInternalDeserializationError unframe(std::span<const std::uint8_t> payload,
                                                           google::protobuf::MessageLite& body,
-                                                          std::uint16_t& protocol_type);
+                                                          std::uint16_t& protocol_type) noexcept;
 
 }  // namespace ecu::tamu::com

@@ -12,8 +12,8 @@ inline constexpr const char* all_variables_filter = "system/var/#";
 inline constexpr const char* presence_prefix = "system/presence/";
 inline constexpr const char* daemon_presence = "system/presence/quil";
 
-/// System parameters: requests to the daemon, and its answers. The receiver tells answers to a request for
-/// chosen parameters apart by the identifier inside; their topic has nothing after the prefix.
+/// System parameters: requests to the daemon, and its answers. The answers to a request for chosen parameters
+/// differ by the identifier inside; their topic has nothing after the slash.
 inline constexpr const char* parameter_request = "system/quil/request/sysparam";
 inline constexpr const char* all_parameters_request = "system/quil/request/sysparams";
 inline constexpr const char* parameter_write = "system/sysparams/write";

@@ -12,10 +12,6 @@
 #include <ecu/tamu/com/message.h>
 #include <ecu/tamu/result.h>
 
-namespace ecu::tamu::pb {
-class SignalGroup;
-}
-
 namespace ecu::tamu::rt {
 
 /// Validity of a signal, as the real-time side sends it.
@@ -90,8 +86,8 @@ class SignalAdapter {
   [[nodiscard]] static const SignalAdapter& instance();
 
   /// The signals that `msg` carries on `topic`. Signals outside the catalogue are left out; of a signal given
-  /// twice the last one counts. The message that a thread unpacked last is parsed only once, however many
-  /// callers ask for it one after another.
+  /// twice the last one counts. A message of up to 4 KiB that a thread unpacks several times in a row is
+  /// parsed only once. Throws std::bad_alloc; the message may then be unpacked again.
   [[nodiscard]] Result<std::shared_ptr<const SignalGroup>, UnpackError> unpack(const std::string& topic,
                                                                                const com::Message& msg) const;
 
@@ -105,8 +101,7 @@ class SignalAdapter {
   SignalAdapter() = default;
 
   static Result<std::shared_ptr<const SignalGroup>, UnpackError> parse(const std::string& topic,
-                                                                       const com::Message& msg,
-                                                                       pb::SignalGroup& body);
+                                                                       const com::Message& msg);
 };
 
 /// The names of the signals of `topic`, in the catalogue's order; empty for a topic outside the catalogue.

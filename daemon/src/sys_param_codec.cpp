@@ -1,0 +1,95 @@
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include <ecu/quil/sys_param_codec.h>
+#include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/com/system_parameters.h>
+#include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+namespace ecu::quil {
+
+namespace pb = tamu::pb;
+
+namespace {
+
+constexpr auto logger = tamu::logging::module("SysParam");
+
+constexpr std::size_t id_size = sizeof(std::uint32_t);
+constexpr std::size_t value_offset = tamu::com::parameter_value_offset;
+
+template <class Body>
+SysParamMessage framed(const Body& body) {
+  auto message = tamu::com::PbInternalMessageAdapter<Body>().serialize(body);
+  if (!message) {
+    // The adapter does not say why. Only the body can keep it from serializing, so that is the code.
+    return static_cast<int>(tamu::com::err::PbInternalDeserializationError::bad_body);
+  }
+  return std::move(*message);
+}
+
+void fill(pb::SystemParameterEntry& entry, SysParam param) {
+  entry.set_ota_id(param.ota_id);
+  entry.set_value(std::move(param.payload));
+}
+
+}  // namespace
+
+std::pair<bool, SysParam> to_parameter(const tamu::ipc::IpcSignal& signal) {
+  const std::size_t size = signal.data.size();
+  if (size < id_size) {
+    logger.error("Insufficient signal data to create a SysParam: ", size, ". Expecting at least ", id_size,
+                 " bytes for the ota_id");
+    return {false, {}};
+  }
+  SysParam param;
+  std::memcpy(&param.ota_id, signal.data.data(), id_size);
+  if (size <= value_offset) {
+    logger.warning("Creating a Sysparam with no payload. Signal data size: ", size);
+  } else {
+    param.payload.assign(signal.data.data() + value_offset, size - value_offset);
+  }
+  return {true, std::move(param)};
+}
+
+tamu::ipc::IpcSignal to_signal(const SysParam& param) {
+  tamu::ipc::IpcSignal signal;
+  signal.id = param.ota_id;
+  signal.data.resize(value_offset + param.payload.size());
+  const auto length = static_cast<std::uint32_t>(param.payload.size());
+  std::memcpy(signal.data.data(), &param.ota_id, id_size);
+  std::memcpy(signal.data.data() + id_size, &length, sizeof(length));
+  param.payload.copy(signal.data.data() + value_offset, param.payload.size());
+  return signal;
+}
+
+SysParamMessage to_message(const SysParam& param) {
+  pb::SystemParameterEntry entry;
+  fill(entry, param);
+  return framed(entry);
+}
+
+SysParamMessage to_message(std::vector<SysParam> params) {
+  pb::SystemParameterList list;
+  list.mutable_entry()->Reserve(static_cast<int>(params.size()));
+  for (SysParam& param : params) {
+    fill(*list.add_entry(), std::move(param));
+  }
+  return framed(list);
+}
+
+bool from_message_all(const tamu::com::Message& msg, std::vector<SysParam>& out) {
+  auto list = tamu::com::PbInternalMessageAdapter<pb::SystemParameterList>().deserialize(msg);
+  if (!list.ok) {
+    logger.error("Unable to deserialize SystemParameterList form com::Message");
+    return false;
+  }
+  for (pb::SystemParameterEntry& entry : *list.body.mutable_entry()) {
+    out.push_back({entry.ota_id(), std::move(*entry.mutable_value())});
+  }
+  logger.info(out.size(), " have been deserialized");
+  return true;
+}
+
+}  // namespace ecu::quil

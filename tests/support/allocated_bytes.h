@@ -1,0 +1,15 @@
+#pragma once
+
+#include <malloc.h>
+
+#include <cstddef>
+
+namespace tests {
+
+/// What the process has allocated. 0 under sanitizers, which have an allocator of their own.
+inline std::size_t allocated_bytes() {
+  const struct mallinfo2 info = ::mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+}  // namespace tests
