@@ -14,7 +14,7 @@ namespace com = tamu::com;
 
 namespace {
 
-// The broker's reason to reject the login; empty for any other reason.
+// Why the broker rejects the login; empty for any other failure.
 std::string_view login_rejection(com::ConnectionFailure failure) {
   switch (failure) {
     case com::ConnectionFailure::bad_credentials:

@@ -63,7 +63,8 @@ class BusConnection {
 
   /// The broker's address for messages to the user.
   [[nodiscard]] const std::string& broker() const noexcept { return broker_; }
-  /// The failure that ends a command whose first attempt to connect fails, from what the event says.
+  /// The failure that ends a command whose first attempt to connect fails; both arguments are those of the
+  /// event.
   [[nodiscard]] BrokerFailure not_reachable(
       const std::string& reason,
       tamu::com::ConnectionFailure failure = tamu::com::ConnectionFailure::no_answer) const;

@@ -15,23 +15,23 @@ constexpr std::size_t max_waiting_bytes = std::size_t{16} * 1024 * 1024;
 }  // namespace
 
 void EventQueue::message(const std::string& topic, const com::Message& msg) {
-  put({.kind = Event::Kind::message, .text = topic, .message = msg});
+  put({Event::Kind::message, topic, msg, {}});
 }
 
 void EventQueue::connection_up() {
-  put({.kind = Event::Kind::up});
+  put({Event::Kind::up, {}, {}, {}});
 }
 
 void EventQueue::connection_down(com::ConnectionFailure failure, const std::string& reason) {
-  put({.kind = Event::Kind::down, .text = reason, .failure = failure});
+  put({Event::Kind::down, reason, {}, {}, failure});
 }
 
 void EventQueue::subscription_refused(const std::string& filter) {
-  put({.kind = Event::Kind::refused, .text = filter});
+  put({Event::Kind::refused, filter, {}, {}});
 }
 
 void EventQueue::subscriptions_settled() {
-  put({.kind = Event::Kind::settled});
+  put({Event::Kind::settled, {}, {}, {}});
 }
 
 void EventQueue::messages_dropped(const std::string& /*filter*/, std::uint64_t count) {
