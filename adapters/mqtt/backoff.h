@@ -6,18 +6,22 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// The pauses between attempts to connect: 100 ms, doubling to 5 s, each shortened at random by up to a
+/// The pauses between attempts to connect: 100 ms, doubling to `longest`, each shortened at random by up to a
 /// quarter so that clients do not come back in step.
 class Backoff {
  public:
   using Duration = std::chrono::milliseconds;
 
   static constexpr Duration first{100};
-  static constexpr Duration longest{5000};
+  /// For a broker on this machine, whose return is to be noticed at once, and for any other.
+  static constexpr Duration longest_local{500};
+  static constexpr Duration longest_remote{5000};
+
+  explicit Backoff(Duration longest) : longest_(longest) {}
 
   [[nodiscard]] Duration next() {
     const Duration pause = pause_;
-    pause_ = std::min(2 * pause_, longest);
+    pause_ = std::min(2 * pause_, longest_);
     return pause - pause * std::uniform_int_distribution<int>(0, max_jitter_percent)(random_) / 100;
   }
 
@@ -26,6 +30,7 @@ class Backoff {
  private:
   static constexpr int max_jitter_percent = 25;
 
+  Duration longest_;
   Duration pause_ = first;
   std::minstd_rand random_{std::random_device()()};
 };

@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <array>
-#include <system_error>
+#include <exception>
+#include <new>
 #include <utility>
 
 #include "mqtt/mqtt_log.h"
@@ -13,7 +14,8 @@ namespace ecu::tamu::com::mqtt {
 
 namespace {
 
-constexpr std::chrono::seconds connect_timeout{10};
+// A connection that held for this long starts the pauses over.
+constexpr std::chrono::seconds stable_after{5};
 
 int poll_timeout(Connection::Clock::time_point until) {
   if (until == Connection::Clock::time_point::max()) {
@@ -25,11 +27,38 @@ int poll_timeout(Connection::Clock::time_point until) {
 
 }  // namespace
 
-void Connection::wait(const posix::Event& wake, Clock::time_point deadline) {
+Connection::Connection(const MqttSettings& settings, ConnectionListener& listener, Resolver resolve)
+    : settings_(settings),
+      listener_(listener),
+      resolve_(std::move(resolve)),
+      backoff_(settings.is_local() ? Backoff::longest_local : Backoff::longest_remote) {}
+
+// A fault's reason is built from a short text that needs no memory, which there may be none of.
+template <class Action>
+void Connection::protect(Action action) noexcept {
+  try {
+    action();
+  } catch (const std::bad_alloc&) {
+    fail({ConnectionFailure::internal, "out of memory"});
+  } catch (const std::exception& failure) {
+    fail({ConnectionFailure::internal, failure.what()});
+  } catch (...) {
+    fail({ConnectionFailure::internal, "unknown fault"});
+  }
+}
+
+template <class Action>
+void Connection::with_session(Action action) noexcept {
+  if (session_) {
+    protect([&] { check(action(*session_)); });
+  }
+}
+
+void Connection::wait(const posix::Event& wake, Clock::time_point deadline) noexcept {
   std::array<pollfd, 2> fds{{{wake.fd(), POLLIN, 0}, {-1, POLLIN, 0}}};
   if (session_) {
     fds[1] = {session_->fd(), session_->wanted_events(), 0};
-  } else if (lookup_) {
+  } else if (attempting_ && lookup_) {
     fds[1].fd = lookup_->fd();
   }
   if (::poll(fds.data(), fds.size(), poll_timeout(std::min(deadline, next_timer()))) < 0) {
@@ -38,12 +67,26 @@ void Connection::wait(const posix::Event& wake, Clock::time_point deadline) {
   if (fds[0].revents != 0) {
     wake.clear();
   }
-  if (session_) {
-    check(session_->handle(fds[1].revents));
-  } else if (lookup_ && fds[1].revents != 0) {
-    use_addresses(lookup_->take());
+  protect([&] {
+    if (session_) {
+      handle_session(fds[1].revents);
+    } else if (fds[1].revents != 0) {
+      use_addresses(lookup_->take());
+    }
+    run_timers();
+  });
+}
+
+void Connection::handle_session(short events) {
+  check(session_->handle(events));
+  if (!up_ && session_ && session_->is_connected()) {
+    up_ = true;
+    attempting_ = false;
+    up_since_ = Clock::now();
+    mqtt_log.notice("connected to ", settings_.broker());
+    reported_.clear();
+    listener_.connection_up();
   }
-  run_timers();
 }
 
 Connection::Clock::time_point Connection::next_timer() const {
@@ -60,33 +103,30 @@ void Connection::run_timers() {
   if (is_up()) {
     check(session_->keep_alive());
   } else if (session_) {
-    fail("no answer");
-  } else if (lookup_) {
-    fail("name server does not answer");
+    fail({ConnectionFailure::no_answer, "no answer"});
+  } else if (attempting_) {
+    fail({ConnectionFailure::unreachable, "name server does not answer"});
   } else {
     begin_attempt();
   }
 }
 
 void Connection::begin_attempt() {
-  timer_ = Clock::now() + connect_timeout;
+  timer_ = Clock::now() + settings_.connect_timeout;
+  attempting_ = true;
   if (settings_.is_unix_socket() || next_address_ < addresses_.size()) {
     open_session();
   } else if (is_local_knowledge(settings_.host)) {
     use_addresses(look_up(settings_.host));
-  } else {
-    try {
-      lookup_.emplace(settings_.host);
-    } catch (const std::system_error& failure) {
-      fail(failure.what());
-    }
+  } else if (!lookup_) {
+    lookup_.emplace(settings_.host, resolve_);
   }
 }
 
 void Connection::use_addresses(LookupResult result) {
   lookup_.reset();
   if (result.addresses.empty()) {
-    fail(result.error);
+    fail({ConnectionFailure::unreachable, std::move(result.error)});
     return;
   }
   addresses_ = std::move(result.addresses);
@@ -95,41 +135,22 @@ void Connection::use_addresses(LookupResult result) {
 }
 
 void Connection::open_session() {
-  MqttSession::Listener& events = *this;
-  session_.emplace(settings_, events);
+  session_.emplace(settings_, listener_);
   check(session_->open(settings_.is_unix_socket() ? settings_.host : addresses_[next_address_++]));
 }
 
-void Connection::connected() {
-  mqtt_log.notice("connected to ", settings_.broker());
-  reported_.clear();
-  up_since_ = Clock::now();
-  listener_.connection_up();
-}
-
-void Connection::message(const std::string& topic, Message message) {
-  listener_.message(topic, std::move(message));
-}
-
-void Connection::subscription_refused(const std::string& filter) {
-  listener_.subscription_refused(filter);
-}
-
-void Connection::echoed() {
-  listener_.echoed();
-}
-
-void Connection::check(const Failure& failure) {
+void Connection::check(Failure failure) {
   if (failure) {
-    fail(*failure);
+    fail(*std::move(failure));
   }
 }
 
-void Connection::fail(const std::string& reason) {
-  const bool was_up = session_ && session_->is_connected();
-  const bool was_reachable = session_ && session_->is_reachable();
+// What must happen comes first and needs no memory; a line that there is no memory for is lost.
+void Connection::fail(Fault fault) noexcept {
+  const bool was_up = std::exchange(up_, false);
+  const bool was_reachable = was_up || (session_ && session_->is_reachable());
   session_.reset();
-  lookup_.reset();
+  attempting_ = false;
   if (closed_) {
     return;
   }
@@ -139,48 +160,50 @@ void Connection::fail(const std::string& reason) {
     return;
   }
   if (was_up) {
-    if (Clock::now() - up_since_ >= Backoff::longest) {
+    if (Clock::now() - up_since_ >= stable_after) {
       backoff_.reset();
     }
     addresses_.clear();
   }
-  if (std::exchange(reported_, reason) != reason) {
-    mqtt_log.warning(was_up ? "connection to " : "cannot connect to ", settings_.broker(),
-                     was_up ? " lost: " : ": ", reason);
-  }
   timer_ = Clock::now() + backoff_.next();
-  listener_.connection_down(reason);
+  report(was_up, fault.reason);
+  listener_.connection_down(fault.kind, fault.reason);
 }
 
-void Connection::publish(const std::string& topic, const Message& message) {
-  if (session_) {
-    check(session_->publish(topic, message));
+void Connection::report(bool lost, const std::string& reason) noexcept {
+  try {
+    if (std::exchange(reported_, reason) != reason) {
+      mqtt_log.warning(lost ? "connection to " : "cannot connect to ", settings_.broker(),
+                       lost ? " lost: " : ": ", reason);
+    }
+  } catch (...) {
   }
 }
 
-void Connection::subscribe(const std::string& filter, int max_qos) {
-  if (session_) {
-    check(session_->subscribe(filter, max_qos));
-  }
+void Connection::retry_soon() {
+  backoff_.reset();
+  timer_ = Clock::now() + backoff_.next();
 }
 
-void Connection::unsubscribe(const std::string& filter) {
-  if (session_) {
-    check(session_->unsubscribe(filter));
-  }
+void Connection::publish(const std::string& topic, const Message& message) noexcept {
+  with_session([&](MqttSession& session) { return session.publish(topic, message); });
 }
 
-void Connection::request_echo() {
-  if (session_) {
-    check(session_->request_echo());
-  }
+void Connection::subscribe(const std::string& filter, int max_qos) noexcept {
+  with_session([&](MqttSession& session) { return session.subscribe(filter, max_qos); });
 }
 
-void Connection::disconnect() {
+void Connection::unsubscribe(const std::string& filter) noexcept {
+  with_session([&](MqttSession& session) { return session.unsubscribe(filter); });
+}
+
+void Connection::request_fence(Fence fence) noexcept {
+  with_session([&](MqttSession& session) { return session.request_fence(fence); });
+}
+
+void Connection::disconnect() noexcept {
   closed_ = true;
-  if (session_) {
-    check(session_->disconnect());
-  }
+  with_session([](MqttSession& session) { return session.disconnect(); });
 }
 
 void Connection::cork() {
@@ -197,6 +220,7 @@ void Connection::uncork() {
 
 void Connection::close() {
   closed_ = true;
+  up_ = false;
   session_.reset();
   lookup_.reset();
 }

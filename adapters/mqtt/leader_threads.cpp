@@ -126,6 +126,11 @@ bool LeaderThreads::leading() const {
   return leader_ == std::this_thread::get_id();
 }
 
+bool LeaderThreads::cannot_be_relieved() const {
+  const std::lock_guard lock(mutex_);
+  return in_calls_ && !has_stand_in_;
+}
+
 bool LeaderThreads::end_calls() {
   const std::lock_guard lock(mutex_);
   if (leader_ != std::this_thread::get_id()) {

@@ -37,6 +37,8 @@ class LeaderThreads {
   void begin_calls();
   /// Whether the calling thread still leads; false once it has been relieved.
   [[nodiscard]] bool leading() const;
+  /// Whether the leader is inside calls and there is no thread to relieve it.
+  [[nodiscard]] bool cannot_be_relieved() const;
   /// The leader has called the observers. False when it was relieved meanwhile.
   [[nodiscard]] bool end_calls();
 

@@ -1,6 +1,9 @@
 #include "mqtt/mqtt_client.h"
 
+#include <algorithm>
 #include <csignal>
+#include <exception>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -54,8 +57,8 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
         wake_.signal();  // the leader has the next line about it to log
       }),
       connection_(settings_, *this),
-      heartbeat_("mqtt", [this] { wake_.signal(); }),
-      threads_([this] { lead(); }) {}
+      threads_([this] { lead(); }),
+      heartbeat_("mqtt", [this] { prod_leader(); }) {}
 
 MqttClient::~MqttClient() {
   stop();
@@ -86,14 +89,14 @@ void MqttClient::stop() {
 
 void MqttClient::subscribe(const std::string& topic, int max_qos,
                            std::shared_ptr<ISubscriptionObserver> observer) {
-  SubscriptionChange change{{topic, max_qos}, true};
   std::unique_lock lock(mutex_);
-  // What is registered must also be asked for, so that the memory for it is there before.
-  subscription_changes_.reserve(subscription_changes_.size() + 1);
-  if (delivery_.add(topic, max_qos, observer) && outbox_.connected()) {
-    subscription_changes_.push_back(std::move(change));
-    wake_leader(lock);
+  // First, so that a lack of memory leaves no registration that the broker never learns of.
+  subscription_changes_.push_back({{topic, max_qos}, true});
+  if (!delivery_.add(topic, max_qos, observer) || !outbox_.connected()) {
+    subscription_changes_.pop_back();
+    return;
   }
+  wake_leader(lock);
 }
 
 void MqttClient::unsubscribe(const std::string& topic,
@@ -110,8 +113,8 @@ void MqttClient::unsubscribe(const std::string& topic,
 
 PublishResult MqttClient::publish(const std::string& topic, Message message) {
   std::unique_lock lock(mutex_);
-  if (!message.retained && outbox_.full() && delivery_.is_calling_here()) {
-    wait_for_room(lock);
+  if (!message.retained && outbox_.full(topic, message.acknowledged) && delivery_.is_calling_here()) {
+    wait_for_room(lock, topic, message.acknowledged);
   }
   const PublishResult result = outbox_.push(topic, std::move(message));
   wake_leader(lock);
@@ -119,9 +122,10 @@ PublishResult MqttClient::publish(const std::string& topic, Message message) {
 }
 
 // An observer that publishes much goes at the broker's pace.
-void MqttClient::wait_for_room(std::unique_lock<std::mutex>& lock) {
-  const auto waited_enough = [this] {
-    return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full();
+void MqttClient::wait_for_room(std::unique_lock<std::mutex>& lock, const std::string& topic,
+                               bool acknowledged) {
+  const auto waited_enough = [&] {
+    return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full(topic, acknowledged);
   };
   if (!room_.wait_for(lock, room_timeout, waited_enough)) {
     broker_stuck_ = true;
@@ -145,7 +149,7 @@ void MqttClient::connection_up() {
   set_status(broker_status, "on line");
   if (observer_) {
     observer_->connection_up();
-    echo_wanted_ = true;
+    fence_wanted_ = true;
   }
   const std::lock_guard lock(mutex_);
   outbox_.connection_up();
@@ -158,19 +162,29 @@ void MqttClient::connection_up() {
   }
 }
 
-void MqttClient::connection_down(const std::string& reason) {
-  set_status(broker_status, "broker not reachable: " + reason);
+void MqttClient::connection_down(ConnectionFailure failure, const std::string& reason) {
+  bool was_up = false;
   {
     const std::lock_guard lock(mutex_);
-    if (outbox_.connected()) {
-      outbox_.connection_lost();
-      subscription_changes_.clear();
-      room_.notify_all();
-    }
+    was_up = outbox_.connected();
+    outbox_.connection_lost();
+    subscription_changes_.clear();
+    room_.notify_all();
   }
-  if (observer_) {
-    settled_after_.reset();
-    observer_->connection_down(reason);
+  settled_after_.reset();
+  fence_wanted_ = false;
+  try {
+    set_status(broker_status, "broker not reachable: " + reason);
+    if (!was_up) {
+      quarantine_.attempt_failed();
+    } else if (quarantine_.connection_lost(failure, Connection::Clock::now())) {
+      connection_.retry_soon();
+    }
+    if (observer_) {
+      observer_->connection_down(failure, reason);
+    }
+  } catch (const std::exception& fault) {
+    mqtt_log.error("loss of the connection not handled: ", fault.what());
   }
 }
 
@@ -180,8 +194,15 @@ void MqttClient::subscription_refused(const std::string& filter) {
   }
 }
 
-void MqttClient::echoed() {
-  settled_after_ = delivery_.posted();
+void MqttClient::fence_answered(Fence fence) {
+  switch (fence) {
+    case Fence::subscriptions:
+      settled_after_ = delivery_.posted();
+      return;
+    case Fence::publication:
+      quarantine_.fence_answered();
+      return;
+  }
 }
 
 void MqttClient::message(const std::string& topic, Message message) {
@@ -219,6 +240,14 @@ bool MqttClient::deliver() {
   return false;
 }
 
+// An observer may block for long, which is no fault of the network even when nobody can take the lead.
+void MqttClient::prod_leader() {
+  if (threads_.cannot_be_relieved()) {
+    heartbeat_.beat();
+  }
+  wake_.signal();
+}
+
 void MqttClient::report_settlement() {
   if (settled_after_ && delivery_.delivered(*settled_after_)) {
     settled_after_.reset();
@@ -226,7 +255,16 @@ void MqttClient::report_settlement() {
   }
 }
 
+// What was taken from the queues and not sent is lost with the connection, and sent again on the next.
 void MqttClient::send() {
+  try {
+    send_all();
+  } catch (const std::exception&) {
+    connection_.fail({ConnectionFailure::internal, "out of memory"});
+  }
+}
+
+void MqttClient::send_all() {
   std::vector<SubscriptionChange> changes;
   bool several = false;
   {
@@ -238,8 +276,8 @@ void MqttClient::send() {
     connection_.cork();
   }
   send_subscription_changes(changes);
-  if (std::exchange(echo_wanted_, false)) {
-    connection_.request_echo();
+  if (std::exchange(fence_wanted_, false)) {
+    connection_.request_fence(Fence::subscriptions);
   }
   send_publications();
   if (several) {
@@ -258,17 +296,40 @@ void MqttClient::send_subscription_changes(const std::vector<SubscriptionChange>
 }
 
 void MqttClient::send_publications() {
-  for (;;) {
-    std::unique_lock lock(mutex_);
-    const Publication* next = outbox_.front();
-    if (next == nullptr || !connection_.accepts(next->message.acknowledged)) {
-      room_.notify_all();
-      return;
+  while (const PublicationPtr publication = next_publication()) {
+    const auto handling = quarantine_.handle(publication, Connection::Clock::now());
+    if (handling == Quarantine::Handling::withhold) {
+      continue;
     }
-    const Publication publication = outbox_.pop();
-    broker_stuck_ = false;
-    lock.unlock();
-    connection_.publish(publication.topic, publication.message);
+    connection_.publish(publication->topic, publication->message);
+    if (handling == Quarantine::Handling::test) {
+      connection_.request_fence(Fence::publication);
+    }
+  }
+}
+
+PublicationPtr MqttClient::next_publication() {
+  const std::lock_guard lock(mutex_);
+  if (!can_send()) {
+    room_.notify_all();
+    return nullptr;
+  }
+  broker_stuck_ = false;
+  const bool takes_acknowledged = connection_.accepts(true);
+  PublicationPtr due = takes_acknowledged ? quarantine_.take_due(Connection::Clock::now()) : nullptr;
+  return due ? due : outbox_.pop(takes_acknowledged);
+}
+
+bool MqttClient::can_send() noexcept {
+  if (!connection_.accepts(false) || quarantine_.testing()) {
+    return false;
+  }
+  const bool takes_acknowledged = connection_.accepts(true);
+  try {
+    return outbox_.has_next(takes_acknowledged) ||
+           (takes_acknowledged && quarantine_.due() <= Connection::Clock::now());
+  } catch (const std::bad_alloc&) {
+    return true;  // sending fails in the same way, and with it the connection
   }
 }
 
@@ -277,13 +338,14 @@ void MqttClient::sleep() {
   bool work_left = connection_.more_to_read();
   {
     const std::lock_guard lock(mutex_);
-    const Publication* next = outbox_.front();
-    work_left = work_left || !subscription_changes_.empty() ||
-                (next != nullptr && connection_.accepts(next->message.acknowledged));
-    // What is queued behind a publication that the connection does not take yet leaves with it.
-    leader_asleep_ = !work_left && next == nullptr;
+    work_left = work_left || !subscription_changes_.empty() || can_send();
+    // While the connection takes nothing, what is queued leaves with what waits already.
+    leader_asleep_ = !work_left && (outbox_.size() == 0 || connection_.accepts(false));
   }
-  connection_.wait(wake_, work_left ? Clock::time_point() : delivery_.losses_due());
+  // What is due and cannot be sent waits for the broker.
+  const auto withheld_until =
+      quarantine_.due() <= Clock::now() ? Clock::time_point::max() : quarantine_.due();
+  connection_.wait(wake_, work_left ? Clock::time_point() : std::min(withheld_until, delivery_.losses_due()));
   const std::lock_guard lock(mutex_);
   leader_asleep_ = false;
 }

@@ -16,6 +16,7 @@
 #include "mqtt/leader_threads.h"
 #include "mqtt/mqtt_settings.h"
 #include "mqtt/outbox.h"
+#include "mqtt/quarantine.h"
 #include "posix/event.h"
 #include "system/heartbeat.h"
 
@@ -23,7 +24,7 @@ namespace ecu::tamu::com::mqtt {
 
 /// The bus over MQTT 3.1.1. One thread at a time, the leader, uses the connection; publications of other
 /// threads, and of the observers that it calls, are queued and leave in batches.
-class MqttClient final : public ITransportClient, private Connection::Listener {
+class MqttClient final : public ITransportClient, private ConnectionListener {
  public:
   /// `observer` may be null.
   MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserver> observer);
@@ -46,22 +47,26 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   };
 
   void connection_up() override;
-  void connection_down(const std::string& reason) override;
+  void connection_down(ConnectionFailure failure, const std::string& reason) override;
   void message(const std::string& topic, Message message) override;
   void subscription_refused(const std::string& filter) override;
-  void echoed() override;
+  void fence_answered(Fence fence) override;
 
   void lead();
   [[nodiscard]] bool deliver();
+  void prod_leader();
   void send();
+  void send_all();
   void report_settlement();
   void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
   void send_publications();
+  [[nodiscard]] PublicationPtr next_publication();
+  [[nodiscard]] bool can_send() noexcept;
   void sleep();
   void close_connection();
   [[nodiscard]] bool all_sent();
   void wake_leader(std::unique_lock<std::mutex>& lock);
-  void wait_for_room(std::unique_lock<std::mutex>& lock);
+  void wait_for_room(std::unique_lock<std::mutex>& lock, const std::string& topic, bool acknowledged);
 
   const MqttSettings settings_;
   const std::shared_ptr<IConnectionObserver> observer_;
@@ -70,8 +75,9 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
 
-  Connection connection_;     // the leader's alone, as the next two
-  bool echo_wanted_ = false;  // behind the first subscriptions of a connection
+  Connection connection_;  // the leader's alone, as the next three
+  Quarantine quarantine_;
+  bool fence_wanted_ = false;  // after the first subscriptions of a connection
   // How many messages are to be delivered before the observer is told that they are settled.
   std::optional<std::uint64_t> settled_after_;
 
@@ -82,8 +88,8 @@ class MqttClient final : public ITransportClient, private Connection::Listener {
   std::condition_variable room_;                          // in the outbox, or no more use to wait for it
   bool broker_stuck_ = false;  // room was waited for in vain, and nothing has been sent since
 
-  Heartbeat heartbeat_;
   LeaderThreads threads_;
+  Heartbeat heartbeat_;
 };
 
 }  // namespace ecu::tamu::com::mqtt

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include <ecu/tamu/date_time.h>
@@ -14,17 +15,18 @@ namespace {
 
 constexpr int refused_qos = 0x80;  // in a SUBACK
 
+// A line that there is no memory for is lost as well.
+void report_lost_message(const char* topic, const char* reason) noexcept {
+  try {
+    mqtt_log.error("incoming message on topic ", topic, " lost: ", reason);
+  } catch (...) {
+  }
+}
+
 }  // namespace
 
-MqttLibrary::MqttLibrary(const std::string& client_id, MqttSession::Listener& listener)
+MqttLibrary::MqttLibrary(const std::string& client_id, ConnectionListener& listener)
     : mosqpp::mosquittopp(client_id.empty() ? nullptr : client_id.c_str(), true), listener_(listener) {}
-
-std::string MqttLibrary::explain(const std::string& general) const {
-  if (!refusal_.empty()) {
-    return refusal_;
-  }
-  return last_error_.empty() ? general : general + " (" + last_error_ + ")";
-}
 
 // Nothing may unwind through the library's C code.
 template <class Action>
@@ -32,21 +34,17 @@ void MqttLibrary::guard(Action action) noexcept {
   try {
     ++received_;
     action();
-  } catch (const std::exception& failure) {
-    mqtt_log.error("incoming packet lost: ", failure.what());
+  } catch (const std::bad_alloc&) {
+    callback_failure_ = "out of memory";
   } catch (...) {
-    mqtt_log.error("incoming packet lost");
+    callback_failure_ = "a packet could not be handled";
   }
 }
 
 void MqttLibrary::on_connect(int code) {
   guard([&] {
-    if (code != 0) {
-      refusal_ = mosqpp::connack_string(code);
-      return;
-    }
-    accepted_ = true;
-    listener_.connected();
+    refusal_ = code;
+    accepted_ = code == 0;
   });
 }
 
@@ -54,37 +52,42 @@ void MqttLibrary::on_message(const mosquitto_message* message) {
   guard([&] {
     ++messages_;
     bytes_ += static_cast<std::size_t>(message->payloadlen);
-    const auto* bytes = static_cast<const std::uint8_t*>(message->payload);
-    Message received;
-    received.acknowledged = message->qos > 0;
-    acknowledged_ += received.acknowledged ? 1U : 0U;
-    received.timestamp = DateTime::time_since_boot_ns();
-    received.payload.assign(bytes, bytes + message->payloadlen);
-    received.retained = message->retain;
-    listener_.message(message->topic, std::move(received));
+    acknowledged_ += message->qos > 0 ? 1U : 0U;
+    try {
+      const auto* bytes = static_cast<const std::uint8_t*>(message->payload);
+      Message received;
+      received.acknowledged = message->qos > 0;
+      received.timestamp = DateTime::time_since_boot_ns();
+      received.payload.assign(bytes, bytes + message->payloadlen);
+      received.retained = message->retain;
+      listener_.message(message->topic, std::move(received));
+    } catch (const std::exception& failure) {
+      report_lost_message(message->topic, failure.what());
+    }
   });
 }
 
 void MqttLibrary::on_subscribe(int mid, int count, const int* granted) {
   guard([&] {
-    const auto subscription = subscribing_.extract(mid);
-    if (!subscription.empty() && count > 0 && granted[0] == refused_qos) {
-      mqtt_log.warning("broker refuses the subscription to ", subscription.mapped());
-      listener_.subscription_refused(subscription.mapped());
+    const auto request = pending_.take(mid);
+    if (request && count > 0 && granted[0] == refused_qos) {
+      mqtt_log.warning("broker refuses the subscription to ", request->filter);
+      listener_.subscription_refused(request->filter);
     }
   });
 }
 
 void MqttLibrary::on_unsubscribe(int mid) {
   guard([&] {
-    if (mid == echo_) {
-      listener_.echoed();
+    const auto request = pending_.take(mid);
+    if (request && request->kind == PendingAnswers::Kind::fence) {
+      listener_.fence_answered(request->fence);
     }
   });
 }
 
 void MqttLibrary::on_publish(int mid) {
-  guard([&] { std::erase(unacknowledged_, mid); });
+  guard([&] { (void)pending_.take(mid); });
 }
 
 void MqttLibrary::on_log(int level, const char* text) {

@@ -3,25 +3,24 @@
 #include <mosquittopp.h>
 
 #include <cstddef>
-#include <map>
+#include <optional>
 #include <string>
-#include <vector>
 
-#include "mqtt/mqtt_session.h"
+#include "mqtt/connection_listener.h"
+#include "mqtt/pending_answers.h"
 
 namespace ecu::tamu::com::mqtt {
 
 /// The library's object of a session. Its callbacks run inside the library's calls, under its locks: they
-/// take down what happened, tell the session's listener, and call nothing of the library.
+/// take down what happened, tell the listener, and call nothing of the library.
 class MqttLibrary final : public mosqpp::mosquittopp {
  public:
   /// `listener` must outlive it. An empty identifier leaves the choice to the library.
-  MqttLibrary(const std::string& client_id, MqttSession::Listener& listener);
+  MqttLibrary(const std::string& client_id, ConnectionListener& listener);
 
-  void expect_acknowledgement(int mid) { unacknowledged_.push_back(mid); }
-  void expect_echo(int mid) noexcept { echo_ = mid; }
-  void expect_subscription(int mid, const std::string& filter) { subscribing_[mid] = filter; }
-  [[nodiscard]] std::size_t unacknowledged() const noexcept { return unacknowledged_.size(); }
+  /// The owner adds what it sends.
+  [[nodiscard]] PendingAnswers& pending() noexcept { return pending_; }
+  [[nodiscard]] const PendingAnswers& pending() const noexcept { return pending_; }
 
   /// How often there was a callback, mostly for a packet.
   [[nodiscard]] unsigned received() const noexcept { return received_; }
@@ -30,12 +29,14 @@ class MqttLibrary final : public mosqpp::mosquittopp {
   [[nodiscard]] unsigned acknowledged() const noexcept { return acknowledged_; }
   /// Of the messages' payloads.
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
-  /// Whether the broker has let the client in, or has refused to.
+  /// Whether the broker has accepted the connection.
   [[nodiscard]] bool accepted() const noexcept { return accepted_; }
-  [[nodiscard]] bool refused() const noexcept { return !refusal_.empty(); }
-
-  /// The most telling account of a failure that the library gave a general name.
-  [[nodiscard]] std::string explain(const std::string& general) const;
+  /// The code of a CONNACK packet that refuses the connection; 0 without one (MQTT 3.1.1, 3.2.2.3).
+  [[nodiscard]] int refusal() const noexcept { return refusal_; }
+  /// What the library logged last about an error; empty when it did not.
+  [[nodiscard]] const std::string& last_error() const noexcept { return last_error_; }
+  /// Why a callback failed, after which the session misses what the packet said; null when none did.
+  [[nodiscard]] const char* callback_failure() const noexcept { return callback_failure_; }
 
  private:
   template <class Action>
@@ -48,17 +49,16 @@ class MqttLibrary final : public mosqpp::mosquittopp {
   void on_publish(int mid) override;
   void on_log(int level, const char* text) override;
 
-  MqttSession::Listener& listener_;
-  std::vector<int> unacknowledged_;
-  std::map<int, std::string> subscribing_;
-  int echo_ = 0;
+  ConnectionListener& listener_;
+  PendingAnswers pending_;
   unsigned received_ = 0;
   unsigned messages_ = 0;
   unsigned acknowledged_ = 0;
   std::size_t bytes_ = 0;
   bool accepted_ = false;
-  std::string refusal_;     // what the broker answered to the login
-  std::string last_error_;  // what the library wrote last about an error
+  int refusal_ = 0;
+  std::string last_error_;
+  const char* callback_failure_ = nullptr;
 };
 
 }  // namespace ecu::tamu::com::mqtt

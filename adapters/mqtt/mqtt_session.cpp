@@ -1,3 +1,13 @@
+// How it works: the library's object is used without its own thread. The owner polls the descriptor; `handle`
+// makes the library read and write, and the library's callbacks (MqttLibrary) take down what came. Each
+// call's result goes through `outcome`, which finds the most precise reason for a failure: the broker's
+// CONNACK, what TLS says, the library's own log, and last the library's error code.
+//
+// What it relies on: the library is called by one thread at a time, queues nothing without a connection, and
+// closes its descriptor when it gives a connection up (which it may call a success). The broker answers every
+// SUBSCRIBE, UNSUBSCRIBE and PUBLISH of quality of service 1; PendingAnswers knows since when an answer is
+// due.
+
 #include "mqtt/mqtt_session.h"
 
 #include <netinet/in.h>
@@ -20,8 +30,8 @@ namespace {
 
 constexpr int qos_acknowledged = 1;
 
-// Nobody subscribes to it, nor is there a message on it.
-constexpr const char* echo_filter = "$echo";
+// Nobody subscribes to it, and no message is published on it.
+constexpr const char* fence_filter = "$echo";
 
 // The library counts whole seconds, of a clock of its own.
 constexpr std::chrono::seconds clock_resolution{1};
@@ -29,12 +39,16 @@ constexpr std::chrono::seconds clock_resolution{1};
 constexpr unsigned max_messages_per_read = 32;
 constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
 
-constexpr const char* closed_by_peer = "connection closed by the peer";
-
 // An end of file (no error number), a reset and a write that comes too late are the same event; which of them
 // it shows as is chance, and must not look like a new reason.
-std::string text_of_errno(int error) {
-  return error == 0 || error == ECONNRESET || error == EPIPE ? closed_by_peer : std::strerror(error);
+Fault closed_by_peer() {
+  return {ConnectionFailure::closed_by_peer, "connection closed by the peer"};
+}
+
+Fault fault_of_errno(int error) {
+  return error == 0 || error == ECONNRESET || error == EPIPE
+             ? closed_by_peer()
+             : Fault{ConnectionFailure::unreachable, std::strerror(error)};
 }
 
 // The library sends nothing to a topic or a filter that cannot be, and goes on.
@@ -42,61 +56,100 @@ bool is_malformed(int result) {
   return result == MOSQ_ERR_INVAL || result == MOSQ_ERR_MALFORMED_UTF8;
 }
 
-std::string text_of(int result) {
+Fault fault_of(int result) {
   switch (result) {
     case MOSQ_ERR_ERRNO:
-      return text_of_errno(errno);
+      return fault_of_errno(errno);
     case MOSQ_ERR_CONN_LOST:
-      return closed_by_peer;
+      return closed_by_peer();
     case MOSQ_ERR_KEEPALIVE:  // the library has no text for it
-      return "no answer";
+      return {ConnectionFailure::no_answer, "no answer"};
+    case MOSQ_ERR_EAI:
+      return {ConnectionFailure::unreachable, mosqpp::strerror(result)};
+    case MOSQ_ERR_TLS:
+      return {ConnectionFailure::tls, mosqpp::strerror(result)};
+    case MOSQ_ERR_PROTOCOL:
+    case MOSQ_ERR_MALFORMED_PACKET:
+      return {ConnectionFailure::protocol, mosqpp::strerror(result)};
     default:
-      return mosqpp::strerror(result);
+      return {ConnectionFailure::internal, mosqpp::strerror(result)};
   }
+}
+
+// Codes of the CONNACK packet (MQTT 3.1.1, 3.2.2.3).
+Fault fault_of_refusal(int code) {
+  constexpr int bad_credentials = 4;
+  constexpr int not_authorised = 5;
+  const auto kind = code == bad_credentials  ? ConnectionFailure::bad_credentials
+                    : code == not_authorised ? ConnectionFailure::not_authorised
+                                             : ConnectionFailure::refused;
+  return {kind, mosqpp::connack_string(code)};
 }
 
 }  // namespace
 
-MqttSession::MqttSession(const MqttSettings& settings, Listener& listener)
+MqttSession::MqttSession(const MqttSettings& settings, ConnectionListener& listener)
     : settings_(settings), library_(std::make_unique<MqttLibrary>(settings.client_id, listener)) {}
 
 MqttSession::~MqttSession() = default;
 
 Failure MqttSession::open(const std::string& address) {
-  if (!settings_.username.empty()) {
-    library_->username_pw_set(settings_.username.c_str(), settings_.password.c_str());
-  }
-  if (settings_.presence) {
-    constexpr std::string_view off_line = "offline";
-    library_->will_set(settings_.presence_topic().c_str(), static_cast<int>(off_line.size()), off_line.data(),
-                       qos_acknowledged, true);
-  }
-  if (settings_.uses_tls()) {
-    if (auto failure = set_up_tls()) {
-      return failure;
-    }
+  if (auto failure = configure()) {
+    return failure;
   }
   last_read_ = last_write_ = std::chrono::steady_clock::now();
   const auto keepalive = static_cast<int>(settings_.keepalive.count());
   errno = 0;
   const int result = library_->connect_async(address.c_str(), settings_.port, keepalive);
   // With TLS the library writes at once, which takes the error from the socket, and tells nobody.
-  return errno == ECONNREFUSED ? Failure(text_of_errno(errno)) : outcome(result);
+  return errno == ECONNREFUSED ? Failure(fault_of_errno(errno)) : outcome(result);
 }
 
-Failure MqttSession::set_up_tls() {
+Failure MqttSession::configure() {
+  if (!settings_.username.empty()) {
+    const int result = library_->username_pw_set(settings_.username.c_str(), settings_.password.c_str());
+    if (auto failure = configured("user name", result)) {
+      return failure;
+    }
+  }
+  if (settings_.presence) {
+    constexpr std::string_view off_line = "offline";
+    const int result =
+        library_->will_set(settings_.presence_topic().c_str(), static_cast<int>(off_line.size()),
+                           off_line.data(), qos_acknowledged, true);
+    if (auto failure = configured("presence topic", result)) {
+      return failure;
+    }
+  }
+  return settings_.uses_tls() ? configure_tls() : Failure();
+}
+
+Failure MqttSession::configure_tls() {
   const auto path_or_null = [](const std::string& path) { return path.empty() ? nullptr : path.c_str(); };
   tls_.emplace(settings_.host);
   if (tls_->handle() == nullptr) {
-    return "TLS is not to be had";
+    return Fault{ConnectionFailure::internal, "cannot set up TLS"};
   }
-  library_->opts_set(MOSQ_OPT_SSL_CTX, tls_->handle());
   constexpr int verify_peer = 1;
-  library_->tls_opts_set(verify_peer, nullptr, nullptr);
-  library_->tls_insecure_set(false);
+  for (const int result :
+       {library_->opts_set(MOSQ_OPT_SSL_CTX, tls_->handle()),
+        library_->tls_opts_set(verify_peer, nullptr, nullptr), library_->tls_insecure_set(false)}) {
+    if (auto failure = configured("TLS options", result)) {
+      return failure;
+    }
+  }
   const int result = library_->tls_set(settings_.cafile.c_str(), nullptr, path_or_null(settings_.certfile),
                                        path_or_null(settings_.keyfile));
-  return result == MOSQ_ERR_SUCCESS ? Failure() : explain(text_of(result));
+  return result == MOSQ_ERR_SUCCESS ? Failure() : explain(fault_of(result));
+}
+
+Failure MqttSession::configured(const char* what, int result) const {
+  if (result == MOSQ_ERR_SUCCESS) {
+    return std::nullopt;
+  }
+  Fault fault = explain(fault_of(result));
+  fault.reason.insert(0, std::string(what) + ": ");
+  return fault;
 }
 
 bool MqttSession::is_connected() const noexcept {
@@ -134,7 +187,7 @@ Failure MqttSession::handle(short events) {
     return has_packets ? written(result) : outcome(result);
   }
   if ((events & POLLIN) == 0 && (events & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
-    return explain(closed_by_peer);
+    return explain(closed_by_peer());
   }
   return std::nullopt;
 }
@@ -150,12 +203,12 @@ Failure MqttSession::finish_connecting() {
   int error = 0;
   socklen_t size = sizeof(error);
   if (::getsockopt(fd(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0) {
-    return explain(text_of_errno(error));
+    return explain(fault_of_errno(error));
   }
   reachable_ = true;
   char byte = 0;
   if (::recv(fd(), &byte, sizeof(byte), MSG_PEEK | MSG_DONTWAIT) == 0) {
-    return explain(closed_by_peer);
+    return explain(closed_by_peer());
   }
   return std::nullopt;
 }
@@ -163,7 +216,7 @@ Failure MqttSession::finish_connecting() {
 Failure MqttSession::read() {
   last_read_ = std::chrono::steady_clock::now();
   const bool was_connected = is_connected();
-  // Behind a packet without a callback, TLS may hold back others that poll knows nothing of.
+  // After a packet without a callback, TLS may hold back others that poll does not report.
   const int tries = settings_.uses_tls() ? 2 : 1;
   const unsigned first_message = library_->messages();
   const unsigned first_acknowledged = library_->acknowledged();
@@ -190,21 +243,28 @@ Failure MqttSession::read() {
 }
 
 std::chrono::steady_clock::time_point MqttSession::keep_alive_due() const {
-  return std::min(last_read_, last_write_) + settings_.keepalive + clock_resolution;
+  const auto due = std::min(last_read_, last_write_) + settings_.keepalive + clock_resolution;
+  const auto oldest = library_->pending().oldest();
+  return oldest ? std::min(due, *oldest + settings_.answer_timeout) : due;
 }
 
 Failure MqttSession::keep_alive() {
-  last_read_ = last_write_ = std::chrono::steady_clock::now();
+  const auto now = std::chrono::steady_clock::now();
+  const auto oldest = library_->pending().oldest();
+  if (oldest && now - *oldest >= settings_.answer_timeout) {
+    return Fault{ConnectionFailure::no_answer, "no acknowledgement"};
+  }
+  last_read_ = last_write_ = now;
   return outcome(library_->loop_misc());
 }
 
 bool MqttSession::accepts(bool acknowledged) const {
   return is_connected() && is_open() && !library_->want_write() &&
-         (!acknowledged || library_->unacknowledged() < max_unacknowledged);
+         (!acknowledged || library_->pending().publications() < max_unacknowledged);
 }
 
 bool MqttSession::idle() const {
-  return !library_->want_write() && library_->unacknowledged() == 0;
+  return !library_->want_write() && library_->pending().publications() == 0;
 }
 
 Failure MqttSession::publish(const std::string& topic, const Message& message) {
@@ -217,7 +277,7 @@ Failure MqttSession::publish(const std::string& topic, const Message& message) {
     return std::nullopt;
   }
   if (result == MOSQ_ERR_SUCCESS && message.acknowledged) {
-    library_->expect_acknowledgement(mid);
+    library_->pending().add({.mid = mid, .kind = PendingAnswers::Kind::publication});
   }
   return written(result);
 }
@@ -229,21 +289,26 @@ Failure MqttSession::subscribe(const std::string& filter, int max_qos) {
     mqtt_log.warning("cannot subscribe to ", filter, ": ", mosqpp::strerror(result));
     return std::nullopt;
   }
-  library_->expect_subscription(mid, filter);
+  library_->pending().add({.mid = mid, .kind = PendingAnswers::Kind::subscription, .filter = filter});
   return written(result);
 }
 
 Failure MqttSession::unsubscribe(const std::string& filter) {
-  const int result = library_->unsubscribe(nullptr, filter.c_str());
-  return is_malformed(result) ? std::nullopt : written(result);
+  int mid = 0;
+  const int result = library_->unsubscribe(&mid, filter.c_str());
+  if (is_malformed(result)) {
+    return std::nullopt;
+  }
+  library_->pending().add({.mid = mid, .kind = PendingAnswers::Kind::unsubscription});
+  return written(result);
 }
 
-// To unsubscribe from what was never subscribed to changes nothing, and a broker has to answer it
+// An UNSUBSCRIBE for a filter that was never subscribed to changes nothing, and a broker must answer it
 // (MQTT 3.1.1, 3.10.4).
-Failure MqttSession::request_echo() {
+Failure MqttSession::request_fence(Fence fence) {
   int mid = 0;
-  const int result = library_->unsubscribe(&mid, echo_filter);
-  library_->expect_echo(mid);
+  const int result = library_->unsubscribe(&mid, fence_filter);
+  library_->pending().add({.mid = mid, .kind = PendingAnswers::Kind::fence, .fence = fence});
   return written(result);
 }
 
@@ -263,40 +328,62 @@ void MqttSession::uncork() const {
 Failure MqttSession::written(int result) {
   if (result == MOSQ_ERR_SUCCESS) {
     last_write_ = std::chrono::steady_clock::now();
+    if (!library_->want_write()) {
+      library_->pending().mark_sent(last_write_);
+    }
   }
   return outcome(result);
 }
 
 Failure MqttSession::outcome(int result) {
+  if (const char* const reason = library_->callback_failure(); reason != nullptr) {
+    return Fault{ConnectionFailure::internal, reason};
+  }
   // The library closes a connection on which nothing comes back, and calls that a success.
   if (result == MOSQ_ERR_SUCCESS && !is_open()) {
     result = MOSQ_ERR_CONN_LOST;
   }
   // A peer that is close and quick may fail the handshake in the middle of the first call.
   reachable_ = reachable_ || (result == MOSQ_ERR_TLS && tls_ && tls_->begun());
-  return result == MOSQ_ERR_SUCCESS ? Failure() : explain(text_of(result));
+  return result == MOSQ_ERR_SUCCESS ? Failure() : explain(fault_of(result));
 }
 
-std::string MqttSession::explain(const std::string& general) const {
-  const bool answered = library_->accepted() || library_->refused();
-  if (!tls_ && !answered && !settings_.is_unix_socket() && general == closed_by_peer) {
-    return general + ", does it expect TLS?";
+Fault MqttSession::explain(Fault general) const {
+  if (library_->refusal() != 0) {
+    return fault_of_refusal(library_->refusal());
   }
-  const std::string reason = tls_ && !answered ? explain_tls(general) : std::string();
-  return reason.empty() ? library_->explain(general) : reason;
+  const bool closed = general.kind == ConnectionFailure::closed_by_peer;
+  if (!tls_ && !library_->accepted() && !settings_.is_unix_socket() && closed) {
+    general.reason += ", does it expect TLS?";
+    return general;
+  }
+  if (tls_ && !library_->accepted()) {
+    if (auto failure = explain_tls(general)) {
+      return *std::move(failure);
+    }
+  }
+  if (!library_->last_error().empty()) {
+    general.reason += " (" + library_->last_error() + ")";
+  }
+  return general;
 }
 
 // What a peer says before it ends the connection may get lost, and how that end shows is chance: neither may
-// make it look like another reason. Empty for what has nothing to do with TLS.
-std::string MqttSession::explain_tls(const std::string& general) const {
+// make it look like another reason. Nothing for what is unrelated to TLS.
+Failure MqttSession::explain_tls(const Fault& general) const {
   if (!tls_->refusal().empty()) {
-    return tls_->refusal();
+    return Fault{ConnectionFailure::tls, tls_->refusal()};
   }
   if (tls_->established()) {
-    return settings_.certfile.empty() ? "TLS ended by the broker, does it ask for a certificate?"
-                                      : "TLS ended by the broker, does it trust the client's certificate?";
+    return Fault{ConnectionFailure::tls,
+                 settings_.certfile.empty()
+                     ? "TLS ended by the broker, does it ask for a certificate?"
+                     : "TLS ended by the broker, does it trust the client's certificate?"};
   }
-  return reachable_ || general == closed_by_peer ? "no TLS handshake, does the peer speak TLS?" : "";
+  if (reachable_ || general.kind == ConnectionFailure::closed_by_peer) {
+    return Fault{ConnectionFailure::tls, "no TLS handshake, does the peer speak TLS?"};
+  }
+  return std::nullopt;
 }
 
 void MqttSession::set_tcp_option(int option, int value) const {

@@ -8,6 +8,7 @@
 
 #include <ecu/tamu/com/message.h>
 
+#include "mqtt/connection_listener.h"
 #include "mqtt/mqtt_settings.h"
 #include "mqtt/tls_context.h"
 
@@ -15,29 +16,26 @@ namespace ecu::tamu::com::mqtt {
 
 class MqttLibrary;
 
-/// Why something on the connection failed; nothing when it did not.
-using Failure = std::optional<std::string>;
+/// Why a connection failed.
+struct Fault {
+  ConnectionFailure kind;
+  std::string reason;
+};
+
+/// Nothing when nothing failed.
+using Failure = std::optional<Fault>;
 
 /// One connection to the broker, from the first packet to the last (MQTT 3.1.1, clean session). A thin layer
 /// over the client library: the owner waits for the descriptor and calls `handle`. Not for use by several
 /// threads at once. A session that failed is of no more use.
 class MqttSession {
  public:
-  /// Called from inside `handle` only.
-  class Listener {
-   public:
-    virtual ~Listener() = default;
-    virtual void connected() = 0;
-    virtual void message(const std::string& topic, Message message) = 0;
-    virtual void subscription_refused(const std::string& filter) = 0;
-    virtual void echoed() = 0;
-  };
-
   /// Publications with quality of service 1 that may await their acknowledgement at once.
   static constexpr std::size_t max_unacknowledged = 20;
 
-  /// Both must outlive the session.
-  MqttSession(const MqttSettings& settings, Listener& listener);
+  /// Both must outlive the session, which calls `listener` from inside `handle` only, and neither
+  /// `connection_up` nor `connection_down`: the owner sees both.
+  MqttSession(const MqttSettings& settings, ConnectionListener& listener);
   ~MqttSession();
 
   /// Begins to connect, without waiting, to a numeric address or the path of a socket.
@@ -47,9 +45,9 @@ class MqttSession {
   [[nodiscard]] int fd() const;
   [[nodiscard]] short wanted_events() const;
 
-  /// Does what the events that `poll` reported allow. Reads at most 32 messages, none behind 256 KiB of them,
-  /// so that no observer is brought more at once than may wait for it; `more_to_read` tells whether that left
-  /// some behind. A broker that puts several packets into one TLS record gets past these limits with it.
+  /// Does what the events that `poll` reported allow. Stops reading after 32 messages or 256 KiB, so
+  /// that no observer is brought more at once than may wait for it; `more_to_read` is then true. A broker
+  /// that puts several packets into one TLS record may exceed these limits.
   [[nodiscard]] Failure handle(short events);
   [[nodiscard]] bool more_to_read() const noexcept { return more_to_read_; }
 
@@ -60,7 +58,7 @@ class MqttSession {
   /// Whether there is a connection to the broker, or one is being made.
   [[nodiscard]] bool is_open() const { return fd() >= 0; }
 
-  /// When `keep_alive` has to be called next.
+  /// When `keep_alive` has to be called next. It fails when an answer of the broker is overdue.
   [[nodiscard]] std::chrono::steady_clock::time_point keep_alive_due() const;
   [[nodiscard]] Failure keep_alive();
 
@@ -74,8 +72,8 @@ class MqttSession {
   [[nodiscard]] Failure subscribe(const std::string& filter, int max_qos);
   [[nodiscard]] Failure unsubscribe(const std::string& filter);
 
-  /// Asks the broker for an answer, `echoed`, which comes behind its answers to all that was sent before.
-  [[nodiscard]] Failure request_echo();
+  /// Asks the broker for an answer, which comes after it has handled all that was sent before.
+  [[nodiscard]] Failure request_fence(Fence fence);
 
   /// Sends the DISCONNECT packet; the session is no longer open once that has been written.
   [[nodiscard]] Failure disconnect();
@@ -85,13 +83,15 @@ class MqttSession {
   void uncork() const;
 
  private:
-  [[nodiscard]] Failure set_up_tls();
+  [[nodiscard]] Failure configure();
+  [[nodiscard]] Failure configure_tls();
+  [[nodiscard]] Failure configured(const char* what, int result) const;
   [[nodiscard]] Failure finish_connecting();
   [[nodiscard]] Failure read();
   [[nodiscard]] Failure written(int result);
   [[nodiscard]] Failure outcome(int result);
-  [[nodiscard]] std::string explain(const std::string& general) const;
-  [[nodiscard]] std::string explain_tls(const std::string& general) const;
+  [[nodiscard]] Fault explain(Fault general) const;
+  [[nodiscard]] Failure explain_tls(const Fault& general) const;
   void set_tcp_option(int option, int value) const;
 
   const MqttSettings& settings_;

@@ -1,5 +1,7 @@
 #include "mqtt/mqtt_settings.h"
 
+#include <arpa/inet.h>
+
 #include <charconv>
 
 namespace ecu::tamu::com::mqtt {
@@ -12,7 +14,20 @@ int number_in(const std::string& text) {
   return number;
 }
 
+bool is_loopback_address(const std::string& text) {
+  in_addr v4{};
+  if (::inet_pton(AF_INET, text.c_str(), &v4) == 1) {
+    return ntohl(v4.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
+  }
+  in6_addr v6{};
+  return ::inet_pton(AF_INET6, text.c_str(), &v6) == 1 && IN6_IS_ADDR_LOOPBACK(&v6);
+}
+
 }  // namespace
+
+bool MqttSettings::is_local() const {
+  return is_unix_socket() || host == "localhost" || is_loopback_address(host);
+}
 
 std::string MqttSettings::broker() const {
   return is_unix_socket() ? host : host + ":" + std::to_string(port);
@@ -29,6 +44,7 @@ MqttSettings read_settings(const config::Configuration& config) {
   settings.certfile = config.get("certfile");
   settings.keyfile = config.get("keyfile");
   settings.keepalive = std::chrono::seconds(number_in(config.effective("keepalive")));
+  settings.answer_timeout = settings.keepalive;
   settings.presence = config.effective("presence") != "no";
   return settings;
 }

@@ -20,11 +20,17 @@ struct MqttSettings {
   std::string keyfile;
   std::chrono::seconds keepalive{};
   bool presence = true;
+  /// How long an attempt to connect may take, from the lookup of the host's name on.
+  std::chrono::milliseconds connect_timeout{10'000};
+  /// How long the broker may take to answer what it must answer; `read_settings` takes the keep-alive.
+  std::chrono::milliseconds answer_timeout{60'000};
 
   [[nodiscard]] bool is_unix_socket() const { return host.front() == '/'; }
+  /// Whether the broker runs on this machine: a socket path, "localhost", 127.0.0.0/8 or ::1.
+  [[nodiscard]] bool is_local() const;
   [[nodiscard]] bool uses_tls() const { return !cafile.empty(); }
 
-  /// Where the client says whether it is on line.
+  /// The topic of the client's presence, "online" or "offline".
   [[nodiscard]] std::string presence_topic() const { return "system/presence/" + client_id; }
 
   /// The broker as log lines name it.

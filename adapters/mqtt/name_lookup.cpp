@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <sys/socket.h>
 
+#include <exception>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -47,10 +48,15 @@ bool is_local_knowledge(const std::string& host) {
          ::inet_pton(AF_INET6, host.c_str(), &address) == 1;
 }
 
-NameLookup::NameLookup(std::string host) : state_(std::make_shared<State>()) {
-  std::thread([state = state_, host = std::move(host)] {
+NameLookup::NameLookup(std::string host, Resolver resolve) : state_(std::make_shared<State>()) {
+  std::thread([state = state_, host = std::move(host), resolve = std::move(resolve)] {
     ::pthread_setname_np(::pthread_self(), "name-lookup");
-    LookupResult result = look_up(host);
+    LookupResult result;
+    try {
+      result = resolve(host);
+    } catch (const std::exception&) {
+      result.error = "out of memory";
+    }
     {
       const std::lock_guard lock(state->mutex);
       state->result = std::move(result);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,12 +13,15 @@ struct LookupResult {
   std::string error;
 };
 
-/// Looks the addresses of a host up without making anyone wait: a name server that does not answer holds up
-/// only a thread that nobody waits for.
+/// Looks up the addresses of a host on the calling thread.
+using Resolver = std::function<LookupResult(const std::string& host)>;
+
+/// Looks up the addresses of a host on a thread of its own, which nobody waits for: a name server that does
+/// not answer blocks that thread alone.
 class NameLookup {
  public:
-  /// Throws std::system_error when no thread can be had.
-  explicit NameLookup(std::string host);
+  /// Throws std::system_error when no thread can be created.
+  NameLookup(std::string host, Resolver resolve);
   ~NameLookup();
 
   /// Readable when the result is there.
@@ -30,8 +34,7 @@ class NameLookup {
   std::shared_ptr<State> state_;  // shared with the thread
 };
 
-/// Looks the addresses up at once, on the calling thread: for addresses, and for names that need no name
-/// server.
+/// Asks the system's resolver. Blocks for as long as a name server does not answer.
 [[nodiscard]] LookupResult look_up(const std::string& host);
 
 /// Whether the addresses of `host` are known without asking a name server.

@@ -1,3 +1,10 @@
+// How it works: a retained message is stored, and the queue and the store share it. The queue is drained in
+// order, with one exception: while the broker owes too many acknowledgements, publications of quality of
+// service 1 move to `stalled_`, and whatever follows on their topics moves after them, so that the order
+// within a topic holds. `stalled_` is therefore always older than `queue_` and goes first.
+//
+// What it relies on: the owner's lock, and an owner that calls `connection_up` and `connection_lost` in turn.
+
 #include "mqtt/outbox.h"
 
 #include <algorithm>
@@ -13,82 +20,140 @@ std::size_t size_of(const Publication& publication) {
   return publication.topic.size() + publication.message.payload.size();
 }
 
+PublicationPtr make_publication(const std::string& topic, Message message) {
+  return std::make_shared<const Publication>(Publication{topic, std::move(message)});
+}
+
 }  // namespace
 
 PublishResult Outbox::push(const std::string& topic, Message message) {
-  if (message.retained) {
-    remember(topic, message);
+  const bool retained = message.retained;
+  if (!connected_ && !retained) {
+    return drop(PublishResult::not_connected, topic);
+  }
+  const bool is_full = full(topic, message.acknowledged);
+  if (is_full && !retained) {
+    return drop(PublishResult::overload, topic);
+  }
+  if (retained) {
+    message.payload.shrink_to_fit();  // it is kept for long
+  }
+  PublicationPtr publication = make_publication(topic, std::move(message));
+  if (retained) {
+    remember(publication);
   }
   if (!connected_) {
-    return message.retained ? PublishResult::success : drop(PublishResult::not_connected, topic);
+    return PublishResult::success;
   }
-  if (full()) {
-    return push_to_full_queue(topic, std::move(message));
+  // The youngest of its topic, as the broker keeps what comes last.
+  if (!is_full || !replace_retained(publication)) {
+    enqueue(std::move(publication));
   }
-  enqueue(topic, std::move(message));
   return PublishResult::success;
 }
 
 void Outbox::connection_up() {
   connected_ = true;
   drop_reported_ = false;
-  for (const Publication& publication : retained_) {
-    enqueue(publication.topic, publication.message);
+  for (const PublicationPtr& publication : retained_) {
+    enqueue(publication);
   }
 }
 
-void Outbox::connection_lost() {
+void Outbox::connection_lost() noexcept {
   connected_ = false;
   drop_reported_ = false;
   queue_.clear();
+  stalled_.clear();
+  stalled_topics_.clear();
   queued_bytes_ = 0;
+  stalled_bytes_ = 0;
 }
 
-Publication Outbox::pop() {
-  Publication publication = std::move(queue_.front());
-  queue_.pop_front();
-  queued_bytes_ -= size_of(publication);
-  if (queue_.empty()) {
+void Outbox::announce(const std::string& topic, Message message) {
+  enqueue(make_publication(topic, std::move(message)));
+}
+
+PublicationPtr Outbox::pop(bool takes_acknowledged) {
+  Queue* const from = source(takes_acknowledged);
+  if (from == nullptr) {
+    return nullptr;
+  }
+  PublicationPtr publication = std::move(from->front());
+  from->pop_front();
+  bytes_of(*from) -= size_of(*publication);
+  if (from == &stalled_) {
+    stalled_topics_.erase(stalled_topics_.find(publication->topic));
+  }
+  if (size() == 0) {
     drop_reported_ = false;
   }
   return publication;
 }
 
-void Outbox::remember(const std::string& topic, const Message& message) {
-  if (const auto held = index_.find(topic); held != index_.end()) {
-    retained_[held->second].message = message;
+Outbox::Queue* Outbox::source(bool takes_acknowledged) {
+  if (!stalled_.empty() && (takes_acknowledged || !stalled_.front()->message.acknowledged)) {
+    return &stalled_;
+  }
+  while (!takes_acknowledged && !queue_.empty() &&
+         (queue_.front()->message.acknowledged || stalled_topics_.contains(queue_.front()->topic))) {
+    stall_front();
+  }
+  return queue_.empty() ? nullptr : &queue_;
+}
+
+void Outbox::stall_front() {
+  const auto topic = stalled_topics_.insert(queue_.front()->topic);
+  try {
+    stalled_.push_back(queue_.front());
+  } catch (...) {
+    stalled_topics_.erase(topic);
+    throw;
+  }
+  const std::size_t size = size_of(*queue_.front());
+  queue_.pop_front();
+  queued_bytes_ -= size;
+  stalled_bytes_ += size;
+}
+
+void Outbox::remember(PublicationPtr publication) {
+  if (const auto held = index_.find(publication->topic); held != index_.end()) {
+    retained_[held->second] = std::move(publication);
     return;
   }
-  // In this order the index never refers to a message that is not there, even when memory runs out.
-  retained_.push_back({topic, message});
-  index_.emplace(topic, retained_.size() - 1);
-}
-
-bool Outbox::full() const noexcept {
-  return queue_.size() >= max_queued_publications || queued_bytes_ >= max_queued_bytes;
-}
-
-PublishResult Outbox::push_to_full_queue(const std::string& topic, Message message) {
-  if (!message.retained) {
-    return drop(PublishResult::overload, topic);
+  retained_.push_back(publication);
+  try {
+    index_.emplace(publication->topic, retained_.size() - 1);
+  } catch (...) {
+    retained_.pop_back();
+    throw;
   }
-  // The youngest of its topic, as the broker keeps what comes last.
-  const auto older = std::find_if(queue_.rbegin(), queue_.rend(), [&topic](const Publication& publication) {
-    return publication.message.retained && publication.topic == topic;
-  });
-  if (older == queue_.rend()) {
-    enqueue(topic, std::move(message));
-  } else {
-    queued_bytes_ -= size_of(*older);
-    older->message = std::move(message);
-    queued_bytes_ += size_of(*older);
-  }
-  return PublishResult::success;
 }
 
-void Outbox::enqueue(const std::string& topic, Message message) {
-  queue_.push_back({topic, std::move(message)});
-  queued_bytes_ += size_of(queue_.back());
+bool Outbox::full(const std::string& topic, bool acknowledged) const {
+  const bool stalls = !stalled_.empty() && (acknowledged || stalled_topics_.contains(topic));
+  return queue_.size() + (stalls ? stalled_.size() : 0) >= max_queued_publications ||
+         queued_bytes_ + (stalls ? stalled_bytes_ : 0) >= max_queued_bytes;
+}
+
+bool Outbox::replace_retained(const PublicationPtr& publication) {
+  for (Queue* const queue : {&queue_, &stalled_}) {
+    const auto older = std::find_if(queue->rbegin(), queue->rend(), [&](const PublicationPtr& queued) {
+      return queued->message.retained && queued->topic == publication->topic;
+    });
+    if (older != queue->rend()) {
+      bytes_of(*queue) += size_of(*publication) - size_of(**older);
+      *older = publication;
+      return true;
+    }
+  }
+  return false;
+}
+
+void Outbox::enqueue(PublicationPtr publication) {
+  const std::size_t size = size_of(*publication);
+  queue_.push_back(std::move(publication));
+  queued_bytes_ += size;
 }
 
 PublishResult Outbox::drop(PublishResult reason, const std::string& topic) {

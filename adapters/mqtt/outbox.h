@@ -2,9 +2,10 @@
 
 #include <cstdint>
 #include <deque>
-#include <optional>
+#include <memory>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include <ecu/tamu/com/message.h>
@@ -12,19 +13,21 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// What may wait for a broker that does not take messages as fast as they come. Past that only retained
-/// messages are taken, in the place of an older one of their topic where one waits.
+/// What may wait for a broker that does not take messages as fast as they come. Beyond that only retained
+/// messages are taken; each replaces an older one of its topic if one waits.
 inline constexpr std::size_t max_queued_publications = 1024;
 inline constexpr std::size_t max_queued_bytes = std::size_t{1024} * 1024;
 
-/// A message on its way to the broker.
+/// A message on its way to the broker. Immutable, so that the queue and the store share it.
 struct Publication {
   std::string topic;
   Message message;
 };
+using PublicationPtr = std::shared_ptr<const Publication>;
 
 /// The publications that wait for the connection to take them, and the latest retained message of every
-/// topic, which each new connection publishes again. Has no lock.
+/// topic, which each new connection publishes again. Has no lock. What throws, for lack of memory, has at
+/// most lost the message that it was called for.
 class Outbox {
  public:
   /// Queues a message, or drops it as the result says. The first message that an outage or an overload costs
@@ -35,33 +38,43 @@ class Outbox {
   void connection_up();
 
   /// Throws away what waits.
-  void connection_lost();
+  void connection_lost() noexcept;
 
   /// Queues a message that belongs to the present connection only, whatever its flags say.
-  void announce(const std::string& topic, Message message) { enqueue(topic, std::move(message)); }
+  void announce(const std::string& topic, Message message);
 
   [[nodiscard]] bool connected() const noexcept { return connected_; }
-  [[nodiscard]] std::size_t size() const noexcept { return queue_.size(); }
-  /// Whether so much waits that only retained messages are taken.
-  [[nodiscard]] bool full() const noexcept;
+  [[nodiscard]] std::size_t size() const noexcept { return queue_.size() + stalled_.size(); }
+  /// Whether so much waits that only a retained message is taken. What waits for acknowledgements leaves room
+  /// for what need not wait for them.
+  [[nodiscard]] bool full(const std::string& topic, bool acknowledged) const;
 
-  /// The publication to send next, which stays queued; null when there is none.
-  [[nodiscard]] const Publication* front() const noexcept {
-    return queue_.empty() ? nullptr : &queue_.front();
-  }
-  /// Takes the publication to send next. There must be one.
-  [[nodiscard]] Publication pop();
+  /// Whether there is a publication to send. While the connection takes none of quality of service 1, those
+  /// let others pass, except others on the same topic.
+  [[nodiscard]] bool has_next(bool takes_acknowledged) { return source(takes_acknowledged) != nullptr; }
+  /// Takes the publication to send next; null when there is none.
+  [[nodiscard]] PublicationPtr pop(bool takes_acknowledged);
 
  private:
-  void remember(const std::string& topic, const Message& message);
-  PublishResult push_to_full_queue(const std::string& topic, Message message);
-  void enqueue(const std::string& topic, Message message);
+  using Queue = std::deque<PublicationPtr>;
+
+  void remember(PublicationPtr publication);
+  [[nodiscard]] Queue* source(bool takes_acknowledged);
+  void stall_front();
+  [[nodiscard]] bool replace_retained(const PublicationPtr& publication);
+  [[nodiscard]] std::size_t& bytes_of(const Queue& queue) noexcept {
+    return &queue == &queue_ ? queued_bytes_ : stalled_bytes_;
+  }
+  void enqueue(PublicationPtr publication);
   PublishResult drop(PublishResult reason, const std::string& topic);
 
-  std::vector<Publication> retained_;                   // in the order of first publication
+  std::vector<PublicationPtr> retained_;                // in the order of first publication
   std::unordered_map<std::string, std::size_t> index_;  // of retained_, by topic
-  std::deque<Publication> queue_;
-  std::size_t queued_bytes_ = 0;
+  Queue queue_;
+  Queue stalled_;  // older than queue_; its first awaited room for quality of service 1
+  std::unordered_multiset<std::string> stalled_topics_;
+  std::size_t queued_bytes_ = 0;   // of queue_
+  std::size_t stalled_bytes_ = 0;  // of stalled_
   bool connected_ = false;
   bool drop_reported_ = false;  // since the connection was up and the queue empty
 };

@@ -7,7 +7,7 @@ namespace ecu::tamu::com::mqtt {
 
 namespace {
 
-// Looked for among the certificate's addresses. False when `host` is none.
+// The certificate's addresses are searched for it. False when `host` is not an address.
 bool expect_address(SSL_CTX* context, const std::string& host) {
   return ::X509_VERIFY_PARAM_set1_ip_asc(::SSL_CTX_get0_param(context), host.c_str()) == 1;
 }
@@ -42,8 +42,8 @@ TlsContext::TlsContext(const std::string& host) : context_(::SSL_CTX_new(::TLS_c
 TlsContext::~TlsContext() = default;
 
 int TlsContext::on_verify(X509_STORE_CTX* chain, void* self) {
-  // The library has put in a callback that compares the name, but trusts nobody in a context that is not its
-  // own.
+  // The library's own callback, which compares the name, accepts no peer in a context that the library did
+  // not create.
   ::X509_STORE_CTX_set_verify_cb(chain, [](int so_far, X509_STORE_CTX* /*chain*/) { return so_far; });
   const int trusted = ::X509_verify_cert(chain);
   if (trusted != 1) {

@@ -7,10 +7,10 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// What the client library makes its TLS session from: the library knows the authorities and connects to an
-/// address, the context knows the name that the peer is asked for (RFC 6066, 3) and has to prove. It also
-/// knows afterwards what became of the handshake, where the library has one text for a wrong name, a wrong
-/// authority and an expired certificate.
+/// The OpenSSL context from which the client library creates its TLS session. The library knows the
+/// authorities and connects to an address; the context knows the name that the peer is asked for (RFC 6066,
+/// 3) and must prove. Afterwards it knows the result of the handshake in detail, where the library has one
+/// text for a wrong name, a wrong authority and an expired certificate.
 class TlsContext {
  public:
   /// `host` is the name or the address that the peer's certificate must be for.
@@ -19,7 +19,7 @@ class TlsContext {
   TlsContext(const TlsContext&) = delete;
   TlsContext& operator=(const TlsContext&) = delete;
 
-  /// For the library, which may use it as long as this object lives; null when TLS is not to be had.
+  /// For the library, which may use it as long as this object lives; null when OpenSSL could not create it.
   [[nodiscard]] SSL_CTX* handle() const noexcept { return context_.get(); }
 
   /// Why this side does not trust the peer, or the peer refuses the handshake; empty when neither said so.

@@ -34,9 +34,9 @@ posix::UniqueFd open_file(const std::string& path, int flags) {
   return posix::UniqueFd(uninterrupted([&] { return ::open(path.c_str(), flags | common_flags); }));
 }
 
-mode_t type_of(const posix::UniqueFd& fd) noexcept {
+mode_t type_of(int fd) noexcept {
   struct stat status {};
-  return fd && ::fstat(fd.get(), &status) == 0 ? status.st_mode & S_IFMT : 0;
+  return ::fstat(fd, &status) == 0 ? status.st_mode & S_IFMT : 0;
 }
 
 bool can_be_port(mode_t type) noexcept {
@@ -67,7 +67,7 @@ bool poll_until(std::span<pollfd> fds, Deadline deadline) noexcept {
 posix::UniqueFd open_for_reading(const std::string& path, posix::UniqueFd& fifo_keeper) {
   fifo_keeper.reset();
   posix::UniqueFd port = open_file(path, O_RDONLY);
-  const mode_t type = type_of(port);
+  const mode_t type = type_of(port.get());
   if (type == S_IFIFO) {
     fifo_keeper = open_file(path, O_WRONLY);
   }
@@ -76,7 +76,20 @@ posix::UniqueFd open_for_reading(const std::string& path, posix::UniqueFd& fifo_
 
 posix::UniqueFd open_for_writing(const std::string& path) {
   posix::UniqueFd port = open_file(path, O_WRONLY | O_APPEND);
-  return can_be_port(type_of(port)) ? std::move(port) : posix::UniqueFd();
+  return can_be_port(type_of(port.get())) ? std::move(port) : posix::UniqueFd();
+}
+
+bool names_file(const std::string& path, int fd) noexcept {
+  struct stat named {
+  }, open{};
+  if (::stat(path.c_str(), &named) != 0) {
+    return errno != ENOENT && errno != ENOTDIR;
+  }
+  return ::fstat(fd, &open) == 0 && named.st_dev == open.st_dev && named.st_ino == open.st_ino;
+}
+
+bool is_regular_file(int fd) noexcept {
+  return type_of(fd) == S_IFREG;
 }
 
 std::optional<std::size_t> bytes_waiting(int fd) noexcept {
@@ -93,14 +106,17 @@ std::ptrdiff_t write_some(int fd, std::span<const char> bytes) noexcept {
   return uninterrupted([&] { return ::write(fd, bytes.data(), bytes.size()); });
 }
 
-Ready wait_for_input(int first, int second, Deadline deadline) noexcept {
-  std::array<pollfd, 2> fds = {pollfd{first, POLLIN, 0}, pollfd{second, POLLIN, 0}};
+Ready wait_for_input(const Inputs& inputs, Deadline deadline) noexcept {
+  std::array fds = {pollfd{inputs.port, POLLIN, 0}, pollfd{inputs.stop, POLLIN, 0},
+                    pollfd{inputs.path, POLLIN, 0}, pollfd{inputs.prod, POLLIN, 0}};
   if (!poll_until(fds, deadline)) {
     return {};
   }
-  return {.first = fds[0].revents != 0,
-          .first_readable = (fds[0].revents & POLLIN) != 0,
-          .second = fds[1].revents != 0};
+  return {.port = fds[0].revents != 0,
+          .port_readable = (fds[0].revents & POLLIN) != 0,
+          .stop = fds[1].revents != 0,
+          .path = fds[2].revents != 0,
+          .prod = fds[3].revents != 0};
 }
 
 bool wait_for_room(int fd, steady_clock::time_point deadline) noexcept {

@@ -8,14 +8,19 @@
 
 #include "posix/unique_fd.h"
 
-/// The system calls on the file that a queueing port is. Nothing here blocks but the waits.
+/// The system calls on the file that a queueing port is. Only the waits block.
 namespace ecu::tamu::ipc {
 
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
 /// A FIFO, character device or regular file opened for reading; empty when that fails. A FIFO's writing end
-/// is opened too, into `fifo_keeper`, which keeps the FIFO from ever being at its end.
+/// is opened too, into `fifo_keeper`, so that the FIFO never reports its end.
 [[nodiscard]] posix::UniqueFd open_for_reading(const std::string& path, posix::UniqueFd& fifo_keeper);
+
+/// Whether `path` names the file that is open as `fd`. A path that cannot be looked at counts as unchanged.
+[[nodiscard]] bool names_file(const std::string& path, int fd) noexcept;
+
+[[nodiscard]] bool is_regular_file(int fd) noexcept;
 
 /// A FIFO, character device or regular file opened for appending; empty when that fails.
 [[nodiscard]] posix::UniqueFd open_for_writing(const std::string& path);
@@ -23,26 +28,38 @@ using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 /// Bytes that can be read at once, or nothing when the port cannot say.
 [[nodiscard]] std::optional<std::size_t> bytes_waiting(int fd) noexcept;
 
-/// As read and write, but never interrupted by a signal.
+/// As read and write, but not interrupted by signals.
 [[nodiscard]] std::ptrdiff_t read_some(int fd, std::span<char> room) noexcept;
 [[nodiscard]] std::ptrdiff_t write_some(int fd, std::span<const char> bytes) noexcept;
 
-/// What a wait came back with; neither when the deadline has passed.
-struct Ready {
-  bool first = false;
-  bool first_readable = false;  // not so when it has only failed
-  bool second = false;
+inline constexpr int no_descriptor = -1;
+
+/// What a receiver waits for; nothing is waited for on `no_descriptor`.
+struct Inputs {
+  int port = no_descriptor;
+  int stop = no_descriptor;
+  int path = no_descriptor;  // changes of what the path names
+  int prod = no_descriptor;  // a sign of life is asked for
 };
 
-/// Waits, without a time limit when there is no deadline, until one of two descriptors can be read from (or
-/// has failed).
-[[nodiscard]] Ready wait_for_input(int first, int second, Deadline deadline) noexcept;
+/// Which of the inputs ended a wait; none of them when the deadline has passed.
+struct Ready {
+  bool port = false;
+  bool port_readable = false;  // false when the port has only failed
+  bool stop = false;
+  bool path = false;
+  bool prod = false;
+};
+
+/// Waits, without a time limit when there is no deadline, until one of the inputs can be read from (or has
+/// failed).
+[[nodiscard]] Ready wait_for_input(const Inputs& inputs, Deadline deadline) noexcept;
 
 /// Waits until `fd` can be written to (or has failed); false when the deadline has passed.
 [[nodiscard]] bool wait_for_room(int fd, std::chrono::steady_clock::time_point deadline) noexcept;
 
-/// Keeps other writers of the port out, in this process and in others, until `unlock_port`. False, with the
-/// reason in errno, when that fails: EWOULDBLOCK when one of them holds it now.
+/// Locks the port against all other writers, in this process and in others, until `unlock_port`. False, with
+/// the reason in errno, when that fails: EWOULDBLOCK when another writer holds the lock.
 [[nodiscard]] bool try_lock_port(int fd) noexcept;
 void unlock_port(int fd) noexcept;
 

@@ -1,62 +1,133 @@
+// How reception works. One thread waits in `poll` for the port, a stop request, a change in the port's folder
+// and a prod of the watchdog, without a time-out unless the parser holds bytes that have a deadline. What it
+// reads goes through the parser to the consumer, on the same thread.
+//
+// A port is closed (never opened), open or away. It goes away when it reports its end or an error, or when
+// its path no longer names the file that is open; what is waiting on that file is delivered first, and an
+// incomplete record is given up, as its rest cannot come. The file is then opened again: at once when the
+// folder shows that the path may name another one, else after a pause that grows with each attempt. A device
+// whose far side is not there can often be opened all the same, so a port is back only when a first read
+// finds bytes, or none yet, but not its end. A regular file that is away is kept open instead, since one that
+// is opened again would be read from its beginning, and is read on when it has grown.
+//
+// Relies on: the parser and the log, which throw nothing (the parser allocates in its constructor alone); the
+// writing end of a FIFO that this side holds, which keeps the FIFO from reporting its end whenever a writer
+// closes it. All else that may throw is called through `guarded`, so that no failure ends the thread: it
+// would leave the port open with nobody reading it.
+
 #include "ports/port_receiver.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstring>
+#include <ctime>
 #include <exception>
-#include <system_error>
 
 #include <ecu/tamu/logging/logging.h>
 
-#include "ports/port_file.h"
+#include "system/supervision.h"
 
 namespace ecu::tamu::ipc::detail {
 
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr auto logger = logging::module("tamu.ipc.queueport");
+constexpr const char* status_part = "receive port";
 
-// What a drain takes at most from a port that cannot say how much waits; a far side that never pauses would
-// otherwise keep a stop from coming to its end.
+// How much is read at most from a port that cannot say how much is waiting; a far side that never pauses
+// would otherwise prevent the end of a stop.
 constexpr std::size_t drain_limit = std::size_t{1024} * 1024;
 
-constexpr int no_descriptor = -1;  // of which poll sees nothing
+void show_away() noexcept {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  std::array<char, sizeof("receive port away since 00:00")> text{};
+  if (::localtime_r(&now, &local) != nullptr) {
+    set_status(status_part, {text.data(), std::strftime(text.data(), text.size(),
+                                                        "receive port away since %H:%M", &local)});
+  }
+}
+
+bool has_failed(int port) noexcept {
+  const Ready now = wait_for_input({.port = port}, steady_clock::now());
+  return now.port && !now.port_readable;
+}
 
 }  // namespace
 
 bool PortReceiver::open(const std::string& path) {
   path_ = path;
-  parser_ = RecordParser();
-  port_ = open_for_reading(path, fifo_keeper_);
-  return static_cast<bool>(port_);
+  watch_.set_path(path);
+  parser_.clear();
+  state_ = open_port() ? State::open : State::closed;
+  return state_ == State::open;
 }
 
-void PortReceiver::receive() {
-  bool stopped = false;
-  while (port_ && !stopped) {
-    const Ready ready = wait_for_input(port_.get(), stop_.fd(), parser_.deadline());
-    stopped = ready.second;
-    if (stopped) {
+void PortReceiver::receive() noexcept {
+  (void)serve();
+  finish();
+}
+
+void PortReceiver::receive_and_reopen() noexcept {
+  guarded("supervision", [this] { heartbeat_.emplace("reader of " + path_, [this] { prod_.signal(); }); });
+  while (!serve() && state_ == State::away) {
+    guarded("consumer", [this] { consumer_->finished(); });
+    if (!wait_until_back()) {
+      break;
+    }
+  }
+  finish();
+  heartbeat_.reset();
+}
+
+void PortReceiver::finish() noexcept {
+  guarded("consumer", [this] { consumer_->finished(); });
+  stop_.clear();
+}
+
+// True when a stop was requested, false when the port is not open (any more).
+bool PortReceiver::serve() noexcept {
+  while (state_ == State::open) {
+    const Ready ready =
+        wait_for_input({.port = port_.get(), .stop = stop_.fd(), .path = watch_.fd(), .prod = prod_.fd()},
+                       parser_.deadline());
+    if (ready.stop) {
       drain();
-    } else if (ready.first) {
-      if (!read_once() && port_ && !ready.first_readable) {
-        end_reception("the port has failed");
-      }
+      return true;
+    }
+    beat(ready);
+    if (ready.path && watch_.take_changes() && !names_file(path_, port_.get())) {
+      leave_replaced_port();
+    } else if (ready.port) {
+      serve_port(ready.port_readable);
     } else {
       deliver(steady_clock::now());
     }
   }
-  guarded([this] { consumer_->finished(); });
-  stop_.clear();
+  return false;
 }
 
-// An incomplete record at the end stays, as its rest may be on its way. One that has whole records behind its
-// beginning is torn, or carries them as its payload: its time tells.
-void PortReceiver::drain() {
-  const std::size_t waiting = bytes_waiting(port_.get()).value_or(drain_limit);
-  const std::uint64_t goal = received_ + waiting;
-  while (received_ < goal && read_once()) {
+void PortReceiver::serve_port(bool readable) noexcept {
+  if (!read_once() && !readable && state_ == State::open) {
+    go_away("the far side has hung up", pauses_.shortest);
   }
+}
+
+void PortReceiver::leave_replaced_port() noexcept {
+  read_waiting();
+  if (state_ == State::open) {
+    go_away("the path no longer names the open file", milliseconds::zero());
+  }
+}
+
+// An incomplete record at the end is kept, as its rest may be on its way. One that has whole records after
+// its beginning is torn, or carries them as its payload: time shows which.
+void PortReceiver::drain() noexcept {
+  read_waiting();
   wait_for_rest(steady_clock::now() + record_time_limit);
   while (parser_.skip_torn()) {
     deliver(steady_clock::now());
@@ -64,47 +135,47 @@ void PortReceiver::drain() {
   report_damage();
 }
 
-void PortReceiver::wait_for_rest(TimePoint deadline) {
-  while (port_ && parser_.seems_torn() && steady_clock::now() < deadline) {
-    if (!wait_for_input(port_.get(), no_descriptor, deadline).first_readable || !read_once()) {
+void PortReceiver::read_waiting() noexcept {
+  const std::uint64_t goal = received_ + bytes_waiting(port_.get()).value_or(drain_limit);
+  while (received_ < goal && read_once()) {
+  }
+}
+
+void PortReceiver::wait_for_rest(TimePoint deadline) noexcept {
+  while (state_ == State::open && parser_.seems_torn() && steady_clock::now() < deadline) {
+    if (!wait_for_input({.port = port_.get()}, deadline).port_readable || !read_once()) {
       break;
     }
   }
 }
 
 // False when nothing more can be read now.
-bool PortReceiver::read_once() {
+bool PortReceiver::read_once() noexcept {
   const std::ptrdiff_t count = read_some(port_.get(), parser_.room());
-  if (count < 0 && errno == EAGAIN) {
-    return false;
+  if (count > 0) {
+    take(static_cast<std::size_t>(count));
+  } else if (count == 0 || errno != EAGAIN) {
+    go_away(count == 0 ? "end of file" : std::strerror(errno), pauses_.shortest);
   }
-  if (count <= 0) {
-    end_reception(count == 0 ? "end of file" : std::generic_category().message(errno));
-    return false;
-  }
+  return count > 0;
+}
+
+void PortReceiver::take(std::size_t count) noexcept {
   const TimePoint now = steady_clock::now();
-  received_ += static_cast<std::size_t>(count);
-  parser_.add(static_cast<std::size_t>(count), now);
+  received_ += count;
+  parser_.add(count, now);
   deliver(now);
-  return true;
 }
 
-void PortReceiver::end_reception(std::string_view reason) {
-  deliver(TimePoint::max());
-  report_damage();
-  logger.error(path_, ": reception ends: ", reason);
-  port_.reset();
-}
-
-void PortReceiver::deliver(TimePoint now) {
+void PortReceiver::deliver(TimePoint now) noexcept {
   using Event = RecordParser::Event;
   for (Event event = parser_.next(now); event != Event::none; event = parser_.next(now)) {
     switch (event) {
       case Event::record:
-        guarded([this] { consumer_->consume(parser_.record()); });
+        guarded("consumer", [this] { consumer_->consume(parser_.record()); });
         break;
       case Event::end_of_frame:
-        guarded([this] { consumer_->frame_finished(); });
+        guarded("consumer", [this] { consumer_->frame_finished(); });
         break;
       case Event::damage:
         report_damage();
@@ -115,20 +186,98 @@ void PortReceiver::deliver(TimePoint now) {
   }
 }
 
-void PortReceiver::report_damage() {
+void PortReceiver::report_damage() noexcept {
   if (const std::size_t count = parser_.take_damage(); count > 0) {
     logger.error(path_, ": ", count, " bytes dropped, they are no whole record");
   }
 }
 
+void PortReceiver::go_away(std::string_view reason, milliseconds pause) noexcept {
+  deliver(TimePoint::max());
+  report_damage();
+  state_ = State::away;
+  next_attempt_ = steady_clock::now() + pause;
+  release_port();
+  logger.warning(path_, ": receive port away: ", reason);
+  show_away();
+}
+
+void PortReceiver::release_port() noexcept {
+  fifo_keeper_.reset();
+  if (!is_regular_file(port_.get())) {
+    port_.reset();
+  }
+}
+
+// False when a stop was requested first.
+bool PortReceiver::wait_until_back() noexcept {
+  milliseconds pause = pauses_.shortest;
+  for (;;) {
+    const Ready ready =
+        wait_for_input({.stop = stop_.fd(), .path = watch_.fd(), .prod = prod_.fd()}, next_attempt_);
+    if (ready.stop) {
+      return false;
+    }
+    beat(ready);
+    const bool has_changed = ready.path && watch_.take_changes();
+    if (!has_changed && steady_clock::now() < next_attempt_) {
+      continue;
+    }
+    if (reopen()) {
+      return true;
+    }
+    next_attempt_ = steady_clock::now() + pause;
+    pause = std::min(2 * pause, pauses_.longest);
+  }
+}
+
+bool PortReceiver::reopen() noexcept {
+  const bool is_held = port_ && names_file(path_, port_.get());
+  if (!is_held && !open_port()) {
+    return false;
+  }
+  const std::ptrdiff_t count = read_some(port_.get(), parser_.room());
+  if (count == 0 || (count < 0 && (errno != EAGAIN || has_failed(port_.get())))) {
+    release_port();
+    return false;
+  }
+  state_ = State::open;
+  logger.notice(path_, ": receive port is back");
+  set_status(status_part, {});
+  if (count > 0) {
+    take(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+// The watch comes first, so that no change after the opening is missed.
+bool PortReceiver::open_port() noexcept {
+  const int watch_error = watch_.renew() ? 0 : errno;
+  port_ = open_for_reading(path_, fifo_keeper_);
+  if (port_ && watch_error != 0 && !watch_failure_is_known_) {
+    logger.warning(path_, ": another file at this path will not be noticed: ", std::strerror(watch_error));
+    watch_failure_is_known_ = true;
+  }
+  return static_cast<bool>(port_);
+}
+
+void PortReceiver::beat(const Ready& ready) noexcept {
+  if (ready.prod) {
+    prod_.clear();
+  }
+  if (heartbeat_) {
+    heartbeat_->beat();
+  }
+}
+
 template <class Call>
-void PortReceiver::guarded(Call call) const {
+void PortReceiver::guarded(const char* what, Call call) const noexcept {
   try {
     call();
   } catch (const std::exception& failure) {
-    logger.error(path_, ": consumer failed: ", failure.what());
+    logger.error(path_, ": ", what, " failed: ", failure.what());
   } catch (...) {
-    logger.error(path_, ": consumer failed");
+    logger.error(path_, ": ", what, " failed");
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <thread>
 
 #include <ecu/tamu/logging/logging.h>
@@ -21,10 +22,10 @@ constexpr auto logger = logging::module("tamu.ipc.queueport");
 // How long a record may wait for other writers and for room.
 constexpr std::chrono::seconds send_time_limit(1);
 
-// A lock on a file can be tried or waited for without end, and nothing in between.
+// flock has no time-out, so the lock is tried in intervals.
 constexpr std::chrono::milliseconds lock_poll_interval(1);
 
-/// Turns a write to a FIFO that nobody reads any more from a signal into an error, for the calling thread.
+/// Makes a write to a FIFO that nobody reads any more fail with EPIPE in the calling thread, without SIGPIPE.
 class BrokenPipeGuard {
  public:
   BrokenPipeGuard() noexcept {
@@ -36,8 +37,8 @@ class BrokenPipeGuard {
   BrokenPipeGuard(const BrokenPipeGuard&) = delete;
   BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
 
-  /// Takes back the signal that a write raised. A thread that blocks it anyway keeps it, as it may be an
-  /// older one.
+  /// Takes back the signal that a write raised. In a thread that blocks SIGPIPE itself it stays pending, as
+  /// it may be an older one.
   void discard_signal() const noexcept {
     if (sigismember(&mask_before_, SIGPIPE) == 0) {
       const timespec at_once{};
@@ -53,7 +54,7 @@ class BrokenPipeGuard {
 
 constexpr const char* port_in_use = "another writer holds the port";
 
-// Why the port is not locked; null when it is.
+// Returns why the port is not locked, or null when it is.
 const char* lock_until(int fd, std::chrono::steady_clock::time_point deadline) {
   while (!try_lock_port(fd)) {
     if (errno != EWOULDBLOCK) {
@@ -77,14 +78,23 @@ bool PortSender::open(const std::string& path) {
   return static_cast<bool>(port_);
 }
 
-void PortSender::close() {
-  if (port_ && frame_begun_) {
-    // Behind a record that has waited in vain the mark does not wait as well.
-    (void)send(end_of_frame(), stuck_ ? Clock::now() : Clock::now() + send_time_limit);
+void PortSender::close() noexcept {
+  if (port_ && has_begun_frame_) {
+    end_frame();
   }
-  frame_begun_ = false;
-  stuck_ = false;
+  has_begun_frame_ = false;
+  is_stuck_ = false;
   port_.reset();
+}
+
+// After a record that has waited in vain the mark does not wait too. Called by the destructor, from which
+// nothing may be thrown.
+void PortSender::end_frame() noexcept {
+  try {
+    (void)send(end_of_frame(), is_stuck_ ? Clock::now() : Clock::now() + send_time_limit);
+  } catch (const std::exception& failure) {
+    logger.warning(path_, ": the end of a frame cannot be written: ", failure.what());
+  }
 }
 
 bool PortSender::transmit(const IpcSignal& signal) {
@@ -94,8 +104,8 @@ bool PortSender::transmit(const IpcSignal& signal) {
   }
   encode_record(signal, record_);
   const bool sent = send(record_, Clock::now() + send_time_limit);
-  stuck_ = !sent;
-  frame_begun_ = frame_begun_ || sent;
+  is_stuck_ = !sent;
+  has_begun_frame_ = has_begun_frame_ || sent;
   return sent;
 }
 
@@ -107,7 +117,7 @@ bool PortSender::send(std::span<const char> record, Clock::time_point deadline) 
   return failure == nullptr;
 }
 
-// Why it did not succeed; null when it did. So for the next one.
+// This function and the next one return why they failed, or null.
 const char* PortSender::write_alone(std::span<const char> record, Clock::time_point deadline) const {
   const WriterQueue::Place place(*queue_);
   if (!place.wait_until(deadline)) {

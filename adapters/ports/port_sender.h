@@ -13,7 +13,7 @@
 
 namespace ecu::tamu::ipc::detail {
 
-/// What `QueuePortWriter` promises, on a file descriptor.
+/// What `QueuePortWriter` promises, on a file descriptor. For one thread at a time.
 class PortSender {
  public:
   PortSender() = default;
@@ -28,7 +28,8 @@ class PortSender {
  private:
   using Clock = std::chrono::steady_clock;
 
-  void close();
+  void close() noexcept;
+  void end_frame() noexcept;
   [[nodiscard]] bool send(std::span<const char> record, Clock::time_point deadline);
   [[nodiscard]] const char* write_alone(std::span<const char> record, Clock::time_point deadline) const;
   [[nodiscard]] const char* write_whole(std::span<const char> record, Clock::time_point deadline) const;
@@ -36,8 +37,8 @@ class PortSender {
   std::string path_;
   posix::UniqueFd port_;
   std::shared_ptr<WriterQueue> queue_;  // of the open port
-  bool frame_begun_ = false;
-  bool stuck_ = false;  // the last record could not be written
+  bool has_begun_frame_ = false;
+  bool is_stuck_ = false;  // the last record could not be written
   std::vector<char> record_;
 };
 

@@ -36,7 +36,7 @@ void QueuePortReader<HeaderSize, Record>::request_stop() noexcept {
 template <unsigned HeaderSize, class Record>
 void QueuePortReader<HeaderSize, Record>::reception_loop() {
   ::pthread_setname_np(::pthread_self(), "qport-reader");
-  receiver_->receive();
+  receiver_->receive_and_reopen();
 }
 
 template class QueuePortReader<24u, signal_t_dyn<24u>>;

@@ -16,7 +16,11 @@ std::uint32_t add(std::uint32_t crc, const char* bytes, std::size_t size) noexce
 
 }  // namespace
 
-std::uint32_t RangeCrc::extend(std::uint32_t crc, std::span<const char> range) {
+RangeCrc::RangeCrc(std::size_t longest_run) {
+  sums_.reserve(longest_run / interval + 1);
+}
+
+std::uint32_t RangeCrc::extend(std::uint32_t crc, std::span<const char> range) noexcept {
   if (range.size() <= short_range) {
     return add(crc, range.data(), range.size());
   }
@@ -29,7 +33,7 @@ std::uint32_t RangeCrc::extend(std::uint32_t crc, std::span<const char> range) {
       crc32_combine(shifted, sum_up_to(end), static_cast<z_off_t>(range.size())));
 }
 
-void RangeCrc::cover(std::span<const char> range) {
+void RangeCrc::cover(std::span<const char> range) noexcept {
   const bool continues = !sums_.empty() && range.data() >= origin_ &&
                          static_cast<std::size_t>(range.data() - origin_) < sums_.size() * interval;
   if (!continues) {

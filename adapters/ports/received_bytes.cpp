@@ -14,11 +14,16 @@ constexpr std::size_t storage_size = 4 * max_record_size;
 // Arrivals closer than this are one, which bounds their number when bytes come one by one.
 constexpr std::chrono::milliseconds arrival_granularity(1);
 
+// More than an incomplete record can have before its time is over.
+constexpr std::size_t max_arrivals = 1100;
+
 }  // namespace
 
-ReceivedBytes::ReceivedBytes() : storage_(storage_size) {}
+ReceivedBytes::ReceivedBytes() : storage_(storage_size), crc_(storage_size) {
+  arrivals_.reserve(max_arrivals);
+}
 
-std::span<char> ReceivedBytes::room() {
+std::span<char> ReceivedBytes::room() noexcept {
   if (empty() || storage_.size() - end_ < max_record_size) {
     crc_.forget();
     std::ranges::copy(bytes(), storage_.begin());
@@ -28,25 +33,25 @@ std::span<char> ReceivedBytes::room() {
   return std::span(storage_).subspan(end_);
 }
 
-void ReceivedBytes::add(std::size_t count, TimePoint now) {
+void ReceivedBytes::add(std::size_t count, TimePoint now) noexcept {
   if (count == 0) {
     return;
   }
   end_ += count;
   const std::uint64_t received = dropped_ + size();
-  if (!arrivals_.empty() && now - arrivals_.back().at < arrival_granularity) {
+  const bool is_full = arrivals_.size() == max_arrivals;
+  if (is_full || (!arrivals_.empty() && now - arrivals_.back().at < arrival_granularity)) {
     arrivals_.back().end = received;
   } else {
     arrivals_.push_back({received, now});
   }
 }
 
-void ReceivedBytes::drop(std::size_t count) {
+void ReceivedBytes::drop(std::size_t count) noexcept {
   begin_ += count;
   dropped_ += count;
-  while (!arrivals_.empty() && arrivals_.front().end <= dropped_) {
-    arrivals_.pop_front();
-  }
+  arrivals_.erase(arrivals_.begin(),
+                  std::ranges::find_if(arrivals_, [this](const Arrival& one) { return one.end > dropped_; }));
 }
 
 }  // namespace ecu::tamu::ipc

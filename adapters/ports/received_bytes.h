@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <span>
 #include <vector>
 
@@ -11,7 +10,8 @@
 
 namespace ecu::tamu::ipc {
 
-/// The bytes that were received and not yet used, and when they came. Its memory is fixed.
+/// The bytes that were received and not yet used, and when they came. All memory is allocated by the
+/// constructor; after it nothing throws.
 class ReceivedBytes {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
@@ -20,10 +20,10 @@ class ReceivedBytes {
 
   /// Room to receive into, at least `max_record_size` bytes as long as fewer than that are held. Invalidates
   /// what `bytes` returned.
-  [[nodiscard]] std::span<char> room();
+  [[nodiscard]] std::span<char> room() noexcept;
 
   /// Takes over the first `count` bytes of `room`, which came at `now`.
-  void add(std::size_t count, TimePoint now);
+  void add(std::size_t count, TimePoint now) noexcept;
 
   [[nodiscard]] std::span<const char> bytes() const noexcept {
     return std::span(storage_).subspan(begin_, size());
@@ -34,10 +34,10 @@ class ReceivedBytes {
   /// When the first byte came, to a millisecond. There must be one.
   [[nodiscard]] TimePoint first_arrival() const noexcept { return arrivals_.front().at; }
 
-  void drop(std::size_t count);
+  void drop(std::size_t count) noexcept;
 
   /// The CRC of the bytes whose CRC is `crc`, followed by a part of `bytes`.
-  [[nodiscard]] std::uint32_t extend_crc(std::uint32_t crc, std::span<const char> range) {
+  [[nodiscard]] std::uint32_t extend_crc(std::uint32_t crc, std::span<const char> range) noexcept {
     return crc_.extend(crc, range);
   }
 
@@ -50,8 +50,8 @@ class ReceivedBytes {
   std::vector<char> storage_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
-  std::uint64_t dropped_ = 0;     // ever
-  std::deque<Arrival> arrivals_;  // of the bytes that are held
+  std::uint64_t dropped_ = 0;      // since construction
+  std::vector<Arrival> arrivals_;  // of the bytes that are held
   RangeCrc crc_;
 };
 

@@ -30,22 +30,22 @@ inline constexpr char first_magic_byte = 0x51;
 inline constexpr std::size_t crc_offset = 20;
 inline constexpr std::size_t max_record_size = Record::header_size + Record::max_payload_size;
 
-/// Replaces `bytes` by the record of `signal`, whose payload must not exceed `Record::max_payload_size`.
+/// Replaces `bytes` with the record of `signal`, whose payload must not exceed `Record::max_payload_size`.
 void encode_record(const IpcSignal& signal, std::vector<char>& bytes);
 
 /// The mark at the end of a frame.
 [[nodiscard]] std::span<const char> end_of_frame() noexcept;
 
-/// How many bytes the record or mark that begins with `bytes` has; nothing when none can begin so. Says the
-/// size of a header as long as less than that is there. Does not look at the CRC.
+/// The size of the record or mark that begins with `bytes`; nothing when no record can begin with them. As
+/// long as the header is incomplete, its size. Does not check the CRC.
 [[nodiscard]] std::optional<std::size_t> announced_size(std::span<const char> bytes) noexcept;
 
-/// The CRC that a record, of which at least the header is there, claims to have.
+/// The CRC in the header of a record, which must be complete.
 [[nodiscard]] std::uint32_t announced_crc(std::span<const char> record) noexcept;
 
 [[nodiscard]] bool is_end_of_frame(std::span<const char> record) noexcept;
 
-/// Takes a whole record apart; `signal` keeps its allocation.
+/// Decodes a whole record; `signal` keeps its allocation.
 void decode_record(std::span<const char> record, IpcSignal& signal);
 
 }  // namespace ecu::tamu::ipc

@@ -1,3 +1,16 @@
+// How the stream is cut. The parser always judges the first byte that it holds:
+//  - a whole record or mark (magic, length and CRC fit) is delivered;
+//  - what can still become a record is left to wait for its rest, for `record_time_limit` from the arrival of
+//    its first byte. Several arrival times are kept, because a record that ends the wait of another one has
+//    its own time;
+//  - anything else is damage: the bytes up to the next first magic byte are dropped, and that is judged.
+// Only the bytes before the candidate are dropped, never what it announces: a torn record announces bytes
+// that are in truth the records after it. So each offset is judged, and hostile bytes make each of them a
+// candidate with a large payload; `RangeCrc` keeps the cost of all these checks linear.
+//
+// Relies on `ReceivedBytes` for room for a whole record, so that an incomplete one can always be completed,
+// and on the caller to call `next` at `deadline`.
+
 #include "ports/record_parser.h"
 
 #include <zlib.h>
@@ -9,7 +22,16 @@
 
 namespace ecu::tamu::ipc {
 
-RecordParser::Event RecordParser::next(TimePoint now) {
+RecordParser::RecordParser() {
+  record_.data.reserve(Record::max_payload_size);
+}
+
+void RecordParser::clear() noexcept {
+  received_.drop(received_.size());
+  damage_ = 0;
+}
+
+RecordParser::Event RecordParser::next(TimePoint now) noexcept {
   const auto in_time = [now](TimePoint since) { return now < since + record_time_limit; };
   while (!received_.empty()) {
     const Verdict front = judge(received_.bytes());
@@ -24,7 +46,7 @@ RecordParser::Event RecordParser::next(TimePoint now) {
   return damage_ == 0 || in_time(damaged_since_) ? Event::none : Event::damage;
 }
 
-bool RecordParser::skip_torn() {
+bool RecordParser::skip_torn() noexcept {
   const std::optional<std::size_t> offset = whole_record_inside();
   if (offset) {
     drop_damaged(*offset);
@@ -32,7 +54,7 @@ bool RecordParser::skip_torn() {
   return offset.has_value();
 }
 
-std::optional<std::size_t> RecordParser::whole_record_inside() {
+std::optional<std::size_t> RecordParser::whole_record_inside() noexcept {
   for (std::size_t offset = next_candidate(1); offset < received_.size();
        offset = next_candidate(offset + 1)) {
     if (judge(received_.bytes().subspan(offset)) == Verdict::whole) {
@@ -49,7 +71,7 @@ std::optional<RecordParser::TimePoint> RecordParser::deadline() const noexcept {
   return received_.empty() ? std::nullopt : std::optional(received_.first_arrival() + record_time_limit);
 }
 
-RecordParser::Verdict RecordParser::judge(std::span<const char> bytes) {
+RecordParser::Verdict RecordParser::judge(std::span<const char> bytes) noexcept {
   const std::optional<std::size_t> size = announced_size(bytes);
   if (!size) {
     return Verdict::foreign;
@@ -63,13 +85,13 @@ RecordParser::Verdict RecordParser::judge(std::span<const char> bytes) {
   return received_.extend_crc(header, payload) == announced_crc(bytes) ? Verdict::whole : Verdict::foreign;
 }
 
-// The next offset at which a record may begin, or the number of bytes.
+// The next offset at which a record may begin; the number of bytes when there is none.
 std::size_t RecordParser::next_candidate(std::size_t offset) const noexcept {
   const std::string_view bytes(received_.bytes().data(), received_.size());
   return std::min(bytes.find(first_magic_byte, offset), bytes.size());
 }
 
-void RecordParser::drop_damaged(std::size_t count) {
+void RecordParser::drop_damaged(std::size_t count) noexcept {
   if (damage_ == 0) {
     damaged_since_ = received_.first_arrival();
   }
@@ -77,7 +99,7 @@ void RecordParser::drop_damaged(std::size_t count) {
   received_.drop(count);
 }
 
-RecordParser::Event RecordParser::deliver() {
+RecordParser::Event RecordParser::deliver() noexcept {
   const std::span<const char> bytes = received_.bytes();
   const std::span<const char> record = bytes.first(*announced_size(bytes));
   const bool is_mark = is_end_of_frame(record);

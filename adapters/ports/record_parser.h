@@ -15,19 +15,25 @@ namespace ecu::tamu::ipc {
 /// How long a record may take from its first byte to its last.
 inline constexpr std::chrono::seconds record_time_limit(1);
 
-/// Cuts a stream of bytes into records and finds the next whole record behind damaged bytes. Every record
-/// that is whole is found, at the latest `record_time_limit` after its last byte came. Knows no descriptors
-/// and no clock; the cost is linear in the bytes received, whatever they are.
+/// Cuts a stream of bytes into records, and finds the next whole record after damaged bytes. Every whole
+/// record is found, at the latest `record_time_limit` after its last byte came. Uses no descriptors and no
+/// clock. The cost is linear in the bytes received, whatever they are. All memory is allocated by the
+/// constructor; after it nothing throws.
 class RecordParser {
  public:
   using TimePoint = ReceivedBytes::TimePoint;
 
-  /// Room for the next bytes of the stream, and how many of it were filled at `now`.
-  [[nodiscard]] std::span<char> room() { return received_.room(); }
-  void add(std::size_t count, TimePoint now) { received_.add(count, now); }
+  RecordParser();
+
+  /// Room for the next bytes of the stream, and how many bytes were written there at `now`.
+  [[nodiscard]] std::span<char> room() noexcept { return received_.room(); }
+  void add(std::size_t count, TimePoint now) noexcept { received_.add(count, now); }
+
+  /// Forgets everything, for another stream.
+  void clear() noexcept;
 
   enum class Event {
-    /// Nothing more until bytes or `deadline` come.
+    /// Nothing more until bytes are added or `deadline` has passed.
     none,
     /// `record` is the next record.
     record,
@@ -36,38 +42,38 @@ class RecordParser {
     damage,
   };
 
-  /// Moves on to what is to be told next. Has to be called until it says `none` before more bytes are added.
-  /// What is incomplete at TimePoint::max() is given up, however young it is.
-  [[nodiscard]] Event next(TimePoint now);
+  /// Goes on to the next event. Must be called until it returns `none` before more bytes are added. An
+  /// incomplete record is given up when its time is over, and at TimePoint::max() in any case.
+  [[nodiscard]] Event next(TimePoint now) noexcept;
 
-  /// Whether a whole record stands inside of what an incomplete one lays claim to. Called when `next` says
-  /// `none`.
-  [[nodiscard]] bool seems_torn() { return whole_record_inside().has_value(); }
+  /// Whether a whole record lies inside the size that an incomplete one announces. Called after `next`
+  /// returned `none`.
+  [[nodiscard]] bool seems_torn() noexcept { return whole_record_inside().has_value(); }
 
-  /// Gives the incomplete record up before its time when it seems torn; whether it does.
-  [[nodiscard]] bool skip_torn();
+  /// Gives an incomplete record that seems torn up before its time; whether there was one.
+  [[nodiscard]] bool skip_torn() noexcept;
 
-  /// The number of bytes dropped since the last call. `next` says when to ask: where the damaged run is over
-  /// or has lasted for `record_time_limit`, so that damage that comes in pieces is told once.
+  /// The number of bytes dropped since the last call. `next` returns `damage` when to call it: when the
+  /// damaged run is over or has lasted for `record_time_limit`, so that damage in pieces is reported once.
   [[nodiscard]] std::size_t take_damage() noexcept { return std::exchange(damage_, 0); }
 
-  /// When `next` has to be called even though no byte came; nothing when all bytes are used.
+  /// When `next` must be called even if no byte came; nothing when all bytes are used.
   [[nodiscard]] std::optional<TimePoint> deadline() const noexcept;
 
-  /// Holds until the next call of `next`.
+  /// Valid until the next call of `next`.
   [[nodiscard]] const IpcSignal& record() const noexcept { return record_; }
 
  private:
   enum class Verdict { foreign, incomplete, whole };
 
-  [[nodiscard]] Verdict judge(std::span<const char> bytes);
+  [[nodiscard]] Verdict judge(std::span<const char> bytes) noexcept;
   [[nodiscard]] std::size_t next_candidate(std::size_t offset) const noexcept;
-  [[nodiscard]] std::optional<std::size_t> whole_record_inside();
-  void drop_damaged(std::size_t count);
-  Event deliver();
+  [[nodiscard]] std::optional<std::size_t> whole_record_inside() noexcept;
+  void drop_damaged(std::size_t count) noexcept;
+  Event deliver() noexcept;
 
   ReceivedBytes received_;
-  IpcSignal record_;
+  IpcSignal record_;         // has room for the largest payload
   std::size_t damage_ = 0;   // bytes dropped and not taken yet
   TimePoint damaged_since_;  // when the first of them came
 };

@@ -9,15 +9,15 @@
 
 namespace ecu::tamu::ipc {
 
-/// Lets the writers of one port within this process at it one after another, in the order in which they came:
-/// one with many records cannot keep the others waiting for longer than a record takes. May be used from any
+/// Gives the writers of one port within this process access one after another, in the order in which they
+/// came: a writer of many records delays each of the others by one record at most. May be used from any
 /// thread.
 class WriterQueue {
  public:
-  /// The queue of the port at `path`: one for the whole process as long as anybody holds it.
+  /// The queue of the port at `path`: the same for the whole process as long as anybody holds it.
   [[nodiscard]] static std::shared_ptr<WriterQueue> of(const std::string& path);
 
-  /// A place in the queue, which is left when this goes.
+  /// A place in the queue, from construction to destruction.
   class Place {
    public:
     explicit Place(WriterQueue& queue);
@@ -25,7 +25,7 @@ class WriterQueue {
     Place(const Place&) = delete;
     Place& operator=(const Place&) = delete;
 
-    /// Waits for its turn; false when that has not come by the deadline.
+    /// Waits for this place's turn; false when that has not come by the deadline.
     [[nodiscard]] bool wait_until(std::chrono::steady_clock::time_point deadline) const;
 
    private:

@@ -18,8 +18,8 @@ _ecusim_command() {
 # What may stand here: the options and, in place of a command or a scenario, commands.
 _ecusim_words() {
   case $(_ecusim_command) in
-    none) echo 'play watch scenario -h --help --host --port --ports' ;;
-    play) echo '-h --help --host --port --ports' ;;
+    none) echo 'play watch scenario -h --help --host --port --ports --group --mode' ;;
+    play) echo '-h --help --host --port --ports --group --mode' ;;
     watch) echo '-h --help --host --port --once --timeout' ;;
     scenario) echo '-h --help' ;;
   esac
@@ -43,7 +43,10 @@ _ecusim() {
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -d -- "$current")
       ;;
-    --port | --timeout) ;;
+    --group)
+      mapfile -t COMPREPLY < <(compgen -g -- "$current")
+      ;;
+    --port | --timeout | --mode) ;;
     *)
       mapfile -t COMPREPLY < <(compgen -W "$(_ecusim_words)" -- "$current")
       if [[ $current != -* && $(_ecusim_command) != scenario ]]; then

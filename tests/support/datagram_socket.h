@@ -6,25 +6,28 @@
 #include <sys/un.h>
 
 #include <array>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "posix/event.h"
 #include "support/process.h"
+#include "support/temp_dir.h"
 
 namespace tests {
 
 /// Where a service manager or the system log listens. Its path is gone with it.
 class DatagramSocket {
  public:
-  explicit DatagramSocket(std::string path)
-      : path_(std::move(path)),
+  DatagramSocket() : DatagramSocket(std::string()) {}
+  /// At a path of the caller's.
+  explicit DatagramSocket(const std::string& path)
+      : path_(path.empty() ? dir_.path("datagrams") : path),
         socket_(ecu::tamu::posix::checked_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket")) {
-    sockaddr_un name{};
-    name.sun_family = AF_UNIX;
-    path_.copy(name.sun_path, sizeof(name.sun_path) - 1);
-    EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&name), sizeof(name)), 0);
+    name_.sun_family = AF_UNIX;
+    path_.copy(name_.sun_path, sizeof(name_.sun_path) - 1);
+    EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&name_), sizeof(name_)), 0);
   }
   ~DatagramSocket() { ::unlink(path_.c_str()); }
   DatagramSocket(const DatagramSocket&) = delete;
@@ -43,18 +46,42 @@ class DatagramSocket {
     return std::string(datagram.data(), static_cast<std::size_t>(size));
   }
 
-  /// Whether a datagram that holds `text` comes, those before it being passed over.
+  /// Sends datagrams to it until it takes no more. A sender may run out of memory of its own before that.
+  void fill() const {
+    for (bool has_room = true; has_room;) {
+      const ecu::tamu::posix::UniqueFd sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+      EXPECT_EQ(::connect(sender.get(), reinterpret_cast<const sockaddr*>(&name_), sizeof(name_)), 0);
+      has_room = ::send(sender.get(), "full", 4, MSG_DONTWAIT) > 0;
+      while (::send(sender.get(), "full", 4, MSG_DONTWAIT) > 0) {
+      }
+    }
+  }
+
+  /// Whether a datagram that holds `text` comes; those before it are passed over.
   bool wait_for(std::string_view text) const {
-    while (const auto datagram = receive(patience)) {
-      if (datagram->find(text) != std::string::npos) {
-        return true;
+    return wait([text](std::string_view datagram) { return datagram.find(text) != std::string_view::npos; });
+  }
+  /// The same for a datagram that is `text`.
+  bool wait_for_exactly(std::string_view text) const {
+    return wait([text](std::string_view datagram) { return datagram == text; });
+  }
+
+ private:
+  template <class Wanted>
+  bool wait(Wanted wanted) const {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (std::chrono::steady_clock::now() < deadline) {
+      const auto datagram = receive(patience);
+      if (!datagram || wanted(*datagram)) {
+        return datagram.has_value();
       }
     }
     return false;
   }
 
- private:
+  TempDir dir_;
   std::string path_;
+  sockaddr_un name_{};
   ecu::tamu::posix::UniqueFd socket_;
 };
 

@@ -1,10 +1,14 @@
 #pragma once
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <condition_variable>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -16,6 +20,7 @@
 
 #include "ports/record_format.h"
 #include "posix/unique_fd.h"
+#include "support/process.h"
 #include "support/temp_dir.h"
 
 namespace tests {
@@ -63,6 +68,30 @@ class Fifo {
   ecu::tamu::posix::UniqueFd fd_;
 };
 
+/// A character device whose far side may hang up.
+class PseudoTerminal {
+ public:
+  PseudoTerminal() : far_side_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+    ::grantpt(far_side_.get());
+    ::unlockpt(far_side_.get());
+    termios raw{};
+    ::tcgetattr(far_side_.get(), &raw);
+    ::cfmakeraw(&raw);
+    ::tcsetattr(far_side_.get(), TCSANOW, &raw);
+  }
+  [[nodiscard]] std::string path() const { return ::ptsname(far_side_.get()); }
+  void write(std::string_view bytes) const { (void)!::write(far_side_.get(), bytes.data(), bytes.size()); }
+
+ private:
+  ecu::tamu::posix::UniqueFd far_side_;
+};
+
+/// Makes `path` name the file at `target`, in one step.
+inline void replace_link(const std::string& path, const std::string& target) {
+  std::filesystem::create_symlink(target, path + ".new");
+  std::filesystem::rename(path + ".new", path);
+}
+
 /// Takes down what it is called for: "id:data" for a record, "|" for the end of a frame, "." for the end of
 /// reception.
 class PortLog final : public ecu::tamu::ipc::IDataConsumer<ecu::tamu::ipc::IpcSignal> {
@@ -77,10 +106,10 @@ class PortLog final : public ecu::tamu::ipc::IDataConsumer<ecu::tamu::ipc::IpcSi
     const std::lock_guard lock(mutex_);
     return text_;
   }
-  /// Waits until the text ends so.
+  /// Waits until the text ends with `end`, and fails the test when it does not come to that.
   void wait_for(std::string_view end) {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return text_.ends_with(end); });
+    EXPECT_TRUE(changed_.wait_for(lock, patience, [&] { return text_.ends_with(end); })) << text_;
   }
 
  private:

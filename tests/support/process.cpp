@@ -23,6 +23,8 @@ using ecu::tamu::posix::UniqueFd;
 std::pair<UniqueFd, UniqueFd> make_pipe() {
   std::array<int, 2> ends{-1, -1};
   const int result = ::pipe2(ends.data(), O_CLOEXEC);
+  // A log loses what its pipe does not take at once.
+  ::fcntl(ends[1], F_SETPIPE_SZ, 1 << 20);
   return {checked_fd(result < 0 ? -1 : ends[0], "pipe2"), UniqueFd(ends[1])};
 }
 

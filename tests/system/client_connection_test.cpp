@@ -143,26 +143,28 @@ TEST_F(ClientConnectionTest, AnObserverThatPublishesMuchGoesAtTheBrokersPace) {
 }
 
 /// A session of the test's own, which hears what comes.
-class SessionTest : public testing::Test, public MqttSession::Listener {
+class SessionTest : public testing::Test, public ConnectionListener {
  protected:
-  void connected() override { ++heard; }
+  void connection_up() override {}
+  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {}
   void message(const std::string& /*topic*/, Message /*message*/) override { ++heard; }
   void subscription_refused(const std::string& /*filter*/) override {}
-  void echoed() override { ++heard; }
+  void fence_answered(Fence /*fence*/) override { ++heard; }
 
   void hear() {
-    for (const int before = heard; heard == before;) {
+    const bool was_connected = session->is_connected();
+    for (const int before = heard; heard == before && session->is_connected() == was_connected;) {
       pollfd fd{session->fd(), session->wanted_events(), 0};
       ASSERT_EQ(::poll(&fd, 1, static_cast<int>(std::chrono::milliseconds(patience).count())), 1);
       ASSERT_FALSE(session->handle(fd.revents));
     }
   }
-  /// Sends, and hears the answer to an echo behind it; whether what was sent puts the keep-alive off.
+  /// Sends a fence after it, and hears the answer; whether what was sent puts the keep-alive off.
   bool puts_keep_alive_off(const std::function<Failure()>& send) {
     const auto due = session->keep_alive_due();
     EXPECT_FALSE(send());
     const bool later = session->keep_alive_due() > due;
-    EXPECT_FALSE(session->request_echo());
+    EXPECT_FALSE(session->request_fence(Fence::publication));
     hear();
     return later;
   }
@@ -178,12 +180,13 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
   settings.host = "127.0.0.1";
   settings.port = broker.port();
   settings.keepalive = std::chrono::seconds(60);
+  settings.answer_timeout = std::chrono::hours(1);
   session.emplace(settings, *this);
   ASSERT_FALSE(session->open(settings.host));
   hear();
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->subscribe("in/a", 1); }));
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->unsubscribe("in/b"); }));
-  EXPECT_TRUE(puts_keep_alive_off([this] { return session->request_echo(); }));
+  EXPECT_TRUE(puts_keep_alive_off([this] { return session->request_fence(Fence::publication); }));
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->publish("out/x", raw_message("x")); }));
   EXPECT_FALSE(puts_keep_alive_off([this] { return session->publish("not/a/+/topic", raw_message("x")); }));
   EXPECT_TRUE(puts_keep_alive_off([this] {
@@ -191,6 +194,79 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
     hear();
     return Failure();
   }));
+}
+
+// ---- publications that the broker does not want ----
+
+/// The broker ends the connection of whoever sends a packet that is larger than this.
+class PacketLimitTest : public ClientTest {
+ protected:
+  PacketLimitTest() : ClientTest("allow_anonymous true\nmax_packet_size 5000") {}
+
+  const std::string large = std::string(6000, 'x');
+};
+
+TEST_F(PacketLimitTest, ARetainedMessageThatIsTooLargeIsSetAsideAndAllElseGoesOn) {
+  const std::string log = logged_by([this] {
+    publish("out/before", "1", true);
+    publish("out/large", large, true);
+    publish("out/after", "1", true);
+    run();
+    EXPECT_TRUE(bus.wait_for_text("out/after", "1"));
+    EXPECT_TRUE(bus.wait_for_text(presence_topic, "online"));
+    publish("out/after", "2");
+    EXPECT_TRUE(bus.wait_for_text("out/after", "2"));
+    publish("out/large", large, true);
+    publish("out/large", "small", true);
+    EXPECT_TRUE(bus.wait_for_text("out/large", "small"));
+    stop();
+  });
+  EXPECT_EQ(count(log, "ERROR"), 1) << log;
+  EXPECT_EQ(count(log, "topic out/large (6000 bytes)"), 1) << log;
+}
+
+TEST_F(PacketLimitTest, AnUnretainedMessageThatComesAgainAndAgainIsSetAside) {
+  const std::string log = logged_by([this] {
+    start();
+    for (int losses = 0; losses < 4; ++losses) {
+      publish("out/large", large);
+      ASSERT_TRUE(bus.wait_for_text(presence_topic, "online")) << losses;
+    }
+    publish("out/large", large);
+    publish("out/small", "1");
+    EXPECT_TRUE(bus.wait_for_text("out/small", "1"));
+    stop();
+  });
+  EXPECT_EQ(count(log, "topic out/large (6000 bytes)"), 1) << log;
+}
+
+struct AccessList {
+  TempDir dir;
+  std::string file =
+      dir.write("access", "topic readwrite system/#\ntopic readwrite out/#\ntopic deny out/denied\n");
+};
+
+/// The broker denies a topic; one that ends the connection for it must do no more harm.
+class DeniedTopicTest : private AccessList, public ClientTest {
+ protected:
+  DeniedTopicTest() : ClientTest("allow_anonymous true\nacl_file " + file) {}
+};
+
+TEST_F(DeniedTopicTest, ADeniedTopicKeepsNoOtherFromBeingServed) {
+  publish("out/before", "1", true);
+  publish("out/denied", "1", true);
+  publish("out/after", "1", true);
+  start();
+  EXPECT_TRUE(bus.wait_for_text("out/before", "1"));
+  EXPECT_TRUE(bus.wait_for_text("out/after", "1"));
+  for (const char* text : {"2", "3", "4"}) {
+    publish("out/denied", text);
+    publish("out/after", text, true);
+    EXPECT_TRUE(bus.wait_for_text("out/after", text));
+  }
+  for (const BusMessage& message : bus.history()) {
+    EXPECT_NE(message.topic, "out/denied");
+  }
 }
 
 // ---- stopping ----

@@ -69,7 +69,9 @@ class ConnectionLog final : public com::IConnectionObserver {
   explicit ConnectionLog(std::function<void(const std::string&)> on_event) : on_event_(std::move(on_event)) {}
 
   void connection_up() override { on_event_("up"); }
-  void connection_down(const std::string& reason) override { on_event_("down: " + reason); }
+  void connection_down(com::ConnectionFailure /*failure*/, const std::string& reason) override {
+    on_event_("down: " + reason);
+  }
   void subscription_refused(const std::string& /*filter*/) override {}
   void subscriptions_settled() override { on_event_("settled"); }
   void messages_dropped(const std::string& filter, std::uint64_t count) override {
@@ -93,7 +95,7 @@ class ClientTest : public testing::Test {
  protected:
   static inline const std::string presence_topic = "system/presence/tested";
 
-  ClientTest() {
+  explicit ClientTest(const std::string& access = "allow_anonymous true") : broker(access) {
     bus.subscribe("system/#");
     bus.subscribe("out/#");
     auto config = std::make_unique<ecu::tamu::config::Configuration>();

@@ -2,11 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
-#include <array>
+#include <chrono>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -16,6 +13,7 @@
 #include "posix/event.h"
 #include "support/broker.h"
 #include "support/bus_client.h"
+#include "support/datagram_socket.h"
 #include "support/process.h"
 #include "support/rt_messages.h"
 #include "support/temp_dir.h"
@@ -61,38 +59,6 @@ class SystemTest : public testing::Test {
 
   Broker broker;
   BusClient bus{broker.port()};
-};
-
-/// Where a service manager or the system log listens.
-class DatagramSocket {
- public:
-  DatagramSocket()
-      : socket_(ecu::tamu::posix::checked_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket")) {
-    sockaddr_un name{};
-    name.sun_family = AF_UNIX;
-    path().copy(name.sun_path, sizeof(name.sun_path) - 1);
-    EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&name), sizeof(name)), 0);
-  }
-
-  [[nodiscard]] std::string path() const { return dir_.path("datagrams"); }
-
-  /// Whether a datagram that holds `text` comes, those before it being passed over.
-  bool wait_for(std::string_view text) {
-    std::array<char, 4096> datagram{};
-    pollfd ready{socket_.get(), POLLIN, 0};
-    while (::poll(&ready, 1, std::chrono::milliseconds(patience).count()) == 1) {
-      const auto size = ::recv(socket_.get(), datagram.data(), datagram.size(), 0);
-      if (std::string_view(datagram.data(), static_cast<std::size_t>(size)).find(text) !=
-          std::string_view::npos) {
-        return true;
-      }
-    }
-    return false;
-  }
-
- private:
-  TempDir dir_;
-  ecu::tamu::posix::UniqueFd socket_;
 };
 
 /// The lines of a log without their times.

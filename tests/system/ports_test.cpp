@@ -1,6 +1,8 @@
 #include "support/ports.h"
 
 #include <csignal>
+#include <filesystem>
+#include <optional>
 
 #include <ecu/tamu/com/framing.h>
 #include <ecu/tamu/pb/messages.pb.h>
@@ -127,6 +129,83 @@ TEST_F(PortsTest, DamageAndAFarSideThatComesAndGoesCostNoWholeRecord) {
   ASSERT_TRUE(daemon.wait_for_output("frame finished, 1 parameters"));
   ask_for_all();
   EXPECT_TRUE(answered_with("whole"));
+}
+
+TEST_F(PortsTest, AReceiveFifoThatIsMadeAnewIsReadAtOnce) {
+  ASSERT_TRUE(is_up());
+  ::unlink(to_daemon.path().c_str());
+  const std::string port = "[tamu.ipc.queueport] " + to_daemon.path() + ": receive port ";
+  EXPECT_TRUE(daemon.wait_for_output("WARNING " + port + "away: the path no longer names the open file"));
+  Fifo anew(dir, "receive");
+  anew.open();
+  anew.write(param_record(0x11, "anew") + end_mark());
+  EXPECT_TRUE(daemon.wait_for_output("NOTICE " + port + "is back"));
+  ASSERT_TRUE(daemon.wait_for_output("frame finished, 1 parameters"));
+  ask_for_all();
+  EXPECT_TRUE(answered_with("anew"));
+}
+
+TEST_F(SystemTest, TheServiceManagerSeesThatAReceivePortIsAwayAndBack) {
+  const TempDir dir;
+  DatagramSocket manager;
+  std::optional<PseudoTerminal> far_side(std::in_place);
+  replace_link(dir.path("receive"), far_side->path());
+  Daemon daemon(config("qpread = " + dir.path("receive") + "\n"), {"-L"},
+                {"NOTIFY_SOCKET=" + manager.path(), "WATCHDOG_USEC=200000"});
+  ASSERT_TRUE(manager.wait_for("STATUS=on line"));
+  far_side.reset();
+  EXPECT_TRUE(manager.wait_for("on line; receive port away since "));
+  EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
+  EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
+  far_side.emplace();
+  far_side->write(param_record(0xa009, "TV back") + end_mark());
+  replace_link(dir.path("receive"), far_side->path());
+  EXPECT_TRUE(manager.wait_for_exactly("STATUS=on line"));
+  EXPECT_TRUE(bus.wait_for("system/var/topversion", [](const BusMessage& message) {
+    return message.payload.find("TV back") != std::string::npos;
+  }));
+}
+
+TEST_F(SystemTest, DaemonAndSimulatorFindEachOtherAgainWhicheverIsStartedAnew) {
+  const TempDir dir;
+  const std::string ports = "qpread = " + dir.path("telematics_param_receive") +
+                            "\nqpwrite = " + dir.path("telematics_param_send") + "\n";
+  std::optional<Process> simulator;
+  const auto start_simulator = [&](const std::string& version) {
+    simulator.reset();
+    const std::string scenario =
+        R"({"messages": [], "ports": {"parameters": [{"id": "0xa009", "text": ")" + version + R"("}]}})";
+    simulator.emplace(std::vector<std::string>{PROGRAM_DIR "/ecusim", "play", dir.write("scenario", scenario),
+                                               "--host", "127.0.0.1", "--port", std::to_string(broker.port()),
+                                               "--ports", dir.path("")});
+  };
+  const auto is_published = [&](const std::string& version) {
+    return bus
+        .wait_for(
+            "system/var/topversion",
+            [&](const BusMessage& message) { return message.payload.find(version) != std::string::npos; })
+        .has_value();
+  };
+  start_simulator("TV 1");
+  while (!std::filesystem::exists(dir.path("telematics_param_send")) &&
+         !simulator->wait(std::chrono::milliseconds(5))) {
+  }
+  std::optional<Daemon> daemon(std::in_place, config(ports));
+  ASSERT_TRUE(is_published("TV 1"));
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  simulator->signal(SIGTERM);
+  ASSERT_EQ(simulator->wait(), 0);
+  start_simulator("TV 2");
+  ASSERT_TRUE(is_published("TV 2"));
+  // Twice, because the simulator may see the daemon for the first time only after the first restart.
+  for (int restart = 0; restart < 2; ++restart) {
+    daemon->signal(SIGKILL);
+    daemon->wait();
+    ASSERT_TRUE(bus.wait_for_text(presence_topic, "offline"));
+    daemon.emplace(config(ports));
+    ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  }
+  EXPECT_TRUE(is_published("TV 2"));
 }
 
 /// The daemon sends its first request when the ignition has been on for a whole period of 12 s.

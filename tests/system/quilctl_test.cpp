@@ -192,7 +192,7 @@ TEST_F(QuilctlTest, AFileIsCheckedAsTheDaemonWould) {
   const std::string file = dir.write("conf", "port = 1\nfoo\nport = x\nlogmode = loud\nbar = 1\n");
   EXPECT_EQ(call({"check", file}, 1).out,
             file + ":2: error: 'foo' does not begin a line of the form key = value\n" + file +
-                ":3: error: key 'port' is in line 1 already\n" + file +
+                ":3: error: key 'port' is already set in line 1\n" + file +
                 ":3: error: key 'port': 'x' is not a port, 1 to 65535\n" + file +
                 ":4: warning: key 'logmode': 'loud' is none of syslog, stdout, stderr\n" + file +
                 ":5: error: unknown key 'bar'\n");

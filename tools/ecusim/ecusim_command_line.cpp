@@ -1,6 +1,10 @@
 #include "ecusim/ecusim_command_line.h"
 
+#include <grp.h>
+
 #include <CLI/CLI.hpp>
+#include <charconv>
+#include <string_view>
 
 namespace ecu::sim {
 
@@ -45,6 +49,30 @@ Vehicle and ports take further keys for what can go wrong: see docs/ecusim.md.
 
 Exit codes: 0 done; 1 failure, or an expected variable did not come; 2 wrong usage or a faulty scenario.)";
 
+template <class Number>
+std::optional<Number> parse(std::string_view text, int base) {
+  Number number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
+void set_group(FifoAccess& access, const std::string& name) {
+  const group* const known = ::getgrnam(name.c_str());
+  access.group = known != nullptr ? std::optional(known->gr_gid) : parse<gid_t>(name, 10);
+  if (!access.group) {
+    throw CLI::ValidationError("--group", "there is no group " + name);
+  }
+}
+
+void set_mode(FifoAccess& access, const std::string& octal) {
+  constexpr mode_t all_permissions = 0777;
+  const auto mode = parse<mode_t>(octal, 8);
+  if (!mode || *mode > all_permissions) {
+    throw CLI::ValidationError("--mode", octal + " is not an octal number up to 777");
+  }
+  access.mode = *mode;
+}
+
 void add_bus_options(CLI::App& command, Options& options) {
   command.add_option("SCENARIO", options.scenario_path, "JSON file; default: the scenario that is built in");
   command
@@ -58,10 +86,22 @@ void add_bus_options(CLI::App& command, Options& options) {
 
 void add_play_options(CLI::App& command, Options& options) {
   add_bus_options(command, options);
+  CLI::Option* const ports =
+      command
+          .add_option("--ports", options.ports_folder,
+                      "existing folder to make the queueing ports in; default: no ports")
+          ->check(CLI::ExistingDirectory);
+  FifoAccess& access = options.ports_access;
   command
-      .add_option("--ports", options.ports_folder,
-                  "existing folder to make the queueing ports in; default: no ports")
-      ->check(CLI::ExistingDirectory);
+      .add_option_function<std::string>(
+          "--group", [&access](const std::string& name) { set_group(access, name); },
+          "group of the queueing ports, by name or number; default: the system's choice")
+      ->needs(ports);
+  command
+      .add_option_function<std::string>(
+          "--mode", [&access](const std::string& octal) { set_mode(access, octal); },
+          "permissions of the queueing ports, in octal; default: 600")
+      ->needs(ports);
 }
 
 void add_commands(CLI::App& app, Options& options, double& timeout_s) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ecusim/broker_client.h"
+#include "ecusim/fifo.h"
 
 namespace ecu::sim {
 
@@ -20,6 +21,7 @@ struct Options {
   std::string scenario_path;  // empty: the scenario that is built in
   BrokerAddress broker;
   std::string ports_folder;  // empty: no queueing ports
+  FifoAccess ports_access;
   bool once = false;
   std::chrono::duration<double> timeout = std::chrono::seconds(20);
 };

@@ -19,6 +19,7 @@ namespace {
 constexpr std::chrono::milliseconds reader_retry_interval{100};
 constexpr std::chrono::milliseconds room_retry_interval{5};
 constexpr mode_t owner_only = 0600;
+constexpr uid_t same_owner = static_cast<uid_t>(-1);
 
 bool sleep_for(const std::stop_token& stop, std::chrono::milliseconds time) {
   return sleep_until(stop, std::chrono::steady_clock::now() + time);
@@ -56,9 +57,15 @@ class WritingEnd {
 
 }  // namespace
 
-Fifo::Fifo(std::string path) : path_(std::move(path)) {
+Fifo::Fifo(std::string path, const FifoAccess& access) : path_(std::move(path)) {
   if (::mkfifo(path_.c_str(), owner_only) != 0) {
     throw std::system_error(errno, std::generic_category(), path_ + " cannot be made");
+  }
+  const bool has_group = !access.group || ::chown(path_.c_str(), same_owner, *access.group) == 0;
+  if (!has_group || ::chmod(path_.c_str(), access.mode) != 0) {
+    const int reason = errno;
+    ::unlink(path_.c_str());
+    throw std::system_error(reason, std::generic_category(), path_ + " cannot be given its group and mode");
   }
 }
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <optional>
 #include <stop_token>
 #include <string>
 
@@ -7,11 +10,18 @@
 
 namespace ecu::sim {
 
+/// Who may open a FIFO.
+struct FifoAccess {
+  mode_t mode = 0600;
+  std::optional<gid_t> group;  // without it, the group that the system gives to new files
+};
+
 /// A FIFO that exists as long as its object.
 class Fifo {
  public:
-  /// Makes it; throws std::system_error when that fails, as it does when the path is taken.
-  explicit Fifo(std::string path);
+  /// Makes it, with exactly this access whatever the umask; throws std::system_error when that fails, as it
+  /// does when the path is taken.
+  explicit Fifo(std::string path, const FifoAccess& access = {});
   ~Fifo();
   Fifo(const Fifo&) = delete;
   Fifo& operator=(const Fifo&) = delete;

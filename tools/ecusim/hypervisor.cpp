@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <memory>
+#include <mutex>
 #include <system_error>
 #include <utility>
 
@@ -41,21 +42,26 @@ void merge(std::vector<Parameter>& kept, Parameter parameter) {
 
 }  // namespace
 
-// What the far side keeps. After construction of the receiving thread alone.
+// What the far side keeps. Its calls may come from any thread.
 class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
  public:
   Storage(PortsSetup setup, DelayQueue<tamu::com::Payload>& frames)
-      : setup_(std::move(setup)), frames_(frames) {
-    constexpr std::chrono::milliseconds at_once{0};
-    if (!setup_.parameters.empty()) {
-      frames_.push(make_faulty_frame(setup_.parameters, setup_), at_once);
-    }
+      : frames_(frames), setup_(std::move(setup)) {
+    send_parameters();
     if (!setup_.secure_values.empty()) {
       frames_.push(make_frame(setup_.secure_values), at_once);
     }
   }
 
+  void send_parameters() {
+    const std::lock_guard lock(mutex_);
+    if (!setup_.parameters.empty()) {
+      frames_.push(make_faulty_frame(setup_.parameters, setup_), at_once);
+    }
+  }
+
   void consume(const ipc::IpcSignal& record) override {
+    const std::lock_guard lock(mutex_);
     std::optional<Parameter> parameter = parameter_in(record);
     if (!parameter) {
       tamu::logging::warning("A record that is no parameter was written, id ", record.id);
@@ -68,6 +74,7 @@ class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
   }
 
   void frame_finished() override {
+    const std::lock_guard lock(mutex_);
     if (is_written_ && setup_.answer_writes) {
       frames_.push(make_faulty_frame(setup_.parameters, setup_), setup_.answer_after);
     }
@@ -81,17 +88,25 @@ class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
   void finished() override {}
 
  private:
+  static constexpr std::chrono::milliseconds at_once{0};
+
+  DelayQueue<tamu::com::Payload>& frames_;  // synchronises itself
+
+  std::mutex mutex_;  // guards all below
   PortsSetup setup_;
-  DelayQueue<tamu::com::Payload>& frames_;
   // Since the last frame.
   bool is_written_ = false;
   std::vector<Parameter> written_secure_values_;
 };
 
-Hypervisor::Hypervisor(PortsSetup setup, const std::string& folder)
-    : receive_port_(folder + "/telematics_param_receive"),
-      send_port_(folder + "/telematics_param_send"),
-      reader_(std::make_unique<Storage>(std::move(setup), frames_)) {
+Hypervisor::Hypervisor(PortsSetup setup, const std::string& folder, const FifoAccess& access)
+    : receive_port_(folder + "/telematics_param_receive", access),
+      send_port_(folder + "/telematics_param_send", access),
+      reader_([&] {
+        auto storage = std::make_unique<Storage>(std::move(setup), frames_);
+        storage_ = storage.get();
+        return storage;
+      }()) {
   if (!reader_.open(send_port_.path())) {
     throw std::system_error(errno, std::generic_category(), send_port_.path() + " cannot be opened");
   }
@@ -101,6 +116,10 @@ Hypervisor::Hypervisor(PortsSetup setup, const std::string& folder)
 
 Hypervisor::~Hypervisor() {
   reader_.request_stop();
+}
+
+void Hypervisor::send_parameters_again() {
+  storage_->send_parameters();
 }
 
 void Hypervisor::send(const std::stop_token& stop) {

@@ -17,12 +17,15 @@ namespace ecu::sim {
 /// receives.
 class Hypervisor {
  public:
-  /// `folder` is where the FIFOs are made, under the names of the ports on a unit. Throws std::system_error
-  /// when they cannot be made or opened.
-  Hypervisor(PortsSetup setup, const std::string& folder);
+  /// `folder` is where the FIFOs are made, with `access`, under the names of the ports on a unit. Throws
+  /// std::system_error when they cannot be made or opened.
+  Hypervisor(PortsSetup setup, const std::string& folder, const FifoAccess& access = {});
   ~Hypervisor();
   Hypervisor(const Hypervisor&) = delete;
   Hypervisor& operator=(const Hypervisor&) = delete;
+
+  /// Sends all parameters once more, for a daemon that has lost them. From any thread.
+  void send_parameters_again();
 
  private:
   class Storage;
@@ -33,6 +36,7 @@ class Hypervisor {
   const Fifo receive_port_;
   const Fifo send_port_;
   DelayQueue<tamu::com::Payload> frames_;  // synchronises itself
+  Storage* storage_ = nullptr;             // synchronises itself; the reader owns it
   tamu::ipc::QueuePortReader<24u, tamu::ipc::signal_t_dyn<24u>> reader_;
   std::jthread receiver_;
   std::jthread sender_;

@@ -12,9 +12,11 @@
 #include <thread>
 #include <utility>
 
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 
 #include "ecusim/broker_client.h"
+#include "ecusim/daemon_return.h"
 #include "ecusim/ecusim_command_line.h"
 #include "ecusim/hypervisor.h"
 #include "ecusim/interruptible_sleep.h"
@@ -69,7 +71,11 @@ int play(const Options& options, Scenario scenario) {
   bus.client()->start();
   std::optional<Hypervisor> hypervisor;
   if (!options.ports_folder.empty()) {
-    hypervisor.emplace(std::move(scenario.ports).value_or(PortsSetup()), options.ports_folder);
+    hypervisor.emplace(std::move(scenario.ports).value_or(PortsSetup()), options.ports_folder,
+                       options.ports_access);
+    bus.client()->subscribe(
+        ecu::tamu::com::topics::daemon_presence, 1,
+        std::make_shared<DaemonReturn>([&hypervisor] { hypervisor->send_parameters_again(); }));
   }
   std::optional<Vehicle> vehicle;
   if (scenario.vehicle) {

@@ -24,7 +24,7 @@ constexpr std::string_view private_key_key = "keyfile";
 
 struct BuiltInKey {
   std::string_view key;
-  std::string_view default_value;  // that of the level is the logging's
+  std::string_view default_value;  // the logging library has that of the level
 };
 constexpr std::string_view level_key = "loglevel";
 constexpr BuiltInKey built_in_keys[] = {
@@ -114,13 +114,13 @@ std::optional<std::pair<std::string_view, std::string_view>> split(std::string_v
   return std::pair(key, *value);
 }
 
-// As much of a text as a log line shows.
+// The part of a text that a log line shows.
 std::string_view clipped(std::string_view text) {
   constexpr std::size_t max_length = 256;
   return text.substr(0, max_length);
 }
 
-// As much of a malformed line as a log line may show: what comes after the first word may be a password.
+// The part of a malformed line that a log line may show: anything after the first word may be a password.
 std::string_view showable(std::string_view line) {
   return clipped(line.substr(0, std::min(line.find('='), line.find_first_of(blanks))));
 }
@@ -216,7 +216,7 @@ void Configuration::check_entry(const Entry& entry, std::vector<Fault>& faults) 
   }
   if (const Entry* const first = find(key); first != &entry) {
     faults.push_back(
-        error_in(line, "key '" + key + "' is in line " + std::to_string(first->line) + " already"));
+        error_in(line, "key '" + key + "' is already set in line " + std::to_string(first->line)));
   }
   const auto* const rule = std::ranges::find(value_rules, key, &ValueRule::key);
   if (rule != std::end(value_rules) && !rule->is_met(value)) {
@@ -230,7 +230,7 @@ void Configuration::check_pair(std::string_view key, std::string_view partner,
   const Entry* const entry = find(key);
   if (entry != nullptr && !entry->value.empty() && get(std::string(partner)).empty()) {
     faults.push_back(
-        error_in(entry->line, "key '" + entry->key + "' needs key '" + std::string(partner) + "' beside it"));
+        error_in(entry->line, "key '" + entry->key + "' requires key '" + std::string(partner) + "'"));
   }
 }
 
@@ -238,9 +238,8 @@ void Configuration::check_access(std::vector<Fault>& faults) const {
   struct stat status {};
   const Entry* const password = find(password_key);
   if (password != nullptr && ::stat(source_file_.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0) {
-    faults.push_back(
-        {password->line, true,
-         "key '" + password->key + "' is in a file that anyone may read, '" + source_file_ + "'"});
+    faults.push_back({password->line, true,
+                      "key '" + password->key + "' is in the world-readable file '" + source_file_ + "'"});
   }
 }
 

@@ -130,7 +130,7 @@ std::string_view LineBuilder::finish(std::string_view end) noexcept {
     std::array<char, std::numeric_limits<std::size_t>::digits10 + 1> digits;
     put("... (");
     put({digits.begin(), std::to_chars(digits.begin(), digits.end(), left_out_).ptr});
-    put(" bytes left out)");
+    put(left_out_ == 1 ? " byte left out)" : " bytes left out)");
   }
   put(end);
   return {buffer_.data(), size_};

@@ -37,6 +37,7 @@ struct Sinks {
 // logged, too.
 Sinks& sinks() noexcept {
   alignas(Sinks) static std::array<std::byte, sizeof(Sinks)> memory;
+  // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): nothing is allocated
   static auto* const all = new (memory.data()) Sinks;
   return *all;
 }

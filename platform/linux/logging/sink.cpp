@@ -1,15 +1,15 @@
-// A line is composed on the writer's stack and handed over with one system call that cannot wait. There is no
-// queue and no thread in between, so the line before an abort is out, too.
+// A line is composed on the writer's stack and handed over with one system call that cannot wait. There is
+// no queue and no thread in between, so the last line before an abort gets out, too.
 //
-// - Pipes and terminals: O_NONBLOCK would belong to everybody who shares the open file, so the sink opens the
-// same
-//   pipe or terminal once more through /proc and sets the flag there. A pipe takes up to PIPE_BUF bytes as a
-//   whole or not at all; no line is longer.
-// - Where that is refused (the pipe belongs to another user), the sink asks poll first. A pipe that has room
-// then
-//   takes PIPE_BUF bytes at once, unless another process fills it between the two calls.
-// - Sockets have a flag for each call. Regular files are always ready; they wait for nothing but the disk.
-// - The system log: syslog(3) waits for a slow log daemon, so the sink has a socket of its own.
+// Pipes and terminals: O_NONBLOCK on standard output would apply to every process that shares it. The sink
+// opens the same pipe or terminal once more through /proc and sets the flag there. A pipe takes up to
+// PIPE_BUF bytes as a whole or not at all, and no line is longer.
+//
+// Where that is refused (the target belongs to another user), the sink asks poll first. A pipe with room then
+// takes PIPE_BUF bytes at once, unless another process fills it between the two calls; a terminal may wait.
+//
+// Sockets have a flag for each call. Regular files are always ready; they wait for nothing but the disk.
+// syslog(3) waits for a slow log daemon, so the system log gets a socket of the sink's own.
 //
 // A terminal or a stream socket may take a part of a line. The line then counts as lost, and the next one
 // begins with a newline.
@@ -94,7 +94,8 @@ bool Sink::report_loss() noexcept {
   }
   LineBuilder line;
   begin_line(line, Level::warning);
-  append_text(line, own_module, {lost_, " lines lost: the log could not take them"});
+  append_text(line, own_module,
+              {lost_, lost_ == 1 ? " line" : " lines", " lost: the log could not take them"});
   if (!take(line.finish(line_end_))) {
     return false;
   }

@@ -15,17 +15,18 @@ using testing::ElementsAre;
 
 class OutboxTest : public testing::Test {
  protected:
-  PublishResult push(const std::string& topic, const std::string& text, bool retained = true) {
+  PublishResult push(const std::string& topic, const std::string& text, bool retained = true,
+                     bool acknowledged = false) {
     Message message = make_message(0, {text.begin(), text.end()});
     message.retained = retained;
+    message.acknowledged = acknowledged;
     return outbox.push(topic, std::move(message));
   }
-  std::vector<std::string> pop_all() {
+  std::vector<std::string> pop_all(bool takes_acknowledged = true) {
     std::vector<std::string> popped;
-    while (outbox.front() != nullptr) {
-      const Publication next = outbox.pop();
-      popped.push_back(next.topic + ":" +
-                       std::string(next.message.payload.begin(), next.message.payload.end()));
+    while (const PublicationPtr next = outbox.pop(takes_acknowledged)) {
+      const Payload& payload = next->message.payload;
+      popped.push_back(next->topic + ":" + std::string(payload.begin(), payload.end()));
     }
     return popped;
   }
@@ -89,6 +90,59 @@ TEST_F(OutboxTest, IsBoundedInBytes) {
   EXPECT_EQ(push("u", "x", false), PublishResult::overload);
   EXPECT_EQ(pop_all().size(), 1u);
   EXPECT_EQ(push("u", "x", false), PublishResult::success);
+}
+
+TEST_F(OutboxTest, WhatWaitsForAcknowledgementsLetsOtherTopicsPass) {
+  outbox.connection_up();
+  push("a", "acknowledged 1", false, true);
+  push("b", "1", false);
+  push("a", "2", false);
+  push("c", "3", false);
+  push("a", "acknowledged 4", true, true);
+  EXPECT_THAT(pop_all(false), ElementsAre("b:1", "c:3"));
+  EXPECT_FALSE(outbox.has_next(false));
+  push("b", "5", false);
+  push("d", "acknowledged 6", false, true);
+  EXPECT_EQ(outbox.pop(true)->message.payload.back(), '1');
+  EXPECT_THAT(pop_all(false), ElementsAre("a:2", "b:5"));
+  EXPECT_THAT(pop_all(true), ElementsAre("a:acknowledged 4", "d:acknowledged 6"));
+  EXPECT_EQ(outbox.size(), 0u);
+  push("a", "7", false);
+  EXPECT_THAT(pop_all(false), ElementsAre("a:7"));
+}
+
+TEST_F(OutboxTest, WhatIsStalledCountsAndItsRetainedMessagesAreReplaced) {
+  outbox.connection_up();
+  push("r", "old", true, true);
+  for (std::size_t i = 1; i < max_queued_publications; ++i) {
+    push("u", "x", false, true);
+  }
+  EXPECT_FALSE(outbox.has_next(false));
+  EXPECT_EQ(push("u", "x", false), PublishResult::overload);
+  EXPECT_EQ(push("v", "x", false, true), PublishResult::overload);
+  EXPECT_EQ(push("r", "new", true, true), PublishResult::success);
+  EXPECT_EQ(push("v", "x", false), PublishResult::success);
+  EXPECT_THAT(pop_all(false), ElementsAre("v:x"));
+  EXPECT_EQ(outbox.pop(true)->message.payload, (Payload{'n', 'e', 'w'}));
+  outbox.connection_lost();
+  outbox.connection_up();
+  EXPECT_THAT(pop_all(), ElementsAre("r:new"));
+}
+
+TEST_F(OutboxTest, ARetainedMessageIsHeldOnceAndALargeOneLeavesNothingBehind) {
+  outbox.connection_up();
+  Message message;
+  message.retained = true;
+  message.payload.reserve(std::size_t{1} << 20U);
+  message.payload.assign({'x'});
+  (void)outbox.push("a", std::move(message));
+  const PublicationPtr sent = outbox.pop(true);
+  EXPECT_LT(sent->message.payload.capacity(), 100u);
+  outbox.connection_up();
+  EXPECT_EQ(outbox.pop(true), sent);
+  const std::weak_ptr<const Publication> old = sent;
+  push("a", "2");
+  EXPECT_EQ(old.use_count(), 1);
 }
 
 }  // namespace

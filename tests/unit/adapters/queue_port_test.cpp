@@ -1,17 +1,26 @@
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/inotify.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <future>
+#include <new>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ports/port_file.h"
+#include "ports/port_receiver.h"
 #include "ports/record_parser.h"
 #include "support/captured_log.h"
+#include "support/failing_allocation.h"
 #include "support/ports.h"
 #include "support/process.h"
 
@@ -111,6 +120,35 @@ TEST(RecordParserTest, HostileHeadersAreDroppedAndTheRecordBehindThemFound) {
   }
   const std::string text = Parsed().add(hostile + wire(9, "")).at_end().text();
   EXPECT_THAT(text, testing::EndsWith(" 9 "));
+}
+
+TEST(RecordParserTest, ReceptionNeedsNoMemoryThatMightBeMissing) {
+  const std::string header = wire(7, std::string(60000, 'x')).substr(0, 24);
+  std::string bytes;
+  for (int i = 0; i < 5000; ++i) {
+    bytes += header + (i % 100 == 0 ? stream : "");
+  }
+  RecordParser parser;
+  int records = 0;
+  const auto count_records = [&](RecordParser::TimePoint now) {
+    for (auto event = parser.next(now); event != RecordParser::Event::none; event = parser.next(now)) {
+      records += event == RecordParser::Event::record ? 1 : 0;
+      (void)parser.take_damage();
+    }
+  };
+  {
+    const tests::FailingAllocation failing(1);
+    for (std::string_view rest = bytes; !rest.empty();) {
+      const std::span<char> room = parser.room();
+      const std::size_t count = std::min(room.size(), rest.size());
+      rest.copy(room.data(), count);
+      parser.add(count, {});
+      count_records({});
+      rest.remove_prefix(count);
+    }
+    count_records(RecordParser::TimePoint::max());
+  }
+  EXPECT_EQ(records, 150);
 }
 
 class QueuePortTest : public testing::Test {
@@ -303,13 +341,159 @@ TEST_F(QueuePortTest, AFullPortFailsAfterAWhile) {
   EXPECT_FALSE(writer.transmit_data(large));
 }
 
-TEST_F(QueuePortTest, TheEndOfAFileEndsReceptionWithAnError) {
-  const std::string path = dir.write("file", wire(4, "d") + end_mark() + "rest");
-  ASSERT_TRUE(reader.open(path));
-  const auto lines = tests::logged_lines([this] { reader.receive_data(); });
-  EXPECT_EQ(log.text(), "4:d |.");
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines.back(), "ERROR [tamu.ipc.queueport] " + path + ": reception ends: end of file");
+TEST_F(QueuePortTest, AConsumersFailureCostsOneCall) {
+  class Failing final : public IDataConsumer<IpcSignal> {
+   public:
+    explicit Failing(tests::PortLog& log) : log_(log) {}
+    void consume(const IpcSignal& signal) override {
+      log_.consume(signal);
+      signal.id == 1 ? throw std::bad_alloc() : throw 2;
+    }
+    void finished() override { log_.finished(); }
+    void frame_finished() override {
+      log_.frame_finished();
+      throw std::runtime_error("no frame");
+    }
+
+   private:
+    tests::PortLog& log_;
+  };
+  tests::Reader failing(std::make_unique<Failing>(log));
+  ASSERT_TRUE(failing.open(fifo.path()));
+  fifo.open();
+  fifo.write(wire(1, "") + wire(2, "") + end_mark());
+  const auto lines = tests::logged_lines([&] {
+    failing.request_stop();
+    failing.reception_loop();
+  });
+  EXPECT_EQ(log.text(), "1: 2: |.");
+  const std::string prefix = "ERROR [tamu.ipc.queueport] " + fifo.path() + ": consumer failed";
+  EXPECT_THAT(lines, testing::ElementsAre(prefix + ": std::bad_alloc", prefix, prefix + ": no frame"));
+}
+
+/// A port that goes away while the reception loop runs. The pauses are hours where the reader must not depend
+/// on them.
+class PortAwayTest : public testing::Test {
+ protected:
+  static constexpr detail::ReopenPauses hardly_any{1ms, 4ms}, hours{1h, 1h};
+
+  /// What is logged while the loop receives from `path` and `far_side` acts.
+  template <class FarSide>
+  std::vector<std::string> receive(detail::ReopenPauses pauses, const std::string& path, FarSide far_side) {
+    return tests::logged_lines([&] {
+      detail::PortReceiver receiver(std::make_unique<tests::Passing>(log), pauses);
+      ASSERT_TRUE(receiver.open(path));
+      std::thread loop([&] { receiver.receive_and_reopen(); });
+      far_side();
+      receiver.request_stop();
+      loop.join();
+    });
+  }
+  static void wait_for_openings(const char* file, int times) {
+    const ecu::tamu::posix::UniqueFd openings(::inotify_init1(IN_CLOEXEC));
+    ::inotify_add_watch(openings.get(), file, IN_OPEN);
+    inotify_event one{};
+    pollfd ready{openings.get(), POLLIN, 0};
+    for (int i = 0; i < times; ++i) {
+      ASSERT_EQ(::poll(&ready, 1, std::chrono::milliseconds(tests::patience).count()), 1);
+      ASSERT_EQ(::read(openings.get(), &one, sizeof(one)), static_cast<ssize_t>(sizeof(one)));
+    }
+  }
+  static auto away_and_back(const std::string& path, const std::string& reason) {
+    const std::string prefix = "[tamu.ipc.queueport] " + path + ": receive port ";
+    return testing::ElementsAre(testing::MatchesRegex("WARNING ." + prefix.substr(1) + "away: " + reason),
+                                "NOTICE " + prefix + "is back");
+  }
+
+  tests::TempDir dir;
+  tests::PortLog log;
+  const std::string port = dir.path("port");
+};
+
+const std::string replaced = "the path no longer names the open file";
+
+TEST_F(PortAwayTest, ADeviceWhoseFarSideHangsUpIsOpenedAgain) {
+  // The target of the link changes, which nobody is informed of: only attempts find the new device.
+  const std::string target = dir.path("target");
+  std::filesystem::create_directory(dir.path("folder"));
+  const std::string nested = dir.path("folder/port");
+  std::filesystem::create_symlink(target, nested);
+  std::optional<tests::PseudoTerminal> device(std::in_place);
+  tests::replace_link(target, device->path());
+  const auto lines = receive(hardly_any, nested, [&] {
+    device->write(wire(1, "half a frame"));
+    log.wait_for("frame ");
+    tests::replace_link(target, "/dev/null");  // can be opened, and is at its end at once
+    device.reset();
+    log.wait_for(".");
+    wait_for_openings("/dev/null", 3);
+    device.emplace();
+    tests::replace_link(target, device->path());
+    device->write(wire(2, "back") + end_mark());
+    log.wait_for("|");
+  });
+  EXPECT_EQ(log.text(), "1:half a frame .2:back |.");
+  EXPECT_THAT(lines, away_and_back(nested, "(end of file|Input/output error|the far side has hung up)"));
+}
+
+TEST_F(PortAwayTest, AFifoThatIsMadeAnewIsReadAtOnceAfterWhatTheOldOneHeld) {
+  tests::Fifo old_fifo(dir, "port");
+  tests::Fifo new_fifo(dir, "new");
+  old_fifo.open();
+  new_fifo.open();
+  new_fifo.write(wire(3, "new") + end_mark());
+  const auto lines = receive(hours, port, [&] {
+    old_fifo.write(wire(1, "old") + end_mark() + wire(2, "old"));
+    std::filesystem::rename(new_fifo.path(), port);
+    log.wait_for("3:new |");
+    new_fifo.write(wire(4, "newer") + end_mark());
+    log.wait_for("4:newer |");
+  });
+  EXPECT_EQ(log.text(), "1:old |2:old .3:new |4:newer |.");
+  EXPECT_THAT(lines, away_and_back(port, replaced));
+}
+
+TEST_F(PortAwayTest, AFifoThatIsRemovedAndMadeLaterIsReadAtOnce) {
+  const tests::Fifo old_fifo(dir, "port");
+  const auto lines = receive(hours, port, [&] {
+    std::filesystem::remove(port);
+    log.wait_for(".");
+    dir.write("another file", "of the same folder");
+    tests::Fifo new_fifo(dir, "port");
+    new_fifo.open();
+    new_fifo.write(wire(1, "new") + end_mark());
+    log.wait_for("|");
+  });
+  EXPECT_EQ(log.text(), ".1:new |.");
+  EXPECT_THAT(lines, away_and_back(port, replaced));
+}
+
+TEST_F(PortAwayTest, ARegularFileIsReadOnWhenItGrowsAndAnewWhenItIsReplaced) {
+  dir.write("port", wire(1, "a") + end_mark() + "rest");
+  const auto lines = receive(hardly_any, port, [&] {
+    log.wait_for(".");
+    std::ofstream(port, std::ios::app) << wire(2, "b") + end_mark();
+    log.wait_for("2:b |.");
+    std::filesystem::rename(dir.write("new", wire(3, "c") + end_mark()), port);
+    log.wait_for("3:c |.");
+  });
+  EXPECT_EQ(log.text(), "1:a |.2:b |.3:c |..");
+  ASSERT_EQ(lines.size(), 6u);
+  EXPECT_THAT(lines.front(), testing::EndsWith(": 4 bytes dropped, they are no whole record"));
+  EXPECT_THAT(lines.back(), testing::EndsWith("receive port away: end of file"));
+}
+
+TEST_F(PortAwayTest, AStopEndsAPauseAtOnceAndADrainDoesNotWaitForThePort) {
+  tests::replace_link(port, "/dev/null");
+  (void)receive(hours, port, [&] { log.wait_for("."); });
+  EXPECT_EQ(log.text(), "..");
+  tests::Reader reader(std::make_unique<tests::Passing>(log));
+  ASSERT_TRUE(reader.open(port));
+  for (int i = 0; i < 2; ++i) {
+    reader.request_stop();
+    reader.receive_data();
+  }
+  EXPECT_EQ(log.text(), "....");
 }
 
 }  // namespace

@@ -102,9 +102,9 @@ TEST(LoggingTest, LineIsCutAt4KiBBetweenCharactersAndCountsTheBytesLeftOut) {
   const std::string full(4032, 'x');
   const std::pair<std::string, std::string> cases[] = {
       {full, full},
-      {full + "y", full + "... (1 bytes left out)"},
+      {full + "y", full + "... (1 byte left out)"},
       {std::string(200'000, 'x'), full + "... (195968 bytes left out)"},
-      {repeated("\x01", 1009), repeated(R"(\x01)", 1008) + "... (1 bytes left out)"},
+      {repeated("\x01", 1009), repeated(R"(\x01)", 1008) + "... (1 byte left out)"},
       {"12" + repeated("\x01", 1009), "12" + repeated(R"(\x01)", 1007) + "... (2 bytes left out)"},
       {repeated("\xe2\x82\xac", 1345), repeated("\xe2\x82\xac", 1344) + "... (3 bytes left out)"},
       {"1" + repeated("\xe2\x82\xac", 1344) + "2",

@@ -1,11 +1,13 @@
 #include "ecusim/hypervisor.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <condition_variable>
 #include <filesystem>
 #include <mutex>
 
+#include "ecusim/daemon_return.h"
 #include "support/temp_dir.h"
 
 namespace ecu::sim {
@@ -106,6 +108,32 @@ TEST_F(HypervisorTest, WritesAreMergedAndAnswered) {
   expect("127:long value 9: |3:r |127:long value 9:new |");
   write({record(2, "m"), record(5, "added")});
   expect("127:long value 9: |3:r |127:long value 9:new |127:long value 9:new 5:added |2:m |");
+}
+
+TEST_F(HypervisorTest, ADaemonThatComesBackIsSentTheParametersAgain) {
+  start(two_parameters + R"(, "master": {"text": "m"})");
+  read();
+  write({record(9, "new")});
+  std::string journal = "127:long value 9: |2:m |127:long value 9:new |";
+  expect(journal);
+  DaemonReturn presence([this] { hypervisor_->send_parameters_again(); });
+  for (const std::string state : {"offline", "online", "offline", "online"}) {
+    presence.message("", tamu::com::make_message(0, {state.begin(), state.end()}));
+  }
+  write({record(2, "last")});
+  expect(journal + "127:long value 9:new |2:last |");
+}
+
+TEST_F(HypervisorTest, FifosHaveTheAccessAskedFor) {
+  const mode_t mask = ::umask(0077);
+  hypervisor_.emplace(PortsSetup(), folder_.path(""), FifoAccess{.mode = 0660, .group = ::getegid()});
+  ::umask(mask);
+  for (const std::string name : {"telematics_param_receive", "telematics_param_send"}) {
+    struct stat status {};
+    ASSERT_EQ(::stat(folder_.path(name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFIFO | mode_t{0660});
+    EXPECT_EQ(status.st_gid, ::getegid());
+  }
 }
 
 TEST_F(HypervisorTest, DamageReachesTheReaderAndWholeRecordsDoToo) {

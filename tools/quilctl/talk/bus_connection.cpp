@@ -158,14 +158,16 @@ std::unique_ptr<Configuration> configuration_of(const BrokerOptions& options) {
   return config;
 }
 
-// What the broker says against user and password; empty for another reason to be without a connection.
-std::string_view refusal_of_login(std::string_view reason) {
-  for (const std::string_view refusal : {"bad user name or password", "not authorised"}) {
-    if (reason.find(refusal) != std::string_view::npos) {
-      return refusal;
-    }
+// Why the broker does not accept user and password; empty for another reason to be without a connection.
+std::string_view refusal_of_login(com::ConnectionFailure failure) {
+  switch (failure) {
+    case com::ConnectionFailure::bad_credentials:
+      return "bad user name or password";
+    case com::ConnectionFailure::not_authorised:
+      return "not authorised";
+    default:
+      return {};
   }
-  return {};
 }
 
 std::string broker_of(const Configuration& config) {
@@ -191,7 +193,9 @@ class Bus::Inbox final : public com::ISubscriptionObserver, public com::IConnect
     put({Event::Kind::message, topic, msg, {}});
   }
   void connection_up() override { put({Event::Kind::up, {}, {}, {}}); }
-  void connection_down(const std::string& reason) override { put({Event::Kind::down, reason, {}, {}}); }
+  void connection_down(com::ConnectionFailure failure, const std::string& reason) override {
+    put({Event::Kind::down, reason, {}, {}, failure});
+  }
   void subscription_refused(const std::string& filter) override {
     put({Event::Kind::refused, filter, {}, {}});
   }
@@ -311,8 +315,8 @@ std::uint64_t Bus::take_lost() {
   return inbox_->take_lost();
 }
 
-BrokerFailure Bus::not_reachable(const std::string& reason) const {
-  if (const std::string_view refusal = refusal_of_login(reason); !refusal.empty()) {
+BrokerFailure Bus::not_reachable(const std::string& reason, com::ConnectionFailure failure) const {
+  if (const std::string_view refusal = refusal_of_login(failure); !refusal.empty()) {
     return {broker_, "broker " + broker_ + " does not let us in: " + std::string(refusal) +
                          "; check --user and --password-file"};
   }

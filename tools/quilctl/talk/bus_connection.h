@@ -27,6 +27,7 @@ struct Event {
   std::string text;
   tamu::com::Message message;
   std::chrono::system_clock::time_point at;
+  tamu::com::ConnectionFailure failure = tamu::com::ConnectionFailure::unreachable;  // of down
 };
 
 /// Thrown out of a wait by SIGINT, SIGTERM or SIGHUP.
@@ -80,8 +81,10 @@ class Bus {
 
   /// Where the broker is, as people write it.
   [[nodiscard]] const std::string& broker() const noexcept { return broker_; }
-  /// What ends a command that cannot connect at first; `reason` is that of the event.
-  [[nodiscard]] BrokerFailure not_reachable(const std::string& reason) const;
+  /// What ends a command that cannot connect at first; both are those of the event.
+  [[nodiscard]] BrokerFailure not_reachable(
+      const std::string& reason,
+      tamu::com::ConnectionFailure failure = tamu::com::ConnectionFailure::unreachable) const;
   /// Whether the broker runs on this machine, beyond doubt.
   [[nodiscard]] bool is_local() const noexcept { return broker_.front() == '/'; }
 

@@ -52,7 +52,7 @@ std::string LongWatch::news_of(const Event& event) {
       return std::exchange(was_up_, true) ? "connected again" : "";
     case Event::Kind::down:
       if (!was_up_) {
-        throw bus_.not_reachable(event.text);
+        throw bus_.not_reachable(event.text, event.failure);
       }
       return std::exchange(reason_, event.text) == event.text
                  ? ""

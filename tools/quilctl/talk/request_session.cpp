@@ -70,7 +70,7 @@ void Conversation::handle(const Event& event) {
     case Event::Kind::down:
       throw up_
           ? BrokerFailure(bus_.broker(), "connection to broker " + bus_.broker() + " lost: " + event.text)
-          : bus_.not_reachable(event.text);
+          : bus_.not_reachable(event.text, event.failure);
     case Event::Kind::refused:
       throw Failure(ExitCode::refused, "the broker refuses the subscription to " + event.text);
     case Event::Kind::settled:

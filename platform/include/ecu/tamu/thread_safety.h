@@ -4,14 +4,13 @@
 #include <condition_variable>
 #include <mutex>
 
-/// A mutex, its lock and a condition variable that Clang's thread-safety analysis understands. A member
-/// declared `int count_ TAMU_GUARDED_BY(mutex_);` may be used only by code that provably holds `mutex_`; a
-/// function declared `void add() TAMU_REQUIRES(mutex_);` may be called only with it held. The check is one of
-/// Clang at compile time
-/// (-Wthread-safety, the `clang` preset); for other compilers the macros are empty and the classes cost what
-/// those of the standard library cost.
+/// A mutex, its lock and a condition variable for Clang's thread-safety analysis, which checks at compile
+/// time
+/// (-Wthread-safety, the `clang` preset) that the mutex is held. For other compilers the macros are empty. A
+/// member declared `int count_ TAMU_GUARDED_BY(mutex_);` may be used only with `mutex_` held, and a function
+/// declared `void add() TAMU_REQUIRES(mutex_);` may be called only with it held.
 ///
-/// The analysis looks at each lambda on its own: a predicate that reads guarded members says so itself,
+/// The analysis looks at each lambda on its own. A predicate that reads guarded members declares it, too:
 /// `[this]() TAMU_REQUIRES(mutex_) { return count_ > 0; }`.
 
 #if defined(__clang__)

@@ -5,6 +5,19 @@
 
 namespace ecu::tamu::com {
 
+/// Why there is no connection to the broker.
+enum class ConnectionFailure {
+  unreachable,      ///< No name, no address, or nobody listens there.
+  tls,              ///< The TLS handshake failed.
+  bad_credentials,  ///< The broker does not accept user name and password (CONNACK code 4).
+  not_authorised,   ///< The broker does not admit this client (CONNACK code 5).
+  refused,          ///< The broker refused the connection for another reason.
+  closed_by_peer,   ///< The peer ended the connection.
+  no_answer,        ///< An answer is overdue.
+  protocol,         ///< The peer does not speak MQTT 3.1.1.
+  internal,         ///< A failure on this side, such as a lack of memory.
+};
+
 /// Learns how a client stands with its broker. Called on a thread of the transport, one call after another
 /// but where it says otherwise; a call must not block.
 class IConnectionObserver {
@@ -14,8 +27,9 @@ class IConnectionObserver {
   /// The broker has let the client in.
   virtual void connection_up() = 0;
 
-  /// An attempt to connect has failed, or the connection was lost; the client tries again by itself.
-  virtual void connection_down(const std::string& reason) = 0;
+  /// An attempt to connect has failed, or the connection was lost; the client tries again by itself. `reason`
+  /// is for people: its words may change.
+  virtual void connection_down(ConnectionFailure failure, const std::string& reason) = 0;
 
   /// The broker does not let this client have what it subscribed to.
   virtual void subscription_refused(const std::string& filter) = 0;

@@ -11,54 +11,52 @@
 
 namespace ecu::tamu::config {
 
-/// Something in a configuration that is not as it should be.
+/// Something wrong with a configuration.
 struct Fault {
   int line;         // from 1; 0: the file as a whole
-  bool is_warning;  // the configuration can be used all the same
+  bool is_warning;  // the configuration is usable nevertheless
   std::string text;
 };
 
-/// The program's settings: text under keys, from a file and from the program itself. Not for use by several
-/// threads at once.
+/// The program's settings: text values by key, from a file and from the program itself. One thread at a time.
 ///
-/// A file holds a `key = value` a line; blanks around both are dropped, a value may stand in double quotes (a
-/// double quote stands nowhere else), and a line that begins with `#` is a comment. No key holds a blank, no
-/// line a zero byte. Of a key given twice the first value counts.
+/// Each line of a file has the form `key = value`. Blanks around both are dropped. A value may be enclosed in
+/// double quotes, which may not occur anywhere else. A line that begins with `#` is a comment. A key contains
+/// no blank, a line no zero byte. If a key is given twice, the first value counts.
 class Configuration {
  public:
-  /// The value of `key`: one stored by the program, else the file's, else a default. Empty when unset.
+  /// The value of `key`: the one stored by the program, else the file's, else the default. Empty when unset.
   [[nodiscard]] std::string get(const std::string& key) const;
 
-  /// What holds for `key`: as `get`, and where that is empty the platform's default, if it has one.
+  /// The value in effect: that of `get`, or when that is empty, the platform's default, if there is one.
   [[nodiscard]] std::string effective(const std::string& key) const;
 
-  /// The line of the file that holds `key`, from 1; 0 when none does.
+  /// The line of the file that sets `key`, from 1; 0 when no line does.
   [[nodiscard]] int line_of(std::string_view key) const;
 
-  /// The keys that a file may hold: the platform's own, then the registered ones.
+  /// The keys that a file may set: the platform's own, then the registered ones.
   [[nodiscard]] std::vector<std::string> keys() const;
 
-  /// Stores a value that beats the file's.
+  /// Stores a value that overrides the file's.
   void set_value(const std::string& key, std::string value);
 
-  /// Adds `key` to the keys that a file may hold.
+  /// Adds `key` to the keys that a file may set.
   void register_key(const std::string& key);
 
-  /// Stores a value for `key` that holds unless the file has one.
+  /// Stores the value of `key` for files that do not set it.
   void set_default(const std::string& key, std::string value);
 
-  /// Names the file that the input came from, so that `verify` can look at its access rights.
+  /// Names the file that the input came from; `faults` checks its access rights.
   void set_source_file(std::string path);
 
-  /// One fault with the line number and the key for: a line that is not of the form, an unknown key, a key
-  /// given twice, a "port" that is not 1 to 65535, a "keepalive" that is not 5 to 65535, a "loglevel" that is
-  /// no level, a "certfile" without "keyfile" or the reverse, a TLS file that cannot be read; and for input
-  /// that could not be read to its end. An empty level or TLS file counts as unset. A "presence" that is
-  /// neither yes nor no is a warning, as is a file that anyone may read and that holds "password". No text
-  /// shows the value of "password".
+  /// One fault, with line number and key, for each malformed line, unknown key, duplicate key, "port" outside
+  /// of 1 to 65535, "keepalive" outside of 5 to 65535, invalid "loglevel", "certfile" without "keyfile" or
+  /// the reverse, and TLS file that cannot be read; one for input that could not be read to its end. An empty
+  /// level or TLS file counts as unset. Two faults are warnings: a "presence" other than "yes" or "no", and a
+  /// "password" in a world-readable file. No text shows the value of "password".
   [[nodiscard]] std::vector<Fault> faults() const;
 
-  /// Logs the faults, a line each, at ERROR or WARNING. False when there is one that is not only a warning.
+  /// Logs each fault in one line, at ERROR or WARNING. False when any is more than a warning.
   [[nodiscard]] bool verify() const;
 
  private:
@@ -76,9 +74,9 @@ class Configuration {
   void check_pair(std::string_view key, std::string_view partner, std::vector<Fault>& faults) const;
   void check_access(std::vector<Fault>& faults) const;
 
-  std::vector<Entry> entries_;  // of the file, in its order, repeats included
+  std::vector<Entry> entries_;  // of the file, in its order, with duplicate keys
   std::vector<std::pair<int, std::string>>
-      malformed_lines_;  // numbers, from 1, and what may be shown of them
+      malformed_lines_;  // numbers, from 1, and the part that may be shown
   bool read_failed_ = false;
   std::string source_file_;
   std::map<std::string, std::string> stored_;
@@ -86,7 +84,7 @@ class Configuration {
   std::set<std::string> registered_;
 };
 
-/// Reads `input` to its end into `config`, which must hold a configuration. Faults are kept for `verify`.
+/// Reads `input` to its end into `config`, which must not be null. Faults are kept for `verify`.
 void set_config_from_input(std::unique_ptr<Configuration>& config, std::istream& input);
 
 }  // namespace ecu::tamu::config

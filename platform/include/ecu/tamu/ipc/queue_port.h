@@ -11,7 +11,7 @@
 /// character device or a regular file. Records come in frames; a frame ends with a mark.
 namespace ecu::tamu::ipc {
 
-/// A record of a header of `HeaderSize` bytes and a payload whose size the header tells.
+/// A record of a header of `HeaderSize` bytes and a payload whose size the header states.
 template <unsigned HeaderSize>
 struct signal_t_dyn {
   static constexpr std::size_t header_size = HeaderSize;
@@ -26,44 +26,53 @@ class PortSender;
 
 /// The receiving end of a port. `request_stop` may be called from any thread; everything else belongs to one
 /// thread at a time. Exists for 24-byte headers only.
+///
+/// A port that was opened can go away: it reports its end or an I/O error (a character device whose far side
+/// hangs up, a regular file that was read to its end), or its path names another file or none. What is
+/// waiting on it is delivered, an incomplete record is dropped as damage, one WARNING line is written, and
+/// `finished` is called: the records received until then are all that comes of their frame, and no frame
+/// continues on the file that is opened next. `reception_loop` opens the port again, `receive_data` does not.
 template <unsigned HeaderSize, class Record>
 class QueuePortReader {
  public:
   /// Throws std::system_error when the system has no descriptor left.
   explicit QueuePortReader(std::unique_ptr<IDataConsumer<IpcSignal>> consumer);
-  /// Nobody may be receiving any more.
+  /// No other call may be under way.
   ~QueuePortReader();
 
   QueuePortReader(const QueuePortReader&) = delete;
   QueuePortReader& operator=(const QueuePortReader&) = delete;
 
-  /// A number for platforms whose ports can be tuned; a Linux host's cannot, and ignore it.
+  /// A number for platforms whose ports can be tuned. A Linux host ignores it.
   void configure(int setting) noexcept;
 
-  /// Opens the port without blocking, whether or not anybody writes to it; false when that fails. A FIFO must
-  /// be open to the process for reading and writing: the reader holds the writing end too, so that a far side
-  /// that goes and comes back is no end of file.
+  /// Opens the port without blocking, whether or not anybody writes to it; false when that fails: the port is
+  /// then not opened again. The process must be allowed to read and write a FIFO: the reader holds the
+  /// writing end too, so that a far side that closes it and comes back is no end of file.
   [[nodiscard]] bool open(const std::string& path);
 
-  /// Hands records and ends of frames to the consumer until a stop is requested; waits without waking while
-  /// none come. The stop request ends the wait at once: what the port held at that moment is still delivered,
-  /// then `finished` is called, and the request is taken back on return. An incomplete record with whole ones
-  /// behind its beginning may be torn, or have them as its payload: its rest is then waited for until its
-  /// time is over.
+  /// Hands records and ends of frames to the consumer until a stop is requested or the port goes away; waits
+  /// without waking while none come. The stop request ends the wait at once: what the port held at that
+  /// moment is still delivered, then `finished` is called, and the request is taken back on return. An
+  /// incomplete record with whole ones after its beginning may be torn, or have them as its payload: its rest
+  /// is then waited for until its time is over. On a port that is not open, the call returns at once after
+  /// `finished`.
   ///
-  /// Bytes that are no whole record are dropped up to the next one that is, with an ERROR line that counts
-  /// them. So is a record that is not complete 1 s after its first byte. The line is written when the next
-  /// whole record is found, or 1 s after the first of the bytes, or when reception ends.
-  ///
-  /// An I/O error, or the end of a port that is no FIFO, closes the port with one ERROR line: `finished` is
-  /// called and the call returns. On a port that is not open it does so at once.
+  /// Bytes that are not part of a whole record are dropped up to the next whole record, with an ERROR line
+  /// that counts them. So is a record that is not complete 1 s after its first byte. The line is written when
+  /// the next whole record is found, or 1 s after the first of the bytes, or when reception ends.
   void receive_data();
 
-  /// Makes `receive_data`, the running call or else the next one, deliver what is there and return.
+  /// Ends `receive_data` or `reception_loop`, the running call or else the next one, after what is there has
+  /// been delivered.
   void request_stop() noexcept;
 
-  /// The body of a receiving thread, which it names: receives until a stop is requested, be that before or
-  /// after it began.
+  /// The body of a receiving thread, which it names: receives until a stop is requested, before or after it
+  /// began, and calls `finished`. A port that goes away is opened again, with one NOTICE line when it is
+  /// back: at once when its path comes to name another file, else after pauses that grow from 1 to 5 s. A
+  /// stop request ends a pause at once. A regular file is read on when it has grown, and from its beginning
+  /// when it was replaced. Where the system has no file watch left (one WARNING line), a replaced file is
+  /// noticed only when the old one reports its end.
   void reception_loop();
 
  private:
@@ -76,15 +85,15 @@ template <unsigned HeaderSize, class Record>
 class QueuePortWriter {
  public:
   QueuePortWriter();
-  /// Ends the frame when a record was transmitted, and closes the port. The mark waits for room like a record
-  /// does, but not behind a record that has failed.
+  /// Ends the frame when a record was transmitted, and closes the port. The mark waits for room as a record
+  /// does, but not after a record that has failed.
   ~QueuePortWriter();
 
   QueuePortWriter(const QueuePortWriter&) = delete;
   QueuePortWriter& operator=(const QueuePortWriter&) = delete;
 
   /// Opens the port; false when that fails, as it does at once for a FIFO that nobody reads. A port that was
-  /// open before is closed as the destructor does it. A regular file is appended to.
+  /// open before is closed in the same way as by the destructor. A regular file is appended to.
   [[nodiscard]] bool open(const std::string& path);
 
   /// Writes one record; false, after a WARNING line that says why, when it cannot be written whole: the

@@ -7,10 +7,10 @@
 #include <optional>
 #include <string_view>
 
-/// Log lines with the levels of syslog (RFC 5424). A line whose level is not let through costs a load and a
-/// compare. Every function may be called from any thread; a line is written as a whole. No line waits for its
-/// reader: one that is not taken at once is dropped and counted. A line holds at most 4 KiB, its time
-/// included; what is beyond is left out, and the line ends with the number of bytes missing.
+/// Log lines with the levels of syslog (RFC 5424). A line above the current level costs a load and a compare.
+/// Every function may be called from any thread; a line is written as a whole. No line waits for its reader:
+/// one that is not taken at once is dropped and counted. A line holds at most 4 KiB, its time included; what
+/// is beyond is left out, and the line ends with the number of bytes missing.
 namespace ecu::tamu::logging {
 
 enum class Level : int {
@@ -24,14 +24,14 @@ enum class Level : int {
   debug = 7,
 };
 
-/// Where lines go; `none` is for programs that speak to their users in words of their own.
+/// Where lines go; `none` is for programs that report to their users themselves.
 enum class LogMode : int { syslog = 0, standard_output = 1, standard_error = 2, none = 3 };
 
-/// Sets the level by its name (EMERG to DEBUG, case does not matter). An empty name sets the default level;
-/// an unknown one leaves the level as it is and is reported at WARNING.
+/// Sets the level by its name, EMERG to DEBUG, in upper or lower case. An empty name sets the default level;
+/// an unknown name does not change the level and is reported at WARNING.
 void configure_logging(std::string_view level_name);
 
-/// The level named `name`, in either case; nothing for a name that is none.
+/// The level named `name`, in upper or lower case; nothing for an unknown name.
 [[nodiscard]] std::optional<Level> level_from_name(std::string_view name) noexcept;
 
 /// The name of a level in capitals, such as "NOTICE".
@@ -43,7 +43,7 @@ void configure_logging(std::string_view level_name);
 /// standard output or error.
 void set_log_mode(LogMode mode) noexcept;
 
-/// An integer to be written in lower-case hexadecimal without prefix, at least `min_digits` long.
+/// An integer written in lower-case hexadecimal digits without a prefix, with at least `min_digits` of them.
 struct Hex {
   std::uint64_t number;
   int min_digits = 1;
@@ -52,8 +52,8 @@ struct Hex {
   return {number, min_digits};
 }
 
-/// One piece of a line: a text, an integer, a floating-point number or a `Hex`. Refers to its text and
-/// so lives no longer than the call that logs it.
+/// One piece of a line: a text, an integer, a floating-point number or a `Hex`. It refers to its text, which
+/// must outlive the log call.
 class Field {
  public:
   enum class Kind : std::uint8_t { text, signed_number, unsigned_number, real, hexadecimal };
@@ -94,7 +94,7 @@ void write_line(Level level, std::string_view module, std::initializer_list<Fiel
   return static_cast<Level>(detail::current_level.load(std::memory_order_relaxed));
 }
 
-/// Whether a line of `level` is let through.
+/// Whether a line of `level` is written.
 [[nodiscard]] inline bool enabled(Level level) noexcept {
   return get_log_level() >= level;
 }
@@ -128,7 +128,7 @@ void debug(const Fields&... fields) noexcept {
   log(Level::debug, fields...);
 }
 
-/// A part of the program whose lines begin with "[name] ".
+/// A component of the program: its lines begin with "[name] ".
 class Module {
  public:
   constexpr explicit Module(std::string_view name) noexcept : name_(name) {}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include <ecu/tamu/com/connection_observer.h>
+#include <ecu/tamu/com/message.h>
+
+namespace ecu::tamu::com::mqtt {
+
+/// What a request that every broker must answer is sent after: its answer means that the broker has handled
+/// all that was sent before.
+enum class Fence { subscriptions, publication };
+
+/// Learns what happens on a connection. Called by the thread that uses the connection. An exception out of
+/// `message` costs that message; one out of another call fails the connection, which is then made anew.
+class ConnectionListener {
+ public:
+  virtual ~ConnectionListener() = default;
+
+  /// The broker has accepted the connection.
+  virtual void connection_up() = 0;
+  /// An attempt has failed, or a connection was lost, perhaps because `connection_up` threw. Also called from
+  /// inside whatever sends. Must not throw.
+  virtual void connection_down(ConnectionFailure failure, const std::string& reason) = 0;
+  virtual void message(const std::string& topic, Message message) = 0;
+  virtual void subscription_refused(const std::string& filter) = 0;
+  virtual void fence_answered(Fence fence) = 0;
+};
+
+}  // namespace ecu::tamu::com::mqtt

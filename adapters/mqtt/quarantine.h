@@ -1,0 +1,87 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_set>
+
+#include <ecu/tamu/com/connection_observer.h>
+
+#include "mqtt/outbox.h"
+
+namespace ecu::tamu::com::mqtt {
+
+/// Finds the publications for which a broker ends the connection, such as one that exceeds its packet limit
+/// or is on a topic that it denies, and withholds each until its topic brings other bytes. After two losses
+/// right after publications the first publication on each topic is a test: it goes out alone, followed by a
+/// fence. A topic for which the connection was lost twice under test is set aside. Has no lock: one thread at
+/// a time uses it.
+class Quarantine {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  /// A loss this long after the last publication is not its fault.
+  static constexpr std::chrono::seconds right_after{5};
+  /// Topics that may pass their test before all others are trusted again.
+  static constexpr std::size_t max_passed = 4096;
+  /// A topic that was set aside several times in a row is tested again after a pause that doubles.
+  static constexpr std::chrono::seconds first_pause{1};
+  static constexpr std::chrono::seconds longest_pause{300};
+
+  enum class Handling {
+    send,
+    test,     ///< Send it and a fence, and nothing more while `testing`.
+    withhold  ///< Do not send it.
+  };
+
+  /// What to do with the publication that is to be sent next.
+  [[nodiscard]] Handling handle(const PublicationPtr& publication, Clock::time_point now);
+
+  /// Whether a publication is under test: nothing else may be sent.
+  [[nodiscard]] bool testing() const noexcept { return under_test_ != nullptr; }
+
+  /// The broker has answered the fence: the publication under test has passed.
+  void fence_answered();
+
+  /// True when the loss set a publication aside, so that the connection may be made again at once.
+  bool connection_lost(ConnectionFailure failure, Clock::time_point now);
+
+  /// The broker cannot be reached: it is gone, and what was lost before was not lost because of a
+  /// publication.
+  void attempt_failed();
+
+  /// A withheld publication with other bytes than those set aside whose pause is over; null when there is
+  /// none.
+  [[nodiscard]] PublicationPtr take_due(Clock::time_point now);
+  /// When `take_due` has one; `max` when none waits.
+  [[nodiscard]] Clock::time_point due() const;
+
+ private:
+  struct Digest {
+    std::size_t size = 0;
+    std::size_t hash = 0;
+    bool operator==(const Digest&) const = default;
+  };
+  struct Suspect {
+    int losses = 0;                   // under test, since it was set aside last
+    unsigned times_set_aside = 0;     // in a row
+    std::optional<Digest> set_aside;  // these bytes are withheld
+    Clock::time_point retry_at{};
+    PublicationPtr withheld;  // other bytes, until then
+  };
+
+  static Digest digest_of(const Publication& publication);
+  Handling begin_test(const PublicationPtr& publication);
+  void set_aside(const Publication& publication, Suspect& suspect, Clock::time_point now);
+
+  int losses_ = 0;
+  bool searching_ = false;                  // every topic is tested once
+  std::unordered_set<std::size_t> passed_;  // hashes of the topics that passed meanwhile
+  std::map<std::string, Suspect> suspects_;
+  PublicationPtr under_test_;
+  Clock::time_point last_sent_;
+};
+
+}  // namespace ecu::tamu::com::mqtt

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "posix/event.h"
+#include "support/broker.h"
+
+namespace tests {
+
+/// A broker that misbehaves as a test wants it to. It serves one connection after another, and names each
+/// packet as "CONNECT", "PUBLISH topic=payload", "SUBSCRIBE filter", "UNSUBSCRIBE filter", "PINGREQ" or
+/// "DISCONNECT".
+class ScriptedBroker {
+ public:
+  enum class Reaction { answer, ignore, close };
+  /// Called by the broker's thread for each packet.
+  using Script = std::function<Reaction(const std::string& packet)>;
+
+  explicit ScriptedBroker(Script script);
+  ~ScriptedBroker();
+
+  [[nodiscard]] int port() const noexcept { return port_.number(); }
+
+  /// Whether `packet` has come `times` times.
+  bool wait_for(const std::string& packet, int times = 1);
+  /// All that came, in order.
+  [[nodiscard]] std::vector<std::string> packets() const;
+
+ private:
+  void serve();
+  void serve_connection(int fd);
+  [[nodiscard]] bool wait_readable(int fd) const;
+  [[nodiscard]] std::optional<std::string> read(int fd, std::size_t size) const;
+
+  const Script script_;
+  const LoopbackPort port_;
+  const ecu::tamu::posix::Event stop_;
+  mutable std::mutex mutex_;  // guards the next two
+  std::condition_variable changed_;
+  std::vector<std::string> packets_;
+  std::thread thread_;
+};
+
+}  // namespace tests

@@ -1,0 +1,83 @@
+#include "support/ports.h"
+#include "system/daemon.h"
+
+namespace tests {
+namespace {
+
+/// A daemon that logs all it can to a pipe that is full and that nobody reads.
+class StalledLogTest : public SystemTest {
+ protected:
+  StalledLogTest() {
+    log.open();
+    log.write(std::string(1 << 20, '.'));
+  }
+
+  [[nodiscard]] std::vector<std::string> into_log(std::vector<std::string> environment = {}) const {
+    environment.insert(environment.end(), {"/bin/sh", "-c", "exec \"$@\" >" + log.path(), "sh"});
+    return environment;
+  }
+
+  void expect_variable() {
+    bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+    EXPECT_TRUE(bus.wait_for("system/var/hwvariant"));
+  }
+
+  TempDir dir;
+  Fifo log{dir, "log"};
+};
+
+TEST_F(StalledLogTest, HoldsUpNeitherVariablesNorTheStop) {
+  Daemon daemon(config(), {"-L", "-v"}, into_log());
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  expect_variable();
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(std::chrono::milliseconds(4000)), 0);
+  EXPECT_TRUE(bus.wait_for_text(presence_topic, "offline"));
+  EXPECT_EQ(log.read().find_first_not_of('.'), std::string::npos);
+}
+
+TEST_F(StalledLogTest, SaysHowManyLinesAreLostOnceItIsReadAgain) {
+  Daemon daemon(config(), {"-L", "-v"}, into_log());
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  (void)log.read();
+  expect_variable();
+  const auto lines = lines_of(log.read());
+  ASSERT_FALSE(lines.empty());
+  EXPECT_THAT(lines.front(),
+              testing::MatchesRegex(R"(WARNING \[tamu\.logging\] [1-9][0-9]* lines? lost: .*)"));
+  EXPECT_THAT(lines, testing::Contains(testing::HasSubstr("HW Variant")));
+}
+
+TEST_F(StalledLogTest, LeavesTheSecondSignalItsEffect) {
+  DatagramSocket manager;
+  Daemon daemon(config(), {"-L", "-v"}, into_log({"NOTIFY_SOCKET=" + manager.path()}));
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  broker.freeze();
+  daemon.signal(SIGTERM);
+  ASSERT_TRUE(manager.wait_for("STOPPING=1"));
+  daemon.signal(SIGINT);
+  EXPECT_EQ(daemon.wait(), -SIGINT);
+}
+
+// The system log's socket has a fixed path, so the program gets a /dev of its own.
+TEST_F(StalledLogTest, AppliesToTheSystemLogAsWell) {
+  const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
+  if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
+    GTEST_SKIP() << "no mount namespace available";
+  }
+  const DatagramSocket system_log;
+  system_log.fill();
+  Daemon daemon(config(), {"-v"}, {"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, system_log.path()});
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  while (system_log.receive()) {
+  }
+  expect_variable();
+  EXPECT_TRUE(system_log.wait_for(" lost: "));
+  EXPECT_TRUE(system_log.wait_for("HW Variant"));
+  system_log.fill();
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(std::chrono::milliseconds(4000)), 0);
+}
+
+}  // namespace
+}  // namespace tests

@@ -1,0 +1,311 @@
+#include "mqtt/connection.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <functional>
+#include <latch>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "mqtt/backoff.h"
+#include "mqtt/mqtt_client.h"
+#include "support/captured_log.h"
+#include "support/scripted_broker.h"
+
+namespace {
+
+using namespace ecu::tamu::com;
+using namespace ecu::tamu::com::mqtt;
+using namespace std::chrono_literals;
+using Reaction = tests::ScriptedBroker::Reaction;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Not;
+
+Message text_message(const std::string& text, bool acknowledged = false, bool retained = false) {
+  Message message = make_message(0, {text.begin(), text.end()});
+  message.acknowledged = acknowledged;
+  message.retained = retained;
+  return message;
+}
+
+MqttSettings settings_for(const std::string& host, int port = 0) {
+  MqttSettings settings;
+  settings.client_id = "tested";
+  settings.host = host;
+  settings.port = port;
+  settings.keepalive = 60s;
+  settings.presence = false;
+  return settings;
+}
+
+// ---- the connection ----
+
+/// Takes down what happens, then does what the test wants done, which may throw.
+class Listener final : public ConnectionListener {
+ public:
+  void connection_up() override { happened("up"); }
+  void connection_down(ConnectionFailure failure, const std::string& reason) override {
+    down = failure;
+    events.push_back("down: " + reason);
+  }
+  void message(const std::string& topic, Message /*message*/) override { happened(topic); }
+  void subscription_refused(const std::string& filter) override { happened("refused " + filter); }
+  void fence_answered(Fence /*fence*/) override { happened("fence"); }
+
+  std::vector<std::string> events;
+  ConnectionFailure down = ConnectionFailure::refused;
+  std::function<void(const std::string& event)> on_event = [](const std::string&) {};
+
+ private:
+  void happened(const std::string& event) {
+    events.push_back(event);
+    on_event(event);
+  }
+};
+
+class ConnectionTest : public testing::Test {
+ protected:
+  /// Runs the connection until so many events have come.
+  std::vector<std::string> run(Connection& connection, std::size_t count) {
+    const ecu::tamu::posix::Event wake;
+    const auto deadline = Connection::Clock::now() + tests::patience;
+    while (listener.events.size() < count && Connection::Clock::now() < deadline) {
+      connection.wait(wake, deadline);
+    }
+    return listener.events;
+  }
+
+  Listener listener;
+};
+
+TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsThenMadeAnew) {
+  tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
+  MqttSettings settings = settings_for("127.0.0.1", broker.port());
+  for (const std::string failing : {"up", "fence"}) {
+    listener.events.clear();
+    Connection connection(settings, listener);
+    listener.on_event = [&, failed = false](const std::string& event) mutable {
+      if (event == failing && !std::exchange(failed, true)) {
+        throw std::bad_alloc();
+      }
+      if (event == "up") {
+        connection.request_fence(Fence::subscriptions);
+      }
+    };
+    connection.open();
+    const auto events = failing == "up" ? run(connection, 4) : run(connection, 5);
+    EXPECT_EQ(listener.down, ConnectionFailure::internal);
+    EXPECT_THAT(events, Contains("down: out of memory").Times(1)) << failing;
+    EXPECT_EQ(events.back(), "fence");
+    EXPECT_TRUE(connection.is_up());
+  }
+}
+
+TEST_F(ConnectionTest, AnAnswerThatIsOverdueIsALostConnection) {
+  const std::vector<std::pair<std::string, std::function<void(Connection&)>>> requests{
+      {"PUBLISH a=1", [](Connection& connection) { connection.publish("a", text_message("1", true)); }},
+      {"SUBSCRIBE a", [](Connection& connection) { connection.subscribe("a", 0); }},
+      {"UNSUBSCRIBE a", [](Connection& connection) { connection.unsubscribe("a"); }},
+      {"UNSUBSCRIBE $echo", [](Connection& connection) { connection.request_fence(Fence::publication); }},
+  };
+  for (const auto& [packet, request] : requests) {
+    tests::ScriptedBroker broker(
+        [&](const std::string& name) { return name == packet ? Reaction::ignore : Reaction::answer; });
+    MqttSettings settings = settings_for("127.0.0.1", broker.port());
+    settings.answer_timeout = 100ms;
+    listener.events.clear();
+    Connection connection(settings, listener);
+    listener.on_event = [&](const std::string& event) {
+      if (event == "up") {
+        request(connection);
+      }
+    };
+    connection.open();
+    EXPECT_THAT(run(connection, 3), ElementsAre("up", "down: no acknowledgement", "up")) << packet;
+    EXPECT_EQ(listener.down, ConnectionFailure::no_answer);
+  }
+}
+
+TEST_F(ConnectionTest, SettingsThatTheLibraryRefusesFailTheConnectionWithTheirReason) {
+  MqttSettings settings = settings_for("127.0.0.1", 1);
+  settings.username = "\xff";
+  Connection connection(settings, listener);
+  connection.open();
+  EXPECT_THAT(run(connection, 1), ElementsAre(testing::StartsWith("down: user name: ")));
+}
+
+TEST_F(ConnectionTest, OneNameLookupIsUnderWayAtATimeAndALateResultIsUsed) {
+  tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
+  MqttSettings settings = settings_for("broker.invalid", broker.port());
+  settings.connect_timeout = 10ms;
+  // Outlives the test together with the thread of the lookup.
+  struct Resolution {
+    std::latch answered{1};
+    std::atomic<int> lookups = 0;
+  };
+  const auto resolution = std::make_shared<Resolution>();
+  Connection connection(settings, listener, [resolution](const std::string&) {
+    ++resolution->lookups;
+    resolution->answered.wait();
+    return LookupResult{{"127.0.0.1"}, ""};
+  });
+  connection.open();
+  const std::string no_answer = "down: name server does not answer";
+  EXPECT_THAT(run(connection, 3), ElementsAre(no_answer, no_answer, no_answer));
+  settings.connect_timeout = 10s;
+  resolution->answered.count_down();
+  EXPECT_EQ(run(connection, 4).back(), "up");
+  EXPECT_EQ(resolution->lookups, 1);
+}
+
+TEST(BackoffTest, APauseDoublesUpToTheLongestLessAQuarter) {
+  for (const auto longest : {Backoff::longest_local, Backoff::longest_remote}) {
+    Backoff backoff(longest);
+    for (int round = 0; round < 2; ++round) {
+      for (auto pause = 100ms; pause < 3 * longest; pause *= 2) {
+        const auto next = backoff.next();
+        EXPECT_LE(next, std::min<Backoff::Duration>(pause, longest));
+        EXPECT_GE(next, std::min<Backoff::Duration>(pause, longest) * 3 / 4);
+      }
+      backoff.reset();
+    }
+  }
+}
+
+TEST(MqttSettingsTest, KnowsABrokerOnThisMachine) {
+  for (const char* host : {"/run/broker", "localhost", "127.0.0.1", "127.1.2.3", "::1"}) {
+    EXPECT_TRUE(settings_for(host).is_local()) << host;
+  }
+  for (const char* host : {"broker", "localhost.example", "128.0.0.1", "127.0.0.1.example", "::2"}) {
+    EXPECT_FALSE(settings_for(host).is_local()) << host;
+  }
+}
+
+// ---- the client ----
+
+class ClientAgainstScriptTest : public testing::Test {
+ protected:
+  void start(tests::ScriptedBroker::Script script, std::shared_ptr<IConnectionObserver> observer = nullptr) {
+    broker.emplace(std::move(script));
+    client.emplace(settings_for("127.0.0.1", broker->port()), std::move(observer));
+    client->connect();
+    client->start();
+  }
+  void publish(const std::string& topic, const std::string& text, bool acknowledged = false,
+               bool retained = false) {
+    (void)client->publish(topic, text_message(text, acknowledged, retained));
+  }
+
+  std::optional<tests::ScriptedBroker> broker;
+  std::optional<MqttClient> client;
+};
+
+TEST_F(ClientAgainstScriptTest, WithoutAcknowledgementsOtherTopicsGoOn) {
+  start([](const std::string& packet) {
+    return packet.starts_with("PUBLISH acknowledged") ? Reaction::ignore : Reaction::answer;
+  });
+  publish("up", "1", false, true);
+  ASSERT_TRUE(broker->wait_for("PUBLISH up=1"));
+  constexpr int more_than_may_be_unacknowledged = 25;
+  for (int i = 0; i < more_than_may_be_unacknowledged; ++i) {
+    publish("acknowledged", std::to_string(i), true);
+  }
+  publish("acknowledged", "after these");
+  publish("other", "1");
+  ASSERT_TRUE(broker->wait_for("PUBLISH other=1"));
+  publish("other", "2");
+  ASSERT_TRUE(broker->wait_for("PUBLISH other=2"));
+  EXPECT_THAT(broker->packets(), Contains("PUBLISH acknowledged=19"));
+  EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=20")));
+  EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=after these")));
+}
+
+/// Has no memory when the first connection comes up.
+class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
+ public:
+  void connection_up() override {
+    if (!std::exchange(failed_, true)) {
+      throw std::bad_alloc();
+    }
+  }
+  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
+    throw std::bad_alloc();
+  }
+  void subscription_refused(const std::string& /*filter*/) override {}
+  void subscriptions_settled() override {}
+  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
+  void message(const std::string& /*topic*/, const Message& /*msg*/) override {}
+
+ private:
+  bool failed_ = false;
+};
+
+TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKept) {
+  const auto observer = std::make_shared<FailingObserver>();
+  broker.emplace([](const std::string&) { return Reaction::answer; });
+  client.emplace(settings_for("127.0.0.1", broker->port()), observer);
+  client->subscribe("in/a", 0, observer);
+  publish("kept", "1", false, true);
+  client->connect();
+  client->start();
+  EXPECT_TRUE(broker->wait_for("PUBLISH kept=1"));
+  EXPECT_THAT(broker->packets(),
+              ElementsAre("CONNECT", "CONNECT", "SUBSCRIBE in/a", "UNSUBSCRIBE $echo", "PUBLISH kept=1"));
+}
+
+TEST_F(ClientAgainstScriptTest, APublicationThatTheBrokerDoesNotWantIsSetAsideUntilItsValueChanges) {
+  for (const bool acknowledged : {false, true}) {
+    const std::string log = tests::logged_by([&] {
+      start([](const std::string& packet) {
+        return packet == "PUBLISH denied=1" || packet == "PUBLISH also denied=1" ? Reaction::close
+                                                                                 : Reaction::answer;
+      });
+      publish("before", "1", acknowledged, true);
+      publish("denied", "1", acknowledged, true);
+      publish("also denied", "1", acknowledged, true);
+      publish("after", "1", acknowledged, true);
+      publish("last", "1", acknowledged, true);
+      ASSERT_TRUE(broker->wait_for("PUBLISH last=1"));
+      publish("last", "2", acknowledged, true);
+      ASSERT_TRUE(broker->wait_for("PUBLISH last=2"));
+      publish("denied", "2", acknowledged, true);
+      EXPECT_TRUE(broker->wait_for("PUBLISH denied=2"));
+      client.reset();
+    });
+    EXPECT_EQ(tests::count(log, "ERROR"), 2) << log;
+    EXPECT_EQ(tests::count(log, "topic denied (1 bytes)"), 1) << log;
+    EXPECT_EQ(tests::count(log, "topic also denied (1 bytes)"), 1) << log;
+  }
+}
+
+TEST_F(ClientAgainstScriptTest, AnUnretainedPublicationThatTheBrokerDoesNotWantIsFoundToo) {
+  start([](const std::string& packet) {
+    return packet.starts_with("PUBLISH denied") ? Reaction::close : Reaction::answer;
+  });
+  publish("kept", "1", false, true);
+  ASSERT_TRUE(broker->wait_for("PUBLISH kept=1"));
+  for (int losses = 1; losses <= 4; ++losses) {
+    publish("denied", "1");
+    ASSERT_TRUE(broker->wait_for("PUBLISH kept=1", losses + 1));
+  }
+  publish("denied", "1");
+  publish("other", "1");
+  EXPECT_TRUE(broker->wait_for("PUBLISH other=1"));
+  EXPECT_THAT(broker->packets(), Contains("PUBLISH denied=1").Times(4));
+}
+
+TEST_F(ClientAgainstScriptTest, SingleLossesSetNothingAside) {
+  start([lost = false](const std::string& packet) mutable {
+    return packet == "PUBLISH kept=1" && !std::exchange(lost, true) ? Reaction::close : Reaction::answer;
+  });
+  publish("kept", "1", true, true);
+  EXPECT_TRUE(broker->wait_for("PUBLISH kept=1", 2));
+  publish("end", "1", true, true);
+  EXPECT_TRUE(broker->wait_for("PUBLISH end=1"));
+  EXPECT_THAT(broker->packets(), Not(Contains("UNSUBSCRIBE $echo")));
+}
+
+}  // namespace

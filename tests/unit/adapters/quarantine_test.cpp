@@ -1,0 +1,145 @@
+#include "mqtt/quarantine.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "support/captured_log.h"
+
+namespace {
+
+using namespace ecu::tamu::com;
+using namespace ecu::tamu::com::mqtt;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+
+using Handling = Quarantine::Handling;
+
+PublicationPtr publication(const std::string& topic, const std::string& text) {
+  return std::make_shared<const Publication>(Publication{topic, make_message(0, {text.begin(), text.end()})});
+}
+
+class QuarantineTest : public testing::Test {
+ protected:
+  Handling handle(const std::string& topic, const std::string& text) {
+    return quarantine.handle(publication(topic, text), now);
+  }
+  bool lose(ConnectionFailure failure = ConnectionFailure::closed_by_peer) {
+    return quarantine.connection_lost(failure, now);
+  }
+  /// The connection is lost right after this publication; whether that sets it aside.
+  bool lose_by(const std::string& topic, const std::string& text) {
+    EXPECT_NE(handle(topic, text), Handling::withhold);
+    return lose();
+  }
+  void set_aside(const std::string& topic, const std::string& text) {
+    for (int losses = 0; !lose_by(topic, text); ++losses) {
+      ASSERT_LT(losses, 4);
+    }
+  }
+  /// What became of it; a test is passed.
+  std::string handled(const std::string& topic, const std::string& text) {
+    switch (handle(topic, text)) {
+      case Handling::send:
+        return "sent";
+      case Handling::withhold:
+        return "withheld";
+      case Handling::test:
+        EXPECT_TRUE(quarantine.testing());
+        quarantine.fence_answered();
+        EXPECT_FALSE(quarantine.testing());
+        return "passed";
+    }
+    return "";
+  }
+
+  Quarantine quarantine;
+  Quarantine::Clock::time_point now = Quarantine::Clock::time_point(1h);
+};
+
+TEST_F(QuarantineTest, ASingleLossChangesNothing) {
+  EXPECT_FALSE(lose_by("a", "1"));
+  EXPECT_EQ(handled("a", "1"), "sent");
+}
+
+TEST_F(QuarantineTest, AfterTwoLossesTheCulpritIsFoundAndTheOthersPass) {
+  const auto log = tests::logged_lines([this] {
+    EXPECT_FALSE(lose_by("bad", "12345"));
+    EXPECT_FALSE(lose_by("bad", "12345"));
+    EXPECT_EQ(handled("good", "1"), "passed");
+    EXPECT_FALSE(lose_by("bad", "12345"));
+    EXPECT_EQ(handled("good", "1"), "passed");
+    EXPECT_TRUE(lose_by("bad", "12345"));
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(handled("bad", "12345"), "withheld");
+    }
+    EXPECT_EQ(handled("good", "1"), "passed");
+    EXPECT_EQ(handled("good", "2"), "sent");
+    EXPECT_EQ(handled("bad", "123"), "passed");
+    EXPECT_EQ(handled("bad", "12345"), "sent");
+  });
+  EXPECT_THAT(log,
+              ElementsAre("ERROR [tamu.com.mqtt] broker ends the connection for the message on topic bad "
+                          "(5 bytes): set aside until its value changes"));
+}
+
+TEST_F(QuarantineTest, SeveralCulpritsAreFoundOneAfterAnother) {
+  set_aside("bad", "1");
+  EXPECT_FALSE(lose_by("worse", "1"));
+  EXPECT_EQ(handled("bad", "1"), "withheld");
+  EXPECT_TRUE(lose_by("worse", "1"));
+  EXPECT_EQ(handled("good", "1"), "passed");
+}
+
+TEST_F(QuarantineTest, LossesWithAnotherCauseSetNothingAside) {
+  for (int i = 0; i < 10; ++i) {  // the broker does not answer
+    (void)handle("a", "1");
+    EXPECT_FALSE(lose(ConnectionFailure::no_answer));
+  }
+  for (int i = 0; i < 10; ++i) {  // long after the last publication
+    (void)handle("a", "1");
+    now += Quarantine::right_after + 1s;
+    EXPECT_FALSE(lose());
+  }
+  for (int i = 0; i < 10; ++i) {  // the broker is gone afterwards
+    EXPECT_FALSE(lose_by("a", "1"));
+    quarantine.attempt_failed();
+  }
+  EXPECT_EQ(handled("a", "1"), "sent");
+}
+
+TEST_F(QuarantineTest, ABrokerThatGoesAwayDuringTestsSetsNothingAside) {
+  EXPECT_FALSE(lose_by("a", "1"));
+  EXPECT_FALSE(lose_by("a", "1"));
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_FALSE(lose_by("a", "1"));
+    quarantine.attempt_failed();
+  }
+  EXPECT_EQ(handled("a", "1"), "passed");
+}
+
+TEST_F(QuarantineTest, ATopicThatGoesOnFailingIsTriedAfterPausesThatDouble) {
+  set_aside("bad", "1");
+  set_aside("bad", "2");  // the first change is tried at once
+  for (const auto pause : {1s, 2s, 4s, 8s}) {
+    EXPECT_EQ(handled("bad", "other"), "withheld");
+    EXPECT_EQ(quarantine.due(), now + pause);
+    now += pause - 1ms;
+    EXPECT_EQ(quarantine.take_due(now), nullptr);
+    now += 1ms;
+    const PublicationPtr due = quarantine.take_due(now);
+    ASSERT_NE(due, nullptr);
+    EXPECT_EQ(quarantine.handle(due, now), Handling::test);
+    EXPECT_FALSE(lose());
+    EXPECT_TRUE(lose_by("bad", std::to_string(pause.count())));
+  }
+  now += 16s;
+  EXPECT_EQ(handled("bad", "good"), "passed");
+  EXPECT_EQ(quarantine.due(), Quarantine::Clock::time_point::max());
+  set_aside("bad", "1");
+  EXPECT_EQ(handled("bad", "2"), "passed");
+}
+
+}  // namespace
