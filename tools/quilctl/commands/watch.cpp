@@ -5,9 +5,13 @@
 #include <optional>
 #include <string>
 
+#include <ecu/tamu/com/topics.h>
+
+#include "quilctl/base/escaping.h"
+#include "quilctl/base/name_pattern.h"
 #include "quilctl/base/notes.h"
-#include "quilctl/base/text.h"
 #include "quilctl/commands/commands.h"
+#include "quilctl/model/times.h"
 #include "quilctl/model/values.h"
 #include "quilctl/model/variable_view.h"
 #include "quilctl/screen/alternate_screen.h"
@@ -17,12 +21,14 @@
 
 namespace ecu::ctl {
 
+namespace topics = tamu::com::topics;
+
 namespace {
 
 bool is_wanted(const Options& options, std::string_view name) {
-  return options.words.empty() || std::ranges::any_of(options.words, [name](const std::string& pattern) {
-           return matches_pattern(name, pattern);
-         });
+  return options.arguments.empty() ||
+         std::ranges::any_of(options.arguments,
+                             [name](const std::string& pattern) { return matches_pattern(name, pattern); });
 }
 
 void print_change(const Options& options, const Event& event, const VariableView& view) {
@@ -37,42 +43,43 @@ void print_change(const Options& options, const Event& event, const VariableView
   }
 }
 
-void watch_lines(const Options& options, LongWatch& watch) {
+void watch_lines(const Options& options, MonitorSession& session) {
   VariableView view;
   while (std::cout) {
-    const auto event = watch.next();
-    if (!watch.news().empty()) {
-      note(watch.news());
+    const auto event = session.next();
+    if (!session.notice().empty()) {
+      note(session.notice());
     }
     if (!event || event->kind != Event::Kind::message) {
       continue;
     }
     const auto change = view.take(event->text, event->message);
     if (change == VariableView::Change::faulty) {
-      note("a message on " + event->text + " cannot be decoded");
+      note("cannot decode the message on " + event->text);
     } else if (change == VariableView::Change::changed && is_wanted(options, *variable_of(event->text))) {
       print_change(options, *event, view);
     }
   }
 }
 
-std::optional<Event> next(LongWatch& watch, Bus::Clock::time_point wake) {
-  const SecondScreen::Stoppable while_waiting;
-  return watch.next(wake);
+std::optional<Event> next(MonitorSession& session, BusConnection::Clock::time_point wake) {
+  const AlternateScreen::Stoppable while_waiting;
+  return session.next(wake);
 }
 
-void watch_table(const Options& options, const Bus& bus, LongWatch& watch, SecondScreen& screen) {
+void watch_table(const Options& options, const BusConnection& bus, MonitorSession& session,
+                 AlternateScreen& screen) {
   LiveTable table(screen, bus.broker(), bus.is_local(),
                   [&options](std::string_view name) { return is_wanted(options, name); });
   for (;;) {
-    const auto event = next(watch, table.redraw_due());
-    if (!watch.news().empty()) {
-      table.take_news(watch.news());
+    const auto event = next(session, table.redraw_due());
+    if (!session.notice().empty()) {
+      table.add_notice(session.notice());
     }
     if (event) {
-      table.take(*event);
+      table.handle(*event);
     }
-    if (Bus::Clock::now() >= table.redraw_due()) {
+    if (BusConnection::Clock::now() >= table.redraw_due()) {
       table.draw(std::cout);
     }
   }
@@ -83,33 +90,33 @@ void watch_table(const Options& options, const Bus& bus, LongWatch& watch, Secon
 ExitCode watch(const Options& options) {
   const bool as_table = options.table && ::isatty(STDOUT_FILENO) == 1;
   if (options.table && !as_table) {
-    note("a table needs a terminal: a line a change instead");
+    note("a table needs a terminal; printing a line for each change instead");
   }
-  std::optional<SecondScreen> screen;
+  std::optional<AlternateScreen> screen;
   if (as_table) {
     screen.emplace();
   }
-  Bus bus(options.broker);
-  bus.subscribe(all_variables);
-  bus.subscribe(daemon_presence);
+  BusConnection bus(options.broker);
+  bus.subscribe(topics::all_variables_filter);
+  bus.subscribe(topics::daemon_presence);
   if (as_table) {
     for (const std::string& filter : LiveTable::more_filters()) {
       bus.subscribe(filter);
     }
   }
   bus.connect();
-  LongWatch watch(options, bus);
+  MonitorSession session(options, bus);
   try {
     if (screen) {
-      watch_table(options, bus, watch, *screen);
+      watch_table(options, bus, session, *screen);
     } else {
-      watch_lines(options, watch);
+      watch_lines(options, session);
     }
   } catch (const Interrupted&) {
-    // The way for a watch to end.
+    // The usual end.
   }
   screen.reset();
-  note_losses(watch);
+  note_losses(session);
   return std::cout ? ExitCode::done : ExitCode::failure;
 }
 

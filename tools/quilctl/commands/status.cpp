@@ -2,7 +2,9 @@
 #include <optional>
 #include <string>
 
-#include "quilctl/base/text.h"
+#include <ecu/tamu/com/topics.h>
+
+#include "quilctl/base/escaping.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/values.h"
 #include "quilctl/model/variable_catalogue.h"
@@ -12,27 +14,29 @@
 
 namespace ecu::ctl {
 
+namespace topics = tamu::com::topics;
+
 namespace {
 
 constexpr const char* vin_name = "vehicleid";
 
-// What is asked for last: an answer takes long only while a frame is on its way.
-constexpr std::chrono::seconds parameter_patience{2};
+// A reply takes long only while a frame of parameters is arriving.
+constexpr std::chrono::seconds parameter_timeout{2};
 
 struct Status {
   std::string broker;
-  std::optional<bool> daemon_on_line;  // none: it does not say
+  std::optional<bool> daemon_on_line;  // none: it has published no presence
   std::size_t with_value = 0;
   std::optional<std::string> vin;
-  std::optional<std::size_t> parameters;  // none: no answer
+  std::optional<std::size_t> parameters;  // none: no reply
 };
 
 Status read_variables(const Options& options) {
   VariableView view;
-  Conversation talk(options, {all_variables, daemon_presence},
-                    [&view](const Event& event) { (void)view.take(event.text, event.message); });
+  RequestSession session(options, {topics::all_variables_filter, topics::daemon_presence},
+                         [&view](const Event& event) { (void)view.take(event.text, event.message); });
   Status status;
-  status.broker = talk.bus().broker();
+  status.broker = session.bus().broker();
   status.daemon_on_line = view.daemon_on_line();
   status.with_value = view.with_value();
   if (const Variable* const vin = view.find(vin_name)) {
@@ -42,13 +46,13 @@ Status read_variables(const Options& options) {
 }
 
 std::optional<std::size_t> count_parameters(const Options& options) {
-  ParameterTalk talk(options, parameter_patience);
-  const auto parameters = talk.try_read();
+  ParameterClient client(options, parameter_timeout);
+  const auto parameters = client.try_read();
   return parameters ? std::optional(parameters->size()) : std::nullopt;
 }
 
 const char* shown(const std::optional<bool>& daemon_on_line) {
-  return !daemon_on_line ? "unknown: it does not say" : *daemon_on_line ? "on line" : "off line";
+  return !daemon_on_line ? "unknown: no presence published" : *daemon_on_line ? "on line" : "off line";
 }
 
 void print(const Status& status) {
@@ -57,7 +61,7 @@ void print(const Status& status) {
             << "variables   " << status.with_value << " of " << variables().size() << " have a value\n"
             << "VIN         " << (status.vin ? printable(*status.vin) : "not known") << '\n'
             << "parameters  "
-            << (status.parameters ? std::to_string(*status.parameters) + " cached" : "no answer") << '\n';
+            << (status.parameters ? std::to_string(*status.parameters) + " cached" : "no reply") << '\n';
 }
 
 Json json_of(const Status& status) {

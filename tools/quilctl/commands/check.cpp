@@ -6,10 +6,11 @@
 #include <ecu/quil/settings.h>
 #include <ecu/tamu/config/configuration.h>
 
-#include "quilctl/base/text.h"
+#include "common/input_file.h"
+#include "quilctl/base/escaping.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/values.h"
-#include "quilctl/talk/config_file.h"
+#include "quilctl/talk/daemon_config_file.h"
 
 namespace ecu::ctl {
 
@@ -21,14 +22,14 @@ namespace {
 constexpr const char* password_key = "password";
 constexpr const char* log_mode_key = "logmode";
 
-// Those that keep the daemon from starting, and what it only complains of, by line.
+// The errors that keep the daemon from starting, and its warnings, by line.
 std::vector<Fault> faults_of(const Configuration& config) {
   std::vector<Fault> faults = config.faults();
   const std::string mode = config.effective(log_mode_key);
   if (!quil::log_mode_from_name(mode)) {
     faults.push_back(
         {config.line_of(log_mode_key), true,
-         std::string("key '") + log_mode_key + "': '" + mode + "' is none of syslog, stdout, stderr"});
+         std::string("key '") + log_mode_key + "': '" + mode + "' is not one of syslog, stdout, stderr"});
   }
   std::ranges::stable_sort(faults, {}, &Fault::line);
   return faults;
@@ -60,10 +61,18 @@ void print_setting(const Options& options, const std::string& key, const std::st
   }
 }
 
+std::unique_ptr<Configuration> read(const std::string& path) {
+  try {
+    return read_configuration(path);
+  } catch (const tools::InputError& error) {
+    throw Failure(ExitCode::failure, error.what());
+  }
+}
+
 }  // namespace
 
 ExitCode check(const Options& options) {
-  const std::unique_ptr<Configuration> config = read_configuration(options.file, ExitCode::failure);
+  const std::unique_ptr<Configuration> config = read(options.file);
   bool usable = true;
   for (const Fault& fault : faults_of(*config)) {
     print(options, fault);

@@ -7,12 +7,13 @@
 #include <system_error>
 
 #include <ecu/tamu/com/topic.h>
+#include <ecu/tamu/com/topics.h>
 
 #include "quilctl/base/failure.h"
 #include "quilctl/base/notes.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/recording.h"
-#include "quilctl/model/values.h"
+#include "quilctl/model/times.h"
 #include "quilctl/talk/bus_connection.h"
 #include "quilctl/talk/monitor_session.h"
 
@@ -22,14 +23,12 @@ namespace com = tamu::com;
 
 namespace {
 
-using Clock = Bus::Clock;
+using Clock = BusConnection::Clock;
 using std::chrono::microseconds;
 
 constexpr const char* all_topics = "#";
-constexpr const char* secrets = "system/quil/secstore/#";
 
-// Makes the file of that name its owner's alone, whether it is there already or will be made; a device stays
-// as it is.
+// Restricts the file to its owner, whether it exists or is about to be created. Leaves a device unchanged.
 void keep_from_others(const std::string& path) {
   ::umask(S_IRWXG | S_IRWXO);
   struct stat status {};
@@ -39,7 +38,7 @@ void keep_from_others(const std::string& path) {
   }
 }
 
-/// Writes messages with the time since the beginning.
+/// Writes messages with their time since the beginning.
 class Recorder {
  public:
   explicit Recorder(const Options& options) : options_(options) {}
@@ -59,8 +58,8 @@ class Recorder {
     out() << recording_header() << "\n# " << iso_time(at) << ", broker " << broker << std::endl;
   }
   void add(const Event& event) {
-    const bool is_secret = com::topic_matches(secrets, event.text);
-    // The clock of the wall may be set back; a recording's does not go back.
+    const bool is_secret = com::topic_matches(com::topics::secure_storage_filter, event.text);
+    // The system clock may be set back, the times of a recording never decrease.
     last_ = std::max(last_, std::chrono::duration_cast<microseconds>(event.at - begin_));
     Recorded message{last_, event.text, event.message.retained, event.message.acknowledged, {}};
     if (options_.reveal || !is_secret) {
@@ -69,7 +68,7 @@ class Recorder {
     out() << line_of(message) << std::endl;
     ++count_;
   }
-  /// Tells of what befell the recording, in it and to the user; not of an empty text.
+  /// Reports an event of the recording to the user and in the file, unless the text is empty.
   void remark(const std::string& text) {
     if (!text.empty()) {
       note(text);
@@ -88,18 +87,19 @@ class Recorder {
   std::size_t count_ = 0;
 };
 
-void record_messages(const Options& options, const Bus& bus, LongWatch& watch, Recorder& recorder) {
-  while (!watch.was_up()) {
-    (void)watch.next();
+void record_messages(const Options& options, const BusConnection& bus, MonitorSession& session,
+                     Recorder& recorder) {
+  while (!session.was_up()) {
+    (void)session.next();
   }
-  // A file that is there already is not lost to a broker that is not.
+  // Keeps an existing file when the broker is unreachable.
   recorder.begin(std::chrono::system_clock::now(), bus.broker());
   const auto end = options.duration
                        ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*options.duration)
                        : Clock::time_point::max();
   while (recorder.out() && Clock::now() < end) {
-    const auto event = watch.next(end);
-    recorder.remark(watch.news());
+    const auto event = session.next(end);
+    recorder.remark(session.notice());
     if (event && event->kind == Event::Kind::message) {
       recorder.add(*event);
     }
@@ -110,19 +110,19 @@ void record_messages(const Options& options, const Bus& bus, LongWatch& watch, R
 
 ExitCode record(const Options& options) {
   Recorder recorder(options);
-  Bus bus(options.broker);
+  BusConnection bus(options.broker);
   bus.subscribe(options.filter.empty() ? all_topics : options.filter, 1);
   bus.connect();
-  LongWatch watch(options, bus);
+  MonitorSession session(options, bus);
   try {
-    record_messages(options, bus, watch, recorder);
+    record_messages(options, bus, session, recorder);
   } catch (const Interrupted&) {
-    // The usual way for it to end.
+    // The usual end.
   }
-  recorder.remark(watch.loss_news());
+  recorder.remark(session.loss_notice());
   note(std::to_string(recorder.count()) + " messages recorded");
   if (!recorder.out() && options.file != "-") {
-    throw Failure(ExitCode::failure, options.file + " cannot be written");
+    throw Failure(ExitCode::failure, options.file + ": cannot be written");
   }
   return ExitCode::done;
 }

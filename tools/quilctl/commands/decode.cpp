@@ -2,7 +2,9 @@
 
 #include "quilctl/base/notes.h"
 #include "quilctl/commands/commands.h"
+#include "quilctl/model/decoded_text.h"
 #include "quilctl/model/decoding.h"
+#include "quilctl/model/times.h"
 #include "quilctl/model/values.h"
 #include "quilctl/talk/bus_connection.h"
 #include "quilctl/talk/monitor_session.h"
@@ -25,11 +27,11 @@ void print(const Options& options, const Event& event) {
   }
 }
 
-void decode_messages(const Options& options, LongWatch& watch) {
+void decode_messages(const Options& options, MonitorSession& session) {
   for (unsigned shown = 0; std::cout && (!options.count || shown < *options.count);) {
-    const auto event = watch.next();
-    if (!watch.news().empty()) {
-      note(watch.news());
+    const auto event = session.next();
+    if (!session.notice().empty()) {
+      note(session.notice());
     }
     if (event && event->kind == Event::Kind::message) {
       print(options, *event);
@@ -41,16 +43,16 @@ void decode_messages(const Options& options, LongWatch& watch) {
 }  // namespace
 
 ExitCode decode(const Options& options) {
-  Bus bus(options.broker);
+  BusConnection bus(options.broker);
   bus.subscribe(options.filter.empty() ? all_topics : options.filter);
   bus.connect();
-  LongWatch watch(options, bus);
+  MonitorSession session(options, bus);
   try {
-    decode_messages(options, watch);
+    decode_messages(options, session);
   } catch (const Interrupted&) {
-    // The way for it to end.
+    // The usual end.
   }
-  note_losses(watch);
+  note_losses(session);
   return std::cout ? ExitCode::done : ExitCode::failure;
 }
 

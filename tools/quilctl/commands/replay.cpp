@@ -1,18 +1,18 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <optional>
 #include <set>
 #include <streambuf>
-#include <system_error>
 #include <utility>
 
 #include <ecu/tamu/com/topic.h>
+#include <ecu/tamu/com/topics.h>
 
+#include "common/input_file.h"
 #include "quilctl/base/failure.h"
 #include "quilctl/base/notes.h"
 #include "quilctl/commands/commands.h"
@@ -22,20 +22,18 @@
 namespace ecu::ctl {
 
 namespace com = tamu::com;
+namespace topics = com::topics;
 
 namespace {
 
-using Clock = Bus::Clock;
+using Clock = BusConnection::Clock;
 
-constexpr const char* real_time_side = "rt/#";
-constexpr const char* requests_of_daemon = "rt/j1939can/tx/#";
-
-// How long to wait before a message is offered again that the broker was too slow for.
+// The delay before a message is published again that the broker was too slow to accept.
 constexpr std::chrono::milliseconds overload_pause{5};
 
-// How many published messages may be on their way back, and for how long.
+// Of the published messages that have not come back yet: their number, and the time limit for each.
 constexpr std::size_t max_waiting = 1000;
-constexpr std::chrono::seconds usual_patience{5};
+constexpr std::chrono::seconds default_echo_timeout{5};
 
 com::Message message_of(const Recorded& recorded, const std::string& payload) {
   com::Message message;
@@ -46,44 +44,44 @@ com::Message message_of(const Recorded& recorded, const std::string& payload) {
 }
 
 bool is_played(const Options& options, const std::string& topic) {
-  return options.filter.empty()
-             ? com::topic_matches(real_time_side, topic) && !com::topic_matches(requests_of_daemon, topic)
-             : com::topic_matches(options.filter, topic);
+  return options.filter.empty() ? com::topic_matches(topics::signal_group_filter, topic) &&
+                                      !com::topic_matches(topics::vehicle_transmission_filter, topic)
+                                : com::topic_matches(options.filter, topic);
 }
 
-/// Publishes messages and sees whether they come back: a broker does not say when it keeps one to itself.
-class Player {
+/// Publishes messages and checks that the broker sends them back: it does not report a denied publication.
+class RecordingPlayer {
  public:
-  explicit Player(const Options& options)
-      : talk_(
-            options, {options.filter.empty() ? real_time_side : options.filter},
-            [this](const Event& event) { take(event); }, usual_patience),
-        patience_(options.timeout.value_or(usual_patience)) {
-    talk_.allow_any_time();
+  explicit RecordingPlayer(const Options& options)
+      : session_(
+            options, {options.filter.empty() ? topics::signal_group_filter : options.filter},
+            [this](const Event& event) { handle_echo(event); }, default_echo_timeout),
+        echo_timeout_(options.timeout.value_or(default_echo_timeout)) {
+    session_.remove_time_limit();
   }
 
-  Conversation& conversation() noexcept { return talk_; }
+  RequestSession& session() noexcept { return session_; }
 
   void publish(const Recorded& recorded) {
     if (waiting_.size() >= max_waiting) {
       wait_until_back(max_waiting / 2);
     }
-    while (!talk_.bus().publish(recorded.topic, message_of(recorded, *recorded.payload))) {
-      talk_.listen_until(Clock::now() + overload_pause);
+    while (!session_.bus().publish(recorded.topic, message_of(recorded, *recorded.payload))) {
+      session_.process_until(Clock::now() + overload_pause);
     }
     waiting_.emplace(recorded.topic, *recorded.payload);
     ++count_;
-    talk_.listen_until(Clock::now());
+    session_.process_until(Clock::now());
   }
 
   /// Returns when all messages but `rest` have come back; throws `Failure` when they do not.
   void wait_until_back(std::size_t rest = 0) {
-    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(patience_);
-    if (!talk_.wait_until([&] { return waiting_.size() <= rest; }, deadline)) {
+    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(echo_timeout_);
+    if (!session_.wait_until([&] { return waiting_.size() <= rest; }, deadline)) {
       throw Failure(waiting_.size() == count_ ? ExitCode::refused : ExitCode::time_out,
                     std::to_string(waiting_.size()) + " of " + std::to_string(count_) +
-                        " messages have not come back from the broker: its access rules keep us from "
-                        "publishing or from hearing them");
+                        " messages have not come back from the broker: its access rules deny us "
+                        "publishing or receiving them");
     }
   }
 
@@ -92,7 +90,7 @@ class Player {
  private:
   using TopicAndPayload = std::pair<std::string, std::string>;
 
-  void take(const Event& event) {
+  void handle_echo(const Event& event) {
     const auto& payload = event.message.payload;
     const auto found = waiting_.find(TopicAndPayload(event.text, {payload.begin(), payload.end()}));
     if (found != waiting_.end()) {
@@ -102,11 +100,11 @@ class Player {
 
   std::multiset<TopicAndPayload> waiting_;
   std::size_t count_ = 0;
-  Conversation talk_;  // calls `take` from its constructor on
-  const std::chrono::duration<double> patience_;
+  RequestSession session_;  // calls `handle_echo` from its constructor on
+  const std::chrono::duration<double> echo_timeout_;
 };
 
-/// Standard input, for whose bytes `wait` is called before they are read.
+/// Standard input. Calls `wait` before it reads.
 class StandardInput final : public std::streambuf {
  public:
   explicit StandardInput(std::function<void()> wait) : wait_(std::move(wait)) {}
@@ -116,7 +114,7 @@ class StandardInput final : public std::streambuf {
     wait_();
     const auto count = ::read(STDIN_FILENO, block_.data(), block_.size());
     if (count < 0) {
-      throw Failure(ExitCode::usage, "standard input: " + std::generic_category().message(errno));
+      throw tools::input_error("standard input");
     }
     setg(block_.data(), block_.data(), block_.data() + count);
     return count == 0 ? traits_type::eof() : traits_type::to_int_type(block_.front());
@@ -126,7 +124,7 @@ class StandardInput final : public std::streambuf {
   std::array<char, 4096> block_{};
 };
 
-// A fault in the last line is found before the first message is published.
+// Finds an error in any line before the first message is published.
 void read_through(std::istream& file, const std::string& name) {
   RecordingReader reader(file, name);
   while (reader.next()) {
@@ -135,8 +133,8 @@ void read_through(std::istream& file, const std::string& name) {
   file.seekg(0);
 }
 
-/// The next message behind those that have been published already.
-std::optional<Recorded> next(RecordingReader& reader, const Player& player) {
+/// The next message; errors say how many messages have been published.
+std::optional<Recorded> next(RecordingReader& reader, const RecordingPlayer& player) {
   try {
     return reader.next();
   } catch (const Failure& failure) {
@@ -145,7 +143,7 @@ std::optional<Recorded> next(RecordingReader& reader, const Player& player) {
   }
 }
 
-void play(const Options& options, std::istream& input, std::optional<Player>& player) {
+void play(const Options& options, std::istream& input, std::optional<RecordingPlayer>& player) {
   RecordingReader reader(input, options.file);
   player.emplace(options);
   const auto begin = Clock::now();
@@ -155,7 +153,7 @@ void play(const Options& options, std::istream& input, std::optional<Player>& pl
     }
     if (options.speed > 0) {
       const auto at = std::chrono::duration<double>(recorded->at) / options.speed;
-      player->conversation().listen_until(begin + std::chrono::duration_cast<Clock::duration>(at));
+      player->session().process_until(begin + std::chrono::duration_cast<Clock::duration>(at));
     }
     player->publish(*recorded);
   }
@@ -165,20 +163,20 @@ void play(const Options& options, std::istream& input, std::optional<Player>& pl
 }  // namespace
 
 ExitCode replay(const Options& options) {
-  std::optional<Player> player;
+  std::optional<RecordingPlayer> player;
   if (options.file == "-") {
     StandardInput input([&player] {
       if (player) {
-        player->conversation().listen_until_readable(STDIN_FILENO);
+        player->session().process_until_readable(STDIN_FILENO);
       }
     });
     std::istream lines(&input);
-    lines.exceptions(std::ios::badbit);  // lets through what the wait throws
+    lines.exceptions(std::ios::badbit);  // passes on exceptions of the wait
     play(options, lines, player);
   } else {
     std::ifstream file(options.file);
     if (!file) {
-      throw Failure(ExitCode::usage, options.file + ": " + std::generic_category().message(errno));
+      throw tools::input_error(options.file);
     }
     if (std::filesystem::is_regular_file(options.file)) {
       read_through(file, options.file);
