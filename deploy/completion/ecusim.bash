@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Completion of ecusim(1).
 
-# The command among the words so far; play is understood.
+# The command on the command line; play is the default.
 _ecusim_command() {
   local word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -15,10 +15,10 @@ _ecusim_command() {
   echo none
 }
 
-# What may stand here: the options and, in place of a command or a scenario, commands.
+# The possible words: the options and, before a command, the commands.
 _ecusim_words() {
   case $(_ecusim_command) in
-    none) echo 'play watch scenario -h --help --host --port --ports --group --mode' ;;
+    none) echo 'play watch scenario -h --help -V --version --host --port --ports --group --mode' ;;
     play) echo '-h --help --host --port --ports --group --mode' ;;
     watch) echo '-h --help --host --port --once --timeout' ;;
     scenario) echo '-h --help' ;;
@@ -27,7 +27,7 @@ _ecusim_words() {
 
 _ecusim() {
   local current=${COMP_WORDS[COMP_CWORD]} option=${COMP_WORDS[COMP_CWORD - 1]}
-  # Of --option=value the shell makes three words.
+  # The shell splits --option=value into three words.
   if [[ $current == '=' ]]; then
     current=
   elif [[ $option == '=' ]]; then

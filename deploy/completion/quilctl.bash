@@ -5,8 +5,8 @@ _quilctl_variables() {
   quilctl describe --json 2>/dev/null | sed -n 's/^{"name":"\([^"]*\)".*/\1/p'
 }
 
-# The commands among the words so far, as in "param set", and which value of the secure storage; empty before there is
-# one.
+# The command on the command line, such as "param set", and the selected value of the secure storage; empty without a
+# command.
 _quilctl_command() {
   local word before='' command=''
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -59,7 +59,7 @@ _quilctl_arguments() {
 
 _quilctl() {
   local current=${COMP_WORDS[COMP_CWORD]} option=${COMP_WORDS[COMP_CWORD - 1]} command
-  # Of --option=value the shell makes three words, of @FILE two.
+  # The shell splits --option=value into three words, @FILE into two.
   if [[ $current == '=' ]]; then
     current=
   elif [[ $option == '=' ]]; then

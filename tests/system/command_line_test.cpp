@@ -55,12 +55,12 @@ TEST(CommandLineTest, WhatEndsTheProgramAtOnceHasItsExitCodeAndText) {
 
 TEST(CommandLineTest, QuilctlNamesTheWordThatIsWrong) {
   for (const auto& [line, text] : std::vector<std::pair<std::string, std::string>>{
-           {"quilctl lst", "no command 'lst'; did you mean 'list'?\n"},
+           {"quilctl lst", "unknown command 'lst'; did you mean 'list'?\n"},
            {"quilctl secstore sett master -",
-            "no command 'sett'; did you mean 'set'?\nquilctl secstore --help "},
-           {"quilctl param watch", "no command 'watch'\n"},
+            "unknown command 'sett'; did you mean 'set'?\nquilctl secstore --help "},
+           {"quilctl param watch", "unknown command 'watch'\n"},
            {"quilctl param", "a command is missing\n"},
-           {"quilctl --jsno", "no option '--jsno'\n"},
+           {"quilctl --jsno", "unknown option '--jsno'\n"},
            {"QUILCTL_PORT=0 quilctl describe", "QUILCTL_PORT: "},
            {"QUILCTL_PORT=0 quilctl describe --port 0", "--port: "},
            {"quilctl watch --table --json", "--json excludes --table\n"},

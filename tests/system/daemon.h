@@ -29,6 +29,13 @@ class Daemon : private TempDir, public Process {
   explicit Daemon(const std::string& config, const std::vector<std::string>& options = {"-L", "-v"},
                   std::vector<std::string> environment = {})
       : Process(command(write("tolquil.conf", config), options, std::move(environment))) {}
+  /// Asks it to stop before it is killed, so that what runs at its end does run, sanitizers' checks included.
+  ~Daemon() {
+    signal(SIGTERM);
+    wait(std::chrono::seconds(4));
+  }
+  Daemon(const Daemon&) = delete;
+  Daemon& operator=(const Daemon&) = delete;
 
   bool wait_until_connected() { return wait_for_output("] connected to "); }
 

@@ -16,7 +16,7 @@ using testing::HasSubstr;
 /// The commands that go on until they are stopped.
 using QuilctlWatchTest = QuilctlTest;
 
-TEST_F(QuilctlWatchTest, AWatchTellsEachChangeOnceAndOutlivesTheBroker) {
+TEST_F(QuilctlWatchTest, AWatchReportsEachChangeOnceAndSurvivesALossOfTheBroker) {
   start_surroundings();
   start_daemon();
   Process watch(command({"watch", "hw*", "vehiclevariant"}));
@@ -41,7 +41,7 @@ TEST_F(QuilctlWatchTest, AWatchTellsEachChangeOnceAndOutlivesTheBroker) {
   EXPECT_EQ(count(watch.standard_output(), "hwversion"), 1);
 }
 
-TEST_F(QuilctlWatchTest, ASignalEndsItWhateverItIsDoing) {
+TEST_F(QuilctlWatchTest, ASignalEndsEveryWait) {
   Process decode(command({"decode"}));
   std::atomic_bool ended = false;
   const auto flood = std::async(std::launch::async, [&] {
@@ -66,7 +66,7 @@ TEST_F(QuilctlWatchTest, ASignalEndsItWhateverItIsDoing) {
   EXPECT_EQ(replay.wait(), 128 + SIGTERM);
 }
 
-TEST_F(QuilctlWatchTest, ARecordingPlaysTheRealTimeSideBack) {
+TEST_F(QuilctlWatchTest, ARecordingOfTheRealTimeSideIsReplayed) {
   const std::string recording = dir.path("recording");
   bus.publish("rt/x", "old", true);
   Process record(command({"record", recording}));
@@ -96,7 +96,7 @@ TEST_F(QuilctlWatchTest, ARecordingPlaysTheRealTimeSideBack) {
   EXPECT_THAT(call({"replay", recording}, 1).all, HasSubstr(recording + ":8: "));
 }
 
-TEST_F(QuilctlWatchTest, ARecordingIsLostToNoBrokerAndBelievesNone) {
+TEST_F(QuilctlWatchTest, ReplayDetectsAMissingBrokerAndDeniedMessages) {
   const std::string recording = dir.write("recording", "quilctl-recording 1\n0.0 \"rt/x\" \"1\"\n");
   const Broker deaf("allow_anonymous true\nacl_file " + dir.write("acl", "topic read #\n"));
   Process replay(
@@ -130,7 +130,7 @@ int last_descendant(int pid) {
   return child == 0 ? pid : last_descendant(child);
 }
 
-TEST_F(QuilctlWatchTest, ATableFitsTheTerminalAndLeavesItAsItWas) {
+TEST_F(QuilctlWatchTest, ATableFitsTheTerminalAndRestoresIt) {
   start_surroundings();
   start_daemon();
   publish_variant("R08_B1");
@@ -139,7 +139,7 @@ TEST_F(QuilctlWatchTest, ATableFitsTheTerminalAndLeavesItAsItWas) {
   ASSERT_TRUE(terminal.wait_for_output("r08 "));
   publish_variant("R09_C1");
   ASSERT_TRUE(terminal.wait_for_output("r09 "));
-  EXPECT_THAT(terminal.output(), HasSubstr("more: make the terminal higher"));
+  EXPECT_THAT(terminal.output(), HasSubstr("more rows: enlarge the terminal"));
   const std::string far_future("\x09\x01\0\x12\0\x01\0\0\0\x11\0\0\0\0\0\0\0\x10", 18);  // and no body
   bus.publish("system/var/odd", far_future);
   EXPECT_TRUE(terminal.wait_for_output("odd  cannot be decoded"));

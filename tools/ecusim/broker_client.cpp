@@ -5,6 +5,7 @@
 #include <csignal>
 
 #include <ecu/tamu/config/configuration.h>
+#include <ecu/tamu/signal_mask.h>
 
 namespace ecu::sim {
 
@@ -12,22 +13,14 @@ namespace com = tamu::com;
 
 namespace {
 
-// Read by the signal handler, which runs only while the main thread waits inside the client's `run`.
+// For the signal handler, which runs only while the main thread waits inside the client's `run`.
 com::ITransportClient* signalled_client = nullptr;
-
-sigset_t termination_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  return signals;
-}
 
 void set_handler(void (*handler)(int)) {
   struct sigaction action {};
   action.sa_handler = handler;
   action.sa_flags = SA_RESTART;
-  action.sa_mask = termination_signals();
+  action.sa_mask = tamu::termination_signals();
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
 }
@@ -38,14 +31,13 @@ void on_signal(int /*signal_number*/) {
 }
 
 void install_signal_handler() {
-  const sigset_t signals = termination_signals();
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  tamu::block_signals(tamu::termination_signals());
   set_handler(on_signal);
 }
 
 std::shared_ptr<com::ITransportClient> create(const BrokerAddress& broker, const std::string& role) {
   auto config = std::make_unique<tamu::config::Configuration>();
-  // The broker ends a connection when another one takes its name, so each process has its own.
+  // The broker closes a connection when another client takes its identifier.
   config->set_value("client_name", "ecusim-" + role + "-" + std::to_string(getpid()));
   config->set_value("host", broker.host);
   config->set_value("port", std::to_string(broker.port));
@@ -55,19 +47,19 @@ std::shared_ptr<com::ITransportClient> create(const BrokerAddress& broker, const
 
 }  // namespace
 
-Bus::Bus(const BrokerAddress& broker, const std::string& role) {
+BrokerClient::BrokerClient(const BrokerAddress& broker, const std::string& role) {
   com::library_init();
   client_ = create(broker, role);
   signalled_client = client_.get();
   install_signal_handler();
 }
 
-Bus::~Bus() {
+BrokerClient::~BrokerClient() {
   client_.reset();
   com::library_cleanup();
 }
 
-void Bus::run() {
+void BrokerClient::run() {
   client_->run();
 }
 

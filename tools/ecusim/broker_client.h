@@ -8,21 +8,21 @@
 
 namespace ecu::sim {
 
-/// Where the broker listens.
+/// The address of the broker.
 struct BrokerAddress {
   std::string host = "localhost";  // or the path of its Unix-domain socket, beginning with '/'
   std::uint16_t port = 1883;
 };
 
 /// The program's connection to the bus. Make it before any thread is started, and only one: it blocks SIGINT
-/// and SIGTERM in every thread of the process, and takes them to end `run`.
-class Bus {
+/// and SIGTERM in every thread of the process; they end `run`.
+class BrokerClient {
  public:
-  /// `role` tells the program's clients on one broker apart.
-  Bus(const BrokerAddress& broker, const std::string& role);
-  ~Bus();
-  Bus(const Bus&) = delete;
-  Bus& operator=(const Bus&) = delete;
+  /// `role` becomes part of the client identifier.
+  BrokerClient(const BrokerAddress& broker, const std::string& role);
+  ~BrokerClient();
+  BrokerClient(const BrokerClient&) = delete;
+  BrokerClient& operator=(const BrokerClient&) = delete;
 
   [[nodiscard]] const std::shared_ptr<tamu::com::ITransportClient>& client() const noexcept {
     return client_;

@@ -8,8 +8,8 @@
 
 namespace ecu::sim {
 
-/// Watches the daemon's presence, and calls `on_return` each time that it comes on line again. The first time
-/// does not count: nothing was lost before it.
+/// Calls `on_return` each time the daemon comes back on line, according to its presence on the bus. The first time
+/// does not count, because nothing has been lost before it.
 class DaemonReturn final : public tamu::com::ISubscriptionObserver {
  public:
   explicit DaemonReturn(std::function<void()> on_return) : on_return_(std::move(on_return)) {}
@@ -18,7 +18,7 @@ class DaemonReturn final : public tamu::com::ISubscriptionObserver {
 
  private:
   const std::function<void()> on_return_;
-  bool has_been_on_line_ = false;  // of the deliveries, which come one after another
+  bool has_been_on_line_ = false;  // used by deliveries only, of which there is one at a time
 };
 
 }  // namespace ecu::sim

@@ -10,8 +10,8 @@
 
 namespace ecu::sim {
 
-/// Hands items on in the order in which they were put in, each not before its time. Any thread may put in,
-/// one thread takes out.
+/// A queue that releases each item after its delay, in the order of insertion. Any thread may push, one
+/// thread pops.
 template <class T>
 class DelayQueue {
  public:
@@ -21,7 +21,7 @@ class DelayQueue {
     changed_.notify_one();
   }
 
-  /// Waits for the next item; nothing when `stop` was requested.
+  /// Waits for the next item; nothing when `stop` is requested.
   std::optional<T> pop(const std::stop_token& stop) {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, stop, [this] { return !entries_.empty(); });

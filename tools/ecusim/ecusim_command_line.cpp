@@ -6,6 +6,8 @@
 #include <charconv>
 #include <string_view>
 
+#include "common/version.h"
+
 namespace ecu::sim {
 
 namespace {
@@ -14,18 +16,18 @@ constexpr int max_port = 65'535;
 constexpr double max_timeout_s = 86'400;
 
 constexpr const char* description =
-    "Plays the surroundings of the daemon: the real-time side of the unit and the vehicle on the bus, the "
-    "far side\n"
-    "of the queueing ports. Watches what the daemon makes of it.";
+    "Simulates the environment of the daemon: the real-time side of the unit and the vehicle on the bus, "
+    "and\n"
+    "the other side of the queueing ports. Shows the variables that the daemon publishes.";
 
 constexpr const char* scenario_help = R"(A scenario is a JSON file:
   {
-    "expect": {"hwversion": "r08"},             what watch --once waits for
+    "expect": {"hwversion": "r08"},             expected by watch --once
     "messages": [
       {"topic": "rt/system/hw_variant",
-       "at_ms": 0,                              first time, from the start; default 0
-       "every_ms": 1000,                        period; without it: once
-       "times": 5,                              how often; without it: without end
+       "at_ms": 0,                              first publication, after the start; default 0
+       "every_ms": 1000,                        period; default: once only
+       "times": 5,                              publications in all; default: unlimited
        "retain": false,                         default false
        "signals": [
          {"name": "variant", "text": "R08_B1", "pad_to": 16},
@@ -35,19 +37,19 @@ constexpr const char* scenario_help = R"(A scenario is a JSON file:
        ]},
       {"topic": "rt/system/hw_variant", "at_ms": 500, "raw": "00 ff"}
     ],
-    "vehicle": {"vin": "1M8GDM9AXKP042788",     answers requests for the VIN; without it: nobody does
+    "vehicle": {"vin": "1M8GDM9AXKP042788",     answers requests for the VIN
                 "source_address": "00",         or "ee", "fe"
                 "answer_after_ms": 200},        default 0
-    "ports": {                                  what --ports offers
+    "ports": {                                  for --ports
       "parameters": [{"id": "0xa009", "text": "TV-2026.11.0"}],
       "master": {"hex": "0011"},                values of the secure storage
       "remote": {"bytes": [0, 17]},
       "answer_after_ms": 100}                   default 0
   }
-Vehicle and ports take further keys for what can go wrong: see docs/ecusim.md.
-`ecusim scenario` prints the one that is built in.
+Vehicle and ports have further keys for faults: see docs/ecusim.md.
+`ecusim scenario` prints the built-in scenario.
 
-Exit codes: 0 done; 1 failure, or an expected variable did not come; 2 wrong usage or a faulty scenario.)";
+Exit codes: 0 done; 1 failure, or an expected variable is missing; 2 wrong usage or an invalid scenario.)";
 
 template <class Number>
 std::optional<Number> parse(std::string_view text, int base) {
@@ -74,7 +76,7 @@ void set_mode(FifoAccess& access, const std::string& octal) {
 }
 
 void add_bus_options(CLI::App& command, Options& options) {
-  command.add_option("SCENARIO", options.scenario_path, "JSON file; default: the scenario that is built in");
+  command.add_option("SCENARIO", options.scenario_path, "JSON file; default: the built-in scenario");
   command
       .add_option("--host", options.broker.host,
                   "the broker's host, or the path of its Unix-domain socket, beginning with '/'")
@@ -86,11 +88,10 @@ void add_bus_options(CLI::App& command, Options& options) {
 
 void add_play_options(CLI::App& command, Options& options) {
   add_bus_options(command, options);
-  CLI::Option* const ports =
-      command
-          .add_option("--ports", options.ports_folder,
-                      "existing folder to make the queueing ports in; default: no ports")
-          ->check(CLI::ExistingDirectory);
+  CLI::Option* const ports = command
+                                 .add_option("--ports", options.ports_folder,
+                                             "existing folder for the queueing ports; default: no ports")
+                                 ->check(CLI::ExistingDirectory);
   FifoAccess& access = options.ports_access;
   command
       .add_option_function<std::string>(
@@ -108,12 +109,12 @@ void add_commands(CLI::App& app, Options& options, double& timeout_s) {
   add_play_options(app, options);
   CLI::App& play = *app.add_subcommand("play", "publish the scenario's messages (default command)");
   add_play_options(play, options);
-  app.add_subcommand("scenario", "print the scenario that is built in");
+  app.add_subcommand("scenario", "print the built-in scenario");
   CLI::App& watch = *app.add_subcommand("watch", "print the variables that the daemon publishes");
   add_bus_options(watch, options);
-  CLI::Option* const once = watch.add_flag("--once", options.once,
-                                           "wait until every expected variable has come, print them and end");
-  watch.add_option("--timeout", timeout_s, "seconds that --once waits")
+  CLI::Option* const once =
+      watch.add_flag("--once", options.once, "exit 0 once every expected variable has arrived");
+  watch.add_option("--timeout", timeout_s, "time limit of --once in seconds")
       ->capture_default_str()
       ->check(CLI::Range(0.0, max_timeout_s))
       ->needs(once);
@@ -125,6 +126,7 @@ std::optional<int> parse_command_line(int argc, const char* const* argv, Options
   CLI::App app(description, "ecusim");
   app.footer(scenario_help);
   app.require_subcommand(0, 1);
+  app.set_version_flag("-V,--version", tools::release_version());
   double timeout_s = options.timeout.count();
   add_commands(app, options, timeout_s);
   try {

@@ -11,14 +11,14 @@ namespace ecu::sim {
 
 inline constexpr int exit_done = 0;
 inline constexpr int exit_failure = 1;
-inline constexpr int exit_usage = 2;  // also a scenario that cannot be used
+inline constexpr int exit_usage = 2;  // also for an invalid scenario
 
 enum class Command { play, scenario, watch };
 
-/// What the command line said.
+/// The command line.
 struct Options {
   Command command = Command::play;
-  std::string scenario_path;  // empty: the scenario that is built in
+  std::string scenario_path;  // empty: the built-in scenario
   BrokerAddress broker;
   std::string ports_folder;  // empty: no queueing ports
   FifoAccess ports_access;
@@ -26,8 +26,8 @@ struct Options {
   std::chrono::duration<double> timeout = std::chrono::seconds(20);
 };
 
-/// Reads the command line into `options`. When the program is not to go on (help was asked for, or the
-/// command line is wrong), says so to the user and returns the exit code.
+/// Reads the command line into `options`. Returns an exit code when the program must not go on, because help
+/// was requested or the command line is wrong; the user has been told.
 [[nodiscard]] std::optional<int> parse_command_line(int argc, const char* const* argv, Options& options);
 
 }  // namespace ecu::sim

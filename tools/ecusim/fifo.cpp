@@ -25,7 +25,7 @@ bool sleep_for(const std::stop_token& stop, std::chrono::milliseconds time) {
   return sleep_until(stop, std::chrono::steady_clock::now() + time);
 }
 
-// The writing end; fails to open while nobody reads.
+// The writing end; opening it fails while there is no reader.
 class WritingEnd {
  public:
   explicit WritingEnd(const std::string& path)
@@ -38,7 +38,7 @@ class WritingEnd {
   WritingEnd(const WritingEnd&) = delete;
   WritingEnd& operator=(const WritingEnd&) = delete;
 
-  // True when all is written; false when there is no reader (any more), or `stop` was requested.
+  // True when everything is written; false without a reader, or when `stop` is requested.
   bool write(std::span<const std::uint8_t> bytes, const std::stop_token& stop) const {
     while (!bytes.empty()) {
       const ssize_t written = ::write(fd_, bytes.data(), bytes.size());

@@ -16,11 +16,11 @@ struct FifoAccess {
   std::optional<gid_t> group;  // without it, the group that the system gives to new files
 };
 
-/// A FIFO that exists as long as its object.
+/// A FIFO in the file system, from construction to destruction.
 class Fifo {
  public:
-  /// Makes it, with exactly this access whatever the umask; throws std::system_error when that fails, as it
-  /// does when the path is taken.
+  /// Makes it with exactly this access, regardless of the umask; throws std::system_error when that fails,
+  /// for example because the path exists.
   explicit Fifo(std::string path, const FifoAccess& access = {});
   ~Fifo();
   Fifo(const Fifo&) = delete;
@@ -28,9 +28,9 @@ class Fifo {
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-  /// Writes `bytes` as soon as somebody reads them, which is tried every 100 ms; false when `stop` was
-  /// requested before that. The bytes are written anew when the reader goes in between. The calling thread
-  /// must have SIGPIPE blocked.
+  /// Writes `bytes` once there is a reader, which is checked every 100 ms; false when `stop` is requested
+  /// first. Starts again when the reader closes the FIFO before the end. The calling thread must block
+  /// SIGPIPE.
   [[nodiscard]] bool write(const tamu::com::Payload& bytes, const std::stop_token& stop) const;
 
  private:

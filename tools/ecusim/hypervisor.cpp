@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include <ecu/tamu/com/system_parameters.h>
 #include <ecu/tamu/logging/logging.h>
 
 #include "ecusim/port_frame.h"
@@ -65,7 +66,7 @@ class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
     std::optional<Parameter> parameter = parameter_in(record);
     if (!parameter) {
       tamu::logging::warning("A record that is no parameter was written, id ", record.id);
-    } else if (is_secure_value(record.id)) {
+    } else if (tamu::com::is_secure_storage_id(record.id)) {
       merge(written_secure_values_, std::move(*parameter));
     } else {
       merge(setup_.parameters, std::move(*parameter));

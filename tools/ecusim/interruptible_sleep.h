@@ -7,7 +7,7 @@
 
 namespace ecu::sim {
 
-/// Sleeps until `when`, and no longer than until `stop` is requested; true when the time has come.
+/// Sleeps until `when` or until `stop` is requested; true when `when` has been reached.
 inline bool sleep_until(const std::stop_token& stop, std::chrono::steady_clock::time_point when) {
   std::mutex mutex;
   std::condition_variable_any wakeup;

@@ -173,7 +173,7 @@ ObjectReader::ObjectReader(const Json& value, std::string_view what,
     : line_(value.line), what_(what), object_(&object_of(value, what)) {
   for (const Json::Member& member : *object_) {
     if (std::ranges::find(known_keys, member.key) == known_keys.end()) {
-      throw Fault(member.line, in_quotes(member.key) + " is no key of " + what_);
+      throw Fault(member.line, in_quotes(member.key) + " is not a key of " + what_);
     }
   }
 }

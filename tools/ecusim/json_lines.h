@@ -12,7 +12,7 @@
 
 namespace ecu::sim {
 
-/// What is wrong with a text, and on which line (from 1).
+/// An error in a text, and its line (from 1).
 class Fault : public std::runtime_error {
  public:
   Fault(int line, const std::string& reason) : std::runtime_error(reason), line_(line) {}
@@ -30,7 +30,7 @@ struct Json {
   using Object = std::vector<Member>;  // in the order of the text, each key once
 
   int line = 1;
-  /// A whole number beyond 64 bits is a double.
+  /// A whole number that does not fit into 64 bits is a double.
   std::variant<std::nullptr_t, bool, std::int64_t, double, std::string, Array, Object> value;
 };
 
@@ -40,12 +40,12 @@ struct Json::Member {
   Json value;
 };
 
-/// Parses a whole text. Throws `Fault` for what is no JSON, for a key that an object holds twice, and for
-/// values nested deeper than 32.
+/// Parses a text. Throws `Fault` for invalid JSON, for a key that appears twice in an object, and for values
+/// nested deeper than 32.
 [[nodiscard]] Json parse_json(std::string_view text);
 
-/// Access by key and type to an object of which every key is known beforehand. Whatever is not as the caller
-/// asks is thrown as a `Fault` on the line where it stands. Refers to the value, which must outlive it.
+/// Access by key and type to an object with a known set of keys. Throws a `Fault` with the line of each
+/// member that is not as the caller expects. Refers to the value, which must outlive the reader.
 class ObjectReader {
  public:
   /// `what` names the object in faults, as in "a message".
@@ -66,7 +66,7 @@ class ObjectReader {
   [[nodiscard]] const std::string* text(std::string_view key) const;
   [[nodiscard]] const Json::Array* list(std::string_view key) const;
 
-  /// A text that must be there.
+  /// A required text.
   [[nodiscard]] const std::string& required_text(std::string_view key) const;
   /// Throws the fault that a member is missing.
   [[noreturn]] void miss(std::string_view member) const;
@@ -77,11 +77,10 @@ class ObjectReader {
   const Json::Object* object_;
 };
 
-/// `value` as an object; throws `Fault` naming it as `what` when it is none.
+/// `value` as an object; otherwise throws a `Fault` that calls it `what`.
 [[nodiscard]] const Json::Object& object_of(const Json& value, std::string_view what);
 
-/// The texts and whole numbers in `value`; throws `Fault` naming it as `what` when it is none or out of
-/// range.
+/// `value` as a text or as a whole number within the range; otherwise throws a `Fault` that calls it `what`.
 [[nodiscard]] const std::string& text_of(const Json& value, std::string_view what);
 [[nodiscard]] std::int64_t whole_number_of(const Json& value, std::string_view what, std::int64_t min,
                                            std::int64_t max);

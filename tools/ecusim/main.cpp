@@ -1,20 +1,17 @@
 #include <pthread.h>
 
-#include <array>
-#include <cerrno>
 #include <exception>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 
 #include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 
+#include "common/input_file.h"
 #include "ecusim/broker_client.h"
 #include "ecusim/daemon_return.h"
 #include "ecusim/ecusim_command_line.h"
@@ -30,30 +27,20 @@ namespace {
 
 using namespace ecu::sim;
 namespace logging = ecu::tamu::logging;
+namespace topics = ecu::tamu::com::topics;
 
-// Empty when `path` cannot be read; errno says why.
-std::optional<std::string> read_file(const std::string& path) {
-  std::ifstream file(path);
-  std::string text;
-  std::array<char, 4096> block{};
-  while (file.read(block.data(), block.size()), file.gcount() > 0) {
-    text.append(block.data(), static_cast<std::size_t>(file.gcount()));
-  }
-  return file.is_open() && !file.bad() ? std::optional(std::move(text)) : std::nullopt;
-}
+constexpr std::size_t max_scenario_size = std::size_t{64} * 1024 * 1024;
 
-// Empty when the scenario cannot be used, which has been said on standard error.
+// Nothing when the scenario is invalid or cannot be read; the reason is on standard error.
 std::optional<Scenario> load_scenario(const std::string& path) {
   if (path.empty()) {
     return parse_scenario(default_scenario());
   }
-  const std::optional<std::string> text = read_file(path);
-  if (!text) {
-    std::cerr << path << ": cannot be read: " << std::generic_category().message(errno) << std::endl;
-    return std::nullopt;
-  }
   try {
-    return parse_scenario(*text);
+    return parse_scenario(ecu::tools::read_file(path, max_scenario_size));
+  } catch (const ecu::tools::InputError& error) {
+    std::cerr << error.what() << std::endl;
+    return std::nullopt;
   } catch (const Fault& fault) {
     std::cerr << path << ':' << fault.line() << ": " << printable(fault.what()) << std::endl;
     return std::nullopt;
@@ -66,7 +53,7 @@ int print_scenario() {
 }
 
 int play(const Options& options, Scenario scenario) {
-  Bus bus(options.broker, "play");
+  BrokerClient bus(options.broker, "play");
   bus.client()->connect();
   bus.client()->start();
   std::optional<Hypervisor> hypervisor;
@@ -87,11 +74,11 @@ int play(const Options& options, Scenario scenario) {
 }
 
 int watch(const Options& options) {
-  Bus bus(options.broker, "watch");
+  BrokerClient bus(options.broker, "watch");
   bus.client()->connect();
   const auto printer = std::make_shared<VariablePrinter>(std::cout, [&bus] { bus.client()->stop(); });
-  bus.client()->subscribe(all_variables, 0, printer);
-  bus.client()->subscribe(all_parameters, 0, printer);
+  bus.client()->subscribe(topics::all_variables_filter, 0, printer);
+  bus.client()->subscribe(topics::all_parameters_answer, 0, printer);
   bus.client()->start();
   const ParameterRequests requests(bus.client());
   bus.run();
@@ -99,12 +86,12 @@ int watch(const Options& options) {
 }
 
 int watch_once(const Options& options, const Scenario& scenario) {
-  Bus bus(options.broker, "watch");
+  BrokerClient bus(options.broker, "watch");
   const auto client = bus.client();
   const auto checker = std::make_shared<VariableChecker>(scenario.expect, [&client] { client->stop(); });
   client->connect();
-  client->subscribe(all_variables, 0, checker);
-  client->subscribe(all_parameters, 0, checker);
+  client->subscribe(topics::all_variables_filter, 0, checker);
+  client->subscribe(topics::all_parameters_answer, 0, checker);
   client->start();
   const ParameterRequests requests(client);
   const auto deadline = std::chrono::steady_clock::now() +
@@ -134,7 +121,7 @@ int run(const Options& options) {
     return watch(options);
   }
   if (scenario->expect.empty()) {
-    std::cerr << "ecusim: the scenario expects nothing, so there is nothing to wait for" << std::endl;
+    std::cerr << "ecusim: the scenario has no \"expect\", so there is nothing to wait for" << std::endl;
     return exit_usage;
   }
   return watch_once(options, *scenario);

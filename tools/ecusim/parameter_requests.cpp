@@ -4,13 +4,14 @@
 
 #include <utility>
 
+#include <ecu/tamu/com/topics.h>
+
 #include "ecusim/interruptible_sleep.h"
 
 namespace ecu::sim {
 
 namespace {
 
-constexpr const char* request_topic = "system/quil/request/sysparams";
 constexpr std::chrono::seconds interval{1};
 
 }  // namespace
@@ -22,7 +23,7 @@ void ParameterRequests::request(const std::stop_token& stop) const {
   pthread_setname_np(pthread_self(), "requester");
   do {
     if (client_->connected()) {
-      (void)client_->publish(request_topic, {});
+      (void)client_->publish(tamu::com::topics::all_parameters_request, {});
     }
   } while (sleep_until(stop, std::chrono::steady_clock::now() + interval));
 }

@@ -8,7 +8,7 @@
 
 namespace ecu::sim {
 
-/// Asks for all system parameters once a second, on a thread of its own, as long as it lives.
+/// Requests all system parameters once a second during its lifetime, on its own thread.
 class ParameterRequests {
  public:
   explicit ParameterRequests(std::shared_ptr<tamu::com::ITransportClient> client);

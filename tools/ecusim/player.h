@@ -14,9 +14,8 @@ namespace ecu::sim {
 
 /// Publishes messages by their schedule, on its own thread, from construction to destruction.
 ///
-/// What the client drops (because there is no connection) is offered again every 100 ms until it goes out;
-/// meanwhile everything else that is due waits its turn, so that messages keep their order. Periods missed by
-/// that are not made up for.
+/// A message that the client refuses because there is no connection is published again every 100 ms.
+/// Meanwhile all other messages wait, so that they keep their order. Periods that pass meanwhile are skipped.
 class Player {
  public:
   Player(std::vector<Publication> messages, std::shared_ptr<tamu::com::ITransportClient> client);

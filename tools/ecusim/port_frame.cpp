@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include <ecu/tamu/com/system_parameters.h>
+
 namespace ecu::sim {
 
 using tamu::com::Payload;
@@ -42,7 +44,7 @@ Payload encode(Kind kind, std::uint32_t id, const Payload& payload) {
   bytes.resize(bytes.size() + stamp_size);
   append_u32(bytes, static_cast<std::uint32_t>(payload.size()));
   const uLong header_crc = crc32_z(0, bytes.data(), bytes.size());
-  // Of no bytes zlib takes a null pointer for the wish to begin anew.
+  // A null pointer, as an empty vector may have, makes zlib return the initial value.
   const uLong crc = payload.empty() ? header_crc : crc32_z(header_crc, payload.data(), payload.size());
   append_u32(bytes, static_cast<std::uint32_t>(crc));
   append(bytes, payload);
@@ -71,11 +73,11 @@ Payload damaged(Payload record) {
 
 std::optional<Parameter> parameter_in(const IpcSignal& record) {
   const std::vector<char>& data = record.data;
-  if (data.size() < parameter_header_size || u32_at(data, 0) != record.id ||
-      u32_at(data, value_length_offset) != data.size() - parameter_header_size) {
+  if (data.size() < tamu::com::parameter_value_offset || u32_at(data, 0) != record.id ||
+      u32_at(data, value_length_offset) != data.size() - tamu::com::parameter_value_offset) {
     return std::nullopt;
   }
-  return Parameter{record.id, Payload(data.begin() + parameter_header_size, data.end())};
+  return Parameter{record.id, Payload(data.begin() + tamu::com::parameter_value_offset, data.end())};
 }
 
 Payload make_frame(const std::vector<Parameter>& parameters) {
@@ -93,7 +95,7 @@ Payload make_faulty_frame(const std::vector<Parameter>& parameters, const PortsS
   for (const Parameter& parameter : parameters) {
     append(bytes, encode(parameter));
   }
-  // Behind the whole one: a reader that took it would keep the wrong value.
+  // After the intact record: a reader that accepted this one would keep the wrong value.
   if (setup.wrong_crc) {
     append(bytes, damaged(encode(parameters.front())));
   }

@@ -18,7 +18,7 @@ constexpr std::int64_t max_byte = 0xff;
 // MQTT 3.1.1, 1.5.3.
 constexpr std::size_t max_topic_size = 65'535;
 
-// The bytes with what stands before and behind them.
+// The bytes with their padding.
 std::optional<Payload> read_data(const ObjectReader& reader) {
   std::optional<Payload> bytes = read_bytes(reader);
   const auto offset = reader.whole_number("offset", 0, max_data_size);

@@ -11,17 +11,17 @@
 #include "ecusim/json_lines.h"
 #include "ecusim/scenario.h"
 
-/// The parts of a scenario, each read by a function that throws `Fault` for the first fault found.
+/// The parts of a scenario, each read by a function that throws `Fault` for the first error.
 namespace ecu::sim {
 
-/// A member that is a text of pairs of hexadecimal digits, blanks between them; nothing when there is none.
+/// A member with pairs of hexadecimal digits, optionally separated by blanks; nothing when it is missing.
 [[nodiscard]] std::optional<tamu::com::Payload> read_hex(const ObjectReader& reader, std::string_view key);
 
-/// The bytes that an object gives as "text", "hex" or "bytes"; nothing when it gives none.
+/// The bytes of an object's "text", "hex" or "bytes"; nothing when it has none of them.
 [[nodiscard]] std::optional<tamu::com::Payload> read_bytes(const ObjectReader& reader);
 
 inline constexpr std::int64_t max_milliseconds = std::numeric_limits<std::int32_t>::max();
-/// A member that is a number of milliseconds; 0 when there is none.
+/// A member with a number of milliseconds; 0 when it is missing.
 [[nodiscard]] std::chrono::milliseconds read_milliseconds(const ObjectReader& reader, std::string_view key);
 
 [[nodiscard]] VehicleSetup read_vehicle(const Json& value);

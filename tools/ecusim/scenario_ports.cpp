@@ -1,6 +1,7 @@
 #include <charconv>
 
-#include "ecusim/port_frame.h"
+#include <ecu/tamu/com/system_parameters.h>
+
 #include "ecusim/scenario_parts.h"
 
 namespace ecu::sim {
@@ -33,17 +34,17 @@ std::uint32_t read_id(const ObjectReader& reader) {
   if (!id) {
     throw Fault(value->line, R"("id" must be a number of 32 bits, or one in hexadecimal like "0xa009")");
   }
-  if (is_secure_value(*id)) {
-    throw Fault(value->line, R"(2 and 3 are no parameters: use "master" and "remote")");
+  if (tamu::com::is_secure_storage_id(*id)) {
+    throw Fault(value->line, R"(2 and 3 belong to the secure storage: use "master" and "remote")");
   }
   return *id;
 }
 
 tamu::com::Payload read_payload(const ObjectReader& reader) {
   tamu::com::Payload payload = read_bytes(reader).value_or(tamu::com::Payload());
-  if (payload.size() > max_parameter_size) {
-    throw Fault(reader.line(),
-                reader.what() + " has more than " + std::to_string(max_parameter_size) + " bytes");
+  if (payload.size() > tamu::com::max_parameter_value_size) {
+    throw Fault(reader.line(), reader.what() + " has more than " +
+                                   std::to_string(tamu::com::max_parameter_value_size) + " bytes");
   }
   return payload;
 }
@@ -72,8 +73,8 @@ PortsSetup read_ports(const Json& value) {
       setup.parameters.push_back(read_parameter(parameter));
     }
   }
-  read_secure_value(setup, reader, "master", secure_master_id);
-  read_secure_value(setup, reader, "remote", secure_remote_id);
+  read_secure_value(setup, reader, "master", tamu::com::secure_storage_master_id);
+  read_secure_value(setup, reader, "remote", tamu::com::secure_storage_remote_id);
   setup.answer_after = read_milliseconds(reader, "answer_after_ms");
   setup.answer_writes = reader.flag("answer_writes").value_or(true);
   setup.torn_record = reader.flag("torn_record").value_or(false);

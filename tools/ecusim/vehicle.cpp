@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/pb/messages.pb.h>
 #include <ecu/tamu/rt/signal_adapter.h>
 
@@ -15,18 +16,17 @@ namespace ecu::sim {
 
 namespace com = tamu::com;
 namespace rt = tamu::rt;
+namespace topics = com::topics;
 
 namespace {
 
-constexpr const char* request_topic = "rt/j1939can/tx/rqst_fb_ee";
 constexpr const char* requested_group_signal = "parametergroupnumberrqst";
-constexpr const char* answer_topic_prefix = "rt/j1939can/rx/vi_";
 constexpr const char* vin_signal = "data";
 constexpr const char* vin_size_signal = "nof_bytes";
 
 // Vehicle Identification, 0xFEEC (SAE J1939-71), as 32 bits in little-endian order.
 constexpr std::array<std::uint8_t, 4> vehicle_identification = {0xec, 0xfe, 0x00, 0x00};
-// Some units fill the parameter up with blanks before the delimiter that ends it.
+// Some control units pad the VIN with blanks before the delimiter that ends it.
 constexpr const char* padding = "   *";
 
 bool is_vin_request(const std::string& topic, const com::Message& msg) {
@@ -57,7 +57,7 @@ std::optional<com::Message> to_message(const std::string& vin) {
 
 }  // namespace
 
-// Decides at once what is answered to a request, so that the answers to several under way are in order.
+// Determines the answers when a request arrives, so that overlapping requests are answered in order.
 class Vehicle::Requests final : public com::ISubscriptionObserver {
  public:
   Requests(VehicleSetup setup, DelayQueue<Answers>& answers) : setup_(std::move(setup)), answers_(answers) {}
@@ -90,18 +90,18 @@ class Vehicle::Requests final : public com::ISubscriptionObserver {
 
   const VehicleSetup setup_;
   DelayQueue<Answers>& answers_;
-  std::int64_t answered_ = 0;  // of the deliveries, which come one after another
+  std::int64_t answered_ = 0;  // used by deliveries only, of which there is one at a time
 };
 
 Vehicle::Vehicle(VehicleSetup setup, std::shared_ptr<com::ITransportClient> client)
     : client_(std::move(client)),
       requests_(std::make_shared<Requests>(std::move(setup), answers_)),
       thread_([this](const std::stop_token& stop) { answer(stop); }) {
-  client_->subscribe(request_topic, 0, requests_);
+  client_->subscribe(topics::vehicle_request, 0, requests_);
 }
 
 Vehicle::~Vehicle() {
-  client_->unsubscribe(request_topic, requests_);
+  client_->unsubscribe(topics::vehicle_request, requests_);
 }
 
 void Vehicle::answer(const std::stop_token& stop) {
@@ -109,7 +109,7 @@ void Vehicle::answer(const std::stop_token& stop) {
   while (const std::optional<Answers> answers = answers_.pop(stop)) {
     for (const ControlUnit& unit : *answers) {
       if (std::optional<com::Message> message = to_message(unit.vin)) {
-        client_->publish(answer_topic_prefix + unit.source_address, std::move(*message));
+        client_->publish(topics::vehicle_identification_prefix + unit.source_address, std::move(*message));
       }
     }
   }

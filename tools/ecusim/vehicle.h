@@ -14,8 +14,7 @@
 namespace ecu::sim {
 
 /// The vehicle's control units: answers the requests for the vehicle identification number (parameter group
-/// 0xFEEC of SAE J1939) from construction to destruction, on its own thread. An answer that finds no
-/// connection is lost.
+/// 0xFEEC of SAE J1939) during its lifetime, on its own thread. Answers are lost without a connection.
 class Vehicle {
  public:
   /// Subscribes to the requests.

@@ -7,7 +7,9 @@
 #include <utility>
 
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/pb/messages.pb.h>
+#include <ecu/tamu/text/utf8.h>
 
 namespace ecu::sim {
 
@@ -15,16 +17,16 @@ namespace com = tamu::com;
 
 namespace {
 
-constexpr std::string_view topic_prefix = "system/var/";
+constexpr std::string_view topic_prefix = com::topics::variable_prefix;
 constexpr int name_width = 20;
 constexpr int value_width = 32;
 constexpr int seconds_width = 8;
 constexpr std::uint64_t ns_per_ms = 1'000'000;
 constexpr std::uint64_t ms_per_s = 1'000;
 
-using Variable = std::optional<tamu::pb::EcuVariable>;  // empty: undecodable
+using Variable = std::optional<tamu::pb::EcuVariable>;  // empty: cannot be decoded
 
-/// A variable, or a system parameter in the guise of one.
+/// A variable, or a system parameter that is shown like one.
 struct Item {
   std::string name;
   Variable variable;
@@ -45,7 +47,7 @@ std::string parameter_name(std::uint32_t id) {
 std::vector<Item> parameters_in(const com::Message& msg) {
   const auto list = decode<tamu::pb::SystemParameterList>(msg);
   if (!list) {
-    return {{all_parameters, std::nullopt}};
+    return {{com::topics::all_parameters_answer, std::nullopt}};
   }
   std::vector<Item> items;
   for (const tamu::pb::SystemParameterEntry& entry : list->entry()) {
@@ -57,7 +59,7 @@ std::vector<Item> parameters_in(const com::Message& msg) {
 }
 
 std::vector<Item> items_in(std::string_view topic, const com::Message& msg) {
-  if (topic == all_parameters) {
+  if (topic == com::topics::all_parameters_answer) {
     return parameters_in(msg);
   }
   const std::size_t prefix = topic.starts_with(topic_prefix) ? topic_prefix.size() : 0;
@@ -85,7 +87,7 @@ std::string describe(const Item& item) {
   return line.str();
 }
 
-// In one piece, and at once even when the output is no terminal.
+// As a whole, and flushed even when the output is not a terminal.
 void print(std::ostream& out, const std::string& line) {
   out << line + '\n' << std::flush;
 }
@@ -93,14 +95,13 @@ void print(std::ostream& out, const std::string& line) {
 }  // namespace
 
 std::string printable(std::string_view text) {
-  constexpr std::string_view digits = "0123456789abcdef";
   std::string result;
   for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte >= ' ' && byte <= '~' && byte != '\\') {
+    if (character >= ' ' && character <= '~' && character != '\\') {
       result += character;
     } else {
-      result += {'\\', 'x', digits[byte >> 4U], digits[byte & 0xfU]};
+      const auto escape = tamu::text::hex_escape(character);
+      result.append(escape.data(), escape.size());
     }
   }
   return result;
@@ -109,7 +110,8 @@ std::string printable(std::string_view text) {
 void VariablePrinter::message(const std::string& topic, const com::Message& msg) {
   for (const Item& item : items_in(topic, msg)) {
     const std::string line = describe(item);
-    if (topic != all_parameters || std::exchange(parameter_lines_[item.name], line) != line) {
+    if (topic != com::topics::all_parameters_answer ||
+        std::exchange(parameter_lines_[item.name], line) != line) {
       print(out_, line);
     }
   }
@@ -149,7 +151,7 @@ bool VariableChecker::report(std::ostream& out, std::ostream& err) const {
       print(out, expected.line);
     } else if (!expected.fulfilled) {
       print(err, "missing: " + printable(expectation.name) + ", expected \"" + printable(expectation.value) +
-                     "\", " + (expected.line.empty() ? "nothing came" : "last came: " + expected.value));
+                     "\", " + (expected.line.empty() ? "not published" : "last value: " + expected.value));
     }
   }
   return missing_ == 0;

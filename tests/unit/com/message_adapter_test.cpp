@@ -105,8 +105,10 @@ TEST(MessageAdapter, WithoutMemoryItRefusesInsteadOfThrowing) {
   int refused = 0;
   const auto log = tests::logged_lines([&] {
     for (; !result.ok; ++refused) {
-      const tests::FailingAllocation failing(refused + 1);
-      result = Adapter().deserialize(message);
+      result = [&] {
+        const tests::FailingAllocation failing(refused + 1);
+        return Adapter().deserialize(message);
+      }();
       EXPECT_EQ(static_cast<int>(result.error), result.ok ? 0 : 5);
       EXPECT_EQ(result.body.value(), result.ok ? value : "");
     }

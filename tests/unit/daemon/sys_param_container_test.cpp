@@ -109,7 +109,7 @@ TEST_F(SysParamContainerTest, AFrameAboveTheLimitsIsDroppedUpToItsEnd) {
                             "values is dropped",
                             "DEBUG [SysParam] frame finished, 0 parameters to merge into SysParamContainer"));
   };
-  dropped(most, "");
+  dropped(most, "v");
   EXPECT_EQ(container.get_state(), State::EMPTY);
   receive({{1, "kept"}});
   EXPECT_TRUE(container.update({{1, "changed"}}));
@@ -117,7 +117,7 @@ TEST_F(SysParamContainerTest, AFrameAboveTheLimitsIsDroppedUpToItsEnd) {
   EXPECT_EQ(container.get_state(), State::SYNCED);
   EXPECT_EQ(cached(), (Params{{1, "kept"}}));
   EXPECT_EQ(callbacks, 1);
-  const Params largest(300, {2, std::string(65000, 'x')});  // of one identifier, and so one value
+  const Params largest(300, {7, std::string(65000, 'x')});  // of one identifier, and so one value
   receive(largest);
   EXPECT_EQ(cached().size(), 2u);
 }

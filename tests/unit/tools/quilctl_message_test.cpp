@@ -6,6 +6,7 @@
 #include <ecu/tamu/date_time.h>
 
 #include "quilctl/base/failure.h"
+#include "quilctl/model/decoded_text.h"
 #include "quilctl/model/decoding.h"
 #include "quilctl/model/recording.h"
 #include "quilctl/model/variable_view.h"
@@ -67,16 +68,16 @@ TEST(QuilctlDecoding, ShowsEveryByteOfAMessage) {
   EXPECT_THAT(text.str(), testing::HasSubstr("  name:\n    - 40969\n    - hex ff\n"));
 }
 
-TEST(QuilctlDecoding, AFaultIsPutIntoWordsAndThePayloadShown) {
+TEST(QuilctlDecoding, AFaultIsDescribedAndThePayloadShown) {
   com::Message no_type = variable("x");
   no_type.payload[1] = no_type.payload[2] = 0;
   com::Message cut = variable("x");
   cut.payload.pop_back();
   const std::pair<com::Message, std::string> cases[] = {
-      {tests::raw_message("short"), "shorter than the header of 18 bytes"},
-      {tests::raw_message(std::string(18, 'x')), "its first 18 bytes are no header"},
-      {no_type, "its header says protocol type 0, not used"},
-      {cut, "its body is shorter than its header says, or no such message"},
+      {tests::raw_message("short"), "shorter than a header (18 bytes)"},
+      {tests::raw_message(std::string(18, 'x')), "malformed header"},
+      {no_type, "protocol type 0 in the header: not used"},
+      {cut, "body is shorter than the header says, or malformed"},
   };
   for (const auto& [message, fault] : cases) {
     const Json decoded = decode("system/var/x", message, false);
@@ -87,7 +88,7 @@ TEST(QuilctlDecoding, AFaultIsPutIntoWordsAndThePayloadShown) {
   EXPECT_EQ(decode("some/topic", tests::raw_message("text"), false)["payload"], "text");
 }
 
-TEST(QuilctlDecoding, SecretsAreShownOnRequestOnly) {
+TEST(QuilctlDecoding, SecretsAreShownOnlyOnRequest) {
   const auto secret = tests::raw_message("secret");
   EXPECT_EQ(decode("system/quil/secstore/setmaster", secret, false).dump().find("73656372"),
             std::string::npos);
@@ -97,9 +98,9 @@ TEST(QuilctlDecoding, SecretsAreShownOnRequestOnly) {
   EXPECT_EQ(decode("system/quil/secstore/getremote", secret, true)["payload"]["hex"], "736563726574");
 }
 
-// ---- what the bus says of the variables ----
+// ---- variables ----
 
-TEST(QuilctlVariableView, TellsNoValueFromAnEmptyOneAndAFaultyMessageFromBoth) {
+TEST(QuilctlVariableView, DistinguishesNoValueAnEmptyValueAndAFaultyMessage) {
   using Change = VariableView::Change;
   VariableView view;
   EXPECT_EQ(view.take("system/var/a", framed(pb::EcuVariable())), Change::changed);
@@ -115,7 +116,7 @@ TEST(QuilctlVariableView, TellsNoValueFromAnEmptyOneAndAFaultyMessageFromBoth) {
   EXPECT_EQ(view.take("system/other", variable("x")), Change::other);
 }
 
-TEST(QuilctlUnitClock, OnlyAFreshMessageTellsIt) {
+TEST(QuilctlUnitClock, IsSetByLiveMessagesOnly) {
   UnitClock clock;
   com::Message message = variable("x");
   message.timestamp = ecu::tamu::DateTime::time_since_boot_ns();
@@ -147,7 +148,7 @@ std::vector<Recorded> read(const std::string& text) {
 
 const std::string header = std::string(recording_header()) + "\n";
 
-TEST(QuilctlRecording, EveryMessageComesBackAsItWas) {
+TEST(QuilctlRecording, EveryMessageIsReadAsItWasWritten) {
   std::string bytes;
   for (int byte = 0; byte < 256; ++byte) {
     bytes += static_cast<char>(byte);
@@ -173,7 +174,7 @@ TEST(QuilctlRecording, EveryMessageComesBackAsItWas) {
   }
 }
 
-TEST(QuilctlRecording, IsEditedFreelyAndFaultsNameTheirLine) {
+TEST(QuilctlRecording, EditsAreAcceptedAndErrorsNameTheirLine) {
   const auto edited =
       read(header + "\n# remark\r\n  5 \"t\"   qos1 retained\t\"x\"  \n5.5 \"t\" hex: 00 ff\n");
   ASSERT_EQ(edited.size(), 2u);

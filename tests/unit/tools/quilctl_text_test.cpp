@@ -8,9 +8,14 @@
 
 #include <ecu/quil/environment_daemon.h>
 
+#include "common/input_file.h"
+#include "quilctl/base/escaping.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/text.h"
+#include "quilctl/base/hexadecimal.h"
+#include "quilctl/base/value_input.h"
+#include "quilctl/model/times.h"
 #include "quilctl/model/variable_catalogue.h"
+#include "quilctl/screen/display_width.h"
 #include "quilctl/screen/text_table.h"
 #include "support/captured_log.h"
 #include "support/fake_client.h"
@@ -31,7 +36,7 @@ TEST(QuilctlText, BytesAreShownUnambiguouslyAndReadBack) {
       {"\n\x7f\0"s, R"(\x0a\x7f\x00)"},
       {"\xc2\x9b", R"(\xc2\x9b)"},  // a control character of two bytes
       // A line's end, changes of direction.
-      {"\u2028\u202ea\u2069\u200f",  // NOLINT(misc-misleading-bidirectional): what is to be escaped
+      {"\u2028\u202ea\u2069\u200f",  // NOLINT(misc-misleading-bidirectional): to be escaped
        R"(\xe2\x80\xa8\xe2\x80\xaea\xe2\x81\xa9\xe2\x80\x8f)"},
       {"\xc0\xaf", R"(\xc0\xaf)"},                  // overlong
       {"\xed\xa0\x80", R"(\xed\xa0\x80)"},          // a surrogate
@@ -53,7 +58,7 @@ TEST(QuilctlText, BytesAreShownUnambiguouslyAndReadBack) {
   }
 }
 
-TEST(QuilctlText, IdentifiersAndValuesAreReadStrictly) {
+TEST(QuilctlText, IdentifiersAndValuesAreParsedStrictly) {
   EXPECT_EQ(parse_id("17"), 17u);
   EXPECT_EQ(parse_id("0xA009"), 0xa009u);
   EXPECT_EQ(parse_id("4294967295"), 0xffffffffu);
@@ -68,29 +73,29 @@ TEST(QuilctlText, IdentifiersAndValuesAreReadStrictly) {
   EXPECT_EQ(value_of_argument("hex:"), "");
   EXPECT_EQ(value_of_argument("@" + file), "from\nfile\0"s);
   for (const std::string& wrong : {"hex:0"s, "hex:0g"s, "@" + dir.path("absent"), "@"s, "@" + dir.path("")}) {
-    EXPECT_THROW((void)value_of_argument(wrong), Failure) << wrong;
+    EXPECT_ANY_THROW((void)value_of_argument(wrong)) << wrong;
   }
 }
 
-TEST(QuilctlText, TextsFitATerminalOfAnyWidth) {
+TEST(QuilctlText, TextsAreCutToTheWidthOfTheTerminal) {
   EXPECT_EQ(display_width("grüße"), 5u);
   EXPECT_EQ(display_width("車a"), 3u);
   EXPECT_EQ(cut_to_width("abcdef", 6), "abcdef");
   EXPECT_EQ(cut_to_width("abcdef", 4), "abc…");
   EXPECT_EQ(cut_to_width("車車車", 4), "車…");
   EXPECT_EQ(cut_to_width("abc", 0), "");
-  Table table({"NAME", "VALUE"});
+  TextTable table({"NAME", "VALUE"});
   table.add({"a", "some long value"});
   table.add({"längst", ""});
   EXPECT_THAT(table.lines(1000), ElementsAre("NAME    VALUE", "a       some long value", "längst  "));
   EXPECT_THAT(table.lines(15), ElementsAre("NAME    VALUE", "a       some l…", "längst  "));
-  Table with_more({"NAME", "VALUE", "AGE", "SOURCE"}, 2);
+  TextTable with_more({"NAME", "VALUE", "AGE", "SOURCE"}, 2);
   with_more.add({"version", "24.1.3-release", "3 s", "rt/system/version"});
   EXPECT_THAT(with_more.lines(42), Contains("version  24.1.3-release  3 s  rt/system/v…"));
   EXPECT_THAT(with_more.lines(40), Contains("version  24.1.3-release  3 s"));
   EXPECT_THAT(with_more.lines(20), Contains("version  24.1.3-rel…"));
   for (std::size_t width = 0; width < 30; ++width) {
-    for (const Table& each : {table, with_more}) {
+    for (const TextTable& each : {table, with_more}) {
       for (const std::string& line : each.lines(width)) {
         EXPECT_LE(display_width(line), width);
       }
@@ -98,7 +103,7 @@ TEST(QuilctlText, TextsFitATerminalOfAnyWidth) {
   }
 }
 
-TEST(QuilctlText, AgesAreToldInTheLargestUnitThatFits) {
+TEST(QuilctlText, AgesUseTheLargestUnitThatFits) {
   using namespace std::chrono_literals;
   EXPECT_EQ(age_text(0s), "0 s");
   EXPECT_EQ(age_text(59'999ms), "59 s");

@@ -52,8 +52,8 @@ TEST(VariableCheckerTest, CompleteWhenEveryVariableCameWithItsValue) {
   std::ostringstream err;
   EXPECT_FALSE(checker.report(out, err));
   EXPECT_EQ(err.str(),
-            "missing: a, expected \"1\", last came: 2\n"
-            "missing: b, expected \"\", nothing came\n");
+            "missing: a, expected \"1\", last value: 2\n"
+            "missing: b, expected \"\", not published\n");
   send(checker, "a", variable("1"));
   send(checker, "a", variable("2"));
   EXPECT_EQ(completed, 0);

@@ -5,7 +5,7 @@
 
 namespace ecu::ctl {
 
-/// How the program ends.
+/// The exit code of the program.
 enum class ExitCode : int {
   done = 0,
   failure = 1,
@@ -14,11 +14,11 @@ enum class ExitCode : int {
   no_value = 4,  // known, but without a value
   refused = 5,   // by the broker, the daemon or the other side of the ports
   daemon_off_line = 6,
-  broker_unreachable = 7,  // or it does not let the program in
+  broker_unreachable = 7,  // or the broker rejects the login
   time_out = 27,
 };
 
-/// Ends the program: `what()` is told to the user in one line.
+/// Ends the program: the user sees `what()` in one line.
 class Failure : public std::runtime_error {
  public:
   Failure(ExitCode code, const std::string& reason) : std::runtime_error(reason), code_(code) {}

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "quilctl/base/text.h"
+#include "quilctl/base/escaping.h"
 
 namespace ecu::ctl {
 

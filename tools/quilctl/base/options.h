@@ -5,10 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "quilctl/base/failure.h"
+
 namespace ecu::ctl {
 
-/// How to reach the broker. What is empty comes from the configuration file, or else has the platform's
-/// default.
+/// How to reach the broker. An empty member takes its value from the configuration file, or else the default.
 struct BrokerOptions {
   std::string config_file;
   std::string host;  // name, address, or the path of a Unix-domain socket
@@ -20,41 +21,30 @@ struct BrokerOptions {
   std::string key_file;
 };
 
-enum class Command {
-  list,
-  get,
-  watch,
-  describe,
-  param_get,
-  param_list,
-  param_set,
-  secstore_get,
-  secstore_set,
-  status,
-  check,
-  decode,
-  record,
-  replay,
-};
+struct Options;
 
-/// What the command line and the environment said.
+/// Runs a command. Writes its data to standard output and all else to standard error; throws `Failure` when
+/// it cannot do its work.
+using CommandFunction = ExitCode (*)(const Options& options);
+
+/// The command line, with defaults from the environment.
 struct Options {
-  Command command = Command::list;
+  CommandFunction command = nullptr;
   BrokerOptions broker;
   bool json = false;
   bool raw = false;      // values as they are, without escapes
-  bool verbose = false;  // the log of the bus client on standard error
-  /// For the broker to answer, and for an effect to be seen; unset: the command's own.
+  bool verbose = false;  // log of the bus client on standard error
+  /// For the broker's answer and for the effect of a command; unset: the command's default.
   std::optional<std::chrono::duration<double>> timeout;
 
-  std::vector<std::string> words;                         // names, patterns, identifiers or ID=VALUE
+  std::vector<std::string> arguments;                     // names, patterns, identifiers or ID=VALUE
   std::optional<std::chrono::duration<double>> wait;      // for a value
-  bool table = false;                                     // redraw a table
+  bool table = false;                                     // a table that is redrawn
   bool reveal = false;                                    // show or record secrets
-  std::string which;                                      // value of the secure storage
+  std::string secret;                                     // value of the secure storage: master or remote
   std::string file;                                       // to read or write; "-" is standard input or output
-  std::string filter;                                     // topics, in MQTT's notation
-  std::optional<unsigned> count;                          // of messages, after which to end
+  std::string filter;                                     // MQTT topic filter
+  std::optional<unsigned> count;                          // end after this number of messages
   std::optional<std::chrono::duration<double>> duration;  // of a recording
   double speed = 1;                                       // of a replay
 };

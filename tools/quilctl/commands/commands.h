@@ -1,10 +1,8 @@
 #pragma once
 
-#include "quilctl/base/failure.h"
 #include "quilctl/base/options.h"
 
-/// The commands. Each writes its data to standard output, all else to standard error, and throws `Failure`
-/// when it cannot do what it is for.
+/// The commands, one in each file; see `CommandFunction`. Each has an entry in command_table.cpp.
 namespace ecu::ctl {
 
 [[nodiscard]] ExitCode list(const Options& options);
@@ -21,8 +19,5 @@ namespace ecu::ctl {
 [[nodiscard]] ExitCode decode(const Options& options);
 [[nodiscard]] ExitCode record(const Options& options);
 [[nodiscard]] ExitCode replay(const Options& options);
-
-/// Runs the command that the options name.
-[[nodiscard]] ExitCode run(const Options& options);
 
 }  // namespace ecu::ctl

@@ -7,19 +7,20 @@
 
 #include <ecu/tamu/logging/logging.h>
 
+#include "common/input_file.h"
+#include "quilctl/base/failure.h"
 #include "quilctl/base/notes.h"
-#include "quilctl/commands/commands.h"
 #include "quilctl/commands/quilctl_command_line.h"
-#include "quilctl/talk/bus_connection.h"
+#include "quilctl/talk/termination.h"
 
 namespace {
 
 using namespace ecu::ctl;
 namespace logging = ecu::tamu::logging;
 
-constexpr int interrupted = 128;  // and the signal's number, as shells have it
+constexpr int interrupted = 128;  // plus the signal's number, as shells do
 
-// What is opened later must not take the place of a standard stream that the caller has closed.
+// A file that is opened later must not become a standard stream that the caller has closed.
 void fill_standard_streams() {
   int fd = ::open("/dev/null", O_RDWR);
   while (fd >= 0 && fd <= STDERR_FILENO) {
@@ -30,7 +31,7 @@ void fill_standard_streams() {
   }
 }
 
-// A reader that has seen enough is no fault to speak of.
+// Not an error: the reader has seen enough.
 bool reader_of_output_is_gone() {
   pollfd output{STDOUT_FILENO, 0, 0};
   return ::poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0;
@@ -38,17 +39,20 @@ bool reader_of_output_is_gone() {
 
 int exit_code_of(const Options& options) {
   try {
-    const ExitCode code = run(options);
+    const ExitCode code = options.command(options);
     if (std::cout.flush()) {
       return static_cast<int>(code);
     }
     if (!reader_of_output_is_gone()) {
-      note("standard output cannot be written");
+      note("cannot write to standard output");
     }
     return static_cast<int>(ExitCode::failure);
   } catch (const Failure& failure) {
     note(failure.what());
     return static_cast<int>(failure.code());
+  } catch (const ecu::tools::InputError& failure) {
+    note(failure.what());
+    return static_cast<int>(ExitCode::usage);
   } catch (const Interrupted& interruption) {
     return interrupted + interruption.signal_number;
   } catch (const std::exception& failure) {
@@ -65,7 +69,7 @@ int main(int argc, char* argv[]) {
   if (const auto exit_code = parse_command_line(argc, argv, options)) {
     return *exit_code;
   }
-  // What the library has to say of its connection and of messages, the commands say in their own words.
+  // The commands report the state of the connection themselves.
   logging::set_log_mode(options.verbose ? logging::LogMode::standard_error : logging::LogMode::none);
   logging::configure_logging(options.verbose ? "DEBUG" : "EMERG");
   return exit_code_of(options);

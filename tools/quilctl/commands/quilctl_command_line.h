@@ -6,9 +6,8 @@
 
 namespace ecu::ctl {
 
-/// Reads the command line, and for what it leaves open the environment, into `options`. When the program is
-/// not to go on (help was asked for, or the command line is wrong), says so to the user and returns the exit
-/// code.
+/// Reads the command line into `options`, with defaults from the environment. Returns an exit code when the
+/// program must not go on, because help was requested or the command line is wrong; the user has been told.
 [[nodiscard]] std::optional<int> parse_command_line(int argc, const char* const* argv, Options& options);
 
 }  // namespace ecu::ctl

@@ -13,12 +13,12 @@ namespace ecu::ctl {
 
 namespace {
 
-// A word that differs in more letters is none that was meant.
-constexpr std::size_t most_wrong_letters = 2;
+// A command at a greater distance is not what the user meant.
+constexpr std::size_t max_edit_distance = 2;
 
-// How many letters have to be inserted, left out or replaced to make one word of the other.
-std::size_t wrong_letters(std::string_view word, std::string_view right) {
-  std::vector<std::size_t> counts(right.size() + 1);  // for each beginning of the right one
+// The Levenshtein distance: how many letters to insert, delete or replace to get from one word to the other.
+std::size_t edit_distance(std::string_view word, std::string_view right) {
+  std::vector<std::size_t> counts(right.size() + 1);  // for each prefix of `right`
   std::iota(counts.begin(), counts.end(), std::size_t{0});
   for (const char letter : word) {
     std::size_t before = counts[0]++;
@@ -31,20 +31,20 @@ std::size_t wrong_letters(std::string_view word, std::string_view right) {
   return counts.back();
 }
 
-// Of `group`; empty when none is near.
+// The nearest command of `group`; empty when none is near.
 std::string nearest_command(const CLI::App& group, const std::string& word) {
   std::string nearest;
-  std::size_t least = most_wrong_letters + 1;
+  std::size_t least = max_edit_distance + 1;
   for (const CLI::App* const command : group.get_subcommands({})) {
-    if (const std::size_t wrong = wrong_letters(word, command->get_name()); wrong < least) {
+    if (const std::size_t distance = edit_distance(word, command->get_name()); distance < least) {
       nearest = command->get_name();
-      least = wrong;
+      least = distance;
     }
   }
   return nearest;
 }
 
-// The innermost of the commands that were called first.
+// The innermost command on the command line.
 const CLI::App& called(const CLI::App& app) {
   const auto commands = app.get_subcommands();
   return commands.empty() ? app : called(*commands.front());
@@ -62,16 +62,17 @@ std::string missing_command(const CLI::App& app) {
   }
   const std::string& word = words.front();
   const std::string nearest = nearest_command(called(app), word);
-  return (word.starts_with('-') ? "no option '" : "no command '") + word + '\'' +
+  return (word.starts_with('-') ? "unknown option '" : "unknown command '") + word + '\'' +
          (nearest.empty() ? "" : "; did you mean '" + nearest + "'?");
 }
 
-// The library names the option, also where an environment variable has stood in for it.
-std::string with_origin(const CLI::App& app, const std::string& text, std::span<const char* const> words) {
+// The library names the option, even when its value comes from an environment variable.
+std::string with_origin(const CLI::App& app, const std::string& text,
+                        std::span<const char* const> arguments) {
   for (const CLI::Option* const option : app.get_options()) {
     const std::string name = option->get_name();
     const bool is_given =
-        std::ranges::any_of(words, [&name](std::string_view word) { return word.starts_with(name); });
+        std::ranges::any_of(arguments, [&name](std::string_view word) { return word.starts_with(name); });
     if (!option->get_envname().empty() && !is_given && text.starts_with(name + ':')) {
       return option->get_envname() + text.substr(name.size());
     }
@@ -81,11 +82,12 @@ std::string with_origin(const CLI::App& app, const std::string& text, std::span<
 
 }  // namespace
 
-void tell_usage_error(const CLI::App& app, const CLI::ParseError& error, std::span<const char* const> words) {
+void report_usage_error(const CLI::App& app, const CLI::ParseError& error,
+                        std::span<const char* const> arguments) {
   const CLI::App& command = called(app);
   const bool lacks_command =
       dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && command.get_require_subcommand_min() > 0;
-  note(lacks_command ? missing_command(app) : with_origin(app, error.what(), words));
+  note(lacks_command ? missing_command(app) : with_origin(app, error.what(), arguments));
   std::cerr << path_of(command) << " --help shows the usage" << std::endl;
 }
 

@@ -5,8 +5,8 @@
 
 namespace ecu::ctl {
 
-/// Tells the user what is wrong with the `words` of a command line that `app` could not parse, and where the
-/// usage is shown.
-void tell_usage_error(const CLI::App& app, const CLI::ParseError& error, std::span<const char* const> words);
+/// Tells the user why `app` could not parse the command line `arguments`, and how to see the usage.
+void report_usage_error(const CLI::App& app, const CLI::ParseError& error,
+                        std::span<const char* const> arguments);
 
 }  // namespace ecu::ctl

@@ -8,20 +8,21 @@
 #include <utility>
 
 #include <ecu/tamu/com/framing.h>
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/pb/messages.pb.h>
 #include <ecu/tamu/rt/signal_adapter.h>
 
-#include "quilctl/base/text.h"
+#include "quilctl/base/escaping.h"
+#include "quilctl/base/hexadecimal.h"
 #include "quilctl/model/message_header.h"
 
 namespace ecu::ctl {
 
 namespace com = tamu::com;
 namespace pb = tamu::pb;
+namespace topics = com::topics;
 
 namespace {
-
-constexpr const char* redacted_key = "redacted";
 
 std::string text_of(std::span<const std::uint8_t> bytes) {
   return {bytes.begin(), bytes.end()};
@@ -50,7 +51,7 @@ Json fields_of(const pb::EcuVariableReq& body) {
   return {{"name", std::move(names)}};
 }
 
-// Of a message inside another one.
+// Unknown fields of a message or of a part of it.
 void add_unknown(Json& fields, const std::string& unknown) {
   if (!unknown.empty()) {
     fields["unknown_fields"] = {{"hex", to_hex(unknown)}};
@@ -89,12 +90,12 @@ std::string_view name_of_status(std::uint32_t status) {
   return status < names.size() ? names[status] : "unknown";
 }
 
-// JSON has no number for what is none, and shows it as null.
+// JSON has no NaN and no infinity; the library would write null.
 Json number_of(double value) {
   return std::isfinite(value) ? Json(value) : Json(std::isnan(value) ? "nan" : value > 0 ? "inf" : "-inf");
 }
 
-// Texts are filled up with zeros to a fixed size.
+// Text signals are padded with zeros to a fixed size.
 std::string_view without_padding(std::string_view data) {
   return data.substr(0, data.find_last_not_of('\0') + 1);
 }
@@ -123,21 +124,21 @@ Json fields_of(const pb::SignalGroup& body) {
   return {{"signal", std::move(signals)}};
 }
 
-std::string_view words_for(com::err::PbInternalDeserializationError error) {
+std::string_view description_of(com::err::PbInternalDeserializationError error) {
   using Error = com::err::PbInternalDeserializationError;
   switch (error) {
     case Error::success:
       return "";
     case Error::too_short:
-      return "shorter than the header of 18 bytes";
+      return "shorter than a header (18 bytes)";
     case Error::bad_header:
-      return "its first 18 bytes are no header";
+      return "malformed header";
     case Error::protocol_not_used:
-      return "its header says protocol type 0, not used";
+      return "protocol type 0 in the header: not used";
     case Error::bad_header_length:
-      return "its header says another length than 18";
+      return "header length in the header is not 18";
     case Error::bad_body:
-      return "its body is shorter than its header says, or no such message";
+      return "body is shorter than the header says, or malformed";
   }
   return "unknown error";
 }
@@ -155,7 +156,7 @@ void decode_framed(Json& decoded, std::span<const std::uint8_t> payload) {
   std::uint16_t protocol_type = 0;
   const auto error = com::unframe(payload, body, protocol_type);
   if (error != com::err::PbInternalDeserializationError::success) {
-    decoded["fault"] = words_for(error);
+    decoded["fault"] = description_of(error);
     decoded["payload"] = {{"hex", to_hex(text_of(payload))}};
     return;
   }
@@ -175,22 +176,22 @@ void decode_plain(Json& decoded, std::span<const std::uint8_t> payload) {
 using Decoder = void (*)(Json& decoded, std::span<const std::uint8_t> payload);
 
 struct Kind {
-  std::string_view topic;  // the beginning of one where it ends with '/'
+  std::string_view topic;  // a prefix when it ends with '/'
   std::string_view name;
   Decoder decoder;  // null: secret
 };
 
-// The first that fits counts.
+// The first match counts.
 constexpr Kind kinds[] = {
-    {"system/var/", "EcuVariable", decode_framed<pb::EcuVariable>},
-    {"system/sysparam/", "SystemParameterEntry", decode_framed<pb::SystemParameterEntry>},
-    {"system/sysparams", "SystemParameterList", decode_framed<pb::SystemParameterList>},
-    {"system/sysparams/write", "SystemParameterList", decode_framed<pb::SystemParameterList>},
-    {"system/quil/request/sysparam", "EcuVariableReq", decode_framed<pb::EcuVariableReq>},
-    {"system/quil/request/sysparams", "request for all parameters", decode_plain},
-    {"system/quil/secstore/", "secret", nullptr},
-    {"system/presence/", "presence", decode_plain},
-    {"rt/", "SignalGroup", decode_framed<pb::SignalGroup>},
+    {topics::variable_prefix, "EcuVariable", decode_framed<pb::EcuVariable>},
+    {topics::parameter_answer, "SystemParameterEntry", decode_framed<pb::SystemParameterEntry>},
+    {topics::all_parameters_answer, "SystemParameterList", decode_framed<pb::SystemParameterList>},
+    {topics::parameter_write, "SystemParameterList", decode_framed<pb::SystemParameterList>},
+    {topics::parameter_request, "EcuVariableReq", decode_framed<pb::EcuVariableReq>},
+    {topics::all_parameters_request, "request for all parameters", decode_plain},
+    {topics::secure_storage_prefix, "secret", nullptr},
+    {topics::presence_prefix, "presence", decode_plain},
+    {topics::signal_group_prefix, "SignalGroup", decode_framed<pb::SignalGroup>},
 };
 constexpr Kind unknown_kind = {"", "unknown", decode_plain};
 
@@ -199,47 +200,6 @@ const Kind& kind_of(std::string_view topic) {
     return kind.topic.ends_with('/') ? topic.starts_with(kind.topic) : topic == kind.topic;
   });
   return found == std::end(kinds) ? unknown_kind : *found;
-}
-
-void print_members(std::ostream& out, const Json& object, const std::string& indent);
-
-bool has_members(const Json& value) {
-  return value.is_object() && !value.contains("hex");
-}
-
-// Of a value without members: a number, a text, bytes.
-std::string shown(const Json& value) {
-  if (value.is_object()) {
-    return "hex " + value["hex"].get<std::string>();
-  }
-  return value.is_string() ? shown_value(value.get<std::string>()) : value.dump();
-}
-
-void print_member(std::ostream& out, const std::string& key, const Json& value, const std::string& indent) {
-  out << indent << key << ':';
-  if (value.is_array()) {
-    out << '\n';
-    for (const Json& element : value) {
-      out << indent << "  -";
-      if (has_members(element)) {
-        out << '\n';
-        print_members(out, element, indent + "    ");
-      } else {
-        out << ' ' << shown(element) << '\n';
-      }
-    }
-  } else if (has_members(value)) {
-    out << '\n';
-    print_members(out, value, indent + "  ");
-  } else {
-    out << ' ' << shown(value) << '\n';
-  }
-}
-
-void print_members(std::ostream& out, const Json& object, const std::string& indent) {
-  for (const auto& [key, value] : object.items()) {
-    print_member(out, key, value, indent);
-  }
 }
 
 }  // namespace
@@ -257,14 +217,6 @@ Json decode(const std::string& topic, const com::Message& msg, bool reveal) {
     decoded[redacted_key] = true;
   }
   return decoded;
-}
-
-void print_decoded(std::ostream& out, const Json& decoded) {
-  Json shown = decoded;
-  if (shown.erase(redacted_key) > 0) {
-    shown["payload"] = "redacted (--reveal shows it)";
-  }
-  print_members(out, shown, "");
 }
 
 }  // namespace ecu::ctl

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <ostream>
 #include <string>
 
 #include <ecu/tamu/com/message.h>
@@ -9,22 +8,20 @@
 
 namespace ecu::ctl {
 
-/// Everything that a message on `topic` says:
+/// The complete contents of a message on `topic`:
 ///
-///   topic, kind, retained, bytes       always; kind is "unknown" for a topic that is none of the system's
+///   topic, kind, retained, bytes       always; kind is "unknown" for a topic that the system does not use
 ///   framing                            protocol_type, header_length, body_length, send_time_ns
-///   fault                              why it cannot be decoded; then payload has all of its bytes
-///   fields                             of the body; those that are not set are left out
-///   unknown_fields, surplus            bytes of the body that no field is known for, and bytes behind the
-///   body
-///   redacted                           true in place of the payload: a value of the secure storage, unless
-///   `reveal` is set
+///   fault                              why it cannot be decoded; payload then holds all bytes
+///   fields                             of the body, without those that are not set
+///   unknown_fields, surplus            bytes of the body that belong to no known field, and bytes after the
+///   body redacted                           true in place of the payload: a value of the secure storage,
+///   unless `reveal`
+///                                      is set
 ///
-/// Bytes are as `json_value` has them; a signal's bytes are also a text where they are one up to their
-/// padding with zeros, and a signal's value that is no finite number is "nan", "inf" or "-inf".
+/// Bytes are encoded as `json_value` does. A signal's data also appears as text when it is text apart from
+/// padding zeros. A signal's value that is not finite is "nan", "inf" or "-inf".
 [[nodiscard]] Json decode(const std::string& topic, const tamu::com::Message& msg, bool reveal);
-
-/// The same for people, on several lines; nothing is cut.
-void print_decoded(std::ostream& out, const Json& decoded);
+inline constexpr const char* redacted_key = "redacted";
 
 }  // namespace ecu::ctl

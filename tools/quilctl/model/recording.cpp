@@ -1,16 +1,16 @@
 #include "quilctl/model/recording.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <system_error>
 #include <utility>
 
 #include <ecu/tamu/com/topic.h>
 
+#include "common/input_file.h"
+#include "quilctl/base/bounded_line.h"
+#include "quilctl/base/escaping.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/files.h"
-#include "quilctl/base/text.h"
+#include "quilctl/base/hexadecimal.h"
 
 namespace ecu::ctl {
 
@@ -19,16 +19,16 @@ namespace {
 using std::chrono::microseconds;
 
 constexpr std::string_view header = "quilctl-recording 1";
-constexpr std::string_view retained_word = "retained";
-constexpr std::string_view acknowledged_word = "qos1";
-constexpr std::string_view redacted_word = "redacted";
+constexpr std::string_view retained_flag = "retained";
+constexpr std::string_view acknowledged_flag = "qos1";
+constexpr std::string_view redacted_mark = "redacted";
 constexpr std::string_view hex_prefix = "hex:";
 constexpr std::string_view escaped_quote = R"(\x22)";
 constexpr std::string_view blanks = " \t\r";
 constexpr std::size_t decimals = 6;
 constexpr std::int64_t max_seconds = 1'000'000'000;
 constexpr std::size_t max_first_line_size = 1024;
-// Holds the largest payload that is recorded, 16 MiB, also when every byte of it is escaped.
+// Room for the largest payload that is recorded, 16 MiB, with every byte escaped.
 constexpr std::size_t max_line_size = std::size_t{65} * 1024 * 1024;
 
 std::string quoted(std::string_view bytes) {
@@ -53,7 +53,7 @@ std::string_view trimmed(std::string_view text) {
                                          : text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-// Takes the first word away from `rest`.
+// Removes the first word from `rest`.
 std::string_view next_word(std::string_view& rest) {
   rest = trimmed(rest);
   const std::string_view word = rest.substr(0, rest.find_first_of(blanks));
@@ -82,13 +82,13 @@ std::string line_of(const Recorded& message) {
   std::string line =
       std::to_string(message.at.count() / 1'000'000) + '.' + fraction + ' ' + quoted(message.topic);
   if (message.retained) {
-    line.append(" ").append(retained_word);
+    line.append(" ").append(retained_flag);
   }
   if (message.acknowledged) {
-    line.append(" ").append(acknowledged_word);
+    line.append(" ").append(acknowledged_flag);
   }
   line += ' ';
-  return line + (!message.payload                  ? std::string(redacted_word)
+  return line + (!message.payload                  ? std::string(redacted_mark)
                  : is_plain_text(*message.payload) ? quoted(*message.payload)
                                                    : std::string(hex_prefix) + to_hex(*message.payload));
 }
@@ -97,7 +97,7 @@ RecordingReader::RecordingReader(std::istream& input, std::string name)
     : input_(input), name_(std::move(name)) {
   std::string line;
   if (!read_line(line, max_first_line_size) || trimmed(line) != header) {
-    fail("no recording: its first line is not '" + std::string(header) + "'");
+    fail("not a recording: the first line is not '" + std::string(header) + "'");
   }
 }
 
@@ -113,7 +113,7 @@ std::optional<Recorded> RecordingReader::next() {
     }
     Recorded message = parse(text);
     if (message.at < last_) {
-      fail("the time goes back");
+      fail("the time is earlier than that of the line before");
     }
     last_ = message.at;
     return message;
@@ -125,7 +125,7 @@ bool RecordingReader::read_line(std::string& line, std::size_t max_size) {
   ++line_;
   const bool is_there = ctl::read_line(input_, line, max_size);
   if (input_.bad()) {
-    throw Failure(ExitCode::usage, name_ + ": " + std::generic_category().message(errno));
+    throw tools::input_error(name_);
   }
   return is_there;
 }
@@ -139,14 +139,14 @@ Recorded RecordingReader::parse(std::string_view line) const {
   message.at = parse_time(next_word(line));
   message.topic = parse_quoted(line);
   if (!tamu::com::is_topic_name(message.topic)) {
-    fail("the topic is none to publish on");
+    fail("invalid topic: wildcards are not allowed, nor an empty topic");
   }
   for (line = trimmed(line);;) {
     std::string_view rest = line;
     const std::string_view word = next_word(rest);
-    if (word == retained_word) {
+    if (word == retained_flag) {
       message.retained = true;
-    } else if (word == acknowledged_word) {
+    } else if (word == acknowledged_flag) {
       message.acknowledged = true;
     } else {
       break;
@@ -164,7 +164,7 @@ microseconds RecordingReader::parse_time(std::string_view text) const {
   fraction.resize(std::max(fraction.size(), decimals), '0');
   const auto micros = number_of(fraction);
   if (!seconds || *seconds > max_seconds || !micros || fraction.size() > decimals) {
-    fail("'" + std::string(text) + "' is no time in seconds with at most 6 decimals");
+    fail("'" + std::string(text) + "' is not a time in seconds with at most 6 decimals");
   }
   return std::chrono::seconds(*seconds) + microseconds(*micros);
 }
@@ -172,30 +172,30 @@ microseconds RecordingReader::parse_time(std::string_view text) const {
 std::string RecordingReader::parse_quoted(std::string_view& rest) const {
   const std::size_t end = rest.starts_with('"') ? rest.find('"', 1) : std::string_view::npos;
   if (end == std::string_view::npos) {
-    fail("a text in double quotes is missing");
+    fail("text in double quotes expected");
   }
   auto text = from_printable(rest.substr(1, end - 1));
   if (!text) {
-    fail(R"(a backslash is none of \\ and \xNN)");
+    fail(R"(invalid escape: only \\ and \xNN are allowed)");
   }
   rest.remove_prefix(end + 1);
   return std::move(*text);
 }
 
 std::optional<std::string> RecordingReader::parse_payload(std::string_view rest) const {
-  if (rest == redacted_word) {
+  if (rest == redacted_mark) {
     return std::nullopt;
   }
   if (rest.starts_with(hex_prefix)) {
     auto bytes = from_hex(rest.substr(hex_prefix.size()));
     if (!bytes) {
-      fail("the payload is not in hexadecimal, two digits a byte");
+      fail("invalid hexadecimal payload: each byte needs two digits");
     }
     return bytes;
   }
   std::string text = parse_quoted(rest);
   if (!rest.empty()) {
-    fail("'" + std::string(rest) + "' behind the payload");
+    fail("'" + std::string(rest) + "' after the payload");
   }
   return text;
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-/// What was seen on the bus as text, a message a line, for people to read and edit:
+/// Messages of the bus as text, one in each line, for people to read and edit:
 ///
 ///   quilctl-recording 1
 ///   # a comment
@@ -14,8 +14,8 @@
 ///   0.250000 "system/presence/quil" retained qos1 "online"
 ///   0.250410 "system/quil/secstore/getmaster" retained qos1 redacted
 ///
-/// Time in seconds since the beginning, topic, flags, payload: as text in quotes, in hexadecimal, or left out
-/// because it is a secret. In quotes bytes are escaped as `printable` does it, and the quote as \x22.
+/// Time in seconds since the beginning, topic, flags, payload: text in quotes, hexadecimal, or left out
+/// because it is a secret. In quotes bytes are escaped as `printable` does, and a quote as \x22.
 namespace ecu::ctl {
 
 struct Recorded {
@@ -26,17 +26,18 @@ struct Recorded {
   std::optional<std::string> payload;  // none: redacted
 };
 
-/// The first line of a recording, and the line of a message; without their ends.
+/// The first line of a recording, and the line of a message, both without line end.
 [[nodiscard]] std::string_view recording_header() noexcept;
 [[nodiscard]] std::string line_of(const Recorded& message);
 
-/// Reads a recording line by line. Throws `Failure` with name, line and reason for what is none.
+/// Reads a recording line by line. Throws `Failure` with name, line and reason when it is malformed, and
+/// `tools::InputError` when it cannot be read.
 class RecordingReader {
  public:
-  /// `input` must outlive the reader; `name` is what faults call it.
+  /// `input` must outlive the reader; errors refer to it as `name`.
   RecordingReader(std::istream& input, std::string name);
 
-  /// The next message; nothing at the end. Times never go back.
+  /// The next message; nothing at the end. Times never decrease.
   [[nodiscard]] std::optional<Recorded> next();
 
  private:

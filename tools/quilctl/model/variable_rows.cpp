@@ -1,6 +1,7 @@
 #include "quilctl/model/variable_rows.h"
 
-#include "quilctl/base/text.h"
+#include "quilctl/base/escaping.h"
+#include "quilctl/model/times.h"
 
 namespace ecu::ctl {
 
@@ -8,7 +9,7 @@ namespace {
 
 constexpr double ns_per_s = 1e9;
 
-// A value that is there since a time: its age, in nanoseconds.
+// In nanoseconds; nothing without a value.
 std::optional<std::uint64_t> age_of(const VariableRow& row, const UnitClock& clock) {
   return row.value() ? clock.age_of(row.variable->timestamp) : std::nullopt;
 }

@@ -9,7 +9,7 @@
 
 namespace ecu::ctl {
 
-/// A variable that is known or was published.
+/// A variable that is in the catalogue or has been published.
 struct VariableRow {
   std::string name;
   const Variable* variable = nullptr;  // null: not published
@@ -20,14 +20,15 @@ struct VariableRow {
   }
 };
 
-/// All of them: first those of the catalogue, in its order. Refers to the view.
+/// All variables: first those of the catalogue, in its order. Refers to the view, which must outlive the
+/// rows.
 [[nodiscard]] std::vector<VariableRow> variable_rows(const VariableView& view);
 
-/// The columns name, value, age and source of `row`.
+/// The columns name, value, age and source.
 [[nodiscard]] std::vector<std::string> columns_of(const VariableRow& row, const UnitClock& clock);
 [[nodiscard]] const std::vector<std::string>& variable_headings();
 
-/// The same as JSON.
+/// A row as JSON.
 [[nodiscard]] Json json_of(const VariableRow& row, const UnitClock& clock);
 
 }  // namespace ecu::ctl

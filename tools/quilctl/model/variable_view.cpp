@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/date_time.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
@@ -13,20 +14,15 @@ namespace ecu::ctl {
 
 namespace com = tamu::com;
 
-namespace {
-
-constexpr std::string_view variable_prefix = "system/var/";
-
-}  // namespace
-
 std::optional<std::string_view> variable_of(std::string_view topic) {
-  return topic.starts_with(variable_prefix) && topic.size() > variable_prefix.size()
-             ? std::optional(topic.substr(variable_prefix.size()))
+  constexpr std::string_view prefix = com::topics::variable_prefix;
+  return topic.starts_with(prefix) && topic.size() > prefix.size()
+             ? std::optional(topic.substr(prefix.size()))
              : std::nullopt;
 }
 
 VariableView::Change VariableView::take(const std::string& topic, const com::Message& msg) {
-  if (topic == daemon_presence) {
+  if (topic == com::topics::daemon_presence) {
     on_line_ =
         std::string_view(reinterpret_cast<const char*>(msg.payload.data()), msg.payload.size()) == "online";
     return Change::other;
@@ -35,7 +31,7 @@ VariableView::Change VariableView::take(const std::string& topic, const com::Mes
   if (!name) {
     return Change::other;
   }
-  if (msg.payload.empty()) {  // the broker's way to say that nothing is retained any more
+  if (msg.payload.empty()) {  // nothing is retained any more
     return variables_.erase(std::string(*name)) > 0 ? Change::changed : Change::none;
   }
   const auto decoded = com::PbInternalMessageAdapter<tamu::pb::EcuVariable>().deserialize(msg);

@@ -10,37 +10,34 @@
 
 namespace ecu::ctl {
 
-inline constexpr const char* all_variables = "system/var/#";
-inline constexpr const char* daemon_presence = "system/presence/quil";
-
-/// A variable as it was published last.
+/// A variable as published last.
 struct Variable {
-  std::optional<std::string> value;  // none: published without one
+  std::optional<std::string> value;  // none: published without a value
   std::uint64_t timestamp = 0;       // of the value, nanoseconds since the unit's boot
 };
 
-/// What the bus says of the variables and of the daemon that publishes them.
+/// The variables and the presence of the daemon, as published on the bus.
 class VariableView {
  public:
   enum class Change {
-    none,     // the value is as before, though it may be newer
-    changed,  // another value, or none any more
-    other,    // no message of a variable
-    faulty,   // a message of a variable that cannot be decoded; what was known stays
+    none,     // same value, possibly with a newer time
+    changed,  // another value, or no value any more
+    other,    // not the message of a variable
+    faulty,   // the message of a variable that cannot be decoded; the view keeps the last value
   };
-  /// Takes over what a message says.
+  /// Updates the view from a message.
   Change take(const std::string& topic, const tamu::com::Message& msg);
 
-  /// Those that were published, by name.
+  /// The published variables, by name.
   [[nodiscard]] const std::map<std::string, Variable, std::less<>>& all() const noexcept {
     return variables_;
   }
-  /// The variable of that name; null when it was not published.
+  /// The variable of that name; null when it has not been published.
   [[nodiscard]] const Variable* find(std::string_view name) const;
   /// How many have a value.
   [[nodiscard]] std::size_t with_value() const;
 
-  /// Whether the daemon is on line; nothing when it does not say.
+  /// Whether the daemon is on line; nothing when it has published no presence.
   [[nodiscard]] std::optional<bool> daemon_on_line() const noexcept { return on_line_; }
 
  private:
@@ -51,20 +48,20 @@ class VariableView {
 /// The name of the variable that is published on `topic`; nothing for another topic.
 [[nodiscard]] std::optional<std::string_view> variable_of(std::string_view topic);
 
-/// The unit's clock, which only what the daemon has just sent can tell.
+/// The unit's clock, derived from the send times of the daemon's live messages.
 class UnitClock {
  public:
-  /// Takes over the time at which a message was sent, unless it is a retained one.
+  /// Sets it from the send time of a message, unless the message is retained.
   void take(const tamu::com::Message& msg);
-  /// Sets it by this machine's own clock.
-  void take_own() noexcept { ahead_ns_ = 0; }
+  /// Sets it to this machine's own clock.
+  void use_local_clock() noexcept { ahead_ns_ = 0; }
 
   [[nodiscard]] bool known() const noexcept { return ahead_ns_.has_value(); }
-  /// How long ago a time on the unit was, in nanoseconds; nothing while the clock is not known.
+  /// The time since `timestamp` (of the unit), in nanoseconds; nothing while the clock is not known.
   [[nodiscard]] std::optional<std::uint64_t> age_of(std::uint64_t timestamp) const;
 
  private:
-  std::optional<std::int64_t> ahead_ns_;  // of this machine's
+  std::optional<std::int64_t> ahead_ns_;  // of this machine's clock
 };
 
 }  // namespace ecu::ctl

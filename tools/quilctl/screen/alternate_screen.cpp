@@ -1,6 +1,5 @@
 #include "quilctl/screen/alternate_screen.h"
 
-#include <pthread.h>
 #include <signal.h>
 #include <termios.h>
 #include <unistd.h>
@@ -9,6 +8,8 @@
 #include <cerrno>
 #include <string_view>
 
+#include <ecu/tamu/signal_mask.h>
+
 namespace ecu::ctl {
 
 namespace {
@@ -16,24 +17,15 @@ namespace {
 constexpr std::string_view enter_sequence = "\x1b[?1049h\x1b[?25l";
 constexpr std::string_view leave_sequence = "\x1b[?25h\x1b[?1049l";
 
-// What stops or ends the process by default, and is not the bus's.
+// They stop or end the process by default. The bus connection does not handle them.
 constexpr std::array handled_signals = {SIGTSTP, SIGQUIT};
 
-// Not by a stream, as the handler writes too.
+// Not through a stream, because the signal handler writes, too.
 void write_to_terminal(std::string_view sequence) {
   (void)!::write(STDOUT_FILENO, sequence.data(), sequence.size());
 }
 
-void change_mask(int how) {
-  sigset_t signals;
-  sigemptyset(&signals);
-  for (const int signal_number : handled_signals) {
-    sigaddset(&signals, signal_number);
-  }
-  pthread_sigmask(how, &signals, nullptr);
-}
-
-// Not where the caller has the signal ignored.
+// Leaves a signal alone that the parent process has set to be ignored.
 void handle(int signal_number, void (*handler)(int)) {
   struct sigaction action {};
   sigaction(signal_number, nullptr, &action);
@@ -48,10 +40,10 @@ void on_signal(int signal_number) {
   write_to_terminal(leave_sequence);
   handle(signal_number, SIG_DFL);
   (void)::raise(signal_number);
-  change_mask(SIG_UNBLOCK);  // here it stops or ends
-  change_mask(SIG_BLOCK);
+  tamu::unblock_signals(tamu::signal_set(handled_signals));  // here the process stops or ends
+  tamu::block_signals(tamu::signal_set(handled_signals));
   handle(signal_number, on_signal);
-  ::tcdrain(STDOUT_FILENO);  // stops it again for as long as it is in the background
+  ::tcdrain(STDOUT_FILENO);  // stops the process again while it is in the background
   write_to_terminal(enter_sequence);
   errno = error;
 }
@@ -64,16 +56,16 @@ void handle_all(void (*handler)(int)) {
 
 }  // namespace
 
-SecondScreen::SecondScreen() {
-  change_mask(SIG_BLOCK);
+AlternateScreen::AlternateScreen() {
+  tamu::block_signals(tamu::signal_set(handled_signals));
 }
 
-SecondScreen::~SecondScreen() {
+AlternateScreen::~AlternateScreen() {
   leave();
-  change_mask(SIG_UNBLOCK);
+  tamu::unblock_signals(tamu::signal_set(handled_signals));
 }
 
-void SecondScreen::enter() {
+void AlternateScreen::enter() {
   if (!is_entered_) {
     is_entered_ = true;
     handle_all(on_signal);
@@ -81,7 +73,7 @@ void SecondScreen::enter() {
   }
 }
 
-void SecondScreen::leave() {
+void AlternateScreen::leave() {
   if (is_entered_) {
     is_entered_ = false;
     handle_all(SIG_DFL);
@@ -89,12 +81,12 @@ void SecondScreen::leave() {
   }
 }
 
-SecondScreen::Stoppable::Stoppable() {
-  change_mask(SIG_UNBLOCK);
+AlternateScreen::Stoppable::Stoppable() {
+  tamu::unblock_signals(tamu::signal_set(handled_signals));
 }
 
-SecondScreen::Stoppable::~Stoppable() {
-  change_mask(SIG_BLOCK);
+AlternateScreen::Stoppable::~Stoppable() {
+  tamu::block_signals(tamu::signal_set(handled_signals));
 }
 
 }  // namespace ecu::ctl

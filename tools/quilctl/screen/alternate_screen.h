@@ -2,23 +2,23 @@
 
 namespace ecu::ctl {
 
-/// The second screen of the terminal on standard output. Whoever stops the process (Ctrl-Z) has the first one
-/// back meanwhile, and whoever ends it by SIGQUIT for good. Make it before any thread is started, and only
-/// one: it blocks these signals in every thread of the process.
-class SecondScreen {
+/// The alternate screen of the terminal on standard output. The normal screen returns while the process is
+/// stopped (Ctrl-Z) and when SIGQUIT ends it. Make it before any thread is started, and only one: it blocks
+/// these signals in every thread of the process.
+class AlternateScreen {
  public:
-  SecondScreen();
-  /// Leaves it.
-  ~SecondScreen();
-  SecondScreen(const SecondScreen&) = delete;
-  SecondScreen& operator=(const SecondScreen&) = delete;
+  AlternateScreen();
+  /// Returns to the normal screen.
+  ~AlternateScreen();
+  AlternateScreen(const AlternateScreen&) = delete;
+  AlternateScreen& operator=(const AlternateScreen&) = delete;
 
   void enter();
   void leave();
   [[nodiscard]] bool is_entered() const noexcept { return is_entered_; }
 
-  /// While one lives the process can be stopped or ended by this thread, which must not write to the terminal
-  /// then. What was on the screen is gone when the process goes on.
+  /// During its lifetime these signals can stop or end the process in this thread, which must not write to
+  /// the terminal meanwhile. The contents of the screen are lost when the process continues.
   class Stoppable {
    public:
     Stoppable();

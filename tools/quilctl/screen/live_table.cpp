@@ -7,32 +7,35 @@
 #include <iostream>
 #include <utility>
 
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/rt/signal_adapter.h>
 
-#include "quilctl/base/text.h"
+#include "quilctl/base/escaping.h"
+#include "quilctl/model/times.h"
 #include "quilctl/model/values.h"
 #include "quilctl/model/variable_catalogue.h"
 #include "quilctl/model/variable_rows.h"
+#include "quilctl/screen/display_width.h"
 #include "quilctl/screen/text_table.h"
 
 namespace ecu::ctl {
+
+namespace topics = tamu::com::topics;
 
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// A burst of changes is drawn once.
+// One redraw shows a burst of changes.
 constexpr milliseconds redraw_delay{50};
 constexpr seconds redraw_interval{1};
 constexpr seconds highlight_time{3};
 constexpr std::size_t essential_columns = 2;  // name and value
-constexpr std::size_t news_shown = 4;
-constexpr std::size_t lines_around_table = 2 + news_shown;  // heading, headings, and the news below
+constexpr std::size_t max_notices = 4;
+constexpr std::size_t lines_around_table = 2 + max_notices;  // heading, headings, and the notices below
 
-constexpr const char* ignition_topic = "rt/io/kl15";
 constexpr const char* ignition_signal = "kl15";
-constexpr const char* parameter_answer = "system/sysparam/";
 
 constexpr const char* go_home = "\x1b[H";
 constexpr const char* clear_line = "\x1b[2K";
@@ -53,7 +56,7 @@ TerminalSize terminal_size() {
   return {size.ws_col, size.ws_row};
 }
 
-// The ignition is on when the signal is valid and its first byte is not zero.
+// On when the first byte is not zero; nothing without a valid signal.
 std::optional<bool> ignition_in(const Event& event) {
   const auto group = tamu::rt::SignalAdapter::instance().unpack(event.text, event.message);
   if (!group) {
@@ -68,11 +71,11 @@ std::optional<bool> ignition_in(const Event& event) {
 
 }  // namespace
 
-LiveTable::LiveTable(SecondScreen& screen, std::string broker, bool is_local,
+LiveTable::LiveTable(AlternateScreen& screen, std::string broker, bool is_local,
                      std::function<bool(std::string_view)> wanted)
     : screen_(screen), broker_(std::move(broker)), wanted_(std::move(wanted)) {
   if (is_local) {
-    clock_.take_own();
+    clock_.use_local_clock();
   }
 }
 
@@ -88,11 +91,11 @@ LiveTable::~LiveTable() {
 }
 
 const std::vector<std::string>& LiveTable::more_filters() {
-  static const std::vector<std::string> filters = {ignition_topic, parameter_answer};
+  static const std::vector<std::string> filters = {topics::ignition, topics::parameter_answer};
   return filters;
 }
 
-void LiveTable::take(const Event& event) {
+void LiveTable::handle(const Event& event) {
   switch (event.kind) {
     case Event::Kind::up:
       connected_ = true;
@@ -105,41 +108,41 @@ void LiveTable::take(const Event& event) {
       settled_ = true;
       break;
     case Event::Kind::message:
-      take_message(event);
+      handle_message(event);
       break;
     case Event::Kind::refused:
       break;
   }
-  draw_soon();
+  schedule_redraw();
 }
 
-void LiveTable::take_news(const std::string& text) {
-  add_news(std::chrono::system_clock::now(), printable(text));
-  draw_soon();
+void LiveTable::add_notice(const std::string& text) {
+  add_line(std::chrono::system_clock::now(), printable(text));
+  schedule_redraw();
 }
 
-void LiveTable::draw_soon() {
+void LiveTable::schedule_redraw() {
   if (screen_.is_entered()) {
     redraw_due_ = std::min(redraw_due_, Clock::now() + redraw_delay);
   }
 }
 
-void LiveTable::take_message(const Event& event) {
-  if (event.text == ignition_topic) {
+void LiveTable::handle_message(const Event& event) {
+  if (event.text == topics::ignition) {
     const std::optional<bool> before = ignition_;
     if (const auto now = ignition_in(event)) {
       ignition_ = now;
     }
     if (ignition_ && ignition_ != before) {
-      add_news(event.at, *ignition_ ? "ignition on" : "ignition off");
+      add_line(event.at, *ignition_ ? "ignition on" : "ignition off");
     }
     return;
   }
   const auto name = variable_of(event.text);
   const auto change = view_.take(event.text, event.message);
   if (change == VariableView::Change::faulty) {
-    add_news(event.at, printable(*name) + "  cannot be decoded");
-  } else if (event.text != daemon_presence) {
+    add_line(event.at, printable(*name) + "  cannot be decoded");
+  } else if (event.text != topics::daemon_presence) {
     clock_.take(event.message);
   }
   if (change != VariableView::Change::changed || !wanted_(*name)) {
@@ -148,15 +151,15 @@ void LiveTable::take_message(const Event& event) {
   if (settled_) {
     changed_[std::string(*name)] = Clock::now();
     const Variable* const variable = view_.find(*name);
-    add_news(event.at,
+    add_line(event.at,
              printable(*name) + "  " + shown_value(variable == nullptr ? std::nullopt : variable->value));
   }
 }
 
-void LiveTable::add_news(std::chrono::system_clock::time_point at, const std::string& text) {
-  news_.push_back(local_time(at) + "  " + text);
-  if (news_.size() > news_shown) {
-    news_.pop_front();
+void LiveTable::add_line(std::chrono::system_clock::time_point at, const std::string& text) {
+  notices_.push_back(local_time(at) + "  " + text);
+  if (notices_.size() > max_notices) {
+    notices_.pop_front();
   }
 }
 
@@ -172,7 +175,7 @@ std::string LiveTable::heading() const {
 }
 
 std::vector<std::string> LiveTable::table_lines(std::size_t width) const {
-  Table table(variable_headings(), essential_columns);
+  TextTable table(variable_headings(), essential_columns);
   std::vector<bool> is_fresh = {false};  // the headings
   for (const VariableRow& row : variable_rows(view_)) {
     if (wanted_(row.name)) {
@@ -198,9 +201,9 @@ std::vector<std::string> LiveTable::lines(std::size_t width, std::size_t height)
   const std::size_t hidden = table.size() > room ? table.size() - room + 1 : 0;
   all.insert(all.end(), table.begin(), table.end() - static_cast<std::ptrdiff_t>(hidden));
   if (hidden > 0) {
-    all.push_back(cut_to_width("(" + std::to_string(hidden) + " more: make the terminal higher)", width));
+    all.push_back(cut_to_width("(" + std::to_string(hidden) + " more rows: enlarge the terminal)", width));
   }
-  for (const std::string& line : news_) {
+  for (const std::string& line : notices_) {
     all.push_back(cut_to_width(line, width));
   }
   if (all.size() > height) {
@@ -213,7 +216,7 @@ void LiveTable::draw(std::ostream& out) {
   const TerminalSize size = terminal_size();
   const std::vector<std::string> shown = lines(size.width, size.height);
   std::string screen = go_home;
-  // Cleared before it is written: behind a line that fills its row the cursor still stands on the last
+  // Each row is cleared before it is written: after a line that fills its row the cursor is still on the last
   // column.
   for (std::size_t i = 0; i < shown.size(); ++i) {
     screen += (i == 0 ? "" : "\r\n") + (clear_line + shown[i]);

@@ -8,15 +8,15 @@
 #include <numeric>
 #include <string_view>
 
-#include "quilctl/base/text.h"
+#include "quilctl/screen/display_width.h"
 
 namespace ecu::ctl {
 
 namespace {
 
 constexpr std::size_t gap = 2;            // between columns
-constexpr std::size_t least_width = 6;    // of a column that is cut
-constexpr std::size_t useful_width = 12;  // of one that can be left out
+constexpr std::size_t least_width = 6;    // of a truncated column
+constexpr std::size_t useful_width = 12;  // of a column that can be left out
 constexpr const char* bold = "\x1b[1m";
 constexpr const char* plain = "\x1b[0m";
 
@@ -39,7 +39,7 @@ OutputStyle OutputStyle::of_standard_output() {
   return style;
 }
 
-bool Table::have_room(const std::vector<std::size_t>& widths, std::size_t width) const {
+bool TextTable::have_room(const std::vector<std::size_t>& widths, std::size_t width) const {
   std::size_t needed = widths.front();
   for (std::size_t i = 1; i < widths.size(); ++i) {
     needed += gap + std::min(widths[i], i < essential_ ? width / essential_ : useful_width);
@@ -47,7 +47,7 @@ bool Table::have_room(const std::vector<std::size_t>& widths, std::size_t width)
   return needed <= width;
 }
 
-std::vector<std::size_t> Table::column_widths(std::size_t width) const {
+std::vector<std::size_t> TextTable::column_widths(std::size_t width) const {
   std::vector<std::size_t> widths(rows_.front().size());
   for (const auto& row : rows_) {
     for (std::size_t i = 0; i < widths.size(); ++i) {
@@ -68,7 +68,7 @@ std::vector<std::size_t> Table::column_widths(std::size_t width) const {
   return widths;
 }
 
-std::vector<std::string> Table::lines(std::size_t width) const {
+std::vector<std::string> TextTable::lines(std::size_t width) const {
   const std::vector<std::size_t> widths = column_widths(width);
   std::vector<std::string> result;
   for (const auto& row : rows_) {
@@ -85,7 +85,7 @@ std::vector<std::string> Table::lines(std::size_t width) const {
   return result;
 }
 
-void Table::print(std::ostream& out, const OutputStyle& style) const {
+void TextTable::print(std::ostream& out, const OutputStyle& style) const {
   bool is_heading = style.colour;
   for (const std::string& line : lines(style.width)) {
     out << (is_heading ? bold : "") << line << (is_heading ? plain : "") << '\n';

@@ -11,31 +11,14 @@
 
 #include "quilctl/base/failure.h"
 #include "quilctl/base/options.h"
+#include "quilctl/talk/bus_event.h"
+#include "quilctl/talk/termination.h"
 
 namespace ecu::ctl {
 
-/// What happened on the bus.
-struct Event {
-  enum class Kind {
-    up,       // the broker has let us in
-    down,     // an attempt to connect has failed or the connection was lost; text: why
-    refused,  // the broker does not let us have a subscription; text: its filter
-    settled,  // all that the broker retains for the subscriptions has come
-    message,  // text: its topic
-  };
-  Kind kind = Kind::message;
-  std::string text;
-  tamu::com::Message message;
-  std::chrono::system_clock::time_point at;
-  tamu::com::ConnectionFailure failure = tamu::com::ConnectionFailure::unreachable;  // of down
-};
+class EventQueue;
 
-/// Thrown out of a wait by SIGINT, SIGTERM or SIGHUP.
-struct Interrupted {
-  int signal_number;
-};
-
-/// The broker cannot be reached, was lost, or does not let the program in.
+/// The broker is unreachable, the connection to it is lost, or it rejects the login.
 class BrokerFailure : public Failure {
  public:
   BrokerFailure(std::string broker, const std::string& reason)
@@ -47,52 +30,51 @@ class BrokerFailure : public Failure {
   std::string broker_;
 };
 
-/// The program's connection to the bus, whose events one thread takes one after another. Make it before any
-/// thread is started, and only one: it blocks these signals in every thread of the process, and lets them in
-/// while it waits.
-class Bus {
+/// The program's connection to the bus. One thread takes its events, one after another. Make it before any
+/// thread is started, and only one: see `TerminationHandler`.
+class BusConnection {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Throws `Failure` when the options name a file that cannot be used.
-  explicit Bus(const BrokerOptions& options);
-  /// Sends what was published, for at most 2 s, and closes the connection.
-  ~Bus();
-  Bus(const Bus&) = delete;
-  Bus& operator=(const Bus&) = delete;
+  /// Throws as `client_configuration` does.
+  explicit BusConnection(const BrokerOptions& options);
+  /// Sends what has been published, for at most 2 s, and closes the connection.
+  ~BusConnection();
+  BusConnection(const BusConnection&) = delete;
+  BusConnection& operator=(const BusConnection&) = delete;
 
-  /// Before `connect`: the topics to hear, and at which quality of service.
+  /// Subscribes to topics at a maximum quality of service. To be called before `connect`.
   void subscribe(const std::string& filter, int max_qos = 0);
 
   /// Connects, and again whenever that fails or the connection is lost.
   void connect();
 
-  /// The next event; nothing at the deadline, or as soon as the descriptor `input`, if given, can be read
-  /// from without waiting. Throws `Interrupted`.
+  /// The next event; nothing at the deadline, or as soon as the descriptor `input`, if given, is readable.
+  /// Throws `Interrupted`.
   [[nodiscard]] std::optional<Event> next(Clock::time_point deadline, int input = no_input);
   static constexpr int no_input = -1;
 
-  /// How many messages were dropped since the last call because they came faster than they were taken.
+  /// The number of messages dropped since the last call because they arrived faster than they were taken.
   [[nodiscard]] std::uint64_t take_lost();
 
-  /// False when the broker does not take messages as fast as they come: the message has to be published again
-  /// later. What is published without a connection is lost, and so is what the broker does not want.
+  /// False when the broker does not accept messages as fast as they are published: publish the message again
+  /// later. A message published without a connection, or denied by the broker, is lost.
   bool publish(const std::string& topic, tamu::com::Message message);
 
-  /// Where the broker is, as people write it.
+  /// The broker's address for messages to the user.
   [[nodiscard]] const std::string& broker() const noexcept { return broker_; }
-  /// What ends a command that cannot connect at first; both are those of the event.
+  /// The failure that ends a command whose first attempt to connect fails; both arguments are those of the
+  /// event.
   [[nodiscard]] BrokerFailure not_reachable(
       const std::string& reason,
-      tamu::com::ConnectionFailure failure = tamu::com::ConnectionFailure::unreachable) const;
-  /// Whether the broker runs on this machine, beyond doubt.
+      tamu::com::ConnectionFailure failure = tamu::com::ConnectionFailure::no_answer) const;
+  /// Whether the broker is certain to run on this machine.
   [[nodiscard]] bool is_local() const noexcept { return broker_.front() == '/'; }
 
  private:
-  class Inbox;
-
   std::string broker_;
-  std::shared_ptr<Inbox> inbox_;
+  std::shared_ptr<EventQueue> events_;
+  std::optional<TerminationHandler> termination_;
   std::shared_ptr<tamu::com::ITransportClient> client_;
 };
 

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <utility>
 
+#include <ecu/tamu/com/topics.h>
+
 #include "quilctl/base/failure.h"
 #include "quilctl/base/notes.h"
 
@@ -16,27 +18,27 @@ constexpr std::chrono::seconds loss_interval{1};
 
 }  // namespace
 
-LongWatch::LongWatch(const Options& options, Bus& bus)
+MonitorSession::MonitorSession(const Options& options, BusConnection& bus)
     : bus_(bus),
       first_deadline_(Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                          options.timeout.value_or(default_timeout))) {}
 
-std::optional<Event> LongWatch::next(Clock::time_point wake) {
-  news_.clear();
+std::optional<Event> MonitorSession::next(Clock::time_point wake) {
+  notice_.clear();
   auto event = next_event(wake);
   if (!event && !was_up_ && Clock::now() >= first_deadline_) {
     throw bus_.not_reachable("no answer");
   }
   if (event) {
-    news_ = news_of(*event);
+    notice_ = notice_of(*event);
   }
-  if (news_.empty() && Clock::now() >= loss_due_) {
-    news_ = loss_news();
+  if (notice_.empty() && Clock::now() >= loss_due_) {
+    notice_ = loss_notice();
   }
   return event;
 }
 
-std::optional<Event> LongWatch::next_event(Clock::time_point wake) {
+std::optional<Event> MonitorSession::next_event(Clock::time_point wake) {
   if (!was_up_) {
     wake = std::min(wake, first_deadline_);
   }
@@ -46,7 +48,7 @@ std::optional<Event> LongWatch::next_event(Clock::time_point wake) {
   return bus_.next(wake);
 }
 
-std::string LongWatch::news_of(const Event& event) {
+std::string MonitorSession::notice_of(const Event& event) {
   switch (event.kind) {
     case Event::Kind::up:
       return std::exchange(was_up_, true) ? "connected again" : "";
@@ -63,27 +65,27 @@ std::string LongWatch::news_of(const Event& event) {
       reason_.clear();
       return "";
     case Event::Kind::message:
-      return event.text == daemon_presence ? presence_news(event) : "";
+      return event.text == tamu::com::topics::daemon_presence ? presence_notice(event) : "";
   }
   return "";
 }
 
-std::string LongWatch::loss_news() {
+std::string MonitorSession::loss_notice() {
   const std::uint64_t lost = bus_.take_lost();
   if (lost == 0) {
     return "";
   }
   loss_due_ = Clock::now() + loss_interval;
-  return std::to_string(lost) + " messages came faster than they could be taken and are lost";
+  return std::to_string(lost) + " messages lost: they arrived faster than they were processed";
 }
 
-void note_losses(LongWatch& watch) {
-  if (const std::string losses = watch.loss_news(); !losses.empty()) {
+void note_losses(MonitorSession& watch) {
+  if (const std::string losses = watch.loss_notice(); !losses.empty()) {
     note(losses);
   }
 }
 
-std::string LongWatch::presence_news(const Event& event) {
+std::string MonitorSession::presence_notice(const Event& event) {
   const auto before = presence_.daemon_on_line();
   (void)presence_.take(event.text, event.message);
   const auto now = presence_.daemon_on_line();

@@ -9,44 +9,44 @@
 
 namespace ecu::ctl {
 
-/// The bus for a command that goes on until it is interrupted: the broker must be there at the beginning, and
-/// is waited for when it goes later.
-class LongWatch {
+/// The bus for a command that runs until it is interrupted. The broker must be reachable at the start; when
+/// the connection is lost later, the session waits until it is back.
+class MonitorSession {
  public:
-  using Clock = Bus::Clock;
+  using Clock = BusConnection::Clock;
 
-  /// Both must outlive it.
-  LongWatch(const Options& options, Bus& bus);
+  /// Both must outlive the session.
+  MonitorSession(const Options& options, BusConnection& bus);
 
-  /// The next event; nothing at `wake`, and now and then before. Throws `Interrupted`, and `Failure` when the
-  /// broker cannot be reached at first or refuses a subscription.
+  /// The next event; nothing at `wake`, and sometimes before. Throws `Interrupted`, and `Failure` when the
+  /// broker is unreachable at the start or refuses a subscription.
   [[nodiscard]] std::optional<Event> next(Clock::time_point wake = Clock::time_point::max());
 
-  /// Whether the broker has let us in.
+  /// Whether there has been a connection.
   [[nodiscard]] bool was_up() const noexcept { return was_up_; }
 
-  /// What is new since the call before of the connection, of the daemon, or of messages that were lost; may
-  /// be empty. Losses are told once a second.
-  [[nodiscard]] const std::string& news() const noexcept { return news_; }
+  /// What the last call of `next` has to report of the connection, of the daemon or of lost messages; may be
+  /// empty. Lost messages are reported once a second.
+  [[nodiscard]] const std::string& notice() const noexcept { return notice_; }
 
-  /// The losses that `news` would have told later; may be empty.
-  [[nodiscard]] std::string loss_news();
+  /// The lost messages that have not been reported yet; may be empty.
+  [[nodiscard]] std::string loss_notice();
 
  private:
   [[nodiscard]] std::optional<Event> next_event(Clock::time_point wake);
-  [[nodiscard]] std::string news_of(const Event& event);
-  [[nodiscard]] std::string presence_news(const Event& event);
+  [[nodiscard]] std::string notice_of(const Event& event);
+  [[nodiscard]] std::string presence_notice(const Event& event);
 
-  Bus& bus_;
+  BusConnection& bus_;
   const Clock::time_point first_deadline_;
   bool was_up_ = false;
-  Clock::time_point loss_due_;  // when losses are told next
-  std::string reason_;          // why there is no connection, as the user was told
+  Clock::time_point loss_due_;  // of the next report of lost messages
+  std::string reason_;          // the reported reason for the loss of the connection
   VariableView presence_;
-  std::string news_;
+  std::string notice_;
 };
 
-/// At the end: tells the user of the losses that `news` would have told later.
-void note_losses(LongWatch& watch);
+/// To be called at the end: reports the lost messages that have not been reported yet.
+void note_losses(MonitorSession& watch);
 
 }  // namespace ecu::ctl

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
 #include "quilctl/base/failure.h"
@@ -14,15 +15,27 @@ namespace ecu::ctl {
 
 namespace com = tamu::com;
 namespace pb = tamu::pb;
+namespace topics = com::topics;
 
 namespace {
 
-constexpr const char* request_topic = "system/quil/request/sysparams";
-constexpr const char* answer_topic = "system/sysparams";
-constexpr const char* write_topic = "system/sysparams/write";
+// After this time the user learns what the command is waiting for.
+constexpr std::chrono::seconds notice_delay{2};
 
-// How long people are left to wonder what is going on.
-constexpr std::chrono::seconds max_silence{2};
+template <class Body>
+std::optional<Body> decoded(const Event& event) {
+  auto result = com::PbInternalMessageAdapter<Body>().deserialize(event.message);
+  if (!result.ok) {
+    note("cannot decode the message on " + event.text);
+    return std::nullopt;
+  }
+  return std::move(result.body);
+}
+
+// The daemon reads an identifier as a signed decimal number of 32 bits.
+std::string name_of(std::uint32_t id) {
+  return std::to_string(static_cast<std::int32_t>(id));
+}
 
 }  // namespace
 
@@ -31,72 +44,116 @@ const Parameter* find(const Parameters& parameters, std::uint32_t id) {
   return found == parameters.end() ? nullptr : &*found;
 }
 
-ParameterTalk::ParameterTalk(const Options& options, std::chrono::duration<double> usual_timeout)
-    : talk_(
-          options, {answer_topic, daemon_presence}, [this](const Event& event) { take(event); },
-          usual_timeout) {}
+ParameterClient::ParameterClient(const Options& options, std::chrono::duration<double> default_timeout)
+    : session_(
+          options, {topics::all_parameters_answer, topics::parameter_answer, topics::daemon_presence},
+          [this](const Event& event) { handle(event); }, default_timeout) {}
 
-void ParameterTalk::take(const Event& event) {
-  if (event.text == daemon_presence) {
-    VariableView view;
-    (void)view.take(event.text, event.message);
-    on_line_ = view.daemon_on_line();
+void ParameterClient::handle(const Event& event) {
+  if (event.text == topics::daemon_presence) {
+    handle_presence(event);
+  } else if (event.text == topics::all_parameters_answer) {
+    handle_list(event);
+  } else {
+    handle_entry(event);
+  }
+}
+
+void ParameterClient::handle_presence(const Event& event) {
+  VariableView view;
+  (void)view.take(event.text, event.message);
+  on_line_ = view.daemon_on_line();
+}
+
+void ParameterClient::handle_list(const Event& event) {
+  auto list = decoded<pb::SystemParameterList>(event);
+  if (!list || end_id_) {
     return;
   }
-  auto list = com::PbInternalMessageAdapter<pb::SystemParameterList>().deserialize(event.message);
-  if (!list.ok) {
-    note("a message on " + event.text + " cannot be decoded");
+  reply_.emplace();
+  for (pb::SystemParameterEntry& entry : *list->mutable_entry()) {
+    reply_->push_back({entry.ota_id(), std::move(*entry.mutable_value())});
+  }
+}
+
+void ParameterClient::handle_entry(const Event& event) {
+  auto entry = end_id_ ? decoded<pb::SystemParameterEntry>(event) : std::nullopt;
+  if (!entry) {
     return;
   }
-  answer_.emplace();
-  for (pb::SystemParameterEntry& entry : *list.body.mutable_entry()) {
-    answer_->push_back({entry.ota_id(), std::move(*entry.mutable_value())});
+  std::erase_if(entries_, [&entry](const Parameter& held) { return held.id == entry->ota_id(); });
+  entries_.push_back({entry->ota_id(), std::move(*entry->mutable_value())});
+  if (entry->ota_id() == end_id_) {
+    reply_ = std::move(entries_);
+    end_id_.reset();
   }
 }
 
-void ParameterTalk::ask() {
-  answer_.reset();
-  (void)talk_.bus().publish(request_topic, {});
+void ParameterClient::request_all() {
+  reply_.reset();
+  end_id_.reset();
+  (void)session_.bus().publish(topics::all_parameters_request, {});
 }
 
-bool ParameterTalk::wait_for_answer(Conversation::Clock::time_point deadline) {
-  return talk_.wait_until([this] { return answer_.has_value() || on_line_ == false; }, deadline);
+bool ParameterClient::wait_for_reply(RequestSession::Clock::time_point deadline) {
+  return session_.wait_until([this] { return reply_.has_value() || on_line_ == false; }, deadline);
 }
 
-std::optional<Parameters> ParameterTalk::try_read() {
-  ask();
-  (void)wait_for_answer();
-  return std::exchange(answer_, std::nullopt);
+std::optional<Parameters> ParameterClient::try_read() {
+  request_all();
+  (void)wait_for_reply();
+  return std::exchange(reply_, std::nullopt);
 }
 
-Parameters ParameterTalk::read() {
-  ask();
-  const auto end_of_silence = Conversation::Clock::now() + max_silence;
-  if (!wait_for_answer(end_of_silence) && Conversation::Clock::now() >= end_of_silence && on_line_) {
+Parameters ParameterClient::read() {
+  request_all();
+  return await_reply();
+}
+
+// Replies are broadcast, so a list may be the reply to another client, from before our write. The daemon
+// handles requests and writes in order, and replies to a request for chosen parameters with one message for
+// each, in the order of the request. The entry of the last one, which the daemon is known to have, shows that
+// it has handled our write, even when the other parameters do not exist.
+Parameters ParameterClient::read(const std::vector<std::uint32_t>& ids, std::uint32_t held_id) {
+  pb::EcuVariableReq request;
+  for (const std::uint32_t id : ids) {
+    if (id != held_id) {
+      request.add_name(name_of(id));
+    }
+  }
+  request.add_name(name_of(held_id));
+  auto message = com::PbInternalMessageAdapter<pb::EcuVariableReq>().serialize(request);
+  reply_.reset();
+  entries_.clear();
+  end_id_ = held_id;
+  if (message) {
+    (void)session_.bus().publish(topics::parameter_request, std::move(*message));
+  }
+  return await_reply();
+}
+
+Parameters ParameterClient::await_reply() {
+  const auto notice_due = RequestSession::Clock::now() + notice_delay;
+  if (!wait_for_reply(notice_due) && RequestSession::Clock::now() >= notice_due && on_line_) {
     note("waiting for the other side of the ports");
   }
-  (void)wait_for_answer();
-  if (answer_) {
-    return std::move(*answer_);
+  (void)wait_for_reply();
+  if (reply_) {
+    return std::move(*reply_);
   }
   if (on_line_ == false) {
     throw Failure(ExitCode::daemon_off_line, "the daemon is off line");
   }
-  const std::string no_answer = "no answer within " + talk_.time_limit();
+  const std::string no_reply = "no reply within " + session_.time_limit();
   if (!on_line_) {
-    throw Failure(ExitCode::daemon_off_line, no_answer + ", and no daemon says that it is on line");
+    throw Failure(ExitCode::daemon_off_line, no_reply + "; no daemon has announced that it is on line");
   }
-  throw Failure(ExitCode::time_out, no_answer +
+  throw Failure(ExitCode::time_out, no_reply +
                                         ": the daemon waits for the other side of its ports, or the broker's "
-                                        "access rules keep us from it");
+                                        "access rules deny us access");
 }
 
-bool ParameterTalk::is_quiet_for(std::chrono::milliseconds time) {
-  answer_.reset();
-  return !talk_.wait_until([this] { return answer_.has_value(); }, Conversation::Clock::now() + time);
-}
-
-void ParameterTalk::write(const Parameters& parameters) {
+void ParameterClient::write(const Parameters& parameters) {
   pb::SystemParameterList list;
   for (const Parameter& parameter : parameters) {
     pb::SystemParameterEntry& entry = *list.add_entry();
@@ -107,7 +164,7 @@ void ParameterTalk::write(const Parameters& parameters) {
   if (!message) {
     throw Failure(ExitCode::usage, "the values are too large for one message");
   }
-  (void)talk_.bus().publish(write_topic, std::move(*message));
+  (void)session_.bus().publish(topics::parameter_write, std::move(*message));
 }
 
 }  // namespace ecu::ctl

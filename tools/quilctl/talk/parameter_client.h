@@ -21,36 +21,44 @@ using Parameters = std::vector<Parameter>;
 /// The parameter with that identifier; null when there is none.
 [[nodiscard]] const Parameter* find(const Parameters& parameters, std::uint32_t id);
 
-/// Asks the daemon for system parameters and hands it new values.
-class ParameterTalk {
+/// Requests system parameters from the daemon and writes new values.
+class ParameterClient {
  public:
-  /// Connects; see `Conversation`.
-  ParameterTalk(const Options& options, std::chrono::duration<double> usual_timeout);
+  /// Connects; see `RequestSession`.
+  ParameterClient(const Options& options, std::chrono::duration<double> default_timeout);
 
-  /// What the daemon has, in its order. Throws `Failure` when it is off line or does not answer in time; it
-  /// does not answer while it waits for the other side of the ports.
+  /// All parameters of the daemon, in its order. Throws `Failure` when the daemon is off line or does not
+  /// reply in time. It does not reply while it waits for the other side of the ports.
   [[nodiscard]] Parameters read();
 
-  /// The same without the failure: nothing when no answer comes in time.
+  /// The same, but nothing in place of the failure.
   [[nodiscard]] std::optional<Parameters> try_read();
 
-  /// Takes messages for so long; whether meanwhile nobody got an answer.
-  [[nodiscard]] bool is_quiet_for(std::chrono::milliseconds time);
+  /// The parameters among `ids` that exist once the daemon has handled what was published before this call.
+  /// `held_id` must be a parameter that the daemon has. Throws as `read()` does.
+  [[nodiscard]] Parameters read(const std::vector<std::uint32_t>& ids, std::uint32_t held_id);
 
-  /// Tells the daemon to write. What comes of it shows in what is read later.
+  /// Requests a write. Read the parameters to learn its result.
   void write(const Parameters& parameters);
 
   [[nodiscard]] std::optional<bool> daemon_on_line() const noexcept { return on_line_; }
-  Conversation& conversation() noexcept { return talk_; }
+  RequestSession& session() noexcept { return session_; }
 
  private:
-  void take(const Event& event);
-  void ask();
-  bool wait_for_answer(Conversation::Clock::time_point deadline = Conversation::Clock::time_point::max());
+  void handle(const Event& event);
+  void handle_presence(const Event& event);
+  void handle_list(const Event& event);
+  void handle_entry(const Event& event);
+  void request_all();
+  bool wait_for_reply(RequestSession::Clock::time_point deadline = RequestSession::Clock::time_point::max());
+  /// The reply to the last request; throws as `read` does.
+  Parameters await_reply();
 
   std::optional<bool> on_line_;
-  std::optional<Parameters> answer_;
-  Conversation talk_;  // last: calls `take` while it is built
+  std::optional<Parameters> reply_;      // complete
+  Parameters entries_;                   // of a reply that is not complete yet
+  std::optional<std::uint32_t> end_id_;  // the parameter whose entry completes it
+  RequestSession session_;               // last: its construction calls `handle`
 };
 
 }  // namespace ecu::ctl

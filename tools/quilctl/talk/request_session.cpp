@@ -7,10 +7,10 @@
 
 namespace ecu::ctl {
 
-Conversation::Conversation(const Options& options, std::initializer_list<std::string> filters,
-                           Handler on_message, std::chrono::duration<double> usual_timeout)
+RequestSession::RequestSession(const Options& options, std::initializer_list<std::string> filters,
+                               Handler on_message, std::chrono::duration<double> default_timeout)
     : bus_(options.broker), on_message_(std::move(on_message)) {
-  allow(options.timeout.value_or(usual_timeout));
+  set_time_limit(options.timeout.value_or(default_timeout));
   for (const std::string& filter : filters) {
     bus_.subscribe(filter);
   }
@@ -18,30 +18,30 @@ Conversation::Conversation(const Options& options, std::initializer_list<std::st
   settle();
 }
 
-void Conversation::allow(std::chrono::duration<double> time) {
+void RequestSession::set_time_limit(std::chrono::duration<double> time) {
   limit_ = time;
   deadline_ = Clock::now() + std::chrono::duration_cast<Clock::duration>(time);
 }
 
-std::string Conversation::time_limit() const {
+std::string RequestSession::time_limit() const {
   std::ostringstream text;
   text << limit_.count() << " s";
   return text.str();
 }
 
-void Conversation::settle() {
+void RequestSession::settle() {
   while (!settled_) {
     const std::optional<Event> event = bus_.next(deadline_);
     if (!event) {
       const std::string reason = "no answer within " + time_limit();
-      throw up_ ? BrokerFailure(bus_.broker(), "broker " + bus_.broker() + " fell silent: " + reason)
+      throw up_ ? BrokerFailure(bus_.broker(), "broker " + bus_.broker() + " does not respond: " + reason)
                 : bus_.not_reachable(reason);
     }
     handle(*event);
   }
 }
 
-bool Conversation::wait_until(const std::function<bool()>& is_done, Clock::time_point deadline) {
+bool RequestSession::wait_until(const std::function<bool()>& is_done, Clock::time_point deadline) {
   while (!is_done()) {
     const std::optional<Event> event = bus_.next(std::min(deadline, deadline_));
     if (!event) {
@@ -52,17 +52,17 @@ bool Conversation::wait_until(const std::function<bool()>& is_done, Clock::time_
   return true;
 }
 
-void Conversation::listen_until(Clock::time_point time) {
+void RequestSession::process_until(Clock::time_point time) {
   (void)wait_until([] { return false; }, time);
 }
 
-void Conversation::listen_until_readable(int input) {
+void RequestSession::process_until_readable(int input) {
   while (const std::optional<Event> event = bus_.next(deadline_, input)) {
     handle(*event);
   }
 }
 
-void Conversation::handle(const Event& event) {
+void RequestSession::handle(const Event& event) {
   switch (event.kind) {
     case Event::Kind::up:
       up_ = true;

@@ -11,43 +11,43 @@
 namespace ecu::ctl {
 
 /// The bus for a command that asks for something and ends: connects at once or fails, and has one time limit
-/// for all. Every wait throws `Failure` when the broker cannot be reached, is lost, or refuses a
-/// subscription, and `Interrupted`.
-class Conversation {
+/// for everything. Every wait throws `Interrupted`, and `Failure` when the broker is unreachable, the
+/// connection is lost, or the broker refuses a subscription.
+class RequestSession {
  public:
-  using Clock = Bus::Clock;
+  using Clock = BusConnection::Clock;
   using Handler = std::function<void(const Event&)>;
 
-  /// Connects and returns when all that the broker retains for `filters` has been handed to `on_message`, as
-  /// everything that comes later is from inside the waits. `usual_timeout` holds unless the options say
-  /// otherwise.
-  Conversation(const Options& options, std::initializer_list<std::string> filters, Handler on_message,
-               std::chrono::duration<double> usual_timeout = std::chrono::seconds(5));
+  /// Connects, and returns once everything that the broker retains for `filters` has been passed to
+  /// `on_message`. The waits pass on later messages. `default_timeout` applies unless the options have a
+  /// time-out.
+  RequestSession(const Options& options, std::initializer_list<std::string> filters, Handler on_message,
+                 std::chrono::duration<double> default_timeout = std::chrono::seconds(5));
 
-  /// Takes messages until `is_done` holds; false when it does not by the time limit, or by an earlier
+  /// Handles messages until `is_done` holds; false when it does not by the time limit or an earlier
   /// `deadline`.
   [[nodiscard]] bool wait_until(const std::function<bool()>& is_done,
                                 Clock::time_point deadline = Clock::time_point::max());
 
-  /// Takes messages until `time`, or the time limit if that is earlier.
-  void listen_until(Clock::time_point time);
+  /// Handles messages until `time`, or the time limit when that is earlier.
+  void process_until(Clock::time_point time);
 
-  /// Takes messages until the descriptor `input` can be read from without waiting, or the time limit.
-  void listen_until_readable(int input);
+  /// Handles messages until the descriptor `input` is readable, or the time limit.
+  void process_until_readable(int input);
 
-  /// Gives the rest another time limit, from now.
-  void allow(std::chrono::duration<double> time);
-  void allow_any_time() noexcept { deadline_ = Clock::time_point::max(); }
-  /// The time limit as people write it.
+  /// Sets another time limit, counted from now.
+  void set_time_limit(std::chrono::duration<double> time);
+  void remove_time_limit() noexcept { deadline_ = Clock::time_point::max(); }
+  /// The time limit as text, with its unit.
   [[nodiscard]] std::string time_limit() const;
 
-  Bus& bus() noexcept { return bus_; }
+  BusConnection& bus() noexcept { return bus_; }
 
  private:
   void settle();
   void handle(const Event& event);
 
-  Bus bus_;
+  BusConnection bus_;
   Handler on_message_;
   std::chrono::duration<double> limit_;
   Clock::time_point deadline_;

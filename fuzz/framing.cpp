@@ -1,0 +1,107 @@
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+#include "fuzz/fuzz.h"
+
+// Takes payloads apart, and what comes out of them together again, for every type of message.
+namespace {
+
+using namespace ecu::tamu;
+using Error = com::err::PbInternalDeserializationError;
+
+std::uint64_t number_at(const com::Payload& bytes, std::size_t offset) {
+  std::uint64_t number = 0;
+  for (std::size_t i = 8; i-- > 0;) {
+    number = number << 8U | bytes[offset + i];
+  }
+  return number;
+}
+
+// What the header alone must lead to: two fixed64 fields fill its 18 bytes, in either order.
+Error expected_of_header(const com::Payload& payload, std::uint64_t& framing) {
+  constexpr std::uint8_t framing_tag = 0x09, time_tag = 0x11;
+  if (payload.size() < 18) {
+    return Error::too_short;
+  }
+  const bool framing_first = payload[0] == framing_tag && payload[9] == time_tag;
+  if (!framing_first && !(payload[0] == time_tag && payload[9] == framing_tag)) {
+    return Error::bad_header;
+  }
+  framing = number_at(payload, framing_first ? 1 : 10);
+  if ((framing & 0xffffU) == 0) {
+    return Error::protocol_not_used;
+  }
+  if ((framing >> 16U & 0xffffU) != 18) {
+    return Error::bad_header_length;
+  }
+  return (framing >> 32U) > payload.size() - 18 ? Error::bad_body : Error::success;
+}
+
+template <class Body>
+void check(const com::Message& message) {
+  std::uint64_t framing = 0;
+  const Error expected = expected_of_header(message.payload, framing);
+  com::PbInternalMessageAdapter<Body> adapter;
+  const auto result = adapter.deserialize(message);
+  fuzz::require(result.ok == (result.error == Error::success), "flag and code agree");
+  if (expected != Error::success) {
+    fuzz::require(result.error == expected, "the header's fault is reported");
+    return;
+  }
+  fuzz::require(result.ok || result.error == Error::bad_body, "a good header passes");
+  fuzz::require(adapter.protocol_type() == (framing & 0xffffU), "the protocol type is the header's");
+  if (!result.ok) {
+    return;
+  }
+  const auto again = adapter.serialize(result.body);
+  fuzz::require(again.has_value(), "what was parsed can be sent");
+  fuzz::require(number_at(again->payload, 1) ==
+                    ((framing & 0xffffU) | 18U << 16U | std::uint64_t{again->payload.size() - 18} << 32U),
+                "the header describes the body");
+  const auto second = adapter.deserialize(*again);
+  fuzz::require(second.ok && second.body.SerializeAsString() == result.body.SerializeAsString(),
+                "the body survives");
+}
+
+com::Message message_from(FuzzedDataProvider& input) {
+  const bool good_header = input.ConsumeBool();
+  const auto announced = input.ConsumeIntegralInRange<std::int32_t>(-2, 2);
+  const auto protocol_type = input.ConsumeIntegral<std::uint16_t>();
+  auto bytes = input.ConsumeRemainingBytes<std::uint8_t>();
+  if (!good_header) {
+    return com::make_message(0, std::move(bytes));
+  }
+  const auto size = static_cast<std::int64_t>(bytes.size()) + announced;
+  return com::make_message(0, fuzz::framed(bytes, protocol_type, static_cast<std::uint32_t>(size)));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::silence();
+  FuzzedDataProvider input(data, size);
+  const auto type = input.ConsumeIntegralInRange(0, 5);
+  const com::Message message = message_from(input);
+  switch (type) {
+    case 0:
+      check<pb::EcuVariable>(message);
+      break;
+    case 1:
+      check<pb::EcuVariableReq>(message);
+      break;
+    case 2:
+      check<pb::SystemParameterEntry>(message);
+      break;
+    case 3:
+      check<pb::SystemParameterList>(message);
+      break;
+    case 4:
+      check<pb::Signal>(message);
+      break;
+    default:
+      check<pb::SignalGroup>(message);
+  }
+  return 0;
+}

@@ -1,0 +1,204 @@
+#include <fcntl.h>
+#include <sys/mman.h>
+
+#include <array>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "guards/allocations.h"
+#include "guards/surroundings.h"
+
+// Lets one allocation of the daemon fail, at any moment of its life. Afterwards it has ended with a line in
+// its log, or is well again after the next reconnection. What it never is: alive and deaf.
+namespace tests {
+namespace {
+
+using std::chrono::milliseconds;
+
+class SharedAllocations {
+ public:
+  SharedAllocations() : path_(dir_.write("allocations", std::string(sizeof(Allocations), '\0'))) {
+    const ecu::tamu::posix::UniqueFd file(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
+    shared_ = static_cast<Allocations*>(
+        ::mmap(nullptr, sizeof(Allocations), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0));
+  }
+  ~SharedAllocations() { ::munmap(shared_, sizeof(Allocations)); }
+  SharedAllocations(const SharedAllocations&) = delete;
+  SharedAllocations& operator=(const SharedAllocations&) = delete;
+
+  [[nodiscard]] const std::string& path() const noexcept { return path_; }
+  [[nodiscard]] std::uint64_t count() const noexcept { return shared_->count; }
+  void fail_after(std::uint64_t allocations) { shared_->fail_at = shared_->count + allocations; }
+  [[nodiscard]] bool has_failed() const noexcept {
+    return shared_->fail_at != 0 && shared_->count >= shared_->fail_at;
+  }
+
+ private:
+  TempDir dir_;
+  std::string path_;
+  Allocations* shared_;
+};
+
+/// The daemon with all that it needs, one phase of its life after another.
+class Life {
+ public:
+  void start() {
+    daemon = std::make_unique<Daemon>(
+        config_for(broker.port(), far_side.config()), std::vector<std::string>{"-L", "-v"},
+        std::vector<std::string>{"LD_PRELOAD=" FAILING_MALLOC,
+                                 std::string(allocations_variable) + "=" + allocations.path()});
+    meet();
+    await([this] { return bus->wait_for(presence_topic, nullptr, milliseconds(50)).has_value(); });
+  }
+  void take_message() {
+    bus->publish("rt/system/hw_variant", hardware_variant("R08_B1"));
+    await([this] { return comes(*bus, "system/var/hwvariant", "R08_B1", milliseconds(50)); });
+  }
+  void take_frame() {
+    far_side.write_top_version("TV 1");
+    await([this] { return comes(*bus, "system/var/topversion", "TV 1", milliseconds(50)); });
+  }
+  void take_request() {
+    bus->publish("system/quil/request/sysparams", std::string_view());
+    await([this] { return bus->wait_for("system/sysparams", nullptr, milliseconds(50)).has_value(); });
+  }
+  void take_secret() {
+    bus->publish("system/quil/secstore/setmaster", "hush");
+    await([this] { return comes(*bus, "system/quil/secstore/getmaster", "hush", milliseconds(50)); });
+  }
+  void reconnect() {
+    broker.restart();
+    meet();
+    await([this] { return bus->wait_for_text(presence_topic, "online"); });
+  }
+  void stop() {
+    daemon->signal(SIGTERM);
+    await([this] { return daemon->wait(milliseconds(50)).has_value(); });
+  }
+
+  [[nodiscard]] bool has_ended() const { return daemon->wait(milliseconds(0)).has_value(); }
+
+  /// Whether everything is served that was not while memory was short.
+  bool is_well_again() {
+    meet();
+    const auto end = std::chrono::steady_clock::now() + patience;
+    for (int attempt = 0; std::chrono::steady_clock::now() < end && !has_ended(); ++attempt) {
+      if (answers("R09_" + std::to_string(attempt))) {
+        return bus->wait_for_text(presence_topic, "online");
+      }
+    }
+    return false;
+  }
+
+  SharedAllocations allocations;
+  Broker broker;
+  FarSide far_side;
+  std::unique_ptr<BusClient> bus = std::make_unique<BusClient>(broker.port());
+  std::unique_ptr<Daemon> daemon;
+
+ private:
+  void meet() {
+    bus = std::make_unique<BusClient>(broker.port());
+    bus->subscribe("system/#");
+  }
+  bool answers(const std::string& value) {
+    constexpr milliseconds time(2000);
+    far_side.drain();
+    far_side.write_top_version(value);
+    bus->publish("rt/system/hw_variant", hardware_variant(value));
+    bus->publish("system/quil/secstore/setremote", value);
+    if (!comes(*bus, "system/var/topversion", value, time)) {
+      return false;
+    }
+    bus->publish("system/quil/request/sysparams", std::string_view());
+    return comes(*bus, "system/sysparams", value, time) && comes(*bus, "system/var/hwvariant", value, time) &&
+           comes(*bus, "system/quil/secstore/getremote", value, time);
+  }
+  // Until it is done, or will not be because the allocation has failed.
+  void await(const std::function<bool()>& done) const {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!done() && !allocations.has_failed() && !has_ended() && std::chrono::steady_clock::now() < end) {
+    }
+  }
+};
+
+struct Phase {
+  const char* name;
+  void (Life::*run)();
+  /// Whether it connects, and so has to get well without another connection being lost.
+  bool connects = false;
+};
+constexpr std::array phases{
+    Phase{"start", &Life::start, true},  Phase{"message", &Life::take_message},
+    Phase{"frame", &Life::take_frame},   Phase{"request", &Life::take_request},
+    Phase{"secret", &Life::take_secret}, Phase{"reconnection", &Life::reconnect, true},
+    Phase{"stop", &Life::stop},
+};
+
+/// How many allocations each phase has when none fails.
+std::vector<std::uint64_t> measure() {
+  Life life;
+  std::vector<std::uint64_t> counts;
+  std::uint64_t before = 0;
+  for (const Phase& phase : phases) {
+    (life.*phase.run)();
+    const std::uint64_t now = life.allocations.count();
+    counts.push_back(now - before);
+    before = now;
+    std::printf("%s: %ju allocations\n", phase.name, static_cast<std::uintmax_t>(counts.back()));
+  }
+  return counts;
+}
+
+std::uint64_t number_from(const char* variable, std::uint64_t otherwise) {
+  const char* text = std::getenv(variable);
+  return text == nullptr ? otherwise : std::stoull(text);
+}
+
+void expect_end_or_health(Life& life, const Phase& phase) {
+  if (phase.run == &Life::stop) {
+    EXPECT_TRUE(life.daemon->wait()) << "does not end";
+  } else if (!life.has_ended()) {
+    if (!phase.connects) {
+      life.broker.restart();
+    }
+    // It may have ended meanwhile.
+    EXPECT_TRUE(life.is_well_again() || life.has_ended()) << "alive and deaf";
+  }
+  EXPECT_NE(life.daemon->output(), "") << "ended without a word";
+}
+
+void inject(std::size_t phase, std::uint64_t nth) {
+  Life life;
+  for (std::size_t i = 0; i < phase; ++i) {
+    (life.*phases[i].run)();
+  }
+  life.allocations.fail_after(nth);
+  (life.*phases[phase].run)();
+  expect_end_or_health(life, phases[phase]);
+  if (testing::Test::HasFailure()) {
+    std::printf("%s\n", life.daemon->output().c_str());
+  }
+}
+
+TEST(InjectionTest, AFailedAllocationEndsTheDaemonOrCostsAMessage) {
+  const std::uint64_t seed = number_from("TOLQUIL_INJECT_SEED", std::random_device()());
+  const std::uint64_t rounds = number_from("TOLQUIL_INJECT_COUNT", 14);
+  std::printf("seed %ju\n", static_cast<std::uintmax_t>(seed));
+  std::mt19937_64 random(seed);
+  const auto counts = measure();
+  for (std::uint64_t round = 0; round < rounds && !HasFailure(); ++round) {
+    const std::size_t phase = round % phases.size();
+    const std::uint64_t nth = 1 + random() % (counts[phase] + 1);
+    std::printf("%s, allocation %ju\n", phases[phase].name, static_cast<std::uintmax_t>(nth));
+    std::fflush(stdout);
+    SCOPED_TRACE(std::string(phases[phase].name) + ", allocation " + std::to_string(nth));
+    inject(phase, nth);
+  }
+}
+
+}  // namespace
+}  // namespace tests

@@ -1,0 +1,61 @@
+#include "quilctl/base/value_input.h"
+
+#include <charconv>
+#include <utility>
+
+#include <ecu/tamu/com/system_parameters.h>
+
+#include "common/input_file.h"
+#include "quilctl/base/failure.h"
+#include "quilctl/base/hexadecimal.h"
+
+namespace ecu::ctl {
+
+using tamu::com::max_parameter_value_size;
+
+namespace {
+
+std::string unchecked_value(std::string_view argument) {
+  constexpr std::string_view hex_prefix = "hex:";
+  if (argument.starts_with('@')) {
+    return read_value_file(std::string(argument.substr(1)));
+  }
+  if (!argument.starts_with(hex_prefix)) {
+    return std::string(argument);
+  }
+  auto bytes = from_hex(argument.substr(hex_prefix.size()));
+  if (!bytes) {
+    throw Failure(ExitCode::usage, "'" + std::string(argument) + "': each byte needs two hexadecimal digits");
+  }
+  return std::move(*bytes);
+}
+
+}  // namespace
+
+std::optional<std::uint32_t> parse_id(std::string_view text) {
+  const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
+  const std::string_view number = text.substr(is_hex ? 2 : 0);
+  std::uint32_t id = 0;
+  const char* const end = number.data() + number.size();
+  const auto [stop, error] = std::from_chars(number.data(), end, id, is_hex ? 16 : 10);
+  return !number.empty() && error == std::errc() && stop == end ? std::optional(id) : std::nullopt;
+}
+
+std::string value_of_argument(std::string_view argument) {
+  std::string value = unchecked_value(argument);
+  if (value.size() > max_parameter_value_size) {
+    throw Failure(ExitCode::usage,
+                  "a value has at most " + std::to_string(max_parameter_value_size) + " bytes");
+  }
+  return value;
+}
+
+std::string read_value_file(const std::string& path) {
+  return tools::read_file(path, max_parameter_value_size);
+}
+
+std::string read_value_stream(std::istream& input, const std::string& name) {
+  return tools::read_stream(input, name, max_parameter_value_size);
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,96 @@
+#include <algorithm>
+#include <iterator>
+#include <set>
+
+#include "quilctl/base/value_input.h"
+#include "quilctl/commands/commands.h"
+#include "quilctl/commands/parameter_output.h"
+#include "quilctl/talk/parameter_client.h"
+
+namespace ecu::ctl {
+
+namespace {
+
+using std::chrono::seconds;
+
+// The daemon abandons a write after 30 s, and replies to nobody meanwhile.
+constexpr seconds write_timeout{35};
+constexpr seconds abandoned_after{29};
+
+// The daemon discards a write that arrives while another one is under way. Of several clients that write at
+// the same time one succeeds in each round.
+constexpr int write_attempts = 8;
+
+Parameter setting_of(const std::string& argument) {
+  const std::size_t separator = argument.find('=');
+  if (separator == std::string::npos) {
+    throw Failure(ExitCode::usage, "'" + argument + "' does not have the form ID=VALUE");
+  }
+  return {id_of_argument(argument.substr(0, separator)), value_of_argument(argument.substr(separator + 1))};
+}
+
+Parameters settings_of(const std::vector<std::string>& arguments) {
+  Parameters settings;
+  std::set<std::uint32_t> ids;
+  for (const std::string& argument : arguments) {
+    settings.push_back(setting_of(argument));
+    if (!ids.insert(settings.back().id).second) {
+      throw Failure(ExitCode::usage, shown_id(settings.back().id) + " is given twice");
+    }
+  }
+  return settings;
+}
+
+bool holds_all(const Parameters& parameters, const Parameters& wanted) {
+  return std::ranges::all_of(wanted, [&parameters](const Parameter& setting) {
+    const Parameter* const held = find(parameters, setting.id);
+    return held != nullptr && held->value == setting.value;
+  });
+}
+
+// `held_id` is a parameter that the daemon has.
+void write_and_read_back(ParameterClient& client, const Parameters& settings, std::uint32_t held_id) {
+  std::vector<std::uint32_t> ids;
+  std::ranges::transform(settings, std::back_inserter(ids), &Parameter::id);
+  for (int attempt = 0; attempt < write_attempts; ++attempt) {
+    const auto begin = RequestSession::Clock::now();
+    client.write(settings);
+    if (holds_all(client.read(ids, held_id), settings)) {
+      return;
+    }
+    if (RequestSession::Clock::now() - begin >= abandoned_after) {
+      throw Failure(ExitCode::time_out,
+                    "the other side of the ports has not replied; the parameters keep their values");
+    }
+  }
+  throw Failure(
+      ExitCode::refused,
+      "refused: the daemon could not write to its port or was busy with other writes, the other side "
+      "of the ports keeps the old values, or the broker's access rules deny the write");
+}
+
+}  // namespace
+
+ExitCode param_set(const Options& options) {
+  const Parameters settings = settings_of(options.arguments);
+  ParameterClient client(options, parameter_read_timeout);
+  const auto time_limit = options.timeout.value_or(write_timeout);
+  if (client.daemon_on_line()) {
+    client.session().set_time_limit(time_limit);  // the daemon may be busy with another client's write
+  }
+  const Parameters before = client.read();
+  client.session().set_time_limit(time_limit);
+  if (before.empty()) {
+    throw Failure(ExitCode::refused,
+                  std::string(nothing_received) + "; until then the daemon does not write any");
+  }
+  if (!holds_all(before, settings)) {
+    write_and_read_back(client, settings, before.back().id);
+  }
+  for (const Parameter& setting : settings) {
+    print_line(options, setting);
+  }
+  return ExitCode::done;
+}
+
+}  // namespace ecu::ctl

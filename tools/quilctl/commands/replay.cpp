@@ -1,0 +1,190 @@
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <set>
+#include <streambuf>
+#include <utility>
+
+#include <ecu/tamu/com/topic.h>
+#include <ecu/tamu/com/topics.h>
+
+#include "common/input_file.h"
+#include "quilctl/base/failure.h"
+#include "quilctl/base/notes.h"
+#include "quilctl/commands/commands.h"
+#include "quilctl/model/recording.h"
+#include "quilctl/talk/request_session.h"
+
+namespace ecu::ctl {
+
+namespace com = tamu::com;
+namespace topics = com::topics;
+
+namespace {
+
+using Clock = BusConnection::Clock;
+
+// The delay before a message is published again that the broker was too slow to accept.
+constexpr std::chrono::milliseconds overload_pause{5};
+
+// Of the published messages that have not come back yet: their number, and the time limit for each.
+constexpr std::size_t max_waiting = 1000;
+constexpr std::chrono::seconds default_echo_timeout{5};
+
+com::Message message_of(const Recorded& recorded, const std::string& payload) {
+  com::Message message;
+  message.acknowledged = recorded.acknowledged;
+  message.retained = recorded.retained;
+  message.payload.assign(payload.begin(), payload.end());
+  return message;
+}
+
+bool is_played(const Options& options, const std::string& topic) {
+  return options.filter.empty() ? com::topic_matches(topics::signal_group_filter, topic) &&
+                                      !com::topic_matches(topics::vehicle_transmission_filter, topic)
+                                : com::topic_matches(options.filter, topic);
+}
+
+/// Publishes messages and checks that the broker sends them back: it does not report a denied publication.
+class RecordingPlayer {
+ public:
+  explicit RecordingPlayer(const Options& options)
+      : session_(
+            options, {options.filter.empty() ? topics::signal_group_filter : options.filter},
+            [this](const Event& event) { handle_echo(event); }, default_echo_timeout),
+        echo_timeout_(options.timeout.value_or(default_echo_timeout)) {
+    session_.remove_time_limit();
+  }
+
+  RequestSession& session() noexcept { return session_; }
+
+  void publish(const Recorded& recorded) {
+    if (waiting_.size() >= max_waiting) {
+      wait_until_back(max_waiting / 2);
+    }
+    while (!session_.bus().publish(recorded.topic, message_of(recorded, *recorded.payload))) {
+      session_.process_until(Clock::now() + overload_pause);
+    }
+    waiting_.emplace(recorded.topic, *recorded.payload);
+    ++count_;
+    session_.process_until(Clock::now());
+  }
+
+  /// Returns when all messages but `rest` have come back; throws `Failure` when they do not.
+  void wait_until_back(std::size_t rest = 0) {
+    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(echo_timeout_);
+    if (!session_.wait_until([&] { return waiting_.size() <= rest; }, deadline)) {
+      throw Failure(waiting_.size() == count_ ? ExitCode::refused : ExitCode::time_out,
+                    std::to_string(waiting_.size()) + " of " + std::to_string(count_) +
+                        " messages have not come back from the broker: its access rules deny us "
+                        "publishing or receiving them");
+    }
+  }
+
+  [[nodiscard]] std::size_t count() const noexcept { return count_; }
+
+ private:
+  using TopicAndPayload = std::pair<std::string, std::string>;
+
+  void handle_echo(const Event& event) {
+    const auto& payload = event.message.payload;
+    const auto found = waiting_.find(TopicAndPayload(event.text, {payload.begin(), payload.end()}));
+    if (found != waiting_.end()) {
+      waiting_.erase(found);
+    }
+  }
+
+  std::multiset<TopicAndPayload> waiting_;
+  std::size_t count_ = 0;
+  RequestSession session_;  // calls `handle_echo` from its constructor on
+  const std::chrono::duration<double> echo_timeout_;
+};
+
+/// Standard input. Calls `wait` before it reads.
+class StandardInput final : public std::streambuf {
+ public:
+  explicit StandardInput(std::function<void()> wait) : wait_(std::move(wait)) {}
+
+ private:
+  int_type underflow() override {
+    wait_();
+    const auto count = ::read(STDIN_FILENO, block_.data(), block_.size());
+    if (count < 0) {
+      throw tools::input_error("standard input");
+    }
+    setg(block_.data(), block_.data(), block_.data() + count);
+    return count == 0 ? traits_type::eof() : traits_type::to_int_type(block_.front());
+  }
+
+  const std::function<void()> wait_;
+  std::array<char, 4096> block_{};
+};
+
+// Finds an error in any line before the first message is published.
+void read_through(std::istream& file, const std::string& name) {
+  RecordingReader reader(file, name);
+  while (reader.next()) {
+  }
+  file.clear();
+  file.seekg(0);
+}
+
+/// The next message; errors say how many messages have been published.
+std::optional<Recorded> next(RecordingReader& reader, const RecordingPlayer& player) {
+  try {
+    return reader.next();
+  } catch (const Failure& failure) {
+    throw Failure(failure.code(), failure.what() + ("; " + std::to_string(player.count())) +
+                                      " messages have been published already");
+  }
+}
+
+void play(const Options& options, std::istream& input, std::optional<RecordingPlayer>& player) {
+  RecordingReader reader(input, options.file);
+  player.emplace(options);
+  const auto begin = Clock::now();
+  while (const auto recorded = next(reader, *player)) {
+    if (!recorded->payload || !is_played(options, recorded->topic)) {
+      continue;
+    }
+    if (options.speed > 0) {
+      const auto at = std::chrono::duration<double>(recorded->at) / options.speed;
+      player->session().process_until(begin + std::chrono::duration_cast<Clock::duration>(at));
+    }
+    player->publish(*recorded);
+  }
+  player->wait_until_back();
+}
+
+}  // namespace
+
+ExitCode replay(const Options& options) {
+  std::optional<RecordingPlayer> player;
+  if (options.file == "-") {
+    StandardInput input([&player] {
+      if (player) {
+        player->session().process_until_readable(STDIN_FILENO);
+      }
+    });
+    std::istream lines(&input);
+    lines.exceptions(std::ios::badbit);  // passes on exceptions of the wait
+    play(options, lines, player);
+  } else {
+    std::ifstream file(options.file);
+    if (!file) {
+      throw tools::input_error(options.file);
+    }
+    if (std::filesystem::is_regular_file(options.file)) {
+      read_through(file, options.file);
+    }
+    play(options, file, player);
+  }
+  note(std::to_string(player->count()) + " messages published");
+  return ExitCode::done;
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,46 @@
+#include "quilctl/model/times.h"
+
+#include <array>
+#include <ctime>
+
+namespace ecu::ctl {
+
+namespace {
+
+std::string with_milliseconds(std::chrono::system_clock::time_point at, const std::tm& parts,
+                              const char* format, const char* end) {
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(at.time_since_epoch()).count() % 1000;
+  std::array<char, 64> text{};
+  std::string result(text.data(), std::strftime(text.data(), text.size(), format, &parts));
+  const std::string digits = std::to_string(1000 + ms);
+  return result + "." + digits.substr(1) + end;
+}
+
+}  // namespace
+
+std::string iso_time(std::chrono::system_clock::time_point at) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
+  std::tm parts{};
+  ::gmtime_r(&seconds, &parts);
+  return with_milliseconds(at, parts, "%FT%T", "Z");
+}
+
+std::string local_time(std::chrono::system_clock::time_point at) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
+  std::tm parts{};
+  ::localtime_r(&seconds, &parts);
+  return with_milliseconds(at, parts, "%F %T", "");
+}
+
+std::string age_text(std::chrono::nanoseconds age) {
+  using namespace std::chrono;
+  const auto in = [age]<class Unit>(Unit /*one*/, const char* name) {
+    return std::to_string(floor<Unit>(age).count()) + name;
+  };
+  return age < minutes(1) ? in(seconds(1), " s")
+         : age < hours(1) ? in(minutes(1), " min")
+         : age < days(1)  ? in(hours(1), " h")
+                          : in(days(1), " d");
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+
+#include <ecu/tamu/com/transport_client.h>
+
+#include "common/wake_event.h"
+#include "quilctl/talk/bus_event.h"
+
+namespace ecu::ctl {
+
+/// Queues the client's events. The client's threads put them in, one other thread takes them out. When too
+/// much is waiting, the oldest messages are dropped and counted.
+class EventQueue final : public tamu::com::ISubscriptionObserver, public tamu::com::IConnectionObserver {
+ public:
+  void message(const std::string& topic, const tamu::com::Message& msg) override;
+  void connection_up() override;
+  void connection_down(tamu::com::ConnectionFailure failure, const std::string& reason) override;
+  void subscription_refused(const std::string& filter) override;
+  void subscriptions_settled() override;
+  void messages_dropped(const std::string& filter, std::uint64_t count) override;
+
+  /// The next event; nothing when none is waiting.
+  [[nodiscard]] std::optional<Event> take();
+
+  /// The number of messages dropped since the last call.
+  [[nodiscard]] std::uint64_t take_lost();
+
+  /// Readable when an event may be waiting.
+  [[nodiscard]] int fd() const noexcept { return wake_.fd(); }
+
+ private:
+  void put(Event event);
+  void drop_oldest_messages();
+
+  const tools::WakeEvent wake_;
+  std::mutex mutex_;  // guards all below
+  std::deque<Event> waiting_;
+  std::size_t bytes_ = 0;  // of the waiting payloads
+  std::uint64_t lost_ = 0;
+};
+
+}  // namespace ecu::ctl
