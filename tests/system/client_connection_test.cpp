@@ -186,7 +186,11 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
   hear();
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->subscribe("in/a", 1); }));
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->unsubscribe("in/b"); }));
-  EXPECT_TRUE(puts_keep_alive_off([this] { return session->request_fence(Fence::publication); }));
+  EXPECT_TRUE(puts_keep_alive_off([this] {
+    const Failure failure = session->request_fence(Fence::publication);
+    hear();
+    return failure;
+  }));
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->publish("out/x", raw_message("x")); }));
   EXPECT_FALSE(puts_keep_alive_off([this] { return session->publish("not/a/+/topic", raw_message("x")); }));
   EXPECT_TRUE(puts_keep_alive_off([this] {
