@@ -66,28 +66,34 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void close_connection();
   [[nodiscard]] bool all_sent();
   void wake_leader(std::unique_lock<std::mutex>& lock);
-  void wait_for_room(std::unique_lock<std::mutex>& lock, const std::string& topic, bool acknowledged);
+  void wait_for_outbox_space(std::unique_lock<std::mutex>& lock, const std::string& topic, bool acknowledged);
 
+  // Constant after construction.
   const MqttSettings settings_;
   const std::shared_ptr<IConnectionObserver> observer_;
+
+  // With their own synchronisation.
   const posix::Event stop_;  // for the thread in `run`
   const posix::Event wake_;  // for the leader
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
+  std::condition_variable outbox_space_;  // or no more use to wait for it
 
-  Connection connection_;  // the leader's alone, as the next three
+  // Used by the leader alone.
+  Connection connection_;
   Quarantine quarantine_;
   bool fence_wanted_ = false;  // after the first subscriptions of a connection
-  // How many messages are to be delivered before the observer is told that they are settled.
+  // How many messages must be delivered before the observer learns that the subscriptions are settled.
   std::optional<std::uint64_t> settled_after_;
 
-  mutable std::mutex mutex_;  // guards the rest but threads_; never held while an observer is called
+  mutable std::mutex mutex_;  // never held while an observer is called
+  // Guarded by mutex_.
   Outbox outbox_;
   std::vector<SubscriptionChange> subscription_changes_;  // since the connection is up
   bool leader_asleep_ = false;                            // it must be woken to see what was queued
-  std::condition_variable room_;                          // in the outbox, or no more use to wait for it
-  bool broker_stuck_ = false;  // room was waited for in vain, and nothing has been sent since
+  bool broker_stuck_ = false;  // space was waited for in vain, and nothing has been sent since
 
+  // With their own synchronisation, and destroyed first: their threads use the members above.
   LeaderThreads threads_;
   Heartbeat heartbeat_;
 };
