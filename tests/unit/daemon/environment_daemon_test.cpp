@@ -71,23 +71,38 @@ TEST_F(EnvironmentDaemonTest, SubscribesOncePerEntryInRegistryOrderAndTakesAllBa
   EXPECT_THAT(client->unsubscribed, testing::UnorderedElementsAreArray(topics));
 }
 
-TEST_F(EnvironmentDaemonTest, OneMessageOfPropertiesMakesEachPropertyItHoldsPublish) {
+TEST_F(EnvironmentDaemonTest, EachPropertyIsPublishedFromItsOwnSignal) {
   daemon->init();
-  tests::Group group;
-  for (const char* signal : {"vehicle_type", "region", "modem_type", "diversity_antenna", "is_wifi_bt",
-                             "is_external_wifi_bt_antenna", "is_gnss", "is_ethernet2", "is_accelerometer",
-                             "is_digital_io", "is_d8", "is_can1", "is_can2", "is_network_management",
-                             "is_int_sim", "is_ext_sim"}) {  // and not is_ethernet1
-    group.value(signal, 1);
+  const std::pair<const char*, const char*> properties[] = {
+      {"vehicle_type", "vehicletype"},
+      {"region", "hwregion"},
+      {"modem_type", "modemtype"},
+      {"diversity_antenna", "divantenna"},
+      {"is_wifi_bt", "haswifibt"},
+      {"is_external_wifi_bt_antenna", "hasextwifibtant"},
+      {"is_gnss", "hasgnss"},
+      {"is_ethernet1", "haseth1"},
+      {"is_ethernet2", "haseth2"},
+      {"is_accelerometer", "hasaccelerometer"},
+      {"is_digital_io", "hasdigio"},
+      {"is_d8", "hasd8"},
+      {"is_can1", "hascan1"},
+      {"is_can2", "hascan2"},
+      {"is_network_management", "hasnm"},
+      {"is_int_sim", "hasintsim"},
+      {"is_ext_sim", "hasextsim"},
+  };
+  tests::Group all;
+  std::vector<std::string> topics;
+  for (const auto& [signal, name] : properties) {
+    daemon->message("rt/system/hw_properties", tests::Group().value(signal, 1).message());
+    topics.push_back(std::string("system/var/") + name);
+    all.value(signal, 1);
   }
-  daemon->message("rt/system/hw_properties", group.message());
-  std::vector<std::string> expected;
-  for (const char* name : {"vehicletype", "hwregion", "modemtype", "divantenna", "haswifibt",
-                           "hasextwifibtant", "hasgnss", "haseth2", "hasaccelerometer", "hasdigio", "hasd8",
-                           "hascan1", "hascan2", "hasnm", "hasintsim", "hasextsim"}) {
-    expected.push_back(std::string("system/var/") + name);
-  }
-  EXPECT_EQ(published_topics(), expected);
+  EXPECT_EQ(published_topics(), topics);
+  client->published.clear();
+  daemon->message("rt/system/hw_properties", all.message());
+  EXPECT_EQ(published_topics(), topics);
 }
 
 TEST_F(EnvironmentDaemonTest, EveryVersionHasANameThatIsNotItsTopics) {
