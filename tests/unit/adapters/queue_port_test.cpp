@@ -400,9 +400,11 @@ class PortAwayTest : public testing::Test {
       loop.join();
     });
   }
-  static void wait_for_openings(const char* file, int times) {
+  template <class Cause>
+  static void wait_for_openings(const char* file, int times, Cause cause) {
     const ecu::tamu::posix::UniqueFd openings(::inotify_init1(IN_CLOEXEC));
     ::inotify_add_watch(openings.get(), file, IN_OPEN);
+    cause();
     inotify_event one{};
     pollfd ready{openings.get(), POLLIN, 0};
     for (int i = 0; i < times; ++i) {
@@ -437,7 +439,7 @@ TEST_F(PortAwayTest, ADeviceWhoseFarSideHangsUpIsOpenedAgain) {
     tests::replace_link(target, "/dev/null");  // can be opened, and is at its end at once
     device.reset();
     log.wait_for(".");
-    wait_for_openings("/dev/null", 3);
+    wait_for_openings("/dev/null", 3, [] {});
     device.emplace();
     tests::replace_link(target, device->path());
     device->write(wire(2, "back") + end_mark());
@@ -445,6 +447,26 @@ TEST_F(PortAwayTest, ADeviceWhoseFarSideHangsUpIsOpenedAgain) {
   });
   EXPECT_EQ(log.text(), "1:half a frame .2:back |.");
   EXPECT_THAT(lines, away_and_back(nested, "(end of file|Input/output error|the far side has hung up)"));
+}
+
+// A directory can be opened and is no port. Pauses that go on doubling would exceed the test's patience.
+TEST_F(PortAwayTest, ThePausesBetweenAttemptsDoubleUpToTheLongest) {
+  const std::string directory = dir.path("directory"), target = dir.path("target");
+  std::filesystem::create_directories(dir.path("folder"));
+  std::filesystem::create_directory(directory);
+  std::filesystem::create_symlink(target, dir.path("folder/port"));
+  std::optional<tests::PseudoTerminal> device(std::in_place);
+  tests::replace_link(target, device->path());
+  std::chrono::steady_clock::duration attempts{};
+  (void)receive({4ms, 16ms}, dir.path("folder/port"), [&] {
+    device->write(wire(1, "open"));
+    log.wait_for("open ");
+    tests::replace_link(target, directory);
+    const auto begin = std::chrono::steady_clock::now();
+    wait_for_openings(directory.c_str(), 15, [&] { device.reset(); });
+    attempts = std::chrono::steady_clock::now() - begin;
+  });
+  EXPECT_GE(attempts, 4ms + 4ms + 8ms + 12 * 16ms);
 }
 
 TEST_F(PortAwayTest, AFifoThatIsMadeAnewIsReadAtOnceAfterWhatTheOldOneHeld) {
