@@ -4,20 +4,19 @@
 #include <chrono>
 #include <random>
 
+#include "mqtt/mqtt_settings.h"
+
 namespace ecu::tamu::com::mqtt {
 
-/// The pauses between attempts to connect: 100 ms, doubling to `longest`, each shortened at random by up to a
-/// quarter so that clients do not come back in step.
+/// The pauses between attempts to connect: 100 ms, doubling to 500 ms for a broker on this machine, whose
+/// return is to be noticed at once, and to 5 s for any other. Each is shortened at random by up to a quarter
+/// so that clients do not come back in step.
 class Backoff {
  public:
   using Duration = std::chrono::milliseconds;
 
-  static constexpr Duration first{100};
-  /// For a broker on this machine, whose return is to be noticed at once, and for any other.
-  static constexpr Duration longest_local{500};
-  static constexpr Duration longest_remote{5000};
-
-  explicit Backoff(Duration longest) : longest_(longest) {}
+  explicit Backoff(const MqttSettings& settings)
+      : longest_(settings.is_local() ? longest_local : longest_remote) {}
 
   [[nodiscard]] Duration next() {
     const Duration pause = pause_;
@@ -27,7 +26,18 @@ class Backoff {
 
   void reset() noexcept { pause_ = first; }
 
+  /// A connection that held for this long was lost. One that was stable starts the pauses over.
+  void connection_lost(std::chrono::nanoseconds held) noexcept {
+    if (held >= stable_after) {
+      reset();
+    }
+  }
+
  private:
+  static constexpr Duration first{100};
+  static constexpr Duration longest_local{500};
+  static constexpr Duration longest_remote{5000};
+  static constexpr std::chrono::seconds stable_after{5};
   static constexpr int max_jitter_percent = 25;
 
   Duration longest_;

@@ -14,9 +14,6 @@ namespace ecu::tamu::com::mqtt {
 
 namespace {
 
-// A connection that held for this long starts the pauses over.
-constexpr std::chrono::seconds stable_after{5};
-
 int poll_timeout(Connection::Clock::time_point until) {
   if (until == Connection::Clock::time_point::max()) {
     return -1;
@@ -28,10 +25,7 @@ int poll_timeout(Connection::Clock::time_point until) {
 }  // namespace
 
 Connection::Connection(const MqttSettings& settings, ConnectionListener& listener, Resolver resolve)
-    : settings_(settings),
-      listener_(listener),
-      resolve_(std::move(resolve)),
-      backoff_(settings.is_local() ? Backoff::longest_local : Backoff::longest_remote) {}
+    : settings_(settings), listener_(listener), resolve_(std::move(resolve)), backoff_(settings) {}
 
 // A fault's reason is built from a short text that needs no memory, which there may be none of.
 template <class Action>
@@ -160,9 +154,7 @@ void Connection::fail(Fault fault) noexcept {
     return;
   }
   if (was_up) {
-    if (Clock::now() - up_since_ >= stable_after) {
-      backoff_.reset();
-    }
+    backoff_.connection_lost(Clock::now() - up_since_);
     addresses_.clear();
   }
   timer_ = Clock::now() + backoff_.next();

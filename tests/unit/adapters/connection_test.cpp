@@ -6,6 +6,7 @@
 #include <functional>
 #include <latch>
 #include <new>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -161,17 +162,27 @@ TEST_F(ConnectionTest, OneNameLookupIsUnderWayAtATimeAndALateResultIsUsed) {
   EXPECT_EQ(resolution->lookups, 1);
 }
 
-TEST(BackoffTest, APauseDoublesUpToTheLongestLessAQuarter) {
-  for (const auto longest : {Backoff::longest_local, Backoff::longest_remote}) {
-    Backoff backoff(longest);
-    for (int round = 0; round < 2; ++round) {
-      for (auto pause = 100ms; pause < 3 * longest; pause *= 2) {
-        const auto next = backoff.next();
-        EXPECT_LE(next, std::min<Backoff::Duration>(pause, longest));
-        EXPECT_GE(next, std::min<Backoff::Duration>(pause, longest) * 3 / 4);
+TEST(BackoffTest, APauseDoublesUpToTheLongestLessAtMostAQuarter) {
+  const std::vector<std::pair<std::string, std::vector<int>>> pauses_of_host{
+      {"localhost", {100, 200, 400, 500, 500}},
+      {"broker", {100, 200, 400, 800, 1600, 3200, 5000, 5000}},
+  };
+  for (const auto& [host, pauses] : pauses_of_host) {
+    Backoff backoff(settings_for(host));
+    std::set<Backoff::Duration> first_pauses;
+    for (int round = 0; round < 50; ++round) {
+      for (const int pause : pauses) {
+        const auto next = backoff.next().count();
+        EXPECT_LE(next, pause) << host;
+        EXPECT_GE(next, pause * 3 / 4) << host;
+        backoff.connection_lost(4999ms);
+        if (pause == 100) {
+          first_pauses.emplace(next);
+        }
       }
-      backoff.reset();
+      backoff.connection_lost(5s);
     }
+    EXPECT_GT(first_pauses.size(), 1u) << host;
   }
 }
 
@@ -185,6 +196,26 @@ TEST(MqttSettingsTest, KnowsABrokerOnThisMachine) {
 }
 
 // ---- the client ----
+
+/// Has no memory when the first connection comes up.
+class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
+ public:
+  void connection_up() override {
+    if (!std::exchange(failed_, true)) {
+      throw std::bad_alloc();
+    }
+  }
+  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
+    throw std::bad_alloc();
+  }
+  void subscription_refused(const std::string& /*filter*/) override {}
+  void subscriptions_settled() override {}
+  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
+  void message(const std::string& /*topic*/, const Message& /*msg*/) override {}
+
+ private:
+  bool failed_ = false;
+};
 
 class ClientAgainstScriptTest : public testing::Test {
  protected:
@@ -222,26 +253,6 @@ TEST_F(ClientAgainstScriptTest, WithoutAcknowledgementsOtherTopicsGoOn) {
   EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=20")));
   EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=after these")));
 }
-
-/// Has no memory when the first connection comes up.
-class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
- public:
-  void connection_up() override {
-    if (!std::exchange(failed_, true)) {
-      throw std::bad_alloc();
-    }
-  }
-  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
-    throw std::bad_alloc();
-  }
-  void subscription_refused(const std::string& /*filter*/) override {}
-  void subscriptions_settled() override {}
-  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
-  void message(const std::string& /*topic*/, const Message& /*msg*/) override {}
-
- private:
-  bool failed_ = false;
-};
 
 TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKept) {
   const auto observer = std::make_shared<FailingObserver>();
