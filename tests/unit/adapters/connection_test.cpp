@@ -186,6 +186,39 @@ TEST(BackoffTest, APauseDoublesUpToTheLongestLessAtMostAQuarter) {
   }
 }
 
+TEST(MqttSettingsTest, AreReadFromTheConfigurationWhereItSaysSomething) {
+  ecu::tamu::config::Configuration config;
+  const MqttSettings preset = read_settings(config);
+  EXPECT_EQ(preset.broker(), "localhost:1883");
+  EXPECT_EQ(preset.keepalive, 60s);
+  EXPECT_EQ(preset.answer_timeout, 60s);
+  EXPECT_EQ(preset.connect_timeout, 10s);
+  EXPECT_TRUE(preset.presence);
+  EXPECT_FALSE(preset.uses_tls());
+  for (const auto& [key, value] : {std::pair{"host", "broker"},
+                                   {"port", "8883"},
+                                   {"username", "user"},
+                                   {"password", "secret"},
+                                   {"cafile", "ca"},
+                                   {"certfile", "certificate"},
+                                   {"keyfile", "key"},
+                                   {"keepalive", "7"},
+                                   {"presence", "no"},
+                                   {"client_name", "tested"}}) {
+    config.set_value(key, value);
+  }
+  const MqttSettings read = read_settings(config);
+  EXPECT_EQ(read.broker(), "broker:8883");
+  EXPECT_THAT((std::vector{read.username, read.password, read.cafile, read.certfile, read.keyfile}),
+              ElementsAre("user", "secret", "ca", "certificate", "key"));
+  EXPECT_EQ(read.keepalive, 7s);
+  EXPECT_EQ(read.answer_timeout, 7s);
+  EXPECT_FALSE(read.presence);
+  EXPECT_EQ(read.presence_topic(), "system/presence/tested");
+  config.set_value("host", "/run/broker");
+  EXPECT_EQ(read_settings(config).broker(), "/run/broker");
+}
+
 TEST(MqttSettingsTest, KnowsABrokerOnThisMachine) {
   for (const char* host : {"/run/broker", "localhost", "127.0.0.1", "127.1.2.3", "::1"}) {
     EXPECT_TRUE(settings_for(host).is_local()) << host;
@@ -196,26 +229,6 @@ TEST(MqttSettingsTest, KnowsABrokerOnThisMachine) {
 }
 
 // ---- the client ----
-
-/// Has no memory when the first connection comes up.
-class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
- public:
-  void connection_up() override {
-    if (!std::exchange(failed_, true)) {
-      throw std::bad_alloc();
-    }
-  }
-  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
-    throw std::bad_alloc();
-  }
-  void subscription_refused(const std::string& /*filter*/) override {}
-  void subscriptions_settled() override {}
-  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
-  void message(const std::string& /*topic*/, const Message& /*msg*/) override {}
-
- private:
-  bool failed_ = false;
-};
 
 class ClientAgainstScriptTest : public testing::Test {
  protected:
@@ -253,6 +266,26 @@ TEST_F(ClientAgainstScriptTest, WithoutAcknowledgementsOtherTopicsGoOn) {
   EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=20")));
   EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=after these")));
 }
+
+/// Has no memory when the first connection comes up.
+class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
+ public:
+  void connection_up() override {
+    if (!std::exchange(failed_, true)) {
+      throw std::bad_alloc();
+    }
+  }
+  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
+    throw std::bad_alloc();
+  }
+  void subscription_refused(const std::string& /*filter*/) override {}
+  void subscriptions_settled() override {}
+  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
+  void message(const std::string& /*topic*/, const Message& /*msg*/) override {}
+
+ private:
+  bool failed_ = false;
+};
 
 TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKept) {
   const auto observer = std::make_shared<FailingObserver>();
