@@ -107,12 +107,14 @@ std::optional<std::string> ScriptedBroker::read(int fd, std::size_t size) const 
 
 void ScriptedBroker::serve_connection(int fd) {
   while (const auto first = read(fd, 1)) {
+    std::string bytes = *first;
     std::size_t length = 0;
     for (unsigned shift = 0, more = 128; more >= 128; shift += 7) {
       const auto byte = read(fd, 1);
       if (!byte) {
         return;
       }
+      bytes += *byte;
       more = static_cast<unsigned char>(byte->front());
       length |= std::size_t{more % 128} << shift;
     }
@@ -125,6 +127,7 @@ void ScriptedBroker::serve_connection(int fd) {
     {
       const std::lock_guard lock(mutex_);
       packets_.push_back(packet.name());
+      bytes_ += bytes + *body;
       changed_.notify_all();
     }
     const Reaction reaction = script_(packet.name());
@@ -147,6 +150,11 @@ bool ScriptedBroker::wait_for(const std::string& packet, int times) {
 std::vector<std::string> ScriptedBroker::packets() const {
   const std::lock_guard lock(mutex_);
   return packets_;
+}
+
+std::string ScriptedBroker::bytes() const {
+  const std::lock_guard lock(mutex_);
+  return bytes_;
 }
 
 }  // namespace tests

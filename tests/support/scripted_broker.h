@@ -31,6 +31,8 @@ class ScriptedBroker {
   bool wait_for(const std::string& packet, int times = 1);
   /// All that came, in order.
   [[nodiscard]] std::vector<std::string> packets() const;
+  /// The bytes of all that came.
+  [[nodiscard]] std::string bytes() const;
 
  private:
   void serve();
@@ -41,9 +43,10 @@ class ScriptedBroker {
   const Script script_;
   const LoopbackPort port_;
   const ecu::tamu::posix::Event stop_;
-  mutable std::mutex mutex_;  // guards the next two
+  mutable std::mutex mutex_;  // guards the next three
   std::condition_variable changed_;
   std::vector<std::string> packets_;
+  std::string bytes_;
   std::thread thread_;
 };
 

@@ -20,6 +20,7 @@ namespace {
 using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using Reaction = tests::ScriptedBroker::Reaction;
 using testing::Contains;
 using testing::ElementsAre;
@@ -230,6 +231,26 @@ TEST(MqttSettingsTest, KnowsABrokerOnThisMachine) {
 
 // ---- the client ----
 
+/// Has no memory when the first connection comes up.
+class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
+ public:
+  void connection_up() override {
+    if (!std::exchange(failed_, true)) {
+      throw std::bad_alloc();
+    }
+  }
+  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
+    throw std::bad_alloc();
+  }
+  void subscription_refused(const std::string& /*filter*/) override {}
+  void subscriptions_settled() override {}
+  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
+  void message(const std::string& /*topic*/, const Message& /*msg*/) override {}
+
+ private:
+  bool failed_ = false;
+};
+
 class ClientAgainstScriptTest : public testing::Test {
  protected:
   void start(tests::ScriptedBroker::Script script, std::shared_ptr<IConnectionObserver> observer = nullptr) {
@@ -246,6 +267,41 @@ class ClientAgainstScriptTest : public testing::Test {
   std::optional<tests::ScriptedBroker> broker;
   std::optional<MqttClient> client;
 };
+
+TEST_F(ClientAgainstScriptTest, EachConnectionBringsSubscriptionsThenRetainedMessagesThenThePresence) {
+  broker.emplace([lost = false](const std::string& packet) mutable {
+    return packet.ends_with("=online") && !std::exchange(lost, true) ? Reaction::close : Reaction::answer;
+  });
+  MqttSettings settings = settings_for("127.0.0.1", broker->port());
+  settings.username = "user";
+  settings.password = "secret";
+  settings.keepalive = 258s;
+  settings.presence = true;
+  client.emplace(settings, nullptr);
+  const auto observer = std::make_shared<FailingObserver>();
+  client->subscribe("in/b", 1, observer);
+  client->subscribe("in/a", 0, observer);
+  client->subscribe("in/b", 0, std::make_shared<FailingObserver>());
+  publish("z", "1", false, true);
+  publish("empty", "", true, true);
+  publish("a", "", false, true);
+  publish("z", "2", false, true);
+  client->connect();
+  client->start();
+  ASSERT_TRUE(broker->wait_for("PUBLISH system/presence/tested=online", 2));
+  const std::string each_connection =
+      "\x10\x41\x00\x04MQTT\x04\xee\x01\x02\x00\x06tested"
+      "\x00\x16system/presence/tested\x00\x07offline\x00\x04user\x00\x06secret"
+      "\x82\x09\x00\x01\x00\x04in/b\x01"
+      "\x82\x09\x00\x02\x00\x04in/a\x00"
+      "\x31\x04\x00\x01z2"
+      "\x33\x09\x00\x05"
+      "empty\x00\x04"
+      "\x31\x03\x00\x01"
+      "a"
+      "\x33\x20\x00\x16system/presence/tested\x00\x06online"s;
+  EXPECT_EQ(broker->bytes(), each_connection + each_connection);
+}
 
 TEST_F(ClientAgainstScriptTest, WithoutAcknowledgementsOtherTopicsGoOn) {
   start([](const std::string& packet) {
@@ -266,26 +322,6 @@ TEST_F(ClientAgainstScriptTest, WithoutAcknowledgementsOtherTopicsGoOn) {
   EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=20")));
   EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=after these")));
 }
-
-/// Has no memory when the first connection comes up.
-class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
- public:
-  void connection_up() override {
-    if (!std::exchange(failed_, true)) {
-      throw std::bad_alloc();
-    }
-  }
-  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
-    throw std::bad_alloc();
-  }
-  void subscription_refused(const std::string& /*filter*/) override {}
-  void subscriptions_settled() override {}
-  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
-  void message(const std::string& /*topic*/, const Message& /*msg*/) override {}
-
- private:
-  bool failed_ = false;
-};
 
 TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKept) {
   const auto observer = std::make_shared<FailingObserver>();
