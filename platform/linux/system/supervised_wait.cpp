@@ -3,20 +3,15 @@
 #include <poll.h>
 
 #include <optional>
-#include <string>
-#include <utility>
 
-#include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/signal_mask.h>
 
-#include "system/heartbeat.h"
 #include "system/supervision.h"
+#include "system/watchdog.h"
 
 namespace ecu::tamu {
 
 namespace {
-
-constexpr auto logger = logging::module("tamu.supervision");
 
 using Microseconds = std::chrono::microseconds;
 
@@ -25,28 +20,6 @@ timespec to_timespec(Microseconds time) {
   return {static_cast<time_t>(seconds.count()),
           static_cast<long>(std::chrono::nanoseconds(time - seconds).count())};
 }
-
-class Watchdog {
- public:
-  explicit Watchdog(Microseconds period) : period_(period) {}
-
-  /// Returns when to call this again. A loop that is late is looked at again soon: the manager waits for two
-  /// periods only.
-  Microseconds feed() {
-    std::string silent = check_heartbeats();
-    if (silent.empty()) {
-      notify_watchdog();
-    } else if (silent != reported_) {
-      logger.error("no sign of life for ", period_.count() / 1000, " ms: ", silent);
-    }
-    reported_ = std::move(silent);
-    return reported_.empty() ? period_ : period_ / 8;
-  }
-
- private:
-  const Microseconds period_;
-  std::string reported_;  // the loops that the last check found silent
-};
 
 }  // namespace
 

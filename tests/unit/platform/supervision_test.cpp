@@ -13,6 +13,7 @@
 #include "support/captured_log.h"
 #include "system/heartbeat.h"
 #include "system/supervised_wait.h"
+#include "system/watchdog.h"
 
 using namespace ecu::tamu;
 using testing::ElementsAre;
@@ -64,8 +65,8 @@ TEST(SupervisionTest, ManagerIsToldOnItsSocket) {
   for (const std::string& name : {path, "@tolquil_notify_" + own_pid}) {
     const Manager manager(name);
     application_starting(), application_ready(), notify_watchdog(), notify_stopping();
-    EXPECT_THAT(manager.received(), HasSubstr("STATUS="));
-    EXPECT_THAT(manager.received(), HasSubstr("READY=1\n"));
+    EXPECT_EQ(manager.received(), "STATUS=Starting");
+    EXPECT_EQ(manager.received(), "READY=1\nSTATUS=Running");
     EXPECT_EQ(manager.received(), "WATCHDOG=1");
     EXPECT_EQ(manager.received(), "STOPPING=1");
   }
@@ -131,6 +132,32 @@ TEST(SupervisionTest, WatchdogIsFedOnlyWhileEveryLoopGoesRound) {
   stop.signal();
   main.join();
   ::unsetenv("WATCHDOG_USEC");
+}
+
+TEST(SupervisionTest, WatchdogChecksAgainSoonWhileALoopIsSilent) {
+  const Manager manager("@tolquil_late_" + own_pid);
+  Heartbeat first("first", [] {}), second("second", [] {});
+  Watchdog watchdog(std::chrono::seconds(8));
+  const auto feed = [&](bool first_beats, bool second_beats) {
+    if (first_beats) {
+      first.beat();
+    }
+    if (second_beats) {
+      second.beat();
+    }
+    return watchdog.feed();
+  };
+  const auto log = tests::logged_lines([&] {
+    EXPECT_EQ(feed(true, true), std::chrono::seconds(8));
+    EXPECT_EQ(feed(true, false), std::chrono::seconds(1));
+    EXPECT_EQ(feed(true, false), std::chrono::seconds(1));
+    EXPECT_EQ(feed(false, false), std::chrono::seconds(1));
+    EXPECT_EQ(feed(true, true), std::chrono::seconds(8));
+    EXPECT_EQ(feed(true, false), std::chrono::seconds(1));
+  });
+  const std::string silent = "ERROR [tamu.supervision] no sign of life for 8000 ms: ";
+  EXPECT_THAT(log, ElementsAre(silent + "second", silent + "first, second", silent + "second"));
+  EXPECT_THAT(manager.all_received(), ElementsAre("WATCHDOG=1", "WATCHDOG=1"));
 }
 
 TEST(SupervisionTest, WatchdogPeriodIsHalfOfWhatTheManagerGivesThisProcess) {

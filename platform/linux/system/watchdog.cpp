@@ -1,0 +1,29 @@
+#include "system/watchdog.h"
+
+#include <utility>
+
+#include <ecu/tamu/logging/logging.h>
+
+#include "system/heartbeat.h"
+#include "system/supervision.h"
+
+namespace ecu::tamu {
+
+namespace {
+
+constexpr auto logger = logging::module("tamu.supervision");
+
+}  // namespace
+
+std::chrono::microseconds Watchdog::feed() {
+  std::string silent = check_heartbeats();
+  if (silent.empty()) {
+    notify_watchdog();
+  } else if (silent != reported_) {
+    logger.error("no sign of life for ", period_.count() / 1000, " ms: ", silent);
+  }
+  reported_ = std::move(silent);
+  return reported_.empty() ? period_ : period_ / 8;
+}
+
+}  // namespace ecu::tamu
