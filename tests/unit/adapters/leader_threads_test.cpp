@@ -26,6 +26,9 @@ class LeaderThreadsTest : public testing::Test {
  protected:
   using Call = std::function<bool(int number)>;
 
+  explicit LeaderThreadsTest(std::chrono::microseconds relief_delay = std::chrono::microseconds(100))
+      : threads([this] { lead(); }, relief_delay,
+                [this](const std::function<void()>& body) { return make_thread(body); }) {}
   ~LeaderThreadsTest() override { threads.join(); }
 
   /// Returns when a call has returned false and the threads have ended.
@@ -108,8 +111,7 @@ class LeaderThreadsTest : public testing::Test {
   std::condition_variable changed;
   int alive = 0;
   int in_calls = 0;
-  LeaderThreads threads{[this] { lead(); }, std::chrono::microseconds(100),
-                        [this](const std::function<void()>& body) { return make_thread(body); }};
+  LeaderThreads threads;
 };
 
 TEST_F(LeaderThreadsTest, ALeaderWhoseCallsLastIsRelieved) {
@@ -119,6 +121,20 @@ TEST_F(LeaderThreadsTest, ALeaderWhoseCallsLastIsRelieved) {
     return is_relieved;
   });
   EXPECT_GE(reliefs, 1);
+}
+
+class LateReliefTest : public LeaderThreadsTest {
+ protected:
+  LateReliefTest() : LeaderThreadsTest(std::chrono::hours(1)) {}
+};
+
+TEST_F(LateReliefTest, CallsThatTakeLessThanTheDelayLeaveTheLeadWhereItIs) {
+  run([this](int number) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // room for a stand-in that does not wait
+    EXPECT_TRUE(threads.leading());
+    return number < 5;
+  });
+  EXPECT_EQ(reliefs, 0);
 }
 
 TEST_F(LeaderThreadsTest, AStandInThatCannotBeMadeIsTriedAgainAtEachCall) {
