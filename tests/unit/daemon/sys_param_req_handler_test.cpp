@@ -70,10 +70,11 @@ TEST_F(SysParamReqHandlerTest, SubscribesAndTakesAllBack) {
 
 TEST_F(SysParamReqHandlerTest, EveryCachedIdentifierIsAnsweredInTheOrderOfTheRequest) {
   receive({{12, "twelve"}, {0xffffffff, "last"}, {7, "seven"}});
-  const auto log = send(request, ask_for({"12abc", "abc", "-1", "99999999999", "8", " 7", "12"}));
+  const auto log = send(request, ask_for({"12abc", "abc", "-1", "99999999999", "8", " 7", "0x7", "012"}));
   std::string answers;
   for (const auto& [topic, message] : client->published) {
     EXPECT_EQ(topic, "system/sysparam/");
+    EXPECT_FALSE(message.retained || message.acknowledged);
     answers += body_of<pb::SystemParameterEntry>(message).value() + " ";
   }
   EXPECT_EQ(answers, "twelve last seven twelve ");
@@ -92,6 +93,7 @@ TEST_F(SysParamReqHandlerTest, AllParametersAreAnsweredInOneListEvenWhenThereAre
   send(request_all);
   ASSERT_EQ(client->published.size(), 2u);
   EXPECT_EQ(client->published[0].topic, "system/sysparams");
+  EXPECT_FALSE(client->published[0].message.retained || client->published[0].message.acknowledged);
   EXPECT_EQ(body_of<pb::SystemParameterList>(client->published[0].message).entry_size(), 0);
   const auto all = body_of<pb::SystemParameterList>(client->published[1].message);
   ASSERT_EQ(all.entry_size(), 2);
