@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
-#include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
@@ -19,6 +18,7 @@
 
 #include <ecu/tamu/application.h>
 #include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/thread_safety.h>
 
 #include "posix/unique_fd.h"
 #include "text/parse_number.h"
@@ -82,7 +82,7 @@ void notify(std::string_view state) noexcept {
 class Status {
  public:
   void set(std::string_view name, std::string_view text) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     auto part = std::find_if(parts_.begin(), parts_.end(), [name](const Part& p) { return p.name == name; });
     if (part == parts_.end()) {
       part = parts_.insert(part, Part{std::string(name), {}});
@@ -96,7 +96,7 @@ class Status {
   }
 
   void send_with(const std::string& state) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     sent_ = joined();
     notify(state + "\nSTATUS=" + (sent_.empty() ? "Running" : sent_));
   }
@@ -115,7 +115,7 @@ class Status {
     return plain;
   }
 
-  [[nodiscard]] std::string joined() const {
+  [[nodiscard]] std::string joined() const TAMU_REQUIRES(mutex_) {
     std::string text;
     for (const Part& part : parts_) {
       text += (text.empty() || part.text.empty() ? "" : "; ") + part.text;
@@ -123,9 +123,11 @@ class Status {
     return text;
   }
 
-  std::mutex mutex_;  // guards all below
-  std::vector<Part> parts_;
-  std::string sent_;
+  Mutex mutex_;
+
+  // Guarded by mutex_.
+  std::vector<Part> parts_ TAMU_GUARDED_BY(mutex_);
+  std::string sent_ TAMU_GUARDED_BY(mutex_);
 };
 
 Status& status() {
