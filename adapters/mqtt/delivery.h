@@ -1,11 +1,9 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -13,6 +11,7 @@
 
 #include <ecu/tamu/com/message.h>
 #include <ecu/tamu/com/transport_client.h>
+#include <ecu/tamu/thread_safety.h>
 
 #include "mqtt/loss_log.h"
 #include "mqtt/mailbox.h"
@@ -83,6 +82,7 @@ class Delivery {
   void close();
 
  private:
+  // Guarded by the mutex of its Delivery, but the observer is called without it.
   struct Recipient {
     explicit Recipient(std::shared_ptr<ISubscriptionObserver> observer) : mailbox(std::move(observer)) {}
 
@@ -98,11 +98,12 @@ class Delivery {
     std::vector<std::shared_ptr<Recipient>> recipients;
   };
 
-  Route* find_route(const std::string& topic);
-  std::shared_ptr<Recipient> recipient_of(const std::shared_ptr<ISubscriptionObserver>& observer);
+  Route* find_route(const std::string& topic) TAMU_REQUIRES(mutex_);
+  std::shared_ptr<Recipient> recipient_of(const std::shared_ptr<ISubscriptionObserver>& observer)
+      TAMU_REQUIRES(mutex_);
   void queue(const std::shared_ptr<Recipient>& recipient, const std::string& filter,
-             const std::shared_ptr<const QueuedMessage>& message);
-  void serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) noexcept;
+             const std::shared_ptr<const QueuedMessage>& message) TAMU_REQUIRES(mutex_);
+  void serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_REQUIRES(mutex_);
   void report(const Loss& loss) noexcept;
 
   // Constant after construction.
@@ -110,15 +111,16 @@ class Delivery {
 
   // With their own synchronisation.
   LossLog loss_log_;
-  std::condition_variable call_ended_;  // waited for with mutex_
+  ConditionVariable call_ended_;  // waited for with mutex_
 
-  mutable std::mutex mutex_;  // never held while an observer is called
+  mutable Mutex mutex_;  // never held while an observer is called
+
   // Guarded by mutex_.
-  std::vector<Route> routes_;
-  std::vector<std::shared_ptr<Recipient>> recipients_;
-  std::deque<std::shared_ptr<Recipient>> ready_;
-  std::uint64_t posts_ = 0;
-  bool closed_ = false;
+  std::vector<Route> routes_ TAMU_GUARDED_BY(mutex_);
+  std::vector<std::shared_ptr<Recipient>> recipients_ TAMU_GUARDED_BY(mutex_);
+  std::deque<std::shared_ptr<Recipient>> ready_ TAMU_GUARDED_BY(mutex_);
+  std::uint64_t posts_ TAMU_GUARDED_BY(mutex_) = 0;
+  bool closed_ TAMU_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace ecu::tamu::com::mqtt

@@ -2,9 +2,10 @@
 
 #include <chrono>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
+
+#include <ecu/tamu/thread_safety.h>
 
 #include "posix/event.h"
 
@@ -50,12 +51,12 @@ class LeaderThreads {
  private:
   using Clock = std::chrono::steady_clock;
 
-  void spawn();
-  void ensure_stand_in();
+  void spawn() TAMU_REQUIRES(mutex_);
+  void ensure_stand_in() TAMU_REQUIRES(mutex_);
   void run();
   [[nodiscard]] bool wait_for_lead();
-  [[nodiscard]] bool take_lead();
-  void retire(std::unique_lock<std::mutex>& lock);
+  [[nodiscard]] bool take_lead() TAMU_REQUIRES(mutex_);
+  [[nodiscard]] std::thread retire() TAMU_REQUIRES(mutex_);
 
   // Constant after construction.
   const std::function<void()> lead_;
@@ -66,16 +67,17 @@ class LeaderThreads {
   const posix::Timer timer_;  // expires when the leader is to be relieved
   const posix::Event end_;
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
+
   // Guarded by mutex_.
-  std::thread::id leader_;  // nobody's before the first thread has taken the lead
-  bool in_calls_ = false;
-  Clock::time_point calls_since_;
-  bool finished_ = false;
-  bool has_stand_in_ = false;         // made, though it may not have begun to wait
-  bool stand_in_is_missing_ = false;  // has been logged
-  std::vector<std::thread> threads_;
-  std::thread retired_;  // the last one, for the next one to join
+  std::thread::id leader_ TAMU_GUARDED_BY(mutex_);  // nobody's before the first thread has taken the lead
+  bool in_calls_ TAMU_GUARDED_BY(mutex_) = false;
+  Clock::time_point calls_since_ TAMU_GUARDED_BY(mutex_);
+  bool finished_ TAMU_GUARDED_BY(mutex_) = false;
+  bool has_stand_in_ TAMU_GUARDED_BY(mutex_) = false;         // made, though it may not have begun to wait
+  bool stand_in_is_missing_ TAMU_GUARDED_BY(mutex_) = false;  // has been logged
+  std::vector<std::thread> threads_ TAMU_GUARDED_BY(mutex_);
+  std::thread retired_ TAMU_GUARDED_BY(mutex_);  // the last one, for the next one to join
 };
 
 }  // namespace ecu::tamu::com::mqtt

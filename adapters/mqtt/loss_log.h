@@ -4,9 +4,10 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <utility>
+
+#include <ecu/tamu/thread_safety.h>
 
 namespace ecu::tamu::com::mqtt {
 
@@ -47,9 +48,10 @@ class LossLog {
   // Constant after construction.
   const std::function<Clock::time_point()> now_;
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
+
   // Guarded by mutex_.
-  std::map<std::string, Topic> topics_;  // those with a line in the last interval
+  std::map<std::string, Topic> topics_ TAMU_GUARDED_BY(mutex_);  // those with a line in the last interval
 };
 
 }  // namespace ecu::tamu::com::mqtt

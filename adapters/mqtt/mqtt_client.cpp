@@ -89,7 +89,7 @@ void MqttClient::stop() {
 
 void MqttClient::subscribe(const std::string& topic, int max_qos,
                            std::shared_ptr<ISubscriptionObserver> observer) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   // First, so that a lack of memory leaves no registration that the broker never learns of.
   subscription_changes_.push_back({{topic, max_qos}, true});
   if (!delivery_.add(topic, max_qos, observer) || !outbox_.connected()) {
@@ -102,7 +102,7 @@ void MqttClient::subscribe(const std::string& topic, int max_qos,
 void MqttClient::unsubscribe(const std::string& topic,
                              const std::shared_ptr<ISubscriptionObserver>& observer) {
   {
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     if (delivery_.remove(topic, observer.get()) && outbox_.connected()) {
       subscription_changes_.push_back({{topic}, false});
       wake_leader(lock);
@@ -112,7 +112,7 @@ void MqttClient::unsubscribe(const std::string& topic,
 }
 
 PublishResult MqttClient::publish(const std::string& topic, Message message) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   if (!message.retained && outbox_.full(topic, message.acknowledged) && delivery_.is_calling_here()) {
     wait_for_room(lock, topic, message.acknowledged);
   }
@@ -122,9 +122,8 @@ PublishResult MqttClient::publish(const std::string& topic, Message message) {
 }
 
 // An observer that publishes much goes at the broker's pace.
-void MqttClient::wait_for_room(std::unique_lock<std::mutex>& lock, const std::string& topic,
-                               bool acknowledged) {
-  const auto waited_enough = [&] {
+void MqttClient::wait_for_room(MutexLock& lock, const std::string& topic, bool acknowledged) {
+  const auto waited_enough = [&]() TAMU_REQUIRES(mutex_) {
     return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full(topic, acknowledged);
   };
   if (!room_.wait_for(lock, room_timeout, waited_enough)) {
@@ -133,11 +132,12 @@ void MqttClient::wait_for_room(std::unique_lock<std::mutex>& lock, const std::st
 }
 
 bool MqttClient::connected() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return outbox_.connected();
 }
 
-void MqttClient::wake_leader(std::unique_lock<std::mutex>& lock) {
+// Releases the lock of its caller. The analysis cannot know that the lock is that of mutex_.
+void MqttClient::wake_leader(MutexLock& lock) TAMU_NO_THREAD_SAFETY_ANALYSIS {
   const bool asleep = std::exchange(leader_asleep_, false);
   lock.unlock();
   if (asleep) {
@@ -151,7 +151,7 @@ void MqttClient::connection_up() {
     observer_->connection_up();
     fence_wanted_ = true;
   }
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   outbox_.connection_up();
   if (settings_.presence) {
     outbox_.announce(settings_.presence_topic(), presence("online"));
@@ -165,7 +165,7 @@ void MqttClient::connection_up() {
 void MqttClient::connection_down(ConnectionFailure failure, const std::string& reason) {
   bool was_up = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     was_up = outbox_.connected();
     outbox_.connection_lost();
     subscription_changes_.clear();
@@ -268,7 +268,7 @@ void MqttClient::send_all() {
   std::vector<SubscriptionChange> changes;
   bool several = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     changes.swap(subscription_changes_);
     several = changes.size() + outbox_.size() > 1;
   }
@@ -309,7 +309,7 @@ void MqttClient::send_publications() {
 }
 
 PublicationPtr MqttClient::next_publication() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!can_send()) {
     room_.notify_all();
     return nullptr;
@@ -337,7 +337,7 @@ void MqttClient::sleep() {
   using Clock = Connection::Clock;
   bool work_left = connection_.more_to_read();
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     work_left = work_left || !subscription_changes_.empty() || can_send();
     // While the connection takes nothing, what is queued leaves with what waits already.
     leader_asleep_ = !work_left && (outbox_.size() == 0 || connection_.accepts(false));
@@ -346,20 +346,20 @@ void MqttClient::sleep() {
   const auto withheld_until =
       quarantine_.due() <= Clock::now() ? Clock::time_point::max() : quarantine_.due();
   connection_.wait(wake_, work_left ? Clock::time_point() : std::min(withheld_until, delivery_.losses_due()));
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   leader_asleep_ = false;
 }
 
 void MqttClient::close_connection() {
   delivery_.close();
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     room_.notify_all();
   }
   if (connection_.is_up()) {
     const auto deadline = Connection::Clock::now() + farewell_timeout;
     if (settings_.presence) {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       outbox_.announce(settings_.presence_topic(), presence("offline"));
     }
     while (!all_sent() && Connection::Clock::now() < deadline) {
@@ -371,14 +371,14 @@ void MqttClient::close_connection() {
     }
   }
   connection_.close();
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   outbox_.connection_lost();
   subscription_changes_.clear();
 }
 
 bool MqttClient::all_sent() {
   send();
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return !connection_.is_up() || (outbox_.size() == 0 && connection_.idle());
 }
 

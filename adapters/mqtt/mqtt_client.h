@@ -1,15 +1,14 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <ecu/tamu/com/transport_client.h>
+#include <ecu/tamu/thread_safety.h>
 
 #include "mqtt/connection.h"
 #include "mqtt/delivery.h"
@@ -61,33 +60,42 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
   void send_publications();
   [[nodiscard]] PublicationPtr next_publication();
-  [[nodiscard]] bool can_send() noexcept;
+  [[nodiscard]] bool can_send() noexcept TAMU_REQUIRES(mutex_);
   void sleep();
   void close_connection();
   [[nodiscard]] bool all_sent();
-  void wake_leader(std::unique_lock<std::mutex>& lock);
-  void wait_for_room(std::unique_lock<std::mutex>& lock, const std::string& topic, bool acknowledged);
+  void wake_leader(MutexLock& lock) TAMU_RELEASE(mutex_);
+  void wait_for_room(MutexLock& lock, const std::string& topic, bool acknowledged) TAMU_REQUIRES(mutex_);
 
+  // Constant after construction.
   const MqttSettings settings_;
   const std::shared_ptr<IConnectionObserver> observer_;
+
+  // With their own synchronisation.
   const posix::Event stop_;  // for the thread in `run`
   const posix::Event wake_;  // for the leader
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
+  ConditionVariable room_;  // in the outbox, or no more use to wait for it; waited for with mutex_
 
-  Connection connection_;  // the leader's alone, as the next three
+  // The leader's alone.
+  Connection connection_;
   Quarantine quarantine_;
   bool fence_wanted_ = false;  // after the first subscriptions of a connection
   // How many messages are to be delivered before the observer is told that they are settled.
   std::optional<std::uint64_t> settled_after_;
 
-  mutable std::mutex mutex_;  // guards the rest but threads_; never held while an observer is called
-  Outbox outbox_;
-  std::vector<SubscriptionChange> subscription_changes_;  // since the connection is up
-  bool leader_asleep_ = false;                            // it must be woken to see what was queued
-  std::condition_variable room_;                          // in the outbox, or no more use to wait for it
-  bool broker_stuck_ = false;  // room was waited for in vain, and nothing has been sent since
+  mutable Mutex mutex_;  // never held while an observer is called
 
+  // Guarded by mutex_.
+  Outbox outbox_ TAMU_GUARDED_BY(mutex_);
+  // Since the connection is up.
+  std::vector<SubscriptionChange> subscription_changes_ TAMU_GUARDED_BY(mutex_);
+  bool leader_asleep_ TAMU_GUARDED_BY(mutex_) = false;  // it must be woken to see what was queued
+  // Room was waited for in vain, and nothing has been sent since.
+  bool broker_stuck_ TAMU_GUARDED_BY(mutex_) = false;
+
+  // With their own synchronisation; last, so that they end before what they use.
   LeaderThreads threads_;
   Heartbeat heartbeat_;
 };

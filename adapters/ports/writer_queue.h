@@ -1,11 +1,11 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
+
+#include <ecu/tamu/thread_safety.h>
 
 namespace ecu::tamu::ipc {
 
@@ -33,9 +33,13 @@ class WriterQueue {
   };
 
  private:
-  std::mutex mutex_;  // guards places_
-  std::condition_variable moved_;
-  std::deque<const Place*> places_;  // the first has its turn
+  // With its own synchronisation.
+  ConditionVariable moved_;  // waited for with mutex_
+
+  Mutex mutex_;
+
+  // Guarded by mutex_.
+  std::deque<const Place*> places_ TAMU_GUARDED_BY(mutex_);  // the first has its turn
 };
 
 }  // namespace ecu::tamu::ipc
