@@ -65,7 +65,8 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void close_connection();
   [[nodiscard]] bool all_sent();
   void wake_leader(MutexLock& lock) TAMU_RELEASE(mutex_);
-  void wait_for_room(MutexLock& lock, const std::string& topic, bool acknowledged) TAMU_REQUIRES(mutex_);
+  void wait_for_outbox_space(MutexLock& lock, const std::string& topic, bool acknowledged)
+      TAMU_REQUIRES(mutex_);
 
   // Constant after construction.
   const MqttSettings settings_;
@@ -76,13 +77,13 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   const posix::Event wake_;  // for the leader
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
-  ConditionVariable room_;  // in the outbox, or no more use to wait for it; waited for with mutex_
+  ConditionVariable outbox_space_;  // or no more use to wait for it; waited for with mutex_
 
-  // The leader's alone.
+  // Used by the leader alone.
   Connection connection_;
   Quarantine quarantine_;
   bool fence_wanted_ = false;  // after the first subscriptions of a connection
-  // How many messages are to be delivered before the observer is told that they are settled.
+  // How many messages must be delivered before the observer learns that the subscriptions are settled.
   std::optional<std::uint64_t> settled_after_;
 
   mutable Mutex mutex_;  // never held while an observer is called
@@ -92,10 +93,10 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   // Since the connection is up.
   std::vector<SubscriptionChange> subscription_changes_ TAMU_GUARDED_BY(mutex_);
   bool leader_asleep_ TAMU_GUARDED_BY(mutex_) = false;  // it must be woken to see what was queued
-  // Room was waited for in vain, and nothing has been sent since.
+  // Space was waited for in vain, and nothing has been sent since.
   bool broker_stuck_ TAMU_GUARDED_BY(mutex_) = false;
 
-  // With their own synchronisation; last, so that they end before what they use.
+  // With their own synchronisation, and destroyed first: their threads use the members above.
   LeaderThreads threads_;
   Heartbeat heartbeat_;
 };

@@ -10,8 +10,8 @@
 namespace ecu::tamu {
 
 /// Sets one part of the status text that the service manager shows, for instance how the process stands with
-/// the broker; an empty text removes it. The parts are joined with "; " in the order in which each was first
-/// set, and sent when the result changes (`STATUS=`). Control characters are sent as blanks. A text that no
+/// the broker; an empty text removes it. The parts are joined with "; " in the order of their names,
+/// and sent when the result changes (`STATUS=`). Control characters are sent as blanks. A text that no
 /// memory is left for is not sent.
 void set_status(std::string_view part, std::string_view text) noexcept;
 
