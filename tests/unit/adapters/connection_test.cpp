@@ -105,26 +105,31 @@ TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsThenMadeAne
 }
 
 TEST_F(ConnectionTest, AnAnswerThatIsOverdueIsALostConnection) {
-  const std::vector<std::pair<std::string, std::function<void(Connection&)>>> requests{
+  struct Request {
+    std::string packet;
+    std::function<void(Connection&)> send;
+  };
+  const std::vector<Request> requests{
       {"PUBLISH a=1", [](Connection& connection) { connection.publish("a", text_message("1", true)); }},
       {"SUBSCRIBE a", [](Connection& connection) { connection.subscribe("a", 0); }},
       {"UNSUBSCRIBE a", [](Connection& connection) { connection.unsubscribe("a"); }},
       {"UNSUBSCRIBE $echo", [](Connection& connection) { connection.request_fence(Fence::publication); }},
   };
-  for (const auto& [packet, request] : requests) {
-    tests::ScriptedBroker broker(
-        [&](const std::string& name) { return name == packet ? Reaction::ignore : Reaction::answer; });
+  for (const Request& request : requests) {
+    tests::ScriptedBroker broker([&](const std::string& name) {
+      return name == request.packet ? Reaction::ignore : Reaction::answer;
+    });
     MqttSettings settings = settings_for("127.0.0.1", broker.port());
     settings.answer_timeout = 100ms;
     listener.events.clear();
     Connection connection(settings, listener);
     listener.on_event = [&](const std::string& event) {
       if (event == "up") {
-        request(connection);
+        request.send(connection);
       }
     };
     connection.open();
-    EXPECT_THAT(run(connection, 3), ElementsAre("up", "down: no acknowledgement", "up")) << packet;
+    EXPECT_THAT(run(connection, 3), ElementsAre("up", "down: no acknowledgement", "up")) << request.packet;
     EXPECT_EQ(listener.down, ConnectionFailure::no_answer);
   }
 }
