@@ -22,8 +22,8 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// The bus over MQTT 3.1.1. One thread at a time, the leader, uses the connection; publications of other
-/// threads, and of the observers that it calls, are queued and leave in batches.
+/// The bus over MQTT 3.1.1. One thread at a time, the leader, uses the connection. Publications of other
+/// threads, and of the observers that the leader calls, are queued and leave in batches.
 class MqttClient final : public ITransportClient, private ConnectionListener {
  public:
   /// `observer` may be null.
@@ -75,18 +75,18 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
 
-  Connection connection_;  // the leader's alone, as the next three
+  Connection connection_;  // used by the leader only, like the next three
   Quarantine quarantine_;
   bool fence_wanted_ = false;  // after the first subscriptions of a connection
-  // How many messages are to be delivered before the observer is told that they are settled.
+  // The number of messages to deliver before the subscriptions count as settled.
   std::optional<std::uint64_t> settled_after_;
 
   mutable std::mutex mutex_;  // guards the rest but threads_; never held while an observer is called
   Outbox outbox_;
   std::vector<SubscriptionChange> subscription_changes_;  // since the connection is up
-  bool leader_asleep_ = false;                            // it must be woken to see what was queued
-  std::condition_variable room_;                          // in the outbox, or no more use to wait for it
-  bool broker_stuck_ = false;  // room was waited for in vain, and nothing has been sent since
+  bool leader_asleep_ = false;                            // it sees what was queued only after a wake-up
+  std::condition_variable room_;  // there is room in the outbox, or waiting has become useless
+  bool broker_stuck_ = false;     // a wait for room has timed out, and nothing has been sent since
 
   LeaderThreads threads_;
   Heartbeat heartbeat_;
