@@ -9,7 +9,7 @@ namespace ecu::tamu {
 namespace {
 
 struct Registry {
-  std::mutex mutex;  // held while a loop is prodded, so that none is prodded after its end
+  std::mutex mutex;  // held while a loop is prodded, so that no loop is prodded after its end
   std::vector<Heartbeat*> heartbeats;
 };
 

@@ -4,13 +4,12 @@
 #include <condition_variable>
 #include <mutex>
 
-/// A mutex, its lock and a condition variable for Clang's thread-safety analysis, which checks at compile
-/// time
+/// A mutex, its lock and a condition variable for Clang's thread-safety analysis. It checks at compile time
 /// (-Wthread-safety, the `clang` preset) that the mutex is held. For other compilers the macros are empty. A
 /// member declared `int count_ TAMU_GUARDED_BY(mutex_);` may be used only with `mutex_` held, and a function
 /// declared `void add() TAMU_REQUIRES(mutex_);` may be called only with it held.
 ///
-/// The analysis looks at each lambda on its own. A predicate that reads guarded members declares it, too:
+/// The analysis examines each lambda separately. A predicate that reads guarded members declares it, too:
 /// `[this]() TAMU_REQUIRES(mutex_) { return count_ > 0; }`.
 
 #if defined(__clang__)
@@ -27,7 +26,7 @@
 #define TAMU_EXCLUDES(...) TAMU_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 /// The function returns a reference to the mutex.
 #define TAMU_RETURN_CAPABILITY(mutex) TAMU_THREAD_ANNOTATION(lock_returned(mutex))
-/// For a function that is right although the analysis cannot follow it; the reason stands beside it.
+/// For a correct function that the analysis cannot follow. State the reason beside it.
 #define TAMU_NO_THREAD_SAFETY_ANALYSIS TAMU_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace ecu::tamu {
@@ -42,7 +41,7 @@ class TAMU_THREAD_ANNOTATION(capability("mutex")) Mutex {
 };
 
 /// Holds a mutex from its construction to its end; may release it in between. Works with
-/// std::condition_variable_any, too, where a stop token is to end the wait.
+/// std::condition_variable_any, too, where a stop token ends the wait.
 class TAMU_THREAD_ANNOTATION(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) TAMU_THREAD_ANNOTATION(acquire_capability(mutex)) : lock_(mutex.mutex_) {}
@@ -58,7 +57,7 @@ class TAMU_THREAD_ANNOTATION(scoped_lockable) MutexLock {
   std::unique_lock<std::mutex> lock_;
 };
 
-/// Waits with a lock that is held before and after; a predicate is called with it held.
+/// Waits with a lock that is held before and after the wait, and while a predicate is called.
 class ConditionVariable {
  public:
   void notify_one() noexcept { condition_.notify_one(); }
