@@ -18,10 +18,10 @@ namespace ecu::tamu::com::mqtt {
 namespace {
 
 // How long a stop waits for the broker to acknowledge the last messages and to close the connection.
-constexpr std::chrono::milliseconds farewell_timeout{1000};
+constexpr std::chrono::milliseconds close_timeout{1000};
 
 // How long a publication from an observer's call waits for a broker that accepts nothing.
-constexpr std::chrono::seconds room_timeout{1};
+constexpr std::chrono::seconds outbox_space_timeout{1};
 
 // The client's part of the service manager's status text.
 constexpr std::string_view broker_status = "broker";
@@ -114,7 +114,7 @@ void MqttClient::unsubscribe(const std::string& topic,
 PublishResult MqttClient::publish(const std::string& topic, Message message) {
   std::unique_lock lock(mutex_);
   if (!message.retained && outbox_.full(topic, message.acknowledged) && delivery_.is_calling_here()) {
-    wait_for_room(lock, topic, message.acknowledged);
+    wait_for_outbox_space(lock, topic, message.acknowledged);
   }
   const PublishResult result = outbox_.push(topic, std::move(message));
   wake_leader(lock);
@@ -122,12 +122,12 @@ PublishResult MqttClient::publish(const std::string& topic, Message message) {
 }
 
 // Slows an observer that publishes many messages down to the broker's pace.
-void MqttClient::wait_for_room(std::unique_lock<std::mutex>& lock, const std::string& topic,
-                               bool acknowledged) {
+void MqttClient::wait_for_outbox_space(std::unique_lock<std::mutex>& lock, const std::string& topic,
+                                       bool acknowledged) {
   const auto waited_enough = [&] {
     return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full(topic, acknowledged);
   };
-  if (!room_.wait_for(lock, room_timeout, waited_enough)) {
+  if (!outbox_space_.wait_for(lock, outbox_space_timeout, waited_enough)) {
     broker_stuck_ = true;
   }
 }
@@ -169,7 +169,7 @@ void MqttClient::connection_down(ConnectionFailure failure, const std::string& r
     was_up = outbox_.connected();
     outbox_.connection_lost();
     subscription_changes_.clear();
-    room_.notify_all();
+    outbox_space_.notify_all();
   }
   settled_after_.reset();
   fence_wanted_ = false;
@@ -313,7 +313,7 @@ void MqttClient::send_publications() {
 PublicationPtr MqttClient::next_publication() {
   const std::lock_guard lock(mutex_);
   if (!can_send()) {
-    room_.notify_all();
+    outbox_space_.notify_all();
     return nullptr;
   }
   broker_stuck_ = false;
@@ -356,10 +356,10 @@ void MqttClient::close_connection() {
   delivery_.close();
   {
     const std::lock_guard lock(mutex_);
-    room_.notify_all();
+    outbox_space_.notify_all();
   }
   if (connection_.is_up()) {
-    const auto deadline = Connection::Clock::now() + farewell_timeout;
+    const auto deadline = Connection::Clock::now() + close_timeout;
     if (settings_.presence) {
       const std::lock_guard lock(mutex_);
       outbox_.announce(settings_.presence_topic(), presence("offline"));

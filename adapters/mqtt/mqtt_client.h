@@ -66,28 +66,34 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void close_connection();
   [[nodiscard]] bool all_sent();
   void wake_leader(std::unique_lock<std::mutex>& lock);
-  void wait_for_room(std::unique_lock<std::mutex>& lock, const std::string& topic, bool acknowledged);
+  void wait_for_outbox_space(std::unique_lock<std::mutex>& lock, const std::string& topic, bool acknowledged);
 
+  // Constant after construction.
   const MqttSettings settings_;
   const std::shared_ptr<IConnectionObserver> observer_;
+
+  // With their own synchronisation.
   const posix::Event stop_;  // for the thread in `run`
   const posix::Event wake_;  // for the leader
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
+  std::condition_variable outbox_space_;  // there is some, or waiting for it has become useless
 
-  Connection connection_;  // used by the leader only, like the next three
+  // Used by the leader only.
+  Connection connection_;
   Quarantine quarantine_;
   bool fence_wanted_ = false;  // after the first subscriptions of a connection
   // The number of messages to deliver before the subscriptions count as settled.
   std::optional<std::uint64_t> settled_after_;
 
-  mutable std::mutex mutex_;  // guards the rest but threads_; never held while an observer is called
+  mutable std::mutex mutex_;  // never held while an observer is called
+  // Guarded by mutex_.
   Outbox outbox_;
   std::vector<SubscriptionChange> subscription_changes_;  // since the connection is up
   bool leader_asleep_ = false;                            // it sees what was queued only after a wake-up
-  std::condition_variable room_;  // there is room in the outbox, or waiting has become useless
-  bool broker_stuck_ = false;     // a wait for room has timed out, and nothing has been sent since
+  bool broker_stuck_ = false;  // a wait for space has timed out, and nothing has been sent since
 
+  // With their own synchronisation, and destroyed first: their threads use the members above.
   LeaderThreads threads_;
   Heartbeat heartbeat_;
 };

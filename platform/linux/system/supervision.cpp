@@ -10,12 +10,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <map>
 #include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include <ecu/tamu/application.h>
 #include <ecu/tamu/logging/logging.h>
@@ -83,11 +83,7 @@ class Status {
  public:
   void set(std::string_view name, std::string_view text) {
     const std::lock_guard lock(mutex_);
-    auto part = std::find_if(parts_.begin(), parts_.end(), [name](const Part& p) { return p.name == name; });
-    if (part == parts_.end()) {
-      part = parts_.insert(part, Part{std::string(name), {}});
-    }
-    part->text = without_controls(text);
+    parts_.insert_or_assign(std::string(name), without_controls(text));
     const std::string joined_parts = joined();
     if (joined_parts != sent_) {
       notify("STATUS=" + joined_parts);
@@ -102,11 +98,6 @@ class Status {
   }
 
  private:
-  struct Part {
-    std::string name;
-    std::string text;
-  };
-
   // A line feed would end the text and begin another assignment.
   static std::string without_controls(std::string_view text) {
     std::string plain(text);
@@ -117,14 +108,14 @@ class Status {
 
   [[nodiscard]] std::string joined() const {
     std::string text;
-    for (const Part& part : parts_) {
-      text += (text.empty() || part.text.empty() ? "" : "; ") + part.text;
+    for (const auto& [name, part] : parts_) {
+      text += (text.empty() || part.empty() ? "" : "; ") + part;
     }
     return text;
   }
 
   std::mutex mutex_;  // guards all below
-  std::vector<Part> parts_;
+  std::map<std::string, std::string> parts_;
   std::string sent_;
 };
 

@@ -10,9 +10,9 @@
 namespace ecu::tamu {
 
 /// Sets one part of the status text that the service manager shows, for instance the state of the broker
-/// connection; an empty text removes it. The parts are joined with "; " in the order in which each was first
-/// set, and sent when the result changes (`STATUS=`). Control characters are sent as blanks. A text is not
-/// sent when there is no memory for it.
+/// connection; an empty text removes it. The parts are joined with "; " in the order of their names, and sent
+/// when the result changes (`STATUS=`). Control characters are sent as blanks. A text is not sent when there
+/// is no memory for it.
 void set_status(std::string_view part, std::string_view text) noexcept;
 
 /// Reports that the process has begun to stop (`STOPPING=1`).

@@ -90,8 +90,8 @@ TEST(SupervisionTest, ManagerThatCannotBeToldIsReportedAndHoldsNobodyUp) {
 
 TEST(SupervisionTest, StatusTextIsMadeOfItsPartsAndSentWhenItChanges) {
   const Manager manager("@tolquil_status_" + own_pid);
+  set_status("port", "no receive port");
   set_status("broker", "on line");
-  set_status("port", "");
   set_status("port", "receive port away since 14:02");
   set_status("port", "receive port away since 14:02");
   set_status("broker", "broker not\nreachable");
@@ -100,7 +100,8 @@ TEST(SupervisionTest, StatusTextIsMadeOfItsPartsAndSentWhenItChanges) {
   set_status("port", "");
   application_ready();
   EXPECT_THAT(manager.all_received(),
-              ElementsAre("STATUS=on line", "STATUS=on line; receive port away since 14:02",
+              ElementsAre("STATUS=no receive port", "STATUS=on line; no receive port",
+                          "STATUS=on line; receive port away since 14:02",
                           "STATUS=broker not reachable; receive port away since 14:02",
                           "READY=1\nSTATUS=broker not reachable; receive port away since 14:02",
                           "STATUS=receive port away since 14:02", "STATUS=", "READY=1\nSTATUS=Running"));
