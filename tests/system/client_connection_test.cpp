@@ -142,7 +142,7 @@ TEST_F(ClientConnectionTest, AnObserverThatPublishesMuchGoesAtTheBrokersPace) {
   EXPECT_THAT(dropped, ElementsAre(0, testing::Gt(0)));
 }
 
-/// A session of the test's own, which hears what comes.
+/// The test's own session, which records what arrives.
 class SessionTest : public testing::Test, public ConnectionListener {
  protected:
   void connection_up() override {}
@@ -159,7 +159,7 @@ class SessionTest : public testing::Test, public ConnectionListener {
       ASSERT_FALSE(session->handle(fd.revents));
     }
   }
-  /// Sends a fence after it, and hears the answer; whether what was sent puts the keep-alive off.
+  /// Sends a fence after it and waits for the answer; true when the packets sent postpone the keep-alive.
   bool puts_keep_alive_off(const std::function<Failure()>& send) {
     const auto due = session->keep_alive_due();
     EXPECT_FALSE(send());
@@ -202,7 +202,7 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
 
 // ---- publications that the broker does not want ----
 
-/// The broker ends the connection of whoever sends a packet that is larger than this.
+/// The broker ends the connection of a client that sends a larger packet.
 class PacketLimitTest : public ClientTest {
  protected:
   PacketLimitTest() : ClientTest("allow_anonymous true\nmax_packet_size 5000") {}
@@ -250,7 +250,7 @@ struct AccessList {
       dir.write("access", "topic readwrite system/#\ntopic readwrite out/#\ntopic deny out/denied\n");
 };
 
-/// The broker denies a topic; one that ends the connection for it must do no more harm.
+/// The broker denies a topic. A broker that ends the connection because of it must cause no other damage.
 class DeniedTopicTest : private AccessList, public ClientTest {
  protected:
   DeniedTopicTest() : ClientTest("allow_anonymous true\nacl_file " + file) {}

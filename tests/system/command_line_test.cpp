@@ -24,7 +24,7 @@ TEST(CommandLineTest, WhatEndsTheProgramAtOnceHasItsExitCodeAndText) {
   struct Case {
     std::vector<std::string> options;
     int status;
-    std::string text;  // on standard output; a log line without its time
+    std::string text;  // on standard output; log lines without their times
   };
   for (const auto& [options, status, text] : std::vector<Case>{
            {{"-V"}, 0, version_text},
@@ -115,7 +115,7 @@ TEST(CommandLineTest, TheCommandLineBeatsTheFileAndTheLaterOptionTheEarlier) {
   }
 }
 
-// The system log's socket has a fixed path, so the program gets a /dev of its own.
+// The system log's socket has a fixed path, so the program gets its own /dev.
 TEST(CommandLineTest, TheSystemLogGetsTheLinesUnlessTheyAreWantedElsewhere) {
   const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
   if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {

@@ -113,7 +113,7 @@ TEST_F(StopTest, ASignalAtAnyMomentOfTheStartEndsIt) {
     std::this_thread::sleep_for(i * step);
     daemon.signal(SIGTERM);
     const auto status = daemon.wait();
-    // Until there is a handler the default action ends it.
+    // Before the handler is installed, the default action ends it.
     EXPECT_TRUE(status == 0 || (status == -SIGTERM && count(daemon.output(), "Subscribed") == 0))
         << daemon.output();
   }
@@ -140,7 +140,7 @@ class ConnectionTest : public SystemTest {
 TEST_F(ConnectionTest, ABrokerThatComesLateIsFound) {
   broker.stop();
   Daemon daemon(config());
-  std::this_thread::sleep_for(std::chrono::seconds(3));  // the attempts grow rare meanwhile
+  std::this_thread::sleep_for(std::chrono::seconds(3));  // the pauses between attempts grow meanwhile
   broker.start();
   BusClient late(broker.port());
   late.subscribe("system/#");
@@ -200,7 +200,7 @@ std::chrono::nanoseconds processor_time(int pid) {
   return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
 }
 
-/// The failure is told once, and neither that nor anything after costs processor time.
+/// The failure is logged once, and retrying costs hardly any processor time.
 void expect_calm_failure(Daemon& daemon, const std::function<void()>& let_it_try) {
   ASSERT_TRUE(daemon.wait_for_output("cannot connect"));
   const auto began = Clock::now();
@@ -286,7 +286,7 @@ TEST_F(ConnectionTest, ABrokerThatFallsSilentIsNoticedAndFoundAgain) {
 
 using ResourceTest = SystemTest;
 
-/// A number out of a file of /proc that names what it tells.
+/// A number from a file of /proc, by its name.
 long number_in(const std::filesystem::path& file, const std::string& name) {
   std::ifstream status(file);
   for (std::string word; status >> word;) {
@@ -336,7 +336,7 @@ TEST_F(ResourceTest, AFloodOnOneTopicCostsNeitherAnotherTopicNorMemory) {
   for (int i = 0; i < 4000; ++i) {
     bus.publish("rt/system/network_variant", flood);
   }
-  // The broker itself may drop what a slow client does not take.
+  // The broker itself may drop messages for a slow client.
   const auto answered = [this] {
     bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
     return bus.wait_for("system/var/hwvariant", nullptr, std::chrono::seconds(2)).has_value();

@@ -42,7 +42,7 @@ class PortsTest : public SystemTest {
     to_daemon.write(param_record(0xa009, "TV 1") + param_record(0x11, "old") + end_mark());
   }
 
-  // Presence comes behind the subscriptions.
+  // The daemon publishes presence after its subscriptions.
   bool is_up() { return bus.wait_for_text(presence_topic, "online"); }
   void ask_for_all() { bus.publish("system/quil/request/sysparams", std::string_view()); }
   bool answered_with(const std::string& value) {

@@ -61,7 +61,7 @@ TEST_F(RoutingTest, TheLogTellsWhatBecomesOfEachMessage) {
 
   auto lines = lines_of(daemon.standard_output());
   lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(lines_before));
-  // Those of the VIN requester, which come when its thread gets to it.
+  // The lines of the VIN requester, whose thread writes them at its own time.
   std::erase_if(lines, [](const std::string& line) { return line.find(" thread") != std::string::npos; });
   EXPECT_THAT(
       lines,

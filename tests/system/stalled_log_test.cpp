@@ -4,7 +4,7 @@
 namespace tests {
 namespace {
 
-/// A daemon that logs all it can to a pipe that is full and that nobody reads.
+/// A daemon that logs at DEBUG to a full pipe without a reader.
 class StalledLogTest : public SystemTest {
  protected:
   StalledLogTest() {
@@ -59,7 +59,7 @@ TEST_F(StalledLogTest, LeavesTheSecondSignalItsEffect) {
   EXPECT_EQ(daemon.wait(), -SIGINT);
 }
 
-// The system log's socket has a fixed path, so the program gets a /dev of its own.
+// The system log's socket has a fixed path, so the program gets its own /dev.
 TEST_F(StalledLogTest, AppliesToTheSystemLogAsWell) {
   const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
   if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {

@@ -43,7 +43,7 @@ MqttSettings settings_for(const std::string& host, int port = 0) {
 
 // ---- the connection ----
 
-/// Takes down what happens, then does what the test wants done, which may throw.
+/// Records the events, then calls the test's function, which may throw.
 class Listener final : public ConnectionListener {
  public:
   void connection_up() override { happened("up"); }
@@ -68,7 +68,7 @@ class Listener final : public ConnectionListener {
 
 class ConnectionTest : public testing::Test {
  protected:
-  /// Runs the connection until so many events have come.
+  /// Runs the connection until this number of events has occurred.
   std::vector<std::string> run(Connection& connection, std::size_t count) {
     const ecu::tamu::posix::Event wake;
     const auto deadline = Connection::Clock::now() + tests::patience;
@@ -141,7 +141,7 @@ TEST_F(ConnectionTest, OneNameLookupIsUnderWayAtATimeAndALateResultIsUsed) {
   tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
   MqttSettings settings = settings_for("broker.invalid", broker.port());
   settings.connect_timeout = 10ms;
-  // Outlives the test together with the thread of the lookup.
+  // May outlive the test, like the thread of the lookup.
   struct Resolution {
     std::latch answered{1};
     std::atomic<int> lookups = 0;
@@ -223,7 +223,7 @@ TEST_F(ClientAgainstScriptTest, WithoutAcknowledgementsOtherTopicsGoOn) {
   EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=after these")));
 }
 
-/// Has no memory when the first connection comes up.
+/// Runs out of memory when the first connection comes up.
 class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
  public:
   void connection_up() override {

@@ -19,7 +19,7 @@ using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
 using testing::ElementsAre;
 
-/// Takes down "topic:payload", then does what the test wants done.
+/// Records "topic:payload", then calls the test's function.
 struct Recorder final : ISubscriptionObserver {
   void message(const std::string& topic, const Message& msg) override {
     seen.push_back(topic + ":" + std::string(msg.payload.begin(), msg.payload.end()));

@@ -20,7 +20,7 @@ using namespace ecu::tamu::com::mqtt;
 
 constexpr std::chrono::seconds patience{20};
 
-/// Each time round the leader makes one call, which the test defines, until that returns false. Before each
+/// In each cycle the leader makes one call, which the test defines, until it returns false. Before each call
 /// there are no more threads than the leader, one stand-in and those inside calls.
 class LeaderThreadsTest : public testing::Test {
  protected:

@@ -31,7 +31,7 @@ using namespace std::chrono_literals;
 using tests::end_mark;
 using tests::wire;
 
-/// What a parser makes of bytes: "id " for a record, "|" for the end of a frame, "-n " for n bytes dropped.
+/// The output of a parser: "id " for a record, "|" for the end of a frame, "-n " for n bytes dropped.
 class Parsed {
  public:
   Parsed& add(std::string_view bytes, RecordParser::TimePoint now = {}) {
@@ -265,8 +265,7 @@ TEST_F(QueuePortTest, WritersOfManyRecordsKeepNoOtherOut) {
     tests::Writer writer;
     ASSERT_TRUE(writer.open(fifo.path()));
     const int before = many;
-    // On a machine that stands still its second may end before its turn comes; that is no fault of the
-    // others.
+    // On a stalled machine its second may end before its turn comes; the other writers are not at fault then.
     EXPECT_TRUE(writer.transmit_data(tests::record(2, "y")) || many - before < 4);
   }
   done = true;
@@ -299,7 +298,7 @@ TEST_F(QueuePortTest, TheFirstDrainTellsATornRecordFromOneThatIsOnItsWay) {
 TEST_F(QueuePortTest, AFarSideThatNeverPausesKeepsNoDrainFromItsEnd) {
   fifo.open();
   ASSERT_TRUE(reader.open(fifo.path()));
-  std::string torn;  // beginnings of large records, each with whole ones behind it
+  std::string torn;  // beginnings of large records, each followed by whole ones
   for (int i = 0; i < 40; ++i) {
     torn += wire(1, std::string(60000, 'x')).substr(0, 24) + wire(2, "a") + wire(3, "b");
   }
@@ -371,13 +370,13 @@ TEST_F(QueuePortTest, AConsumersFailureCostsOneCall) {
   EXPECT_THAT(lines, testing::ElementsAre(prefix + ": std::bad_alloc", prefix, prefix + ": no frame"));
 }
 
-/// A port that goes away while the reception loop runs. The pauses are hours where the reader must not depend
-/// on them.
+/// A port that goes away while the reception loop runs. The pauses last hours where the reader must not
+/// depend on them.
 class PortAwayTest : public testing::Test {
  protected:
   static constexpr detail::ReopenPauses hardly_any{1ms, 4ms}, hours{1h, 1h};
 
-  /// What is logged while the loop receives from `path` and `far_side` acts.
+  /// The log while the loop receives from `path` and `far_side` acts.
   template <class FarSide>
   std::vector<std::string> receive(detail::ReopenPauses pauses, const std::string& path, FarSide far_side) {
     return tests::logged_lines([&] {
@@ -413,7 +412,7 @@ class PortAwayTest : public testing::Test {
 const std::string replaced = "the path no longer names the open file";
 
 TEST_F(PortAwayTest, ADeviceWhoseFarSideHangsUpIsOpenedAgain) {
-  // The target of the link changes, which nobody is informed of: only attempts find the new device.
+  // The target of the link changes, which causes no notification: only attempts find the new device.
   const std::string target = dir.path("target");
   std::filesystem::create_directory(dir.path("folder"));
   const std::string nested = dir.path("folder/port");

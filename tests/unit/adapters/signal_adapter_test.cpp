@@ -111,7 +111,7 @@ TEST(SignalAdapter, KeepsNoMemoryOfUnusualMessages) {
   EXPECT_LT(tests::allocated_bytes(), before + 65536);
 }
 
-// The adapter keeps the message it unpacked last; another one must never be taken for it.
+// The adapter keeps the message it unpacked last; it must never confuse another one with it.
 TEST(SignalAdapter, TellsMessagesApartThatDifferLittle) {
   const auto value_of = [](const std::string& topic, const ecu::tamu::com::Message& message) {
     const auto group = SignalAdapter::instance().unpack(topic, message).value();

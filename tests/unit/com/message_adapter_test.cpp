@@ -36,7 +36,7 @@ pb::EcuVariable variable(const std::string& value) {
   return body;
 }
 
-// The payload gets an allocation of its own size, so that a sanitizer sees a read past its end.
+// The payload is allocated with its exact size, so that a sanitizer sees a read past its end.
 com::Message exact_message(const std::string& bytes) {
   com::Payload payload(bytes.begin(), bytes.end());
   payload.shrink_to_fit();

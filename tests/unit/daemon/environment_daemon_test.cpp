@@ -29,7 +29,7 @@ class EnvironmentDaemonTest : public testing::Test {
     return topics;
   }
 
-  /// What `call` logs on this thread: the VIN requester's says when it starts to wait whenever it gets to it.
+  /// The log of `call` on this thread. The VIN requester's thread logs the start of its wait at its own time.
   template <class Call>
   static std::vector<std::string> lines_of(Call call) {
     std::vector<std::string> lines = tests::logged_lines(call);

@@ -122,7 +122,7 @@ TEST_F(SysParamContainerTest, AFrameAboveTheLimitsIsDroppedUpToItsEnd) {
   EXPECT_EQ(cached().size(), 2u);
 }
 
-// In processor time, which other processes do not add to.
+// In processor time, which other processes do not affect.
 TEST_F(SysParamContainerTest, AFrameOfOneParameterCostsTheSameWhateverTheCacheHolds) {
   const auto cost = [this](std::uint32_t cached_params) {
     for (std::uint32_t id = 10; id < cached_params; ++id) {

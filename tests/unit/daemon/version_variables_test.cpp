@@ -131,7 +131,7 @@ TEST(TopVersion, KeepsTheTimeOfTheLastChange) {
   EXPECT_THROW((void)TopVersionVariable(nullptr).value(), std::bad_function_call);
 }
 
-// The start-up publishes the top version on the main thread while the first parameters come in on another.
+// The start-up publishes the top version on the main thread while the first parameters arrive on another.
 TEST(TopVersion, PublishedByTwoThreadsTheLastPublicationHoldsTheLastValue) {
   constexpr int rounds = 500;
   std::atomic<int> version = 0;

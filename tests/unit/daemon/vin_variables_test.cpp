@@ -81,7 +81,7 @@ bool offer(VinVariable& variable, char vin) {
 }
 
 TEST(VinConfirmation, TakesIdenticalReceptionsInARow) {
-  // What is received, a character a VIN, and what of it confirms a VIN; ?: a reception that is refused.
+  // The receptions, one character for each VIN, and those that confirm a VIN; ?: a refused reception.
   const auto check = [](unsigned required, const std::string& received, const std::string& expected) {
     const Shared shared;
     const auto variable = shared.variable(required);

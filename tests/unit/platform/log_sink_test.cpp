@@ -22,7 +22,7 @@ namespace {
 
 const std::string payload(4000, 'x');
 
-// A terminal hands its text on with a little delay.
+// A terminal passes its text on with a short delay.
 std::string drain(int fd) {
   constexpr int settling_ms = 20;
   std::string text;
@@ -39,7 +39,7 @@ std::string drain(int fd) {
 
 struct Received {
   std::size_t whole_lines = 0;
-  std::size_t lost = 0;  // as the log reports it
+  std::size_t lost = 0;  // as reported in the log
   bool is_loss_reported_in_time = false;
 };
 
@@ -87,7 +87,7 @@ std::pair<UniqueFd, UniqueFd> make_pipe() {
   return {UniqueFd(ends[0]), UniqueFd(ends[1])};
 }
 
-// No file can be opened meanwhile.
+// No file can be opened during its lifetime.
 class NoDescriptorsLeft {
  public:
   NoDescriptorsLeft() {

@@ -24,8 +24,8 @@ IpcSignal record(std::uint32_t id, const std::string& value) {
   return signal;
 }
 
-/// What was received: "ID:VALUE " for a parameter, "ID " for a record without payload, "|" for the end of a
-/// frame.
+/// The received records: "ID:VALUE " for a parameter, "ID " for a record without payload, "|" for the end of
+/// a frame.
 class Journal {
  public:
   void add(const std::string& text) {

@@ -10,17 +10,17 @@ using namespace std::chrono_literals;
 using tamu::com::Payload;
 using testing::HasSubstr;
 
-// The signal stands on line 3.
+// The signal is on line 3.
 std::string with_signal(const std::string& signal) {
   return "{\"messages\": [\n{\"topic\": \"t\", \"signals\": [\n" + signal + "\n]}]}";
 }
 
-// The message's members stand on line 2.
+// The message's members are on line 2.
 std::string with_message(const std::string& members) {
   return "{\"messages\": [{\n" + members + "\n}]}";
 }
 
-// The members stand on line 2.
+// The members are on line 2.
 std::string with_vehicle(const std::string& members) {
   return "{\"messages\": [], \"vehicle\": {\n" + members + "\n}}";
 }
