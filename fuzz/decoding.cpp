@@ -9,6 +9,7 @@
 #include <ecu/tamu/com/topics.h>
 
 #include "fuzz/fuzz.h"
+#include "quilctl/model/decoded_text.h"
 
 // Decodes a message on each topic of the bus for people and for programs.
 namespace {

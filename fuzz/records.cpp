@@ -98,13 +98,14 @@ void take_events(RecordParser& parser, TimePoint now, Found& found) {
 // Passes on `bytes` in pieces, at intervals of `step`.
 Found parse(std::string_view bytes, const std::vector<std::uint8_t>& sizes, std::chrono::milliseconds step,
             bool skip_torn) {
+  constexpr std::size_t max_pieces = 100;  // a search for a torn record after each takes its time
+  const std::size_t min_size = bytes.size() / max_pieces + 1;
   RecordParser parser;
   Found found;
   TimePoint now{};
   for (std::size_t piece = 0; !bytes.empty(); ++piece, now += step) {
     const std::span<char> room = parser.room();
-    const std::size_t wanted =
-        sizes.empty() ? bytes.size() : std::size_t{1} + sizes[piece % sizes.size()] * 41;
+    const std::size_t wanted = sizes.empty() ? bytes.size() : min_size + sizes[piece % sizes.size()] * 41;
     const std::size_t count = std::min({wanted, bytes.size(), room.size()});
     fuzz::require(count > 0, "there is room");
     std::copy_n(bytes.begin(), count, room.begin());

@@ -56,9 +56,9 @@ class Record {
     samples_.push_back(usage);
   }
 
+  // Pss is not judged: it also changes when other users of a library come and go.
   [[nodiscard]] bool has_grown() const {
     return grew("anonymous memory (kB)", &Usage::anonymous_kilobytes, slack_kilobytes) ||
-           grew("pss (kB)", &Usage::pss_kilobytes, slack_kilobytes) ||
            grew("descriptors", &Usage::descriptors, 1) || grew("threads", &Usage::threads, 1);
   }
 

@@ -340,6 +340,17 @@ TEST_F(QueuePortTest, AFullPortFailsAfterAWhile) {
   EXPECT_FALSE(writer.transmit_data(large));
 }
 
+TEST_F(QueuePortTest, APortThatAnotherProcessKeepsLockedFailsAfterAWhileAndNotForGood) {
+  fifo.open();
+  tests::Writer writer;
+  ASSERT_TRUE(writer.open(fifo.path()));
+  ASSERT_TRUE(ecu::tamu::ipc::try_lock_port(fifo.fd()));
+  EXPECT_FALSE(writer.transmit_data(tests::record(1, "x")));
+  EXPECT_EQ(fifo.read(), "");
+  ecu::tamu::ipc::unlock_port(fifo.fd());
+  EXPECT_TRUE(writer.transmit_data(tests::record(1, "x")));
+}
+
 TEST_F(QueuePortTest, AConsumersFailureCostsOneCall) {
   class Failing final : public IDataConsumer<IpcSignal> {
    public:
