@@ -185,7 +185,7 @@ void inject(std::size_t phase, std::uint64_t nth) {
   }
 }
 
-TEST(InjectionTest, AFailedAllocationEndsTheDaemonOrCostsAMessage) {
+TEST(InjectionTest, AFailedAllocationEndsTheDaemonOrLosesAMessage) {
   const std::uint64_t seed = number_from("TOLQUIL_INJECT_SEED", std::random_device()());
   const std::uint64_t rounds = number_from("TOLQUIL_INJECT_COUNT", 14);
   std::printf("seed %ju\n", static_cast<std::uintmax_t>(seed));

@@ -151,7 +151,7 @@ TEST(BrokerSamplesTest, EachTopicHasItsWritersAndReadersAndNoOthers) {
   EXPECT_THROW(BusClient(unit.logins.number(), "", "quil", "guessed"), std::runtime_error);
 }
 
-TEST(BrokerSamplesTest, WithoutAnAccessListTheSocketLetsInWhoeverReachesItAndNothingElseDoes) {
+TEST(BrokerSamplesTest, WithoutAnAccessListOnlyTheSocketAdmitsClients) {
   const TempDir dir;
   std::map<std::string, std::string> samples{
       {"socket.conf", sample("socket.conf", {{socket_file, dir.path("socket")}})},
@@ -198,7 +198,7 @@ TEST(BrokerSamplesTest, ALoginThatTakesTheDaemonsClientIdentifierDoesNotEndTheDa
   EXPECT_FALSE(heard(witness, presence_topic, "offline"));
 }
 
-TEST(BrokerSamplesTest, AMessageBeyondTheLimitIsDroppedAndItsSenderStays) {
+TEST(BrokerSamplesTest, AnOversizedMessageIsDroppedAndItsSenderStaysConnected) {
   UnitBroker unit;
   BusClient witness = unit.log_in("witness");
   witness.subscribe("x/#");
@@ -272,7 +272,7 @@ TEST_F(BridgeTest, TheFleetHasTheVariablesAfterEitherSideRestartsAndNeverASecret
   expect_kept("R08_B2");
 }
 
-TEST_F(BridgeTest, AUnitNeitherWritesAsAnotherNorEndsItsConnectionAndIsSeenToComeAndGo) {
+TEST_F(BridgeTest, AUnitCannotActAsAnotherAndItsPresenceIsVisible) {
   BusClient monitor(fleet.port(), "", "monitor", "monitor");
   monitor.subscribe("#");
   EXPECT_TRUE(monitor.wait_for_text(unit_tree + "connected", "1"));

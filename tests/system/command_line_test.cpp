@@ -20,7 +20,7 @@ constexpr const char* usage_text =
     "  -V, --version           Show version\n"
     "\n";
 
-TEST(CommandLineTest, WhatEndsTheProgramAtOnceHasItsExitCodeAndText) {
+TEST(CommandLineTest, OptionsThatEndTheProgramHaveTheirExitCodeAndText) {
   struct Case {
     std::vector<std::string> options;
     int status;
@@ -53,7 +53,7 @@ TEST(CommandLineTest, WhatEndsTheProgramAtOnceHasItsExitCodeAndText) {
   }
 }
 
-TEST(CommandLineTest, QuilctlNamesTheWordThatIsWrong) {
+TEST(CommandLineTest, QuilctlNamesTheInvalidWord) {
   for (const auto& [line, text] : std::vector<std::pair<std::string, std::string>>{
            {"quilctl lst", "unknown command 'lst'; did you mean 'list'?\n"},
            {"quilctl secstore sett master -",
@@ -80,7 +80,7 @@ TEST(CommandLineTest, AConfigurationThatFailsVerificationEndsTheProgram) {
   EXPECT_THAT(lines_of(daemon.standard_output()), testing::SizeIs(2)) << daemon.output();
 }
 
-TEST(CommandLineTest, TheCommandLineBeatsTheFileAndTheLaterOptionTheEarlier) {
+TEST(CommandLineTest, TheCommandLineOverridesTheFileAndALaterOptionAnEarlierOne) {
   struct Case {
     std::string config;
     std::vector<std::string> options;
@@ -116,7 +116,7 @@ TEST(CommandLineTest, TheCommandLineBeatsTheFileAndTheLaterOptionTheEarlier) {
 }
 
 // The system log's socket has a fixed path, so the program gets its own /dev.
-TEST(CommandLineTest, TheSystemLogGetsTheLinesUnlessTheyAreWantedElsewhere) {
+TEST(CommandLineTest, TheSystemLogReceivesTheLinesUnlessAnotherLogIsSelected) {
   const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
   if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
     GTEST_SKIP() << "no mount namespace to be had";

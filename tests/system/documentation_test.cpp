@@ -57,7 +57,7 @@ std::set<std::string> shown(std::vector<std::string> command, const std::string&
   return found;
 }
 
-TEST(DocumentationTest, WhatHelpShowsIsInTheManPageAndInBothCompletions) {
+TEST(DocumentationTest, EverythingInTheHelpIsInTheManPageAndBothCompletions) {
   struct Tool {
     std::string name, help_option, man_page;
   };
@@ -86,7 +86,7 @@ TEST(DocumentationTest, CompletionForZshWorksMoreThanOnce) {
   }
 }
 
-TEST(DocumentationTest, CompletionOffersWhatFits) {
+TEST(DocumentationTest, CompletionOffersSuitableWords) {
   const TempDir dir;
   dir.write("mine.json", "");
   dir.write("mine.txt", "");
@@ -118,7 +118,7 @@ TEST(DocumentationTest, CompletionOffersWhatFits) {
   }
 }
 
-TEST(DocumentationTest, TheInstalledConfigurationHoldsEveryKeyAndTheDaemonTakesIt) {
+TEST(DocumentationTest, TheInstalledConfigurationHasEveryKeyAndTheDaemonAcceptsIt) {
   std::string config = contents("deploy/tolquil.conf"), table = contents("docs/interfaces.md");
   table.erase(0, table.find("## Configuration file"));
   table.resize(table.find("\n## "));

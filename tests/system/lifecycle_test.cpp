@@ -49,7 +49,7 @@ ecu::tamu::posix::UniqueFd begin_to_connect(const LoopbackPort& port) {
 
 class StopTest : public SystemTest {};
 
-TEST_F(StopTest, WithAHealthyBrokerSaysGoodByeAndSucceeds) {
+TEST_F(StopTest, WithAHealthyBrokerPublishesOfflineAndSucceeds) {
   for (const int signal : {SIGINT, SIGTERM}) {
     Daemon daemon(config());
     ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
@@ -119,7 +119,7 @@ TEST_F(StopTest, ASignalAtAnyMomentOfTheStartEndsIt) {
   }
 }
 
-TEST_F(StopTest, ASignalFromBeforeTheStartTakesEffectOnceItIsUp) {
+TEST_F(StopTest, ASignalPendingAtTheStartTakesEffectOnceItIsUp) {
   const TempDir dir;
   Process daemon({"/usr/bin/env", "--block-signal=TERM", "/bin/sh", "-c", "kill -TERM $$; exec \"$@\"", "sh",
                   program, "-L", "-v", "-c", dir.write("conf", config())});
@@ -137,7 +137,7 @@ class ConnectionTest : public SystemTest {
   }
 };
 
-TEST_F(ConnectionTest, ABrokerThatComesLateIsFound) {
+TEST_F(ConnectionTest, ALateBrokerIsFound) {
   broker.stop();
   Daemon daemon(config());
   std::this_thread::sleep_for(std::chrono::seconds(3));  // the pauses between attempts grow meanwhile
@@ -147,7 +147,7 @@ TEST_F(ConnectionTest, ABrokerThatComesLateIsFound) {
   EXPECT_TRUE(late.wait_for_text(presence_topic, "online"));
 }
 
-TEST_F(ConnectionTest, ABrokerThatForgotAllIsMadeWhole) {
+TEST_F(ConnectionTest, ABrokerWithoutPersistenceReceivesEverythingAgain) {
   Daemon daemon(config());
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   send_serial_number(bus);
@@ -186,7 +186,7 @@ TEST_F(ConnectionTest, PresenceCanBeTurnedOff) {
   EXPECT_FALSE(bus.wait_for(presence_topic, nullptr, std::chrono::milliseconds(0)));
 }
 
-TEST_F(ConnectionTest, ALocalSocketAndTheKeepaliveAreTakenFromTheFile) {
+TEST_F(ConnectionTest, ALocalSocketAndTheKeepaliveAreReadFromTheFile) {
   Daemon daemon("client_name = other\nkeepalive = 7\nport = 1\nhost = " + broker.socket_path());
   EXPECT_TRUE(bus.wait_for_text(presence_topic, "online"));
   EXPECT_TRUE(broker.wait_for_log(" as quil (p2, c1, k7"));  // protocol 3.1.1, clean session
@@ -211,13 +211,13 @@ void expect_calm_failure(Daemon& daemon, const std::function<void()>& let_it_try
   expect_prompt_stop(daemon);
 }
 
-TEST(LoginTest, ARefusalIsToldOnceAndTriedAgainCalmly) {
+TEST(LoginTest, ARefusalIsLoggedOnceAndRetriedWithPauses) {
   Broker broker("allow_anonymous false");
   Daemon daemon(config_for(broker.port()), {"-L"});
   expect_calm_failure(daemon, [&] { EXPECT_TRUE(broker.wait_for_log("not authorised", 4)); });
 }
 
-TEST(LoginTest, APeerThatSpeaksAnotherProtocolIsToldOnceAndTriedAgainCalmly) {
+TEST(LoginTest, APeerWithAnotherProtocolIsLoggedOnceAndRetriedWithPauses) {
   const Peer peer;
   Daemon daemon(config_for(peer.port.number()), {"-L"});
   const auto answer = [&peer] {
@@ -230,7 +230,7 @@ TEST(LoginTest, APeerThatSpeaksAnotherProtocolIsToldOnceAndTriedAgainCalmly) {
   expect_calm_failure(daemon, [&] { answer(), answer(), answer(); });
 }
 
-TEST(LoginTest, NameAndPasswordOpenTheDoor) {
+TEST(LoginTest, NameAndPasswordAreAccepted) {
   const TempDir dir;
   const std::string file = dir.write("passwords", "");
   ASSERT_EQ(Process({"/usr/bin/mosquitto_passwd", "-b", file, "unit", "secret"}).wait(), 0);
@@ -240,7 +240,7 @@ TEST(LoginTest, NameAndPasswordOpenTheDoor) {
   EXPECT_EQ(count(daemon.output(), "secret"), 0);
 }
 
-TEST(LoginTest, OnlyTheRightServerIsTrustedAndAnyOtherIsToldOnceAndTriedAgainCalmly) {
+TEST(LoginTest, OnlyTheRightServerIsTrustedAndAnyOtherIsLoggedOnceAndRetriedWithPauses) {
   Authority authority, stranger;
   const std::string open = "allow_anonymous true\n", name = "IP:127.0.0.1,DNS:localhost";
   const Broker right(open + authority.certify(name)), misnamed(open + authority.certify("DNS:elsewhere")),
@@ -273,7 +273,7 @@ TEST(LoginTest, OnlyTheRightServerIsTrustedAndAnyOtherIsToldOnceAndTriedAgainCal
   }
 }
 
-TEST_F(ConnectionTest, ABrokerThatFallsSilentIsNoticedAndFoundAgain) {
+TEST_F(ConnectionTest, ASilentBrokerIsDetectedAndFoundAgain) {
   Daemon daemon(config("keepalive = 5\n"));
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   broker.freeze();
@@ -326,7 +326,7 @@ TEST_F(ResourceTest, AnIdleDaemonSleeps) {
   EXPECT_EQ(sleeps(daemon.pid()), before);
 }
 
-TEST_F(ResourceTest, AFloodOnOneTopicCostsNeitherAnotherTopicNorMemory) {
+TEST_F(ResourceTest, AFloodOnOneTopicAffectsNeitherOtherTopicsNorMemory) {
   Daemon daemon(config(), {"-l", "EMERG"});
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   const auto kilobytes = [&daemon] {
@@ -348,7 +348,7 @@ TEST_F(ResourceTest, AFloodOnOneTopicCostsNeitherAnotherTopicNorMemory) {
   }
 }
 
-TEST_F(ResourceTest, TheServiceManagerIsTold) {
+TEST_F(ResourceTest, TheServiceManagerIsNotified) {
   DatagramSocket manager;
   Daemon daemon(config(), {"-L"}, {"NOTIFY_SOCKET=" + manager.path(), "WATCHDOG_USEC=200000"});
   for (const char* state :

@@ -45,7 +45,7 @@ TEST_F(RoutingTest, AValueIsPublishedRetainedWithTheTimeOfItsReception) {
   EXPECT_LT(variable(*message).timestamp(), after);
 }
 
-TEST_F(RoutingTest, TheLogTellsWhatBecomesOfEachMessage) {
+TEST_F(RoutingTest, TheLogShowsTheOutcomeOfEachMessage) {
   ASSERT_TRUE(daemon.wait_until_connected());
   const auto lines_before = lines_of(daemon.output()).size();
   bus.publish(hw_variant, "bad");

@@ -81,7 +81,7 @@ class ConnectionTest : public testing::Test {
   Listener listener;
 };
 
-TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsThenMadeAnew) {
+TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsRetried) {
   tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
   MqttSettings settings = settings_for("127.0.0.1", broker.port());
   for (const std::string failing : {"up", "fence"}) {
@@ -104,7 +104,7 @@ TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsThenMadeAne
   }
 }
 
-TEST_F(ConnectionTest, AnAnswerThatIsOverdueIsALostConnection) {
+TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
   const std::vector<std::pair<std::string, std::function<void(Connection&)>>> requests{
       {"PUBLISH a=1", [](Connection& connection) { connection.publish("a", text_message("1", true)); }},
       {"SUBSCRIBE a", [](Connection& connection) { connection.subscribe("a", 0); }},
@@ -137,7 +137,7 @@ TEST_F(ConnectionTest, SettingsThatTheLibraryRefusesFailTheConnectionWithTheirRe
   EXPECT_THAT(run(connection, 1), ElementsAre(testing::StartsWith("down: user name: ")));
 }
 
-TEST_F(ConnectionTest, OneNameLookupIsUnderWayAtATimeAndALateResultIsUsed) {
+TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
   tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
   MqttSettings settings = settings_for("broker.invalid", broker.port());
   settings.connect_timeout = 10ms;
@@ -203,7 +203,7 @@ class ClientAgainstScriptTest : public testing::Test {
   std::optional<MqttClient> client;
 };
 
-TEST_F(ClientAgainstScriptTest, WithoutAcknowledgementsOtherTopicsGoOn) {
+TEST_F(ClientAgainstScriptTest, MissingAcknowledgementsDoNotDelayOtherTopics) {
   start([](const std::string& packet) {
     return packet.starts_with("PUBLISH acknowledged") ? Reaction::ignore : Reaction::answer;
   });
@@ -256,7 +256,7 @@ TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKept) {
               ElementsAre("CONNECT", "CONNECT", "SUBSCRIBE in/a", "UNSUBSCRIBE $echo", "PUBLISH kept=1"));
 }
 
-TEST_F(ClientAgainstScriptTest, APublicationThatTheBrokerDoesNotWantIsSetAsideUntilItsValueChanges) {
+TEST_F(ClientAgainstScriptTest, AnUnacceptablePublicationIsSetAsideUntilItsValueChanges) {
   for (const bool acknowledged : {false, true}) {
     const std::string log = tests::logged_by([&] {
       start([](const std::string& packet) {
@@ -281,7 +281,7 @@ TEST_F(ClientAgainstScriptTest, APublicationThatTheBrokerDoesNotWantIsSetAsideUn
   }
 }
 
-TEST_F(ClientAgainstScriptTest, AnUnretainedPublicationThatTheBrokerDoesNotWantIsFoundToo) {
+TEST_F(ClientAgainstScriptTest, AnUnacceptableUnretainedPublicationIsFoundToo) {
   start([](const std::string& packet) {
     return packet.starts_with("PUBLISH denied") ? Reaction::close : Reaction::answer;
   });

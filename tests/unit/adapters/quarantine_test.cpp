@@ -120,7 +120,7 @@ TEST_F(QuarantineTest, ABrokerThatGoesAwayDuringTestsSetsNothingAside) {
   EXPECT_EQ(handled("a", "1"), "passed");
 }
 
-TEST_F(QuarantineTest, ATopicThatGoesOnFailingIsTriedAfterPausesThatDouble) {
+TEST_F(QuarantineTest, ATopicThatKeepsFailingIsRetriedAfterDoublingPauses) {
   set_aside("bad", "1");
   set_aside("bad", "2");  // the first change is tried at once
   for (const auto pause : {1s, 2s, 4s, 8s}) {

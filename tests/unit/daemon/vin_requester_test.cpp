@@ -137,7 +137,7 @@ TEST_F(VinRequesterTest, ABadIgnitionMessageIsReportedAndChangesNothing) {
   bus->wait_for_attempts(2);
 }
 
-TEST_F(VinRequesterTest, ARefusedTokenIsReportedAndAskedForAgain) {
+TEST_F(VinRequesterTest, ARefusedTokenIsReportedAndRequestedAgain) {
   bus->refuse = true;
   const auto log = tests::logged_lines([this] {
     start(1ms);
@@ -210,7 +210,7 @@ TEST_F(VinRequesterTest, EndsByItselfOnceTheVinIsConfirmed) {
   EXPECT_THAT(log, ElementsAre("NOTICE Stop vin thread"));
 }
 
-TEST_F(VinRequesterTest, StopsAtOnceAtWhateverInstant) {
+TEST_F(VinRequesterTest, StopsAtOnceAtAnyMoment) {
   make(1h)->stop();
   for (int i = 0; i < 3000; ++i) {
     start(1h);

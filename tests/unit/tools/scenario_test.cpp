@@ -33,7 +33,7 @@ tamu::pb::Signal signal_of(const std::string& text) {
   return std::get<tamu::pb::SignalGroup>(scenario.messages.at(0).content).signal(0);
 }
 
-TEST(ScenarioTest, SignalDataComesInEveryForm) {
+TEST(ScenarioTest, SignalDataIsReadInEveryForm) {
   struct Case {
     const char* signal;
     std::string data;
@@ -78,7 +78,7 @@ TEST(ScenarioTest, MessageWithoutPeriodIsSentOnce) {
   EXPECT_EQ(publication(R"("topic": "t", "every_ms": 5, "times": 2, "signals": [])").times, 2);
 }
 
-TEST(ScenarioTest, BuiltInScenarioBringsTheUnitsIdentity) {
+TEST(ScenarioTest, BuiltInScenarioHasTheUnitsIdentity) {
   const Scenario scenario = parse_scenario(default_scenario());
   EXPECT_GE(scenario.expect.size(), 4U);
   const auto& identity = std::get<tamu::pb::SignalGroup>(scenario.messages.at(0).content);

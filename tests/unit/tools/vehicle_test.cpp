@@ -82,7 +82,7 @@ TEST(VehicleTest, EveryRequestForTheVinIsAnsweredAsTheScenarioSays) {
             (Answers{"fe 3 ABC", "00 1 S"}));
 }
 
-TEST(VehicleTest, EndsAtOnceWithAnAnswerUnderWay) {
+TEST(VehicleTest, EndsAtOnceWhileAnAnswerIsPending) {
   EXPECT_EQ(answers_to(R"(, "answer_after_ms": 3600000)", 1, 0), Answers());
 }
 
