@@ -1,10 +1,10 @@
-// Each observer is one recipient with one mailbox, however many topics it is subscribed to. A recipient that
-// messages wait for is scheduled: it stands in ready_ once, or one thread serves it, which takes message
-// after message and calls the observer without the lock. That nobody else serves it meanwhile keeps the
-// observer's calls one after another and in order.
+// Each observer is one recipient with one mailbox, however many topics it is subscribed to. A recipient with
+// waiting messages is scheduled: either ready_ holds it once, or one thread serves it, which takes message
+// after message and calls the observer without the lock. No other thread serves it meanwhile, so the
+// observer's calls come one after another and in order.
 //
-// It relies on `scheduled` being true exactly while the recipient stands in ready_ or is served: if that were
-// left true after a failed allocation, the observer would never be called again. A recipient is therefore
+// It relies on `scheduled` being true exactly while the recipient is in ready_ or is being served. If it
+// stayed true after a failed allocation, the observer would never be called again. A recipient is therefore
 // scheduled before its message is queued, and serving one allocates nothing that it depends on.
 
 #include "mqtt/delivery.h"
@@ -33,7 +33,7 @@ void call(ISubscriptionObserver& observer, const QueuedMessage& message) noexcep
   }
 }
 
-// Without memory for its text a loss stays counted and is reported later.
+// If there is no memory for its text, a loss stays counted and is reported later.
 std::optional<Loss> loss_of(Mailbox& mailbox) noexcept {
   try {
     return mailbox.take_loss();
@@ -165,7 +165,7 @@ bool Delivery::pending() const {
 }
 
 bool Delivery::deliver_next() {
-  std::shared_ptr<Recipient> recipient;  // may be the last to hold the observer, so it outlives the lock
+  std::shared_ptr<Recipient> recipient;  // may hold the last reference to the observer
   MutexLock lock(mutex_);
   if (ready_.empty()) {
     return false;

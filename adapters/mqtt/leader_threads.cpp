@@ -1,10 +1,10 @@
 // The leader arms a timer before its calls and disarms it after them. The stand-in, the only thread besides
-// the leader that waits, sleeps in poll on that timer; when it expires in the middle of the calls the
-// stand-in takes the lead. The old leader notices that as its present call returns. It then becomes the
-// stand-in, unless the new leader had to make one meanwhile: then it ends.
+// the leader that waits, sleeps in poll on that timer. When the timer expires during the calls, the stand-in
+// takes the lead. The old leader notices this when its present call returns. It then becomes the stand-in, or
+// ends if the new leader has started one meanwhile.
 //
-// A stand-in is made when calls begin and there is none, which leaves an old leader the time to come back. An
-// ended thread leaves its handle in retired_, where the next one joins it, so that at most one that has ended
+// A stand-in is started when calls begin and there is none; until then an old leader has time to return. A
+// thread that ends leaves its handle in retired_, where the next one joins it, so at most one ended thread
 // waits to be joined.
 
 #include "mqtt/leader_threads.h"
@@ -31,7 +31,7 @@ LeaderThreads::LeaderThreads(std::function<void()> lead, std::chrono::microsecon
 void LeaderThreads::start() {
   const MutexLock lock(mutex_);
   spawn();
-  has_stand_in_ = true;  // until it takes the lead, which nobody has
+  has_stand_in_ = true;  // until it takes the lead, which no thread has yet
 }
 
 void LeaderThreads::spawn() {
@@ -56,8 +56,8 @@ void LeaderThreads::ensure_stand_in() {
 
 void LeaderThreads::run() {
   ::pthread_setname_np(::pthread_self(), "mqtt");
-  // Termination is for the main thread, whatever mask this one inherited. The MQTT library writes to
-  // connections that the broker may have closed, which must end in an error and not in a signal.
+  // Termination signals are for the main thread, whatever mask this thread inherited. The MQTT library writes
+  // to connections that the broker may have closed, which must cause an error and not a signal.
   block_signals(signal_set(std::array{SIGINT, SIGTERM, SIGPIPE}));
   while (wait_for_lead()) {
     lead_();

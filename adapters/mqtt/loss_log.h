@@ -17,9 +17,9 @@ struct Loss {
   std::uint64_t count;
 };
 
-/// Logs how many messages were dropped: a WARNING line a topic when a burst begins, and at most one each
-/// `interval` while it lasts. What a line leaves out stands in the next one, the last of which comes when
-/// `log_due` is called after the burst. Any thread.
+/// Logs how many messages were dropped: one WARNING line per topic when a burst begins, and at most one per
+/// `interval` while it lasts. Each line counts the losses since the previous one; `log_due` writes the last
+/// line after the burst. Any thread.
 class LossLog {
  public:
   using Clock = std::chrono::steady_clock;
@@ -30,7 +30,7 @@ class LossLog {
 
   void add(const Loss& loss);
 
-  /// When `log_due` has a line to log; `max` when there is none to come.
+  /// When `log_due` must be called; `max` when there is nothing to log.
   [[nodiscard]] Clock::time_point due() const;
   void log_due();
 

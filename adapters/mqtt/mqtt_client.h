@@ -21,8 +21,8 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// The bus over MQTT 3.1.1. One thread at a time, the leader, uses the connection; publications of other
-/// threads, and of the observers that it calls, are queued and leave in batches.
+/// The bus over MQTT 3.1.1. One thread at a time, the leader, uses the connection. Publications of other
+/// threads, and of the observers that the leader calls, are queued and leave in batches.
 class MqttClient final : public ITransportClient, private ConnectionListener {
  public:
   /// `observer` may be null.
@@ -77,13 +77,13 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   const posix::Event wake_;  // for the leader
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
-  ConditionVariable outbox_space_;  // or no more use to wait for it; waited for with mutex_
+  ConditionVariable outbox_space_;  // or waiting for it has become useless
 
-  // Used by the leader alone.
+  // Used by the leader only.
   Connection connection_;
   Quarantine quarantine_;
   bool fence_wanted_ = false;  // after the first subscriptions of a connection
-  // How many messages must be delivered before the observer learns that the subscriptions are settled.
+  // The number of messages to deliver before the subscriptions count as settled.
   std::optional<std::uint64_t> settled_after_;
 
   mutable Mutex mutex_;  // never held while an observer is called
@@ -92,8 +92,8 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   Outbox outbox_ TAMU_GUARDED_BY(mutex_);
   // Since the connection is up.
   std::vector<SubscriptionChange> subscription_changes_ TAMU_GUARDED_BY(mutex_);
-  bool leader_asleep_ TAMU_GUARDED_BY(mutex_) = false;  // it must be woken to see what was queued
-  // Space was waited for in vain, and nothing has been sent since.
+  bool leader_asleep_ TAMU_GUARDED_BY(mutex_) = false;  // it sees what was queued only after a wake-up
+  // A wait for space has timed out, and nothing has been sent since.
   bool broker_stuck_ TAMU_GUARDED_BY(mutex_) = false;
 
   // With their own synchronisation, and destroyed first: their threads use the members above.

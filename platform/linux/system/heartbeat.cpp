@@ -10,7 +10,7 @@ namespace ecu::tamu {
 namespace {
 
 struct Registry {
-  Mutex mutex;  // held while a loop is prodded, so that none is prodded after its end
+  Mutex mutex;  // held while a loop is prodded, so that no loop is prodded after its end
 
   // Guarded by mutex.
   std::vector<Heartbeat*> heartbeats TAMU_GUARDED_BY(mutex);

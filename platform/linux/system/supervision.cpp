@@ -78,7 +78,7 @@ void notify(std::string_view state) noexcept {
   }
 }
 
-// The status text, made of parts. It is sent with the lock held, so that the last one sent is the newest.
+// The status text, made of parts. It is sent with the lock held, so that the newest text is sent last.
 class Status {
  public:
   void set(std::string_view name, std::string_view text) {

@@ -12,8 +12,8 @@
 
 namespace ecu::ctl {
 
-/// Queues the client's events. The client's threads put them in, one other thread takes them out. When too
-/// much is waiting, the oldest messages are dropped and counted.
+/// Queues the client's events. The client's threads put them in, one other thread takes them out. When the
+/// queue is full, the oldest messages are dropped and counted.
 class EventQueue final : public tamu::com::ISubscriptionObserver, public tamu::com::IConnectionObserver {
  public:
   void message(const std::string& topic, const tamu::com::Message& msg) override;

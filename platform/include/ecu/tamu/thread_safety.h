@@ -9,7 +9,7 @@
 /// empty. A member declared `int count_ TAMU_GUARDED_BY(mutex_);` may be used only with `mutex_` held, and a
 /// function declared `void add() TAMU_REQUIRES(mutex_);` may be called only with it held.
 ///
-/// The analysis looks at each lambda on its own. A predicate that reads guarded members declares it, too:
+/// The analysis examines each lambda separately. A predicate that reads guarded members declares it, too:
 /// `[this]() TAMU_REQUIRES(mutex_) { return count_ > 0; }`.
 
 #if defined(__clang__)
@@ -40,7 +40,7 @@ class TAMU_THREAD_ANNOTATION(capability("mutex")) Mutex {
 };
 
 /// Holds a mutex from its construction to its end; may release it in between. Works with
-/// std::condition_variable_any, too, where a stop token is to end the wait.
+/// std::condition_variable_any, too, where a stop token ends the wait.
 class TAMU_THREAD_ANNOTATION(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) TAMU_THREAD_ANNOTATION(acquire_capability(mutex)) : lock_(mutex.mutex_) {}
@@ -56,7 +56,7 @@ class TAMU_THREAD_ANNOTATION(scoped_lockable) MutexLock {
   std::unique_lock<std::mutex> lock_;
 };
 
-/// Waits with a lock that is held before and after; a predicate is called with it held.
+/// Waits with a lock that is held before and after the wait, and while a predicate is called.
 class ConditionVariable {
  public:
   void notify_one() noexcept { condition_.notify_one(); }
