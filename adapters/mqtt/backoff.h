@@ -9,8 +9,8 @@
 namespace ecu::tamu::com::mqtt {
 
 /// The pauses between attempts to connect: 100 ms, doubling to 500 ms for a broker on this machine, whose
-/// return is to be noticed at once, and to 5 s for any other. Each is shortened at random by up to a quarter
-/// so that clients do not come back in step.
+/// return must be noticed soon, and to 5 s for any other. Each is shortened at random by up to a quarter, so
+/// that clients do not reconnect in step.
 class Backoff {
  public:
   using Duration = std::chrono::milliseconds;
@@ -26,7 +26,8 @@ class Backoff {
 
   void reset() noexcept { pause_ = first; }
 
-  /// A connection that held for this long was lost. One that was stable starts the pauses over.
+  /// To be called when a connection that lasted `held` is lost. After a stable one the pauses start again at
+  /// the shortest.
   void connection_lost(std::chrono::nanoseconds held) noexcept {
     if (held >= stable_after) {
       reset();

@@ -27,7 +27,7 @@ int poll_timeout(Connection::Clock::time_point until) {
 Connection::Connection(const MqttSettings& settings, ConnectionListener& listener, Resolver resolve)
     : settings_(settings), listener_(listener), resolve_(std::move(resolve)), backoff_(settings) {}
 
-// A fault's reason is built from a short text that needs no memory, which there may be none of.
+// A fault's reason is a short text that needs no heap, because memory may have run out.
 template <class Action>
 void Connection::protect(Action action) noexcept {
   try {
@@ -139,7 +139,7 @@ void Connection::check(Failure failure) {
   }
 }
 
-// What must happen comes first and needs no memory; a line that there is no memory for is lost.
+// The necessary steps come first and need no memory. A log line that needs memory may be lost.
 void Connection::fail(Fault fault) noexcept {
   const bool was_up = std::exchange(up_, false);
   const bool was_reachable = was_up || (session_ && session_->is_reachable());
@@ -148,7 +148,7 @@ void Connection::fail(Fault fault) noexcept {
   if (closed_) {
     return;
   }
-  // A host is without a broker when none of its addresses has one.
+  // The attempt fails only when every address of the host has been tried.
   if (!was_reachable && next_address_ < addresses_.size()) {
     timer_ = Clock::now();
     return;
