@@ -47,6 +47,7 @@ TEST_F(RoutingTest, AValueIsPublishedRetainedWithTheTimeOfItsReception) {
 
 TEST_F(RoutingTest, TheLogShowsTheOutcomeOfEachMessage) {
   ASSERT_TRUE(daemon.wait_until_connected());
+  ASSERT_TRUE(daemon.wait_for_output("for TopVersion (0xa009)"));  // the last line of the start
   const auto lines_before = lines_of(daemon.output()).size();
   bus.publish(hw_variant, "bad");
   send(rtc_ee, Group().bytes("other", serial_record()));
