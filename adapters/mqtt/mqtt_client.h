@@ -82,7 +82,8 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   // Used by the leader alone.
   Connection connection_;
   Quarantine quarantine_;
-  bool fence_wanted_ = false;  // after the first subscriptions of a connection
+  bool fence_wanted_ = false;        // after the first subscriptions of a connection
+  bool first_fence_wanted_ = false;  // before the first publication of a connection
   // How many messages must be delivered before the observer learns that the subscriptions are settled.
   std::optional<std::uint64_t> settled_after_;
 
