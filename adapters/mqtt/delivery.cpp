@@ -18,6 +18,7 @@
 #include <ecu/tamu/com/topic.h>
 
 #include "mqtt/mqtt_log.h"
+#include "system/free_memory.h"
 
 namespace ecu::tamu::com::mqtt {
 
@@ -184,6 +185,7 @@ void Delivery::serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) n
   recipient.server = std::this_thread::get_id();
   for (;;) {
     recipient.current = recipient.mailbox.take();
+    const bool large = recipient.current && recipient.current->message.payload.size() > large_amount;
     const std::optional<Loss> loss = loss_of(recipient.mailbox);
     if (!recipient.current && !loss) {
       break;
@@ -198,6 +200,9 @@ void Delivery::serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) n
     lock.lock();
     recipient.current.reset();
     call_ended_.notify_all();
+    if (large) {
+      release_free_memory();
+    }
   }
   recipient.server = {};
 }
