@@ -1,8 +1,8 @@
-// Measures the way of a message through a real broker: from its publication to the last variable that comes
-// of it, and the processor time that the process in between takes for each. Three processes take turns in
-// that place: the daemon; an echo over the transport client; and the floor, an echo that publishes constants
-// from the message callback of the MQTT library and does nothing else. All figures are medians over several
-// rounds.
+// Measures the path of a message through a real broker: the time from its publication to the arrival of the
+// last resulting variable, and the processor time that the process in between takes for each. Three processes
+// take turns in that place: the daemon; an echo over the transport client; and the floor, an echo that
+// publishes constants from the message callback of the MQTT library and does nothing else. All figures are
+// medians over several rounds.
 
 #include <mosquitto.h>
 #include <time.h>
@@ -179,7 +179,7 @@ class Probe {
     mosquitto_subscribe(client_.get(), nullptr, last_result_topic, 0);
   }
 
-  /// From the publication of a request to the arrival of its last result; nothing after `patience`.
+  /// The time from the publication of a request to the arrival of its last result; nothing after `patience`.
   [[nodiscard]] Microseconds round_trip(std::chrono::milliseconds patience = std::chrono::seconds(5)) {
     seen_ = false;
     const auto start = Clock::now();

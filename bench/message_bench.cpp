@@ -1,4 +1,4 @@
-// What a message costs inside the daemon: framing, and its whole way through EnvironmentDaemon.
+// The cost of a message inside the daemon: framing, and its whole path through EnvironmentDaemon.
 
 #include <benchmark/benchmark.h>
 
@@ -40,7 +40,7 @@ void deserialise_variable(benchmark::State& state) {
 }
 BENCHMARK(deserialise_variable);
 
-// Each message has a time stamp of its own, as on the bus, and so is unpacked anew.
+// Each message has a time stamp of its own, as on the bus, and so is unpacked again.
 void daemon_message(benchmark::State& state, const std::string& topic, com::Message message) {
   const auto client = std::make_shared<tests::DiscardingClient>();
   ecu::quil::EnvironmentDaemon daemon(client, std::make_unique<config::Configuration>());

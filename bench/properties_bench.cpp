@@ -1,4 +1,4 @@
-// A message that goes to seventeen variables, against the least that it takes: parsing its group once and
+// A message that goes to seventeen variables, compared with the minimum: parsing its group once and
 // serialising seventeen framed variables.
 
 #include <benchmark/benchmark.h>

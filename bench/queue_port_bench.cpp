@@ -1,4 +1,4 @@
-// Records written to a FIFO and read from it, against the same bytes moved by bare write and read.
+// Records written to a FIFO and read from it, compared with the same bytes moved by bare write and read.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// What system parameters cost: a frame from the port into the cache, and the answer to a request for all of
+// The cost of system parameters: a frame from the port into the copy, and the answer to a request for all of
 // them.
 
 #include <benchmark/benchmark.h>
@@ -51,7 +51,7 @@ void consume_and_merge(benchmark::State& state) {
 }
 BENCHMARK(consume_and_merge)->RangeMultiplier(10)->Range(10, 10'000);
 
-// A frame of one parameter, while the cache holds many.
+// A frame of one parameter, while the copy holds many.
 void merge_one_into_many(benchmark::State& state) {
   const auto port = std::make_shared<tests::FakePort>();
   const SysParamContainer container(port, {}, SysParamReqHandler::answer_timeout);

@@ -23,7 +23,7 @@ std::string_view trimmed(std::string_view text) {
                                          : text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-// The first value of each key, of the lines that are of the form.
+// The first value of each key in the well-formed lines.
 std::map<std::string, std::string> read(const std::string& text) {
   std::map<std::string, std::string> values;
   std::istringstream input(text);

@@ -8,14 +8,14 @@
 #include "fuzz/wire_reader.h"
 #include "support/fake_client.h"
 
-// Sends the daemon one message after another, on all of its topics, and compares the memory that is in use
-// after ordinary messages with that from before.
+// Sends the daemon one message after another, on all of its topics, and compares the memory in use after
+// ordinary messages with that before.
 namespace {
 
 using namespace ecu;
 namespace topics = tamu::com::topics;
 
-// Hands messages to whom they are for, and takes publications without keeping them.
+// Passes messages to their observers, and accepts publications without keeping them.
 class RoutingClient final : public tests::FakeClient {
  public:
   tamu::com::PublishResult publish(const std::string& /*topic*/, Message message) override {
@@ -40,7 +40,7 @@ bool is_version(std::string_view topic) {
   return topic.find("version") != std::string_view::npos;
 }
 
-// A version of another size ends the process, which is what it is meant to do.
+// A version of another size ends the process on purpose.
 bool ends_the_process(std::string_view topic, const fuzz::Bytes& body) {
   const auto signals = is_version(topic) ? fuzz::read_signal_group(body) : std::nullopt;
   if (!signals) {
@@ -73,7 +73,7 @@ void deliver_from(RoutingClient& client, FuzzedDataProvider& input) {
   }
 }
 
-// What any unit's bus brings all the time.
+// The usual messages on the bus of any unit.
 void deliver_ordinary_messages(RoutingClient& client) {
   for (const std::string topic : fuzz::signal_topics) {
     fuzz::Bytes group;
@@ -84,7 +84,7 @@ void deliver_ordinary_messages(RoutingClient& client) {
       signal.insert(signal.end(), {0x19, 0, 0, 0, 0, 0, 0, 0x31, 0x40, 0x20, 3});  // value 17, valid
       fuzz::append_field(group, 0x0a, signal);
     }
-    // A VIN is published when it has come several times.
+    // A VIN is published when it has been received several times.
     for (int times = topic.starts_with(topics::vehicle_identification_prefix) ? 6 : 1; times > 0; --times) {
       deliver(client, topic, group);
     }
@@ -113,7 +113,7 @@ void run(FuzzedDataProvider& input) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::silence();
   FuzzedDataProvider input(data, size);
-  // What a thread keeps is part of what is measured, and new for each input.
+  // The memory that a thread keeps is measured, too, and must be new for each input.
   std::thread([&input] { run(input); }).join();
   return 0;
 }

@@ -5,7 +5,7 @@
 
 #include "fuzz/fuzz.h"
 
-// Takes payloads apart, and what comes out of them together again, for every type of message.
+// Decodes payloads, and encodes the results again, for every type of message.
 namespace {
 
 using namespace ecu::tamu;
@@ -19,7 +19,7 @@ std::uint64_t number_at(const com::Payload& bytes, std::size_t offset) {
   return number;
 }
 
-// What the header alone must lead to: two fixed64 fields fill its 18 bytes, in either order.
+// The expected result of the header alone: two fixed64 fields fill its 18 bytes, in either order.
 Error expected_of_header(const com::Payload& payload, std::uint64_t& framing) {
   constexpr std::uint8_t framing_tag = 0x09, time_tag = 0x11;
   if (payload.size() < 18) {

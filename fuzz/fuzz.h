@@ -11,10 +11,10 @@
 #include <ecu/tamu/com/message.h>
 #include <ecu/tamu/logging/logging.h>
 
-/// What the fuzz targets share.
+/// Helpers that the fuzz targets share.
 namespace fuzz {
 
-/// Ends the run with `text`, unless `holds`: what must hold for every input.
+/// Checks a condition for every input: ends the run with `text` unless `holds`.
 inline void require(bool holds, const char* text) {
   if (!holds) {
     std::fprintf(stderr, "does not hold: %s\n", text);
@@ -22,13 +22,13 @@ inline void require(bool holds, const char* text) {
   }
 }
 
-/// Lines are made at every level, and written nowhere.
+/// Lines of every level are composed, but written nowhere.
 inline void silence() {
   ecu::tamu::logging::set_log_mode(ecu::tamu::logging::LogMode::none);
   ecu::tamu::logging::configure_logging("DEBUG");
 }
 
-/// `body` after a header that announces `announced` bytes; made without the code under test.
+/// `body` after a header that announces `announced` bytes; built without the code under test.
 inline ecu::tamu::com::Payload framed(std::span<const std::uint8_t> body, std::uint16_t protocol_type,
                                       std::uint32_t announced) {
   const std::uint64_t framing = protocol_type | 18U << 16U | std::uint64_t{announced} << 32U;
@@ -49,7 +49,7 @@ class Heap {
  public:
   [[nodiscard]] std::size_t in_use() const { return __sanitizer_get_current_allocated_bytes() - base_; }
 
-  /// Ends the run when more is in use than `before`, but for a tenth and a few buffers.
+  /// Ends the run when more is in use than `before`, allowing for a tenth and a few buffers.
   void require_no_growth(std::size_t before) const {
     constexpr std::size_t slack = 16 * 1024;
     if (in_use() > before + before / 10 + slack) {

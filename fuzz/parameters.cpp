@@ -17,7 +17,7 @@
 #include "support/fake_port.h"
 
 // Plays records, frames, requests, writes and secrets in any order to the classes that keep the system
-// parameters, and to a model of them that is as plain as can be. Both must say and write the same.
+// parameters, and to a minimal model of them. Both must publish and write the same.
 namespace {
 
 using namespace ecu;
@@ -66,7 +66,7 @@ std::string bytes_of(const Param& param) {
   return bytes + param.payload;
 }
 
-// What a container must do.
+// A model of the container.
 struct Model {
   Params held, frame;
   State state = State::EMPTY, before_write = State::EMPTY;
@@ -102,7 +102,7 @@ struct Model {
     }
     state = State::SYNCED;
   }
-  // What is written to the port.
+  // The records written to the port.
   Params write(const Params& params, bool accepted) {
     Params changed = different(held, params);
     if (changed.empty()) {
@@ -203,7 +203,7 @@ class World {
     fuzz::require(direct_.update(std::move(params)) == wanted, "a write succeeds when the port takes it");
   }
 
-  // Where an answer would have to be waited for, nothing is asked.
+  // A request that would wait for an answer is not made.
   void ask(FuzzedDataProvider& input) {
     const State state = request_model_.current();
     if (state == State::UPDATING || state == State::RECEIVING) {
@@ -296,10 +296,10 @@ class World {
   quil::SysParamReqHandler requests_{client_, port_, [this] { ++calls_; }, std::chrono::hours(1)};
   quil::SecStoreHandler secrets_{client_, port_};
   SysParamContainer direct_{port_, nullptr, write_timeout, [this] { return now_; }};
-  Model request_model_;  // of the container inside requests_, for which no time passes
+  Model request_model_;  // of the container inside requests_, whose clock stands still
   Model direct_model_;   // of direct_
-  Params written_;       // what the port must have been given since the last step
-  std::vector<std::pair<std::string, std::string>> publications_;  // and the bus
+  Params written_;       // the expected writes to the port since the last step
+  std::vector<std::pair<std::string, std::string>> publications_;  // the expected publications on the bus
 };
 
 }  // namespace

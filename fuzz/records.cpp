@@ -29,7 +29,7 @@ std::uint32_t number_at(std::string_view bytes, std::size_t offset) {
   return number;
 }
 
-// The size of the whole record at the beginning of `bytes`; 0 for none.
+// The size of the whole record at the beginning of `bytes`; 0 when there is none.
 std::size_t whole_record_at(std::string_view bytes) {
   if (bytes.size() < header_size || !bytes.starts_with("QP") || (bytes[2] != 1 && bytes[2] != 2)) {
     return 0;
@@ -65,7 +65,7 @@ void append_number(std::string& bytes, std::uint64_t number, int size) {
   }
 }
 
-// As the plain search notes records.
+// A record in the form of the plain search.
 std::string noted(const IpcSignal& record) {
   std::string bytes = "QP\x01";
   bytes += static_cast<char>(record.flag);
@@ -95,7 +95,7 @@ void take_events(RecordParser& parser, TimePoint now, Found& found) {
   }
 }
 
-// Hands `bytes` over in pieces between which `step` passes.
+// Passes on `bytes` in pieces, at intervals of `step`.
 Found parse(std::string_view bytes, const std::vector<std::uint8_t>& sizes, std::chrono::milliseconds step,
             bool skip_torn) {
   constexpr std::size_t max_pieces = 100;  // a search for a torn record after each takes its time
@@ -176,7 +176,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(found.records == expected.records, "the records are those of a plain search");
     fuzz::require(found.dropped == expected.dropped, "every byte is used or counted");
   }
-  // As time passes, an incomplete record may be given up, so that others are found: no byte may be lost.
+  // As time passes, an incomplete record may be abandoned, so that others are found: no byte may be lost.
   const Found late = parse(stream, sizes, step, true);
   std::size_t used = late.dropped;
   for (const std::string& record : late.records) {

@@ -9,7 +9,7 @@
 #include "fuzz/fuzz.h"
 #include "ports/record_parser.h"
 
-// Reads a scenario, and lets the port's parser read the frames that the simulation makes of it.
+// Reads a scenario, and parses the frames that the simulation generates from it.
 namespace {
 
 using namespace ecu;

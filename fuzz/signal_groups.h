@@ -14,7 +14,8 @@
 
 #include "fuzz/fuzz.h"
 
-/// Signal groups out of a few bytes of input: large ones, too, which bytes taken as they are would not reach.
+/// Signal groups from a few bytes of input. They may be large, which the raw bytes of the input would not
+/// allow.
 namespace fuzz {
 
 inline constexpr std::array signal_topics{
@@ -88,7 +89,7 @@ inline Bytes signal_from(FuzzedDataProvider& input, std::string_view topic) {
   return signal;
 }
 
-/// The body of a group: some signals, each up to thousands of times, or the bytes of the input as they are.
+/// The body of a group: some signals, each up to thousands of times, or the raw bytes of the input.
 inline Bytes group_from(FuzzedDataProvider& input, std::string_view topic) {
   if (input.ConsumeIntegralInRange(0, 3) == 0) {
     const std::string raw = input.ConsumeRandomLengthString(512);

@@ -4,7 +4,7 @@
 #include "fuzz/signal_groups.h"
 #include "fuzz/wire_reader.h"
 
-// Unpacks one message after another and compares each with what an independent reader finds in it.
+// Unpacks one message after another and compares each with the result of an independent reader.
 namespace {
 
 using namespace ecu::tamu;

@@ -10,7 +10,7 @@
 /// A reader of the protobuf wire format that shares nothing with the library.
 namespace fuzz {
 
-/// One signal of a group, as it stands on the wire.
+/// One signal of a group in the wire format.
 struct WireSignal {
   std::optional<std::string> name;
   std::vector<std::uint8_t> data;
@@ -45,7 +45,7 @@ class WireReader {
   [[nodiscard]] bool done() const noexcept { return rest_.empty(); }
   [[nodiscard]] int depth() const noexcept { return depth_; }
 
-  /// The next field; nothing when it is malformed. A group is walked over.
+  /// The next field; nothing when it is malformed. A group is skipped.
   std::optional<Field> next() {
     auto field = tag();
     if (!field || field->type == Type::end_group) {
@@ -167,7 +167,7 @@ inline std::optional<WireSignal> read_signal(WireReader::Bytes bytes) {
   return signal.name ? std::optional(signal) : std::nullopt;
 }
 
-/// The signals of a group in their order; nothing for bytes that are no group.
+/// The signals of a group in their order; nothing when the bytes are not a group.
 inline std::optional<std::vector<WireSignal>> read_signal_group(WireReader::Bytes bytes) {
   std::vector<WireSignal> signals;
   for (WireReader reader(bytes, max_depth); !reader.done();) {

@@ -6,14 +6,14 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// The pauses between attempts to connect: 100 ms, doubling to `longest`, each shortened at random by up to a
-/// quarter so that clients do not come back in step.
+/// The pauses between attempts to connect: 100 ms, doubling to `longest`. Each is shortened at random by up
+/// to a quarter, so that clients do not reconnect in step.
 class Backoff {
  public:
   using Duration = std::chrono::milliseconds;
 
   static constexpr Duration first{100};
-  /// For a broker on this machine, whose return is to be noticed at once, and for any other.
+  /// The first is for a broker on this machine, whose return must be noticed soon; the second for any other.
   static constexpr Duration longest_local{500};
   static constexpr Duration longest_remote{5000};
 

@@ -14,7 +14,7 @@ namespace ecu::tamu::com::mqtt {
 
 namespace {
 
-// A connection that held for this long starts the pauses over.
+// After a connection that lasted this long the pauses start again at the shortest.
 constexpr std::chrono::seconds stable_after{5};
 
 int poll_timeout(Connection::Clock::time_point until) {
@@ -33,7 +33,7 @@ Connection::Connection(const MqttSettings& settings, ConnectionListener& listene
       resolve_(std::move(resolve)),
       backoff_(settings.is_local() ? Backoff::longest_local : Backoff::longest_remote) {}
 
-// A fault's reason is built from a short text that needs no memory, which there may be none of.
+// A fault's reason is a short text that needs no heap, because memory may have run out.
 template <class Action>
 void Connection::protect(Action action) noexcept {
   try {
@@ -145,7 +145,7 @@ void Connection::check(Failure failure) {
   }
 }
 
-// What must happen comes first and needs no memory; a line that there is no memory for is lost.
+// The necessary steps come first and need no memory. A log line that needs memory may be lost.
 void Connection::fail(Fault fault) noexcept {
   const bool was_up = std::exchange(up_, false);
   const bool was_reachable = was_up || (session_ && session_->is_reachable());
@@ -154,7 +154,7 @@ void Connection::fail(Fault fault) noexcept {
   if (closed_) {
     return;
   }
-  // A host is without a broker when none of its addresses has one.
+  // The attempt fails only when every address of the host has been tried.
   if (!was_reachable && next_address_ < addresses_.size()) {
     timer_ = Clock::now();
     return;

@@ -16,51 +16,52 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// Keeps the connection to the broker: connects, and connects again whenever that failed or the connection
-/// was lost. Each reason for being without one is logged once, until it changes. Has no lock: one thread at a
-/// time uses it. No operation throws: what fails on this side, for lack of memory or because the listener
-/// threw, fails the connection, and the next attempt follows after its pause.
+/// Keeps the connection to the broker: connects, and reconnects whenever an attempt fails or the connection
+/// is lost. The reason is logged only when it changes. Has no lock: one thread at a time uses it. No
+/// operation throws: a failure on this side, such as a lack of memory or an exception from the listener,
+/// fails the connection, and the next attempt follows after its pause.
 class Connection final {
  public:
   using Clock = std::chrono::steady_clock;
 
   /// `settings` and `listener` must outlive the connection. The listener is called from inside `wait`, and
-  /// `connection_down` also from inside whatever sends. It may come without a `connection_up` before it: for
-  /// each attempt that fails, and for each connection that is lost.
+  /// `connection_down` also from inside every function that sends. It reports each failed attempt and each
+  /// lost connection, so it may come without a `connection_up` before it.
   Connection(const MqttSettings& settings, ConnectionListener& listener, Resolver resolve = look_up);
 
-  /// Asks for the connection: the next `wait` makes the first attempt.
+  /// Requests the connection: the next `wait` makes the first attempt.
   void open() { timer_ = Clock::now(); }
 
-  /// Sleeps until something happens on the connection, `wake` is signalled (which this clears) or `deadline`
-  /// has come, and does what is then to be done. Never blocks on the network.
+  /// Sleeps until something happens on the connection, `wake` is signalled (this clears it) or `deadline` has
+  /// passed, then handles it. Never blocks on the network.
   void wait(const posix::Event& wake, Clock::time_point deadline) noexcept;
 
   /// Whether the broker has accepted the connection.
   [[nodiscard]] bool is_up() const { return up_ && session_ && session_->is_open(); }
 
-  /// Whether the connection would take another publication of that quality of service now.
+  /// Whether the connection accepts another publication of that quality of service now.
   [[nodiscard]] bool accepts(bool acknowledged) const { return is_up() && session_->accepts(acknowledged); }
 
-  /// Each does nothing without a connection; when the connection fails under it, the listener is told.
+  /// Each does nothing without a connection. If the connection fails during the call, the listener learns of
+  /// it.
   void publish(const std::string& topic, const Message& message) noexcept;
   void subscribe(const std::string& filter, int max_qos) noexcept;
   void unsubscribe(const std::string& filter) noexcept;
   void request_fence(Fence fence) noexcept;
-  /// Sends the DISCONNECT packet; `is_up` until that has been written.
+  /// Sends the DISCONNECT packet; `is_up` stays true until it has been written.
   void disconnect() noexcept;
   void cork();
   void uncork();
 
   /// Ends the connection, or the attempt, as if it had failed.
   void fail(Fault fault) noexcept;
-  /// The next attempt follows after the shortest pause. For use after a failure whose cause is removed.
+  /// Makes the next attempt after the shortest pause. For use after a failure whose cause has been removed.
   void retry_soon();
 
-  /// Whether all that was sent has been written and acknowledged.
+  /// Whether everything that was sent has been written and acknowledged.
   [[nodiscard]] bool idle() const { return !is_up() || session_->idle(); }
 
-  /// Whether messages wait that the last `wait` left for the next.
+  /// Whether the last `wait` left messages for the next one to read.
   [[nodiscard]] bool more_to_read() const { return session_ && session_->more_to_read(); }
 
   /// Closes the connection at once and for good.
@@ -86,14 +87,14 @@ class Connection final {
   Backoff backoff_;
   Clock::time_point timer_ =
       Clock::time_point::max();         // next attempt, or the end of this one; unused while up
-  bool attempting_ = false;             // to connect; otherwise `timer_` ends a pause
-  std::optional<NameLookup> lookup_;    // under way, perhaps since an earlier attempt: one at a time
+  bool attempting_ = false;             // an attempt is in progress; otherwise `timer_` ends a pause
+  std::optional<NameLookup> lookup_;    // in progress, perhaps since an earlier attempt: one at a time
   std::vector<std::string> addresses_;  // of the host; empty when not looked up yet
   std::size_t next_address_ = 0;        // the one to try next
-  std::optional<MqttSession> session_;  // while there is a connection, or one is being made
+  std::optional<MqttSession> session_;  // while connected or connecting
   bool up_ = false;                     // the listener knows of the connection
   Clock::time_point up_since_;
-  std::string reported_;  // why there is no connection, as the log has it
+  std::string reported_;  // the reason for the missing connection that was logged last
   bool closed_ = false;
 };
 

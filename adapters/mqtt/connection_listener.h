@@ -7,12 +7,12 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// What a request that every broker must answer is sent after: its answer means that the broker has handled
-/// all that was sent before.
+/// What a fence follows. A fence is a request that every broker must answer: the answer means that the broker
+/// has handled everything sent before it.
 enum class Fence { subscriptions, publication };
 
-/// Learns what happens on a connection. Called by the thread that uses the connection. An exception out of
-/// `message` costs that message; one out of another call fails the connection, which is then made anew.
+/// Observes a connection. Called by the thread that uses the connection. An exception from `message` costs
+/// that message; one from another call fails the connection, and the client reconnects.
 class ConnectionListener {
  public:
   virtual ~ConnectionListener() = default;
@@ -20,7 +20,7 @@ class ConnectionListener {
   /// The broker has accepted the connection.
   virtual void connection_up() = 0;
   /// An attempt has failed, or a connection was lost, perhaps because `connection_up` threw. Also called from
-  /// inside whatever sends. Must not throw.
+  /// inside every function that sends. Must not throw.
   virtual void connection_down(ConnectionFailure failure, const std::string& reason) = 0;
   virtual void message(const std::string& topic, Message message) = 0;
   virtual void subscription_refused(const std::string& filter) = 0;

@@ -1,10 +1,10 @@
-// Each observer is one recipient with one mailbox, however many topics it is subscribed to. A recipient that
-// messages wait for is scheduled: it stands in ready_ once, or one thread serves it, which takes message
-// after message and calls the observer without the lock. That nobody else serves it meanwhile keeps the
-// observer's calls one after another and in order.
+// Each observer is one recipient with one mailbox, however many topics it is subscribed to. A recipient with
+// waiting messages is scheduled: either ready_ holds it once, or one thread serves it, which takes message
+// after message and calls the observer without the lock. No other thread serves it meanwhile, so the
+// observer's calls come one after another and in order.
 //
-// It relies on `scheduled` being true exactly while the recipient stands in ready_ or is served: if that were
-// left true after a failed allocation, the observer would never be called again. A recipient is therefore
+// It relies on `scheduled` being true exactly while the recipient is in ready_ or is being served. If it
+// stayed true after a failed allocation, the observer would never be called again. A recipient is therefore
 // scheduled before its message is queued, and serving one allocates nothing that it depends on.
 
 #include "mqtt/delivery.h"
@@ -34,7 +34,7 @@ void call(ISubscriptionObserver& observer, const QueuedMessage& message) noexcep
   }
 }
 
-// Without memory for its text a loss stays counted and is reported later.
+// If there is no memory for its text, a loss stays counted and is reported later.
 std::optional<Loss> loss_of(Mailbox& mailbox) noexcept {
   try {
     return mailbox.take_loss();
@@ -62,7 +62,7 @@ std::shared_ptr<Delivery::Recipient> Delivery::recipient_of(
 
 bool Delivery::add(const std::string& topic, int max_qos,
                    const std::shared_ptr<ISubscriptionObserver>& observer) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto recipient = recipient_of(observer);
   Route* const route = find_route(topic);
   if (route == nullptr) {
@@ -80,7 +80,7 @@ bool Delivery::add(const std::string& topic, int max_qos,
 }
 
 bool Delivery::remove(const std::string& topic, const ISubscriptionObserver* observer) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto is_observer = [observer](const auto& recipient) {
     return recipient->mailbox.observer() == observer;
   };
@@ -96,8 +96,8 @@ bool Delivery::remove(const std::string& topic, const ISubscriptionObserver* obs
 }
 
 void Delivery::wait_for(const std::string& topic, const ISubscriptionObserver* observer) {
-  std::unique_lock lock(mutex_);
-  call_ended_.wait(lock, [&] {
+  MutexLock lock(mutex_);
+  call_ended_.wait(lock, [&]() TAMU_REQUIRES(mutex_) {
     return std::none_of(recipients_.begin(), recipients_.end(), [&](const auto& recipient) {
       return recipient->mailbox.observer() == observer && recipient->current &&
              topic_matches(topic, recipient->current->topic) &&
@@ -107,7 +107,7 @@ void Delivery::wait_for(const std::string& topic, const ISubscriptionObserver* o
 }
 
 std::vector<Subscription> Delivery::subscriptions() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::vector<Subscription> wanted;
   wanted.reserve(routes_.size());
   for (const Route& route : routes_) {
@@ -117,7 +117,7 @@ std::vector<Subscription> Delivery::subscriptions() const {
 }
 
 void Delivery::post(const std::string& topic, Message message) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (closed_) {
     return;
   }
@@ -148,12 +148,12 @@ void Delivery::queue(const std::shared_ptr<Recipient>& recipient, const std::str
 }
 
 std::uint64_t Delivery::posted() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return posts_;
 }
 
 bool Delivery::delivered(std::uint64_t count) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return std::none_of(recipients_.begin(), recipients_.end(), [count](const auto& recipient) {
     const bool in_call = recipient->current && recipient->current->number <= count;
     return in_call || recipient->mailbox.holds_up_to(count);
@@ -161,13 +161,13 @@ bool Delivery::delivered(std::uint64_t count) const {
 }
 
 bool Delivery::pending() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return !ready_.empty();
 }
 
 bool Delivery::deliver_next() {
-  std::shared_ptr<Recipient> recipient;  // may be the last to hold the observer, so it outlives the lock
-  std::unique_lock lock(mutex_);
+  std::shared_ptr<Recipient> recipient;  // may hold the last reference to the observer
+  MutexLock lock(mutex_);
   if (ready_.empty()) {
     return false;
   }
@@ -181,7 +181,8 @@ bool Delivery::deliver_next() {
   return true;
 }
 
-void Delivery::serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) noexcept {
+// Releases the lock of its caller during the calls. The analysis cannot know that the lock is that of mutex_.
+void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THREAD_SAFETY_ANALYSIS {
   recipient.server = std::this_thread::get_id();
   for (;;) {
     recipient.current = recipient.mailbox.take();
@@ -218,7 +219,7 @@ void Delivery::report(const Loss& loss) noexcept {
 }
 
 bool Delivery::is_calling_here() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return std::any_of(recipients_.begin(), recipients_.end(), [](const auto& recipient) {
     return recipient->server == std::this_thread::get_id() && recipient->current;
   });
@@ -227,7 +228,7 @@ bool Delivery::is_calling_here() const {
 void Delivery::close() {
   std::vector<Loss> losses;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     closed_ = true;
     ready_.clear();
     for (const auto& recipient : recipients_) {

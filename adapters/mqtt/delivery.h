@@ -1,11 +1,9 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -13,45 +11,46 @@
 
 #include <ecu/tamu/com/message.h>
 #include <ecu/tamu/com/transport_client.h>
+#include <ecu/tamu/thread_safety.h>
 
 #include "mqtt/loss_log.h"
 #include "mqtt/mailbox.h"
 
 namespace ecu::tamu::com::mqtt {
 
-/// A topic filter to ask the broker for.
+/// A topic filter that the client subscribes to at the broker.
 struct Subscription {
   std::string filter;
   int max_qos = 0;
 };
 
-/// Brings messages to the observers that are subscribed to their topics. Every operation may be called from
-/// any thread. Messages are posted by the network and delivered by whichever threads call `deliver_next`:
-/// several observers may be called at once, one observer never. An operation that throws std::bad_alloc costs
-/// at most the message or the registration that it was called for.
+/// Delivers messages to the observers that are subscribed to their topics. Every operation may be called from
+/// any thread. Messages are posted by the network and delivered by the threads that call `deliver_next`.
+/// Different observers may be called at the same time; one observer gets one call at a time. An operation
+/// that throws std::bad_alloc costs at most the message or the registration that it was called for.
 class Delivery {
  public:
   using Clock = LossLog::Clock;
 
-  /// `on_loss` is called, by whichever thread delivers, for messages that an observer was too slow for, or
-  /// that are larger than a queue may be. `now` is what the time between two log lines about them is taken
-  /// from.
+  /// The delivering thread calls `on_loss` for messages that were dropped because an observer was too slow,
+  /// or because they exceed the limit of a queue. `now` is the clock for the interval between log lines.
   explicit Delivery(
       std::function<void(const Loss&)> on_loss = [](const Loss&) {},
       std::function<Clock::time_point()> now = Clock::now)
       : on_loss_(std::move(on_loss)), loss_log_(std::move(now)) {}
 
-  /// True when the broker has to be asked for `topic`: it is new, or wanted at a higher quality of service.
+  /// True when the client must subscribe to `topic` at the broker: the topic is new, or its quality of
+  /// service has risen.
   bool add(const std::string& topic, int max_qos, const std::shared_ptr<ISubscriptionObserver>& observer);
 
-  /// Ends the registration and throws away what waits for it. True when nobody else wants `topic`. The
-  /// observer may still be in a call: `wait_for` waits for its end.
+  /// Ends the registration and discards the messages that wait for it. True when no other observer is
+  /// registered for `topic`. The observer may still be in a call: `wait_for` waits for its end.
   bool remove(const std::string& topic, const ISubscriptionObserver* observer);
 
   /// Returns when `observer` is not being called for `topic`, at once when called from inside that call.
   void wait_for(const std::string& topic, const ISubscriptionObserver* observer);
 
-  /// What to ask the broker for: each filter once, in the order of first registration.
+  /// The subscriptions at the broker: each filter once, in the order of first registration.
   [[nodiscard]] std::vector<Subscription> subscriptions() const;
 
   /// Queues a message for every observer whose subscription matches, once for each.
@@ -60,29 +59,30 @@ class Delivery {
   /// How many messages have been posted.
   [[nodiscard]] std::uint64_t posted() const;
 
-  /// Whether no call for one of the first `count` posted messages is under way or still to come.
+  /// Whether all calls for the first `count` posted messages have ended.
   [[nodiscard]] bool delivered(std::uint64_t count) const;
 
-  /// Whether an observer has messages and nobody delivers them.
+  /// Whether an observer has messages that no thread is delivering.
   [[nodiscard]] bool pending() const;
 
-  /// Brings one observer all that waits for it. False when there was nothing to do.
+  /// Delivers all waiting messages to one observer. False when there was nothing to do.
   bool deliver_next();
 
   /// Whether the calling thread is inside an observer's call.
   [[nodiscard]] bool is_calling_here() const;
 
-  /// When `log_losses` has something to log; `max` when there is nothing to come.
+  /// When `log_losses` must be called; `max` when there is nothing to log.
   [[nodiscard]] Clock::time_point losses_due() const { return loss_log_.due(); }
 
-  /// Logs what was dropped since the last line, where that was long enough ago.
+  /// Logs what was dropped since the last line about each topic, if that line is old enough.
   void log_losses() { loss_log_.log_due(); }
 
-  /// Throws away what waits, and reports what was dropped before; from then on nothing is queued. Calls that
-  /// are under way go on.
+  /// Discards what waits, and reports what was dropped before; from then on nothing is queued. Calls in
+  /// progress continue.
   void close();
 
  private:
+  // Guarded by the mutex of its Delivery, but the observer is called without it.
   struct Recipient {
     explicit Recipient(std::shared_ptr<ISubscriptionObserver> observer) : mailbox(std::move(observer)) {}
 
@@ -90,7 +90,7 @@ class Delivery {
     bool scheduled = false;                        // waits in ready_, or is being served
     std::uint64_t last_post = 0;                   // number of the message that was posted to it last
     std::thread::id server;                        // the thread that calls the observer
-    std::shared_ptr<const QueuedMessage> current;  // what it is called for; null between calls
+    std::shared_ptr<const QueuedMessage> current;  // the message of the present call; null between calls
   };
   struct Route {
     std::string filter;
@@ -98,11 +98,12 @@ class Delivery {
     std::vector<std::shared_ptr<Recipient>> recipients;
   };
 
-  Route* find_route(const std::string& topic);
-  std::shared_ptr<Recipient> recipient_of(const std::shared_ptr<ISubscriptionObserver>& observer);
+  Route* find_route(const std::string& topic) TAMU_REQUIRES(mutex_);
+  std::shared_ptr<Recipient> recipient_of(const std::shared_ptr<ISubscriptionObserver>& observer)
+      TAMU_REQUIRES(mutex_);
   void queue(const std::shared_ptr<Recipient>& recipient, const std::string& filter,
-             const std::shared_ptr<const QueuedMessage>& message);
-  void serve(Recipient& recipient, std::unique_lock<std::mutex>& lock) noexcept;
+             const std::shared_ptr<const QueuedMessage>& message) TAMU_REQUIRES(mutex_);
+  void serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_REQUIRES(mutex_);
   void report(const Loss& loss) noexcept;
 
   // Constant after construction.
@@ -110,15 +111,16 @@ class Delivery {
 
   // With their own synchronisation.
   LossLog loss_log_;
-  std::condition_variable call_ended_;  // waited for with mutex_
+  ConditionVariable call_ended_;  // waited for with mutex_
 
-  mutable std::mutex mutex_;  // never held while an observer is called
+  mutable Mutex mutex_;  // never held while an observer is called
+
   // Guarded by mutex_.
-  std::vector<Route> routes_;
-  std::vector<std::shared_ptr<Recipient>> recipients_;
-  std::deque<std::shared_ptr<Recipient>> ready_;
-  std::uint64_t posts_ = 0;
-  bool closed_ = false;
+  std::vector<Route> routes_ TAMU_GUARDED_BY(mutex_);
+  std::vector<std::shared_ptr<Recipient>> recipients_ TAMU_GUARDED_BY(mutex_);
+  std::deque<std::shared_ptr<Recipient>> ready_ TAMU_GUARDED_BY(mutex_);
+  std::uint64_t posts_ TAMU_GUARDED_BY(mutex_) = 0;
+  bool closed_ TAMU_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace ecu::tamu::com::mqtt

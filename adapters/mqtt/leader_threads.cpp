@@ -1,10 +1,10 @@
 // The leader arms a timer before its calls and disarms it after them. The stand-in, the only thread besides
-// the leader that waits, sleeps in poll on that timer; when it expires in the middle of the calls the
-// stand-in takes the lead. The old leader notices that as its present call returns. It then becomes the
-// stand-in, unless the new leader had to make one meanwhile: then it ends.
+// the leader that waits, sleeps in poll on that timer. When the timer expires during the calls, the stand-in
+// takes the lead. The old leader notices this when its present call returns. It then becomes the stand-in, or
+// ends if the new leader has started one meanwhile.
 //
-// A stand-in is made when calls begin and there is none, which leaves an old leader the time to come back. An
-// ended thread leaves its handle in retired_, where the next one joins it, so that at most one that has ended
+// A stand-in is started when calls begin and there is none; until then an old leader has time to return. A
+// thread that ends leaves its handle in retired_, where the next one joins it, so at most one ended thread
 // waits to be joined.
 
 #include "mqtt/leader_threads.h"
@@ -29,9 +29,9 @@ LeaderThreads::LeaderThreads(std::function<void()> lead, std::chrono::microsecon
     : lead_(std::move(lead)), relief_delay_(relief_delay), make_thread_(std::move(make_thread)) {}
 
 void LeaderThreads::start() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   spawn();
-  has_stand_in_ = true;  // until it takes the lead, which nobody has
+  has_stand_in_ = true;  // until it takes the lead, which no thread has yet
 }
 
 void LeaderThreads::spawn() {
@@ -56,14 +56,18 @@ void LeaderThreads::ensure_stand_in() {
 
 void LeaderThreads::run() {
   ::pthread_setname_np(::pthread_self(), "mqtt");
-  // Termination is for the main thread, whatever mask this one inherited. The MQTT library writes to
-  // connections that the broker may have closed, which must end in an error and not in a signal.
+  // Termination signals are for the main thread, whatever mask this thread inherited. The MQTT library writes
+  // to connections that the broker may have closed, which must cause an error and not a signal.
   block_signals(signal_set(std::array{SIGINT, SIGTERM, SIGPIPE}));
   while (wait_for_lead()) {
     lead_();
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     if (has_stand_in_ && !finished_) {
-      retire(lock);
+      std::thread previous = retire();
+      lock.unlock();
+      if (previous.joinable()) {
+        previous.join();
+      }
       return;
     }
     has_stand_in_ = true;
@@ -74,7 +78,7 @@ bool LeaderThreads::wait_for_lead() {
   std::array<pollfd, 2> fds{{{end_.fd(), POLLIN, 0}, {timer_.fd(), POLLIN, 0}}};
   for (;;) {
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       if (finished_) {
         return false;
       }
@@ -98,23 +102,21 @@ bool LeaderThreads::take_lead() {
   return true;
 }
 
-void LeaderThreads::retire(std::unique_lock<std::mutex>& lock) {
+// Returns the thread that retired before, for the caller to join.
+std::thread LeaderThreads::retire() {
   const auto own = std::find_if(threads_.begin(), threads_.end(), [](const std::thread& thread) {
     return thread.get_id() == std::this_thread::get_id();
   });
   if (own == threads_.end()) {
-    return;  // `join` waits for it
+    return {};  // `join` waits for it
   }
   std::thread previous = std::exchange(retired_, std::move(*own));
   threads_.erase(own);
-  lock.unlock();
-  if (previous.joinable()) {
-    previous.join();
-  }
+  return previous;
 }
 
 void LeaderThreads::begin_calls() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ensure_stand_in();
   in_calls_ = true;
   calls_since_ = Clock::now();
@@ -122,17 +124,17 @@ void LeaderThreads::begin_calls() {
 }
 
 bool LeaderThreads::leading() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return leader_ == std::this_thread::get_id();
 }
 
 bool LeaderThreads::cannot_be_relieved() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return in_calls_ && !has_stand_in_;
 }
 
 bool LeaderThreads::end_calls() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (leader_ != std::this_thread::get_id()) {
     return false;
   }
@@ -142,7 +144,7 @@ bool LeaderThreads::end_calls() {
 }
 
 void LeaderThreads::finish() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   finished_ = true;
   end_.signal();
 }
@@ -150,7 +152,7 @@ void LeaderThreads::finish() {
 void LeaderThreads::join() {
   // A thread may have started or retired another one before it ended.
   for (;;) {
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     std::thread thread = std::move(retired_);
     if (!thread.joinable() && !threads_.empty()) {
       thread = std::move(threads_.back());

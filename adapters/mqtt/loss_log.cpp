@@ -8,14 +8,14 @@ namespace ecu::tamu::com::mqtt {
 
 void LossLog::add(const Loss& loss) {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     topics_[loss.filter].count += loss.count;
   }
   log_due();
 }
 
 LossLog::Clock::time_point LossLog::due() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   auto earliest = Clock::time_point::max();
   for (const auto& [filter, topic] : topics_) {
     if (topic.count > 0) {
@@ -28,7 +28,7 @@ LossLog::Clock::time_point LossLog::due() const {
 void LossLog::log_due() {
   const auto now = now_();
   log_until(now);
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::erase_if(
       topics_, [now](const auto& entry) { return entry.second.count == 0 && entry.second.next_line <= now; });
 }
@@ -39,7 +39,7 @@ void LossLog::log_all() {
 
 void LossLog::log_until(Clock::time_point time) {
   const auto next_line = now_() + interval;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   for (auto& [filter, topic] : topics_) {
     if (topic.count > 0 && topic.next_line <= time) {
       mqtt_log.warning("observer too slow: ", topic.count, " messages dropped on topic ", filter);

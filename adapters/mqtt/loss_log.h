@@ -4,9 +4,10 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <utility>
+
+#include <ecu/tamu/thread_safety.h>
 
 namespace ecu::tamu::com::mqtt {
 
@@ -16,9 +17,9 @@ struct Loss {
   std::uint64_t count;
 };
 
-/// Logs how many messages were dropped: a WARNING line a topic when a burst begins, and at most one each
-/// `interval` while it lasts. What a line leaves out stands in the next one, the last of which comes when
-/// `log_due` is called after the burst. Any thread.
+/// Logs how many messages were dropped: one WARNING line per topic when a burst begins, and at most one per
+/// `interval` while it lasts. Each line counts the losses since the previous one; `log_due` writes the last
+/// line after the burst. Any thread.
 class LossLog {
  public:
   using Clock = std::chrono::steady_clock;
@@ -29,7 +30,7 @@ class LossLog {
 
   void add(const Loss& loss);
 
-  /// When `log_due` has a line to log; `max` when there is none to come.
+  /// When `log_due` must be called; `max` when there is nothing to log.
   [[nodiscard]] Clock::time_point due() const;
   void log_due();
 
@@ -47,9 +48,10 @@ class LossLog {
   // Constant after construction.
   const std::function<Clock::time_point()> now_;
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
+
   // Guarded by mutex_.
-  std::map<std::string, Topic> topics_;  // those with a line in the last interval
+  std::map<std::string, Topic> topics_ TAMU_GUARDED_BY(mutex_);  // those with a line in the last interval
 };
 
 }  // namespace ecu::tamu::com::mqtt

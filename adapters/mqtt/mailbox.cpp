@@ -1,7 +1,7 @@
-// A queue a topic, so that a flood on one topic drops nothing of another; the numbers of the messages restore
-// the order of arrival over all of them. An observer has few topics, so that each is found by a plain search.
-// Queues hold pointers: a message for several observers is in memory once, and a queue keeps next to nothing
-// when it is empty again.
+// Each topic has its own queue, so that a flood on one topic drops nothing of another. The numbers of the
+// messages restore the order of arrival over all queues. An observer has few topics, so a linear search finds
+// each of them. Queues hold pointers: a message for several observers is in memory once, and an empty queue
+// keeps almost no memory.
 
 #include "mqtt/mailbox.h"
 

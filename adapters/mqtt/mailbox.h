@@ -15,7 +15,7 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// What may wait for one observer on one of its topics.
+/// The limits for messages that wait for one observer on one of its topics.
 inline constexpr std::size_t max_waiting_messages = 256;
 inline constexpr std::size_t max_waiting_bytes = std::size_t{1024} * 1024;
 
@@ -27,34 +27,34 @@ struct QueuedMessage {
 };
 
 /// The messages that wait for one observer, in the order of arrival over all its topics. Each subscribed
-/// topic has a bounded queue of its own: when it is full its oldest message is dropped, never another
-/// topic's. Has no lock. An operation that throws std::bad_alloc has changed nothing.
+/// topic has a bounded queue of its own: when it is full, its oldest message is dropped, never another
+/// topic's. Has no lock. An operation that throws std::bad_alloc changes nothing.
 class Mailbox {
  public:
   explicit Mailbox(std::shared_ptr<ISubscriptionObserver> observer) : observer_(std::move(observer)) {}
 
   [[nodiscard]] ISubscriptionObserver* observer() const noexcept { return observer_.get(); }
 
-  /// Makes the queue of a subscribed topic; false when there is one already.
+  /// Creates the queue of a subscribed topic; false when it exists already.
   bool add_topic(const std::string& filter);
-  /// Drops the queue of a subscribed topic with what waits in it; false when there was none.
+  /// Removes the queue of a subscribed topic and its messages; false when there is no such queue.
   bool remove_topic(const std::string& filter);
   [[nodiscard]] bool has_topics() const noexcept { return !queues_.empty(); }
 
-  /// Appends a message that arrived on a subscribed topic. A message that is larger than a queue may be is
+  /// Appends a message that arrived on a subscribed topic. A message that exceeds the limit of a queue is
   /// itself dropped.
   void put(const std::string& filter, std::shared_ptr<const QueuedMessage> message);
 
-  /// Removes the message that has waited longest; null when none waits.
+  /// Removes the message that has waited longest; null when the mailbox is empty.
   [[nodiscard]] std::shared_ptr<const QueuedMessage> take() noexcept;
 
-  /// Removes the count of what was dropped of one topic; nothing when there is none.
+  /// Takes the number of messages dropped from one topic; nothing when there were no losses.
   [[nodiscard]] std::optional<Loss> take_loss();
 
-  /// Whether a message waits whose number is not above `number`.
+  /// Whether a message with at most this number waits.
   [[nodiscard]] bool holds_up_to(std::uint64_t number) const noexcept;
 
-  /// Throws away what waits, but not the counts of what was dropped.
+  /// Discards the messages, but keeps the counts of dropped ones.
   void clear() noexcept;
 
  private:

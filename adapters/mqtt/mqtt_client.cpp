@@ -20,7 +20,7 @@ namespace {
 // How long a stop waits for the broker to acknowledge the last messages and to close the connection.
 constexpr std::chrono::milliseconds close_timeout{1000};
 
-// How long a publication out of an observer's call waits for a broker that takes nothing.
+// How long a publication from an observer's call waits for a broker that accepts nothing.
 constexpr std::chrono::seconds outbox_space_timeout{1};
 
 // The client's part of the service manager's status text.
@@ -34,7 +34,7 @@ Message presence(std::string_view state) {
   return message;
 }
 
-// Once its handler is gone a termination signal ends the process, even one that came in the middle of a stop.
+// After the handler has reset itself, a termination signal ends the process, even in the middle of a stop.
 void let_default_termination_in() {
   struct sigaction on_interrupt {};
   struct sigaction on_terminate {};
@@ -54,7 +54,7 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
         if (observer_) {
           observer_->messages_dropped(loss.filter, loss.count);
         }
-        wake_.signal();  // the leader has the next line about it to log
+        wake_.signal();  // the leader must log the next line about it
       }),
       connection_(settings_, *this),
       threads_([this] { lead(); }),
@@ -89,8 +89,8 @@ void MqttClient::stop() {
 
 void MqttClient::subscribe(const std::string& topic, int max_qos,
                            std::shared_ptr<ISubscriptionObserver> observer) {
-  std::unique_lock lock(mutex_);
-  // First, so that a lack of memory leaves no registration that the broker never learns of.
+  MutexLock lock(mutex_);
+  // Must come first: a lack of memory must not leave a registration that the broker never learns of.
   subscription_changes_.push_back({{topic, max_qos}, true});
   if (!delivery_.add(topic, max_qos, observer) || !outbox_.connected()) {
     subscription_changes_.pop_back();
@@ -102,7 +102,7 @@ void MqttClient::subscribe(const std::string& topic, int max_qos,
 void MqttClient::unsubscribe(const std::string& topic,
                              const std::shared_ptr<ISubscriptionObserver>& observer) {
   {
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     if (delivery_.remove(topic, observer.get()) && outbox_.connected()) {
       subscription_changes_.push_back({{topic}, false});
       wake_leader(lock);
@@ -112,7 +112,7 @@ void MqttClient::unsubscribe(const std::string& topic,
 }
 
 PublishResult MqttClient::publish(const std::string& topic, Message message) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   if (!message.retained && outbox_.full(topic, message.acknowledged) && delivery_.is_calling_here()) {
     wait_for_outbox_space(lock, topic, message.acknowledged);
   }
@@ -121,10 +121,9 @@ PublishResult MqttClient::publish(const std::string& topic, Message message) {
   return result;
 }
 
-// An observer that publishes much goes at the broker's pace.
-void MqttClient::wait_for_outbox_space(std::unique_lock<std::mutex>& lock, const std::string& topic,
-                                       bool acknowledged) {
-  const auto waited_enough = [&] {
+// Slows an observer that publishes many messages down to the broker's pace.
+void MqttClient::wait_for_outbox_space(MutexLock& lock, const std::string& topic, bool acknowledged) {
+  const auto waited_enough = [&]() TAMU_REQUIRES(mutex_) {
     return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full(topic, acknowledged);
   };
   if (!outbox_space_.wait_for(lock, outbox_space_timeout, waited_enough)) {
@@ -133,11 +132,12 @@ void MqttClient::wait_for_outbox_space(std::unique_lock<std::mutex>& lock, const
 }
 
 bool MqttClient::connected() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return outbox_.connected();
 }
 
-void MqttClient::wake_leader(std::unique_lock<std::mutex>& lock) {
+// Releases the lock of its caller. The analysis cannot know that the lock is that of mutex_.
+void MqttClient::wake_leader(MutexLock& lock) TAMU_NO_THREAD_SAFETY_ANALYSIS {
   const bool asleep = std::exchange(leader_asleep_, false);
   lock.unlock();
   if (asleep) {
@@ -152,7 +152,7 @@ void MqttClient::connection_up() {
     fence_wanted_ = true;
   }
   first_fence_wanted_ = quarantine_.connection_made();
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   outbox_.connection_up();
   if (settings_.presence) {
     outbox_.announce(settings_.presence_topic(), presence("online"));
@@ -166,7 +166,7 @@ void MqttClient::connection_up() {
 void MqttClient::connection_down(ConnectionFailure failure, const std::string& reason) {
   bool was_up = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     was_up = outbox_.connected();
     outbox_.connection_lost();
     subscription_changes_.clear();
@@ -237,12 +237,13 @@ bool MqttClient::deliver() {
     return true;
   }
   if (observer_) {
-    wake_.signal();  // the new leader may wait for these calls with its report
+    wake_.signal();  // the new leader's report may wait for the end of these calls
   }
   return false;
 }
 
-// An observer may block for long, which is no fault of the network even when nobody can take the lead.
+// An observer may block for a long time. The network is not at fault then, even if no thread can take the
+// lead.
 void MqttClient::prod_leader() {
   if (threads_.cannot_be_relieved()) {
     heartbeat_.beat();
@@ -257,7 +258,8 @@ void MqttClient::report_settlement() {
   }
 }
 
-// What was taken from the queues and not sent is lost with the connection, and sent again on the next.
+// A failure here ends the connection: what was taken from the queues and not sent is lost, and the next
+// connection sends subscriptions and retained messages again.
 void MqttClient::send() {
   try {
     send_all();
@@ -270,7 +272,7 @@ void MqttClient::send_all() {
   std::vector<SubscriptionChange> changes;
   bool several = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     changes.swap(subscription_changes_);
     several = changes.size() + outbox_.size() > 1;
   }
@@ -314,7 +316,7 @@ void MqttClient::send_publications() {
 }
 
 PublicationPtr MqttClient::next_publication() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!can_send()) {
     outbox_space_.notify_all();
     return nullptr;
@@ -334,7 +336,7 @@ bool MqttClient::can_send() noexcept {
     return outbox_.has_next(takes_acknowledged) ||
            (takes_acknowledged && quarantine_.due() <= Connection::Clock::now());
   } catch (const std::bad_alloc&) {
-    return true;  // sending fails in the same way, and with it the connection
+    return true;  // sending then fails, too, and ends the connection
   }
 }
 
@@ -342,29 +344,29 @@ void MqttClient::sleep() {
   using Clock = Connection::Clock;
   bool work_left = connection_.more_to_read();
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     work_left = work_left || !subscription_changes_.empty() || can_send();
-    // While the connection takes nothing, what is queued leaves with what waits already.
+    // While the connection accepts nothing, a new publication can only wait with the others.
     leader_asleep_ = !work_left && (outbox_.size() == 0 || connection_.accepts(false));
   }
-  // What is due and cannot be sent waits for the broker.
+  // A publication that is due but cannot be sent must wait for the broker.
   const auto withheld_until =
       quarantine_.due() <= Clock::now() ? Clock::time_point::max() : quarantine_.due();
   connection_.wait(wake_, work_left ? Clock::time_point() : std::min(withheld_until, delivery_.losses_due()));
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   leader_asleep_ = false;
 }
 
 void MqttClient::close_connection() {
   delivery_.close();
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     outbox_space_.notify_all();
   }
   if (connection_.is_up()) {
     const auto deadline = Connection::Clock::now() + close_timeout;
     if (settings_.presence) {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       outbox_.announce(settings_.presence_topic(), presence("offline"));
     }
     while (!all_sent() && Connection::Clock::now() < deadline) {
@@ -376,14 +378,14 @@ void MqttClient::close_connection() {
     }
   }
   connection_.close();
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   outbox_.connection_lost();
   subscription_changes_.clear();
 }
 
 bool MqttClient::all_sent() {
   send();
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return !connection_.is_up() || (outbox_.size() == 0 && connection_.idle());
 }
 

@@ -1,15 +1,14 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <ecu/tamu/com/transport_client.h>
+#include <ecu/tamu/thread_safety.h>
 
 #include "mqtt/connection.h"
 #include "mqtt/delivery.h"
@@ -22,8 +21,8 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// The bus over MQTT 3.1.1. One thread at a time, the leader, uses the connection; publications of other
-/// threads, and of the observers that it calls, are queued and leave in batches.
+/// The bus over MQTT 3.1.1. One thread at a time, the leader, uses the connection. Publications of other
+/// threads, and of the observers that the leader calls, are queued and leave in batches.
 class MqttClient final : public ITransportClient, private ConnectionListener {
  public:
   /// `observer` may be null.
@@ -61,12 +60,13 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
   void send_publications();
   [[nodiscard]] PublicationPtr next_publication();
-  [[nodiscard]] bool can_send() noexcept;
+  [[nodiscard]] bool can_send() noexcept TAMU_REQUIRES(mutex_);
   void sleep();
   void close_connection();
   [[nodiscard]] bool all_sent();
-  void wake_leader(std::unique_lock<std::mutex>& lock);
-  void wait_for_outbox_space(std::unique_lock<std::mutex>& lock, const std::string& topic, bool acknowledged);
+  void wake_leader(MutexLock& lock) TAMU_RELEASE(mutex_);
+  void wait_for_outbox_space(MutexLock& lock, const std::string& topic, bool acknowledged)
+      TAMU_REQUIRES(mutex_);
 
   // Constant after construction.
   const MqttSettings settings_;
@@ -77,22 +77,25 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   const posix::Event wake_;  // for the leader
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
-  std::condition_variable outbox_space_;  // or no more use to wait for it
+  ConditionVariable outbox_space_;  // or waiting for it has become useless
 
-  // Used by the leader alone.
+  // Used by the leader only.
   Connection connection_;
   Quarantine quarantine_;
   bool fence_wanted_ = false;        // after the first subscriptions of a connection
   bool first_fence_wanted_ = false;  // before the first publication of a connection
-  // How many messages must be delivered before the observer learns that the subscriptions are settled.
+  // The number of messages to deliver before the subscriptions count as settled.
   std::optional<std::uint64_t> settled_after_;
 
-  mutable std::mutex mutex_;  // never held while an observer is called
+  mutable Mutex mutex_;  // never held while an observer is called
+
   // Guarded by mutex_.
-  Outbox outbox_;
-  std::vector<SubscriptionChange> subscription_changes_;  // since the connection is up
-  bool leader_asleep_ = false;                            // it must be woken to see what was queued
-  bool broker_stuck_ = false;  // space was waited for in vain, and nothing has been sent since
+  Outbox outbox_ TAMU_GUARDED_BY(mutex_);
+  // Since the connection is up.
+  std::vector<SubscriptionChange> subscription_changes_ TAMU_GUARDED_BY(mutex_);
+  bool leader_asleep_ TAMU_GUARDED_BY(mutex_) = false;  // it sees what was queued only after a wake-up
+  // A wait for space has timed out, and nothing has been sent since.
+  bool broker_stuck_ TAMU_GUARDED_BY(mutex_) = false;
 
   // With their own synchronisation, and destroyed first: their threads use the members above.
   LeaderThreads threads_;

@@ -15,7 +15,7 @@ namespace {
 
 constexpr int refused_qos = 0x80;  // in a SUBACK
 
-// A line that there is no memory for is lost as well.
+// A log line that needs memory may be lost, too.
 void report_lost_message(const char* topic, const char* reason) noexcept {
   try {
     mqtt_log.error("incoming message on topic ", topic, " lost: ", reason);

@@ -12,30 +12,31 @@
 namespace ecu::tamu::com::mqtt {
 
 /// The library's object of a session. Its callbacks run inside the library's calls, under its locks: they
-/// take down what happened, tell the listener, and call nothing of the library.
+/// record what happened, call the listener, and never call the library.
 class MqttLibrary final : public mosqpp::mosquittopp {
  public:
   /// `listener` must outlive it. An empty identifier leaves the choice to the library.
   MqttLibrary(const std::string& client_id, ConnectionListener& listener);
 
-  /// The owner adds what it sends.
+  /// The requests that the broker must still answer. The owner adds what it sends.
   [[nodiscard]] PendingAnswers& pending() noexcept { return pending_; }
   [[nodiscard]] const PendingAnswers& pending() const noexcept { return pending_; }
 
-  /// How often there was a callback, mostly for a packet.
+  /// The number of callbacks, most of which report a packet.
   [[nodiscard]] unsigned received() const noexcept { return received_; }
   [[nodiscard]] unsigned messages() const noexcept { return messages_; }
-  /// Those of the messages that the library has to answer.
+  /// The number of messages that the library must acknowledge.
   [[nodiscard]] unsigned acknowledged() const noexcept { return acknowledged_; }
-  /// Of the messages' payloads.
+  /// The total size of the messages' payloads.
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
   /// Whether the broker has accepted the connection.
   [[nodiscard]] bool accepted() const noexcept { return accepted_; }
   /// The code of a CONNACK packet that refuses the connection; 0 without one (MQTT 3.1.1, 3.2.2.3).
   [[nodiscard]] int refusal() const noexcept { return refusal_; }
-  /// What the library logged last about an error; empty when it did not.
+  /// The last error that the library logged; empty when it logged none.
   [[nodiscard]] const std::string& last_error() const noexcept { return last_error_; }
-  /// Why a callback failed, after which the session misses what the packet said; null when none did.
+  /// Why a callback failed, so that the session has lost the contents of a packet; null when no callback has
+  /// failed.
   [[nodiscard]] const char* callback_failure() const noexcept { return callback_failure_; }
 
  private:

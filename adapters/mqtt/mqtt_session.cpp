@@ -1,12 +1,12 @@
 // How it works: the library's object is used without its own thread. The owner polls the descriptor; `handle`
-// makes the library read and write, and the library's callbacks (MqttLibrary) take down what came. Each
+// makes the library read and write, and the library's callbacks (MqttLibrary) record what arrived. Each
 // call's result goes through `outcome`, which finds the most precise reason for a failure: the broker's
-// CONNACK, what TLS says, the library's own log, and last the library's error code.
+// CONNACK, the result of TLS, the library's own log, and last the library's error code.
 //
 // What it relies on: the library is called by one thread at a time, queues nothing without a connection, and
-// closes its descriptor when it gives a connection up (which it may call a success). The broker answers every
-// SUBSCRIBE, UNSUBSCRIBE and PUBLISH of quality of service 1; PendingAnswers knows since when an answer is
-// due.
+// closes its descriptor when it abandons a connection (which it may report as success). The broker answers
+// every SUBSCRIBE, UNSUBSCRIBE and PUBLISH of quality of service 1; PendingAnswers records since when an
+// answer has been pending.
 
 #include "mqtt/mqtt_session.h"
 
@@ -30,17 +30,17 @@ namespace {
 
 constexpr int qos_acknowledged = 1;
 
-// Nobody subscribes to it, and no message is published on it.
+// It has no subscriber, and no message is published on it.
 constexpr const char* fence_filter = "$echo";
 
-// The library counts whole seconds, of a clock of its own.
+// The library counts whole seconds of its own clock.
 constexpr std::chrono::seconds clock_resolution{1};
 
 constexpr unsigned max_messages_per_read = 32;
 constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
 
 // An end of file (no error number), a reset and a write that comes too late are the same event; which of them
-// it shows as is chance, and must not look like a new reason.
+// appears is chance, and must not look like a new reason.
 Fault closed_by_peer() {
   return {ConnectionFailure::closed_by_peer, "connection closed by the peer"};
 }
@@ -51,7 +51,7 @@ Fault fault_of_errno(int error) {
              : Fault{ConnectionFailure::unreachable, std::strerror(error)};
 }
 
-// The library sends nothing to a topic or a filter that cannot be, and goes on.
+// The library sends nothing for an invalid topic or filter, and the session continues.
 bool is_malformed(int result) {
   return result == MOSQ_ERR_INVAL || result == MOSQ_ERR_MALFORMED_UTF8;
 }
@@ -62,7 +62,7 @@ Fault fault_of(int result) {
       return fault_of_errno(errno);
     case MOSQ_ERR_CONN_LOST:
       return closed_by_peer();
-    case MOSQ_ERR_KEEPALIVE:  // the library has no text for it
+    case MOSQ_ERR_KEEPALIVE:  // the library has no text for this code
       return {ConnectionFailure::no_answer, "no answer"};
     case MOSQ_ERR_EAI:
       return {ConnectionFailure::unreachable, mosqpp::strerror(result)};
@@ -101,7 +101,7 @@ Failure MqttSession::open(const std::string& address) {
   const auto keepalive = static_cast<int>(settings_.keepalive.count());
   errno = 0;
   const int result = library_->connect_async(address.c_str(), settings_.port, keepalive);
-  // With TLS the library writes at once, which takes the error from the socket, and tells nobody.
+  // With TLS the library writes at once, which clears the error from the socket without reporting it.
   return errno == ECONNREFUSED ? Failure(fault_of_errno(errno)) : outcome(result);
 }
 
@@ -175,7 +175,7 @@ Failure MqttSession::handle(short events) {
       return failure;
     }
   }
-  // Reading comes first: what a peer says before it closes the connection is lost once a write has failed.
+  // Reading comes first: after a failed write, the peer's last data before it closed the connection is lost.
   if ((events & POLLIN) != 0) {
     if (auto failure = read()) {
       return failure;
@@ -193,7 +193,7 @@ Failure MqttSession::handle(short events) {
 }
 
 // The library takes a refused connection, or one that the peer closes in the middle of a TLS handshake, for
-// one that is still being made, and would be asked about it for ever.
+// one in progress, and would never report its failure.
 Failure MqttSession::finish_connecting() {
   int waiting = 0;
   if (::ioctl(fd(), FIONREAD, &waiting) == 0 && waiting > 0) {
@@ -216,7 +216,7 @@ Failure MqttSession::finish_connecting() {
 Failure MqttSession::read() {
   last_read_ = std::chrono::steady_clock::now();
   const bool was_connected = is_connected();
-  // After a packet without a callback, TLS may hold back others that poll does not report.
+  // After a packet without a callback, TLS may hold further packets that poll does not report.
   const int tries = settings_.uses_tls() ? 2 : 1;
   const unsigned first_message = library_->messages();
   const unsigned first_acknowledged = library_->acknowledged();
@@ -324,7 +324,7 @@ void MqttSession::uncork() const {
   set_tcp_option(TCP_CORK, 0);
 }
 
-// Of a call that writes packets.
+// The outcome of a call that writes packets.
 Failure MqttSession::written(int result) {
   if (result == MOSQ_ERR_SUCCESS) {
     last_write_ = std::chrono::steady_clock::now();
@@ -339,11 +339,11 @@ Failure MqttSession::outcome(int result) {
   if (const char* const reason = library_->callback_failure(); reason != nullptr) {
     return Fault{ConnectionFailure::internal, reason};
   }
-  // The library closes a connection on which nothing comes back, and calls that a success.
+  // The library closes a connection without answers and reports that as success.
   if (result == MOSQ_ERR_SUCCESS && !is_open()) {
     result = MOSQ_ERR_CONN_LOST;
   }
-  // A peer that is close and quick may fail the handshake in the middle of the first call.
+  // A nearby, fast peer may fail the handshake during the first call.
   reachable_ = reachable_ || (result == MOSQ_ERR_TLS && tls_ && tls_->begun());
   return result == MOSQ_ERR_SUCCESS ? Failure() : explain(fault_of(result));
 }
@@ -368,8 +368,8 @@ Fault MqttSession::explain(Fault general) const {
   return general;
 }
 
-// What a peer says before it ends the connection may get lost, and how that end shows is chance: neither may
-// make it look like another reason. Nothing for what is unrelated to TLS.
+// The peer's last data before it ends the connection may get lost, and how that end appears is chance.
+// Neither may look like another reason. Nothing for a failure unrelated to TLS.
 Failure MqttSession::explain_tls(const Fault& general) const {
   if (!tls_->refusal().empty()) {
     return Fault{ConnectionFailure::tls, tls_->refusal()};

@@ -26,59 +26,59 @@ struct Fault {
 using Failure = std::optional<Fault>;
 
 /// One connection to the broker, from the first packet to the last (MQTT 3.1.1, clean session). A thin layer
-/// over the client library: the owner waits for the descriptor and calls `handle`. Not for use by several
-/// threads at once. A session that failed is of no more use.
+/// over the client library: the owner waits for the descriptor and calls `handle`. One thread at a time. A
+/// failed session cannot be used again.
 class MqttSession {
  public:
-  /// Publications with quality of service 1 that may await their acknowledgement at once.
+  /// The maximum number of publications with quality of service 1 that await their acknowledgement.
   static constexpr std::size_t max_unacknowledged = 20;
 
-  /// Both must outlive the session, which calls `listener` from inside `handle` only, and neither
-  /// `connection_up` nor `connection_down`: the owner sees both.
+  /// Both must outlive the session. It calls `listener` from inside `handle` only, and never calls
+  /// `connection_up` or `connection_down`: the owner notices these events itself.
   MqttSession(const MqttSettings& settings, ConnectionListener& listener);
   ~MqttSession();
 
   /// Begins to connect, without waiting, to a numeric address or the path of a socket.
   [[nodiscard]] Failure open(const std::string& address);
 
-  /// What to wait for, as `poll` takes it.
+  /// The descriptor and the events to wait for with `poll`.
   [[nodiscard]] int fd() const;
   [[nodiscard]] short wanted_events() const;
 
-  /// Does what the events that `poll` reported allow. Stops reading after 32 messages or 256 KiB, so
-  /// that no observer is brought more at once than may wait for it; `more_to_read` is then true. A broker
-  /// that puts several packets into one TLS record may exceed these limits.
+  /// Reads and writes as far as the events that `poll` reported allow. Stops reading after 32 messages or 256
+  /// KiB, so that one call does not overfill an observer's queue; `more_to_read` is then true. A broker that
+  /// puts several packets into one TLS record may exceed these limits.
   [[nodiscard]] Failure handle(short events);
   [[nodiscard]] bool more_to_read() const noexcept { return more_to_read_; }
 
-  /// Whether the transport connection stands.
+  /// Whether the transport connection is established.
   [[nodiscard]] bool is_reachable() const noexcept { return reachable_; }
   /// Whether the broker has accepted the connection.
   [[nodiscard]] bool is_connected() const noexcept;
-  /// Whether there is a connection to the broker, or one is being made.
+  /// Whether the session is connected or connecting.
   [[nodiscard]] bool is_open() const { return fd() >= 0; }
 
-  /// When `keep_alive` has to be called next. It fails when an answer of the broker is overdue.
+  /// When `keep_alive` must be called next. It fails when an answer of the broker is overdue.
   [[nodiscard]] std::chrono::steady_clock::time_point keep_alive_due() const;
   [[nodiscard]] Failure keep_alive();
 
-  /// Whether the connection would take another publication of that quality of service now.
+  /// Whether the connection accepts another publication of that quality of service now.
   [[nodiscard]] bool accepts(bool acknowledged) const;
-  /// Whether all that was handed over has been written and acknowledged.
+  /// Whether everything that was sent has been written and acknowledged.
   [[nodiscard]] bool idle() const;
 
-  /// A message or topic that the library refuses is logged and no failure of the session.
+  /// A message or topic that the library refuses is logged and does not fail the session.
   [[nodiscard]] Failure publish(const std::string& topic, const Message& message);
   [[nodiscard]] Failure subscribe(const std::string& filter, int max_qos);
   [[nodiscard]] Failure unsubscribe(const std::string& filter);
 
-  /// Asks the broker for an answer, which comes after it has handled all that was sent before.
+  /// Sends a request that the broker answers after it has handled everything sent before.
   [[nodiscard]] Failure request_fence(Fence fence);
 
-  /// Sends the DISCONNECT packet; the session is no longer open once that has been written.
+  /// Sends the DISCONNECT packet; the session is no longer open once it has been written.
   [[nodiscard]] Failure disconnect();
 
-  /// Holds back what is written until `uncork`, so that it leaves in full segments (TCP only).
+  /// Holds written data back until `uncork`, so that it leaves in full segments (TCP only).
   void cork() const;
   void uncork() const;
 

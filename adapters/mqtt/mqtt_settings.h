@@ -7,7 +7,7 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// What a client needs to know of its broker and of itself.
+/// The settings of a client and its broker.
 struct MqttSettings {
   std::string client_id;
   /// Name, address, or path of a Unix-domain socket (begins with "/").
@@ -22,7 +22,7 @@ struct MqttSettings {
   bool presence = true;
   /// How long an attempt to connect may take, from the lookup of the host's name on.
   std::chrono::milliseconds connect_timeout{10'000};
-  /// How long the broker may take to answer what it must answer; `read_settings` takes the keep-alive.
+  /// How long the broker may take for a mandatory answer; `read_settings` sets it to the keep-alive.
   std::chrono::milliseconds answer_timeout{60'000};
 
   [[nodiscard]] bool is_unix_socket() const { return host.front() == '/'; }
@@ -37,7 +37,7 @@ struct MqttSettings {
   [[nodiscard]] std::string broker() const;
 };
 
-/// Reads the settings from a configuration that has been verified; what is unset takes its default.
+/// Reads the settings from a verified configuration; unset keys have their defaults.
 [[nodiscard]] MqttSettings read_settings(const config::Configuration& config);
 
 }  // namespace ecu::tamu::com::mqtt

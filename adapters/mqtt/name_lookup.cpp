@@ -6,18 +6,23 @@
 #include <sys/socket.h>
 
 #include <exception>
-#include <mutex>
 #include <thread>
 #include <utility>
+
+#include <ecu/tamu/thread_safety.h>
 
 #include "posix/event.h"
 
 namespace ecu::tamu::com::mqtt {
 
 struct NameLookup::State {
+  // With its own synchronisation.
   posix::Event done;
-  std::mutex mutex;
-  LookupResult result;  // guarded by mutex
+
+  Mutex mutex;
+
+  // Guarded by mutex.
+  LookupResult result TAMU_GUARDED_BY(mutex);
 };
 
 LookupResult look_up(const std::string& host) {
@@ -58,7 +63,7 @@ NameLookup::NameLookup(std::string host, Resolver resolve) : state_(std::make_sh
       result.error = "out of memory";
     }
     {
-      const std::lock_guard lock(state->mutex);
+      const MutexLock lock(state->mutex);
       state->result = std::move(result);
     }
     state->done.signal();
@@ -72,7 +77,7 @@ int NameLookup::fd() const noexcept {
 }
 
 LookupResult NameLookup::take() {
-  const std::lock_guard lock(state_->mutex);
+  const MutexLock lock(state_->mutex);
   return std::move(state_->result);
 }
 

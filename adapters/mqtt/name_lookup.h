@@ -7,7 +7,7 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// What a lookup brought: the host's addresses in numeric form, or why there are none.
+/// The result of a lookup: the host's addresses in numeric form, or the reason for their absence.
 struct LookupResult {
   std::vector<std::string> addresses;
   std::string error;
@@ -16,17 +16,17 @@ struct LookupResult {
 /// Looks up the addresses of a host on the calling thread.
 using Resolver = std::function<LookupResult(const std::string& host)>;
 
-/// Looks up the addresses of a host on a thread of its own, which nobody waits for: a name server that does
-/// not answer blocks that thread alone.
+/// Looks up the addresses of a host on a separate thread, which no other thread waits for: a name server that
+/// does not answer blocks only that one.
 class NameLookup {
  public:
   /// Throws std::system_error when no thread can be created.
   NameLookup(std::string host, Resolver resolve);
   ~NameLookup();
 
-  /// Readable when the result is there.
+  /// Readable when the result is available.
   [[nodiscard]] int fd() const noexcept;
-  /// The result; to be called once `fd` is readable.
+  /// The result. Call it once, when `fd` is readable.
   [[nodiscard]] LookupResult take();
 
  private:
@@ -34,7 +34,7 @@ class NameLookup {
   std::shared_ptr<State> state_;  // shared with the thread
 };
 
-/// Asks the system's resolver. Blocks for as long as a name server does not answer.
+/// Asks the system's resolver. Blocks as long as a name server does not answer.
 [[nodiscard]] LookupResult look_up(const std::string& host);
 
 /// Whether the addresses of `host` are known without asking a name server.

@@ -1,7 +1,7 @@
 // How it works: a retained message is stored, and the queue and the store share it. The queue is drained in
 // order, with one exception: while the broker owes too many acknowledgements, publications of quality of
-// service 1 move to `stalled_`, and whatever follows on their topics moves after them, so that the order
-// within a topic holds. `stalled_` is therefore always older than `queue_` and goes first.
+// service 1 move to `stalled_`, and later publications on their topics follow them there, so that the order
+// within a topic is kept. `stalled_` is therefore always older than `queue_` and is sent first.
 //
 // What it relies on: the owner's lock, and an owner that calls `connection_up` and `connection_lost` in turn.
 
@@ -36,7 +36,7 @@ PublishResult Outbox::push(const std::string& topic, Message message) {
     return drop(PublishResult::overload, topic);
   }
   if (retained) {
-    message.payload.shrink_to_fit();  // it is kept for long
+    message.payload.shrink_to_fit();  // it may be kept for a long time
   }
   PublicationPtr publication = make_publication(topic, std::move(message));
   if (retained) {
@@ -45,7 +45,7 @@ PublishResult Outbox::push(const std::string& topic, Message message) {
   if (!connected_) {
     return PublishResult::success;
   }
-  // The youngest of its topic, as the broker keeps what comes last.
+  // The newest must be the last on its topic, because the broker keeps the one that arrives last.
   if (!is_full || !replace_retained(publication)) {
     enqueue(std::move(publication));
   }

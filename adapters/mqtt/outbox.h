@@ -13,8 +13,8 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// What may wait for a broker that does not take messages as fast as they come. Beyond that only retained
-/// messages are taken; each replaces an older one of its topic if one waits.
+/// The limits for messages that wait for a slow broker. Beyond them only retained messages are queued; each
+/// replaces a waiting message of its topic.
 inline constexpr std::size_t max_queued_publications = 1024;
 inline constexpr std::size_t max_queued_bytes = std::size_t{1024} * 1024;
 
@@ -25,19 +25,19 @@ struct Publication {
 };
 using PublicationPtr = std::shared_ptr<const Publication>;
 
-/// The publications that wait for the connection to take them, and the latest retained message of every
-/// topic, which each new connection publishes again. Has no lock. What throws, for lack of memory, has at
-/// most lost the message that it was called for.
+/// The publications that wait for the connection to accept them, and the latest retained message of every
+/// topic, which each new connection publishes again. Has no lock. A call that throws for lack of memory loses
+/// at most its own message.
 class Outbox {
  public:
-  /// Queues a message, or drops it as the result says. The first message that an outage or an overload costs
-  /// is reported.
+  /// Queues a message, or drops it and returns the reason. Only the first drop of an outage or overload is
+  /// logged.
   PublishResult push(const std::string& topic, Message message);
 
   /// Queues every retained message, in the order of first publication.
   void connection_up();
 
-  /// Throws away what waits.
+  /// Discards the queued publications.
   void connection_lost() noexcept;
 
   /// Queues a message that belongs to the present connection only, whatever its flags say.
@@ -45,14 +45,14 @@ class Outbox {
 
   [[nodiscard]] bool connected() const noexcept { return connected_; }
   [[nodiscard]] std::size_t size() const noexcept { return queue_.size() + stalled_.size(); }
-  /// Whether so much waits that only a retained message is taken. What waits for acknowledgements leaves room
-  /// for what need not wait for them.
+  /// Whether the limits are reached, so that only a retained message is queued. Publications that wait for
+  /// acknowledgements leave room for those that do not.
   [[nodiscard]] bool full(const std::string& topic, bool acknowledged) const;
 
-  /// Whether there is a publication to send. While the connection takes none of quality of service 1, those
-  /// let others pass, except others on the same topic.
+  /// Whether there is a publication to send. While the connection accepts none of quality of service 1,
+  /// others overtake these, except on the same topic.
   [[nodiscard]] bool has_next(bool takes_acknowledged) { return source(takes_acknowledged) != nullptr; }
-  /// Takes the publication to send next; null when there is none.
+  /// Takes the publication to send next; null when nothing can be sent.
   [[nodiscard]] PublicationPtr pop(bool takes_acknowledged);
 
  private:

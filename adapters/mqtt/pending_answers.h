@@ -11,7 +11,7 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// What was sent on a connection and has to be answered by the broker, in the order of sending.
+/// The requests sent on a connection that the broker must still answer, in the order of sending.
 class PendingAnswers {
  public:
   using Clock = std::chrono::steady_clock;
@@ -22,7 +22,7 @@ class PendingAnswers {
     Kind kind = Kind::publication;
     std::string filter{};                     // of a subscription
     Fence fence = Fence::subscriptions;       // of a fence
-    std::optional<Clock::time_point> sent{};  // nothing until it has been written
+    std::optional<Clock::time_point> sent{};  // empty until it has been written
   };
 
   void add(Request request) {
@@ -30,7 +30,7 @@ class PendingAnswers {
     requests_.push_back(std::move(request));
   }
 
-  /// Takes the request that the answer `mid` is for; nothing when none waits for it.
+  /// Takes the request that the answer `mid` belongs to; nothing when there is no such request.
   std::optional<Request> take(int mid) {
     const auto found = std::find_if(requests_.begin(), requests_.end(),
                                     [mid](const Request& request) { return request.mid == mid; });
@@ -46,15 +46,15 @@ class PendingAnswers {
   /// How many publications wait for their acknowledgement.
   [[nodiscard]] std::size_t publications() const noexcept { return publications_; }
 
-  /// All of them have been written. A large message may take long on its way out, which is not the broker's
-  /// delay.
+  /// Records that all requests have been written. The broker's time starts only now, because writing a large
+  /// message may take long.
   void mark_sent(Clock::time_point now) {
     for (auto request = requests_.rbegin(); request != requests_.rend() && !request->sent; ++request) {
       request->sent = now;
     }
   }
 
-  /// Since when the oldest has waited; nothing when none waits.
+  /// Since when the oldest request has waited; nothing when no written request waits.
   [[nodiscard]] std::optional<Clock::time_point> oldest() const {
     return requests_.empty() ? std::nullopt : requests_.front().sent;
   }

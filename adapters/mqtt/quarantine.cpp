@@ -11,14 +11,14 @@ namespace ecu::tamu::com::mqtt {
 
 namespace {
 
-// One loss may have any cause; so may one during a test.
+// A single loss may have any cause, even during a test.
 constexpr int enough_losses = 2;
 
 std::size_t hash_of(const std::string& topic) {
   return std::hash<std::string>()(topic);
 }
 
-// Only these say that the broker did it.
+// With any other failure the broker has not ended the connection.
 bool is_suspicious(ConnectionFailure failure) {
   return failure != ConnectionFailure::no_answer && failure != ConnectionFailure::internal;
 }

@@ -14,7 +14,7 @@
 namespace ecu::tamu::com::mqtt {
 
 /// Finds the publications for which a broker ends the connection, such as one that exceeds its packet limit
-/// or is on a topic that it denies, and withholds each until its topic brings other bytes. After two losses
+/// or is on a denied topic, and withholds each until its topic has a different payload. After two losses
 /// right after publications the first publication on each topic is a test: it goes out alone, followed by a
 /// fence. A topic for which the connection was lost twice under test is set aside. Has no lock: one thread at
 /// a time uses it.
@@ -22,11 +22,11 @@ class Quarantine {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// A loss this long after the last publication is not its fault.
+  /// After this time a loss is not attributed to the last publication.
   static constexpr std::chrono::seconds right_after{5};
-  /// Topics that may pass their test before all others are trusted again.
+  /// The number of topics that pass their test before all others are trusted again.
   static constexpr std::size_t max_passed = 4096;
-  /// A topic that was set aside several times in a row is tested again after a pause that doubles.
+  /// The pauses before a topic that was set aside several times in a row is tested again.
   static constexpr std::chrono::seconds first_pause{1};
   static constexpr std::chrono::seconds longest_pause{300};
 
@@ -36,7 +36,7 @@ class Quarantine {
     withhold  ///< Do not send it.
   };
 
-  /// What to do with the publication that is to be sent next.
+  /// How to handle the next publication.
   [[nodiscard]] Handling handle(const PublicationPtr& publication, Clock::time_point now);
 
   /// Call on each new connection. When it returns true, send a fence after the subscriptions, and no
@@ -49,17 +49,16 @@ class Quarantine {
   /// The broker has answered the fence: the publication under test, if any, has passed.
   void fence_answered();
 
-  /// True when the loss set a publication aside, so that the connection may be made again at once.
+  /// True when the loss set a publication aside, so that the client may reconnect at once.
   bool connection_lost(ConnectionFailure failure, Clock::time_point now);
 
-  /// The broker cannot be reached: it is gone, and what was lost before was not lost because of a
-  /// publication.
+  /// The broker cannot be reached, so the losses before had another cause than a publication.
   void attempt_failed();
 
-  /// A withheld publication with other bytes than those set aside whose pause is over; null when there is
-  /// none.
+  /// A withheld publication whose pause is over and whose payload differs from the one set aside; null when
+  /// there is no such publication.
   [[nodiscard]] PublicationPtr take_due(Clock::time_point now);
-  /// When `take_due` has one; `max` when none waits.
+  /// When `take_due` returns one; `max` when no publication waits.
   [[nodiscard]] Clock::time_point due() const;
 
  private:

@@ -7,7 +7,7 @@ namespace ecu::tamu::com::mqtt {
 
 namespace {
 
-// The certificate's addresses are searched for it. False when `host` is not an address.
+// Requires `host` among the addresses of the certificate. False when `host` is not an address.
 bool expect_address(SSL_CTX* context, const std::string& host) {
   return ::X509_VERIFY_PARAM_set1_ip_asc(::SSL_CTX_get0_param(context), host.c_str()) == 1;
 }

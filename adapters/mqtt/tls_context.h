@@ -8,9 +8,9 @@
 namespace ecu::tamu::com::mqtt {
 
 /// The OpenSSL context from which the client library creates its TLS session. The library knows the
-/// authorities and connects to an address; the context knows the name that the peer is asked for (RFC 6066,
-/// 3) and must prove. Afterwards it knows the result of the handshake in detail, where the library has one
-/// text for a wrong name, a wrong authority and an expired certificate.
+/// authorities and connects to an address; the context knows the name that is requested from the peer (RFC
+/// 6066, 3) and that the peer must prove. After the handshake it knows the result in detail, whereas the
+/// library has one text for a wrong name, a wrong authority and an expired certificate.
 class TlsContext {
  public:
   /// `host` is the name or the address that the peer's certificate must be for.
@@ -22,9 +22,10 @@ class TlsContext {
   /// For the library, which may use it as long as this object lives; null when OpenSSL could not create it.
   [[nodiscard]] SSL_CTX* handle() const noexcept { return context_.get(); }
 
-  /// Why this side does not trust the peer, or the peer refuses the handshake; empty when neither said so.
+  /// Why this side does not trust the peer, or why the peer refuses the handshake; empty when neither is
+  /// known.
   [[nodiscard]] const std::string& refusal() const noexcept { return refusal_; }
-  /// Whether there was an attempt at a handshake, for which all files have to be in order.
+  /// Whether a handshake was attempted, which requires that all files are valid.
   [[nodiscard]] bool begun() const noexcept { return begun_; }
   /// Whether the handshake was completed on this side. The peer may still refuse this side's certificate.
   [[nodiscard]] bool established() const noexcept { return established_; }

@@ -14,13 +14,13 @@ namespace ecu::tamu::ipc {
 
 namespace {
 
-// Permissions count too: a file is often made first and given to its readers afterwards.
+// Permissions count, too: a file is often created first and made readable afterwards.
 constexpr std::uint32_t changes = IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM | IN_ATTRIB |
                                   IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
 constexpr std::size_t buffer_size = 4096;
 
-// Events without a name are about the folder itself, or about events that were lost.
+// Events without a name concern the folder itself, or lost events.
 bool concerns(std::span<const char> events, std::string_view name) noexcept {
   while (!events.empty()) {
     inotify_event event{};

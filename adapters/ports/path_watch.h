@@ -6,20 +6,20 @@
 
 namespace ecu::tamu::ipc {
 
-/// Notices without polling that a path may have come to name another file: watches its folder (inotify).
-/// Does not see what happens to the target of a symbolic link, nor that a folder which was gone is back.
+/// Notices without polling that a path may name another file now: watches its folder (inotify). Sees neither
+/// changes of a symbolic link's target nor the return of a removed folder.
 class PathWatch {
  public:
   void set_path(const std::string& path);
 
-  /// Watches from now on; false, with the reason in errno, when that is not possible. To be called again
-  /// after a change, as the folder may have been another one.
+  /// Begins to watch; false, with the reason in errno, when that is not possible. Must be called again after
+  /// a change, because the folder may have been replaced.
   [[nodiscard]] bool renew() noexcept;
 
-  /// Readable when something happened in the folder; -1, of which `poll` sees nothing, without a watch.
+  /// Readable when something happened in the folder; -1, which `poll` ignores, without a watch.
   [[nodiscard]] int fd() const noexcept { return inotify_.get(); }
 
-  /// Takes what happened since the last call; whether it may concern the path.
+  /// Takes the events since the last call; true when they may concern the path.
   [[nodiscard]] bool take_changes() noexcept;
 
  private:

@@ -49,7 +49,7 @@ timespec to_timespec(nanoseconds duration) noexcept {
           .tv_nsec = static_cast<long>((duration - whole).count())};
 }
 
-// Interrupted, it waits for what is left of the time.
+// After an interruption it waits for the rest of the time.
 bool poll_until(std::span<pollfd> fds, Deadline deadline) noexcept {
   const int ready = uninterrupted([&] {
     if (!deadline) {

@@ -8,7 +8,7 @@
 
 #include "posix/unique_fd.h"
 
-/// The system calls on the file that a queueing port is. Only the waits block.
+/// The system calls on the file of a queueing port. Only the waits block.
 namespace ecu::tamu::ipc {
 
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
@@ -17,7 +17,7 @@ using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 /// is opened too, into `fifo_keeper`, so that the FIFO never reports its end.
 [[nodiscard]] posix::UniqueFd open_for_reading(const std::string& path, posix::UniqueFd& fifo_keeper);
 
-/// Whether `path` names the file that is open as `fd`. A path that cannot be looked at counts as unchanged.
+/// Whether `path` names the file that is open as `fd`. A path that cannot be examined counts as unchanged.
 [[nodiscard]] bool names_file(const std::string& path, int fd) noexcept;
 
 [[nodiscard]] bool is_regular_file(int fd) noexcept;
@@ -25,37 +25,36 @@ using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 /// A FIFO, character device or regular file opened for appending; empty when that fails.
 [[nodiscard]] posix::UniqueFd open_for_writing(const std::string& path);
 
-/// Bytes that can be read at once, or nothing when the port cannot say.
+/// The number of bytes that can be read at once; nothing when the port does not report it.
 [[nodiscard]] std::optional<std::size_t> bytes_waiting(int fd) noexcept;
 
-/// As read and write, but not interrupted by signals.
+/// Like read and write, but not interrupted by signals.
 [[nodiscard]] std::ptrdiff_t read_some(int fd, std::span<char> room) noexcept;
 [[nodiscard]] std::ptrdiff_t write_some(int fd, std::span<const char> bytes) noexcept;
 
 inline constexpr int no_descriptor = -1;
 
-/// What a receiver waits for; nothing is waited for on `no_descriptor`.
+/// The descriptors that a receiver waits for; `no_descriptor` is ignored.
 struct Inputs {
   int port = no_descriptor;
   int stop = no_descriptor;
-  int path = no_descriptor;  // changes of what the path names
-  int prod = no_descriptor;  // a sign of life is asked for
+  int path = no_descriptor;  // readable when the path may name another file
+  int prod = no_descriptor;  // readable when the watchdog requests a sign of life
 };
 
-/// Which of the inputs ended a wait; none of them when the deadline has passed.
+/// The inputs that ended a wait; all false when the deadline has passed.
 struct Ready {
   bool port = false;
-  bool port_readable = false;  // false when the port has only failed
+  bool port_readable = false;  // false when the port has failed without data
   bool stop = false;
   bool path = false;
   bool prod = false;
 };
 
-/// Waits, without a time limit when there is no deadline, until one of the inputs can be read from (or has
-/// failed).
+/// Waits until one of the inputs is readable or has failed; without a deadline there is no time limit.
 [[nodiscard]] Ready wait_for_input(const Inputs& inputs, Deadline deadline) noexcept;
 
-/// Waits until `fd` can be written to (or has failed); false when the deadline has passed.
+/// Waits until `fd` is writable or has failed; false when the deadline has passed.
 [[nodiscard]] bool wait_for_room(int fd, std::chrono::steady_clock::time_point deadline) noexcept;
 
 /// Locks the port against all other writers, in this process and in others, until `unlock_port`. False, with

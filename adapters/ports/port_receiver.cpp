@@ -1,19 +1,19 @@
 // How reception works. One thread waits in `poll` for the port, a stop request, a change in the port's folder
-// and a prod of the watchdog, without a time-out unless the parser holds bytes that have a deadline. What it
-// reads goes through the parser to the consumer, on the same thread.
+// and a prod of the watchdog, without a time-out unless the parser holds bytes that have a deadline. The
+// bytes it reads pass through the parser to the consumer, on the same thread.
 //
 // A port is closed (never opened), open or away. It goes away when it reports its end or an error, or when
-// its path no longer names the file that is open; what is waiting on that file is delivered first, and an
-// incomplete record is given up, as its rest cannot come. The file is then opened again: at once when the
-// folder shows that the path may name another one, else after a pause that grows with each attempt. A device
-// whose far side is not there can often be opened all the same, so a port is back only when a first read
-// finds bytes, or none yet, but not its end. A regular file that is away is kept open instead, since one that
-// is opened again would be read from its beginning, and is read on when it has grown.
+// its path no longer names the open file. What waits on that file is delivered first, and an incomplete
+// record is abandoned, because its rest cannot arrive. The port is then reopened: at once when the folder
+// shows that the path may name another file, else after a pause that grows with each attempt. A device whose
+// far side is absent can often be opened all the same, so a port is back only when a first read finds bytes,
+// or none yet, but not its end. A regular file that is away is kept open and read on when it has grown,
+// because a reopened file would be read from its beginning.
 //
-// Relies on: the parser and the log, which throw nothing (the parser allocates in its constructor alone); the
-// writing end of a FIFO that this side holds, which keeps the FIFO from reporting its end whenever a writer
-// closes it. All else that may throw is called through `guarded`, so that no failure ends the thread: it
-// would leave the port open with nobody reading it.
+// What it relies on: the parser and the log do not throw (the parser allocates in its constructor only). This
+// side holds a FIFO's writing end, so the FIFO does not report its end whenever a writer closes it.
+// Everything else that may throw is called through `guarded`, so that no failure ends the thread and leaves
+// the port open without a reader.
 
 #include "ports/port_receiver.h"
 
@@ -40,8 +40,8 @@ using std::chrono::steady_clock;
 constexpr auto logger = logging::module("tamu.ipc.queueport");
 constexpr const char* status_part = "receive port";
 
-// How much is read at most from a port that cannot say how much is waiting; a far side that never pauses
-// would otherwise prevent the end of a stop.
+// The most that is read from a port that does not report how much waits. Without this limit a far side that
+// never pauses would prevent a stop.
 constexpr std::size_t drain_limit = std::size_t{1024} * 1024;
 
 void show_away() noexcept {
@@ -91,7 +91,7 @@ void PortReceiver::finish() noexcept {
   stop_.clear();
 }
 
-// True when a stop was requested, false when the port is not open (any more).
+// True when a stop was requested, false when the port is not or no longer open.
 bool PortReceiver::serve() noexcept {
   while (state_ == State::open) {
     const Ready ready =
@@ -126,7 +126,7 @@ void PortReceiver::leave_replaced_port() noexcept {
   }
 }
 
-// An incomplete record at the end is kept, as its rest may be on its way. One that has whole records after
+// An incomplete record at the end is kept, because its rest may still arrive. One with whole records after
 // its beginning is torn, or carries them as its payload: time shows which.
 void PortReceiver::drain() noexcept {
   read_waiting();
@@ -255,7 +255,7 @@ bool PortReceiver::reopen() noexcept {
   return true;
 }
 
-// The watch comes first, so that no change after the opening is missed.
+// The watch must begin first, so that it misses no change after the opening.
 bool PortReceiver::open_port() noexcept {
   const int watch_error = watch_.renew() ? 0 : errno;
   port_ = open_for_reading(path_, fifo_keeper_);

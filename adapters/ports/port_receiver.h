@@ -26,8 +26,8 @@ struct ReopenPauses {
   std::chrono::milliseconds longest{5000};
 };
 
-/// What `QueuePortReader` promises, on a file descriptor. `request_stop` may be called from any thread, the
-/// rest by one thread at a time.
+/// Implements `QueuePortReader` on a file descriptor. `request_stop` may be called from any thread,
+/// everything else by one thread at a time.
 class PortReceiver {
  public:
   /// Throws std::system_error when the system has no descriptor left.
@@ -36,11 +36,11 @@ class PortReceiver {
 
   [[nodiscard]] bool open(const std::string& path);
 
-  /// Receives until a stop is requested or the port goes away. No failure leaves it.
+  /// Receives until a stop is requested or the port goes away. Does not throw.
   void receive() noexcept;
 
-  /// Receives until a stop is requested, and opens a port that goes away again. No failure leaves it. The
-  /// watchdog supervises it.
+  /// Receives until a stop is requested, and reopens a port that goes away. Does not throw. The watchdog
+  /// supervises it.
   void receive_and_reopen() noexcept;
 
   void request_stop() const noexcept { stop_.signal(); }
@@ -76,9 +76,9 @@ class PortReceiver {
 
   // With their own synchronisation.
   const posix::Event stop_;  // the stop request
-  const posix::Event prod_;  // the watchdog asks for a sign of life
+  const posix::Event prod_;  // the watchdog requests a sign of life
 
-  // Of the thread that opens and receives.
+  // Used by the thread that opens and receives.
   std::string path_;
   PathWatch watch_;
   bool watch_failure_is_known_ = false;

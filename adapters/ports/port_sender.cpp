@@ -22,10 +22,10 @@ constexpr auto logger = logging::module("tamu.ipc.queueport");
 // How long a record may wait for other writers and for room.
 constexpr std::chrono::seconds send_time_limit(1);
 
-// flock has no time-out, so the lock is tried in intervals.
+// flock has no time-out, so the lock is retried at intervals.
 constexpr std::chrono::milliseconds lock_poll_interval(1);
 
-/// Makes a write to a FIFO that nobody reads any more fail with EPIPE in the calling thread, without SIGPIPE.
+/// Makes a write to a FIFO without a reader fail with EPIPE in the calling thread, without SIGPIPE.
 class BrokenPipeGuard {
  public:
   BrokenPipeGuard() noexcept {
@@ -37,8 +37,8 @@ class BrokenPipeGuard {
   BrokenPipeGuard(const BrokenPipeGuard&) = delete;
   BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
 
-  /// Takes back the signal that a write raised. In a thread that blocks SIGPIPE itself it stays pending, as
-  /// it may be an older one.
+  /// Consumes the signal that a write raised. In a thread that blocks SIGPIPE itself the signal stays
+  /// pending, because it may be an older one.
   void discard_signal() const noexcept {
     if (sigismember(&mask_before_, SIGPIPE) == 0) {
       const timespec at_once{};
@@ -54,7 +54,7 @@ class BrokenPipeGuard {
 
 constexpr const char* port_in_use = "another writer holds the port";
 
-// Returns why the port is not locked, or null when it is.
+// Returns the reason why the port cannot be locked, or null on success.
 const char* lock_until(int fd, std::chrono::steady_clock::time_point deadline) {
   while (!try_lock_port(fd)) {
     if (errno != EWOULDBLOCK) {
@@ -87,8 +87,8 @@ void PortSender::close() noexcept {
   port_.reset();
 }
 
-// After a record that has waited in vain the mark does not wait too. Called by the destructor, from which
-// nothing may be thrown.
+// After a record that has timed out, the mark does not wait again. Called by the destructor, which must not
+// throw.
 void PortSender::end_frame() noexcept {
   try {
     (void)send(end_of_frame(), is_stuck_ ? Clock::now() : Clock::now() + send_time_limit);
@@ -117,7 +117,7 @@ bool PortSender::send(std::span<const char> record, Clock::time_point deadline) 
   return failure == nullptr;
 }
 
-// This function and the next one return why they failed, or null.
+// This function and the next one return the reason for a failure, or null.
 const char* PortSender::write_alone(std::span<const char> record, Clock::time_point deadline) const {
   const WriterQueue::Place place(*queue_);
   if (!place.wait_until(deadline)) {

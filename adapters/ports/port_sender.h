@@ -13,7 +13,7 @@
 
 namespace ecu::tamu::ipc::detail {
 
-/// What `QueuePortWriter` promises, on a file descriptor. For one thread at a time.
+/// Implements `QueuePortWriter` on a file descriptor. One thread at a time.
 class PortSender {
  public:
   PortSender() = default;

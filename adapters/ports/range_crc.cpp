@@ -7,7 +7,7 @@ namespace ecu::tamu::ipc {
 namespace {
 
 constexpr std::size_t interval = 256;
-// Below this, going over the bytes is cheaper than combining sums.
+// Below this size, summing the bytes again is cheaper than combining sums.
 constexpr std::size_t short_range = 2 * interval;
 
 std::uint32_t add(std::uint32_t crc, const char* bytes, std::size_t size) noexcept {

@@ -7,15 +7,15 @@
 
 namespace ecu::tamu::ipc {
 
-/// CRC-32 (IEEE 802.3) of ranges of one growing run of bytes, at a cost that hardly depends on a range's
-/// length: each byte is summed up once, however many ranges overlap there. Otherwise bytes full of headers
-/// that announce large payloads would cost 64 KiB of summing up for every few bytes.
+/// CRC-32 (IEEE 802.3) of ranges of one growing run of bytes. The cost hardly depends on a range's length:
+/// each byte is summed once, however many ranges overlap there. Otherwise a run of headers that announce
+/// large payloads would cost 64 KiB of summing for every few bytes.
 class RangeCrc {
  public:
-  /// Never allocates after construction, and so throws nothing.
+  /// Does not allocate after construction, and so does not throw.
   explicit RangeCrc(std::size_t longest_run);
 
-  /// Must be called before bytes that were summed up move or change.
+  /// Must be called before summed bytes move or change.
   void forget() noexcept { sums_.clear(); }
 
   /// The CRC of the bytes whose CRC is `crc`, followed by `range`.

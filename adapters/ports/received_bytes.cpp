@@ -8,13 +8,13 @@ namespace ecu::tamu::ipc {
 
 namespace {
 
-// The more room, the more seldom the bytes of an incomplete record are moved.
+// The more room there is, the less often the bytes of an incomplete record are moved.
 constexpr std::size_t storage_size = 4 * max_record_size;
 
-// Arrivals closer than this are one, which bounds their number when bytes come one by one.
+// Arrivals closer than this count as one, which bounds their number when bytes arrive one by one.
 constexpr std::chrono::milliseconds arrival_granularity(1);
 
-// More than an incomplete record can have before its time is over.
+// More arrivals than an incomplete record can have before its time is over.
 constexpr std::size_t max_arrivals = 1100;
 
 }  // namespace

@@ -10,19 +10,19 @@
 
 namespace ecu::tamu::ipc {
 
-/// The bytes that were received and not yet used, and when they came. All memory is allocated by the
-/// constructor; after it nothing throws.
+/// The received bytes that are not used yet, and their arrival times. Only the constructor allocates; nothing
+/// else throws.
 class ReceivedBytes {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
 
   ReceivedBytes();
 
-  /// Room to receive into, at least `max_record_size` bytes as long as fewer than that are held. Invalidates
-  /// what `bytes` returned.
+  /// Room to receive into, at least `max_record_size` bytes while it holds fewer bytes than that. Invalidates
+  /// the result of `bytes`.
   [[nodiscard]] std::span<char> room() noexcept;
 
-  /// Takes over the first `count` bytes of `room`, which came at `now`.
+  /// Adds the first `count` bytes of `room`, which arrived at `now`.
   void add(std::size_t count, TimePoint now) noexcept;
 
   [[nodiscard]] std::span<const char> bytes() const noexcept {
@@ -31,7 +31,7 @@ class ReceivedBytes {
   [[nodiscard]] std::size_t size() const noexcept { return end_ - begin_; }
   [[nodiscard]] bool empty() const noexcept { return begin_ == end_; }
 
-  /// When the first byte came, to a millisecond. There must be one.
+  /// When the first byte arrived, to a millisecond. Must not be called without bytes.
   [[nodiscard]] TimePoint first_arrival() const noexcept { return arrivals_.front().at; }
 
   void drop(std::size_t count) noexcept;
@@ -51,7 +51,7 @@ class ReceivedBytes {
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
   std::uint64_t dropped_ = 0;      // since construction
-  std::vector<Arrival> arrivals_;  // of the bytes that are held
+  std::vector<Arrival> arrivals_;  // of the bytes held
   RangeCrc crc_;
 };
 

@@ -36,8 +36,8 @@ void encode_record(const IpcSignal& signal, std::vector<char>& bytes);
 /// The mark at the end of a frame.
 [[nodiscard]] std::span<const char> end_of_frame() noexcept;
 
-/// The size of the record or mark that begins with `bytes`; nothing when no record can begin with them. As
-/// long as the header is incomplete, its size. Does not check the CRC.
+/// The size of the record or mark that begins with `bytes`; nothing when no record can begin with them. While
+/// the header is incomplete, the size of a header. Does not check the CRC.
 [[nodiscard]] std::optional<std::size_t> announced_size(std::span<const char> bytes) noexcept;
 
 /// The CRC in the header of a record, which must be complete.

@@ -5,7 +5,7 @@
 //    its own time;
 //  - anything else is damage: the bytes up to the next first magic byte are dropped, and that is judged.
 // Only the bytes before the candidate are dropped, never what it announces: a torn record announces bytes
-// that are in truth the records after it. So each offset is judged, and hostile bytes make each of them a
+// that are in fact the records after it. So each offset is judged, and hostile bytes make each of them a
 // candidate with a large payload; `RangeCrc` keeps the cost of all these checks linear.
 //
 // Relies on `ReceivedBytes` for room for a whole record, so that an incomplete one can always be completed,

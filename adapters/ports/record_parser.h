@@ -15,10 +15,10 @@ namespace ecu::tamu::ipc {
 /// How long a record may take from its first byte to its last.
 inline constexpr std::chrono::seconds record_time_limit(1);
 
-/// Cuts a stream of bytes into records, and finds the next whole record after damaged bytes. Every whole
-/// record is found, at the latest `record_time_limit` after its last byte came. Uses no descriptors and no
-/// clock. The cost is linear in the bytes received, whatever they are. All memory is allocated by the
-/// constructor; after it nothing throws.
+/// Cuts a stream of bytes into records, and finds the next whole record after damaged bytes. Finds every
+/// whole record, at the latest `record_time_limit` after the arrival of its last byte. Uses no descriptors
+/// and no clock. The cost is linear in the bytes received, whatever they are. Only the constructor allocates;
+/// nothing else throws.
 class RecordParser {
  public:
   using TimePoint = ReceivedBytes::TimePoint;
@@ -29,7 +29,7 @@ class RecordParser {
   [[nodiscard]] std::span<char> room() noexcept { return received_.room(); }
   void add(std::size_t count, TimePoint now) noexcept { received_.add(count, now); }
 
-  /// Forgets everything, for another stream.
+  /// Discards everything, for another stream.
   void clear() noexcept;
 
   enum class Event {
@@ -42,22 +42,22 @@ class RecordParser {
     damage,
   };
 
-  /// Goes on to the next event. Must be called until it returns `none` before more bytes are added. An
-  /// incomplete record is given up when its time is over, and at TimePoint::max() in any case.
+  /// Returns the next event. Must be called until it returns `none` before more bytes are added. Abandons an
+  /// incomplete record when its time is over, and always when `now` is TimePoint::max().
   [[nodiscard]] Event next(TimePoint now) noexcept;
 
   /// Whether a whole record lies inside the size that an incomplete one announces. Called after `next`
   /// returned `none`.
   [[nodiscard]] bool seems_torn() noexcept { return whole_record_inside().has_value(); }
 
-  /// Gives an incomplete record that seems torn up before its time; whether there was one.
+  /// Abandons an incomplete record that seems torn before its time is over; true when there was one.
   [[nodiscard]] bool skip_torn() noexcept;
 
-  /// The number of bytes dropped since the last call. `next` returns `damage` when to call it: when the
-  /// damaged run is over or has lasted for `record_time_limit`, so that damage in pieces is reported once.
+  /// The number of bytes dropped since the last call. Call it when `next` returns `damage`: when the damaged
+  /// run is over or has lasted for `record_time_limit`, so that damage in pieces is reported once.
   [[nodiscard]] std::size_t take_damage() noexcept { return std::exchange(damage_, 0); }
 
-  /// When `next` must be called even if no byte came; nothing when all bytes are used.
+  /// When `next` must be called even if no byte arrives; nothing when all bytes are used.
   [[nodiscard]] std::optional<TimePoint> deadline() const noexcept;
 
   /// Valid until the next call of `next`.
@@ -74,8 +74,8 @@ class RecordParser {
 
   ReceivedBytes received_;
   IpcSignal record_;         // has room for the largest payload
-  std::size_t damage_ = 0;   // bytes dropped and not taken yet
-  TimePoint damaged_since_;  // when the first of them came
+  std::size_t damage_ = 0;   // bytes dropped and not reported yet
+  TimePoint damaged_since_;  // when the first of them arrived
 };
 
 }  // namespace ecu::tamu::ipc

@@ -1,20 +1,19 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
+
+#include <ecu/tamu/thread_safety.h>
 
 namespace ecu::tamu::ipc {
 
-/// Gives the writers of one port within this process access one after another, in the order in which they
-/// came: a writer of many records delays each of the others by one record at most. May be used from any
-/// thread.
+/// Gives the writers of one port within this process access one after another, in the order of arrival: a
+/// writer of many records delays each of the others by one record at most. Any thread.
 class WriterQueue {
  public:
-  /// The queue of the port at `path`: the same for the whole process as long as anybody holds it.
+  /// The queue of the port at `path`: the same for the whole process as long as a pointer to it exists.
   [[nodiscard]] static std::shared_ptr<WriterQueue> of(const std::string& path);
 
   /// A place in the queue, from construction to destruction.
@@ -25,7 +24,7 @@ class WriterQueue {
     Place(const Place&) = delete;
     Place& operator=(const Place&) = delete;
 
-    /// Waits for this place's turn; false when that has not come by the deadline.
+    /// Waits for this place's turn; false when the deadline passes first.
     [[nodiscard]] bool wait_until(std::chrono::steady_clock::time_point deadline) const;
 
    private:
@@ -33,9 +32,13 @@ class WriterQueue {
   };
 
  private:
-  std::mutex mutex_;  // guards places_
-  std::condition_variable moved_;
-  std::deque<const Place*> places_;  // the first has its turn
+  // With its own synchronisation.
+  ConditionVariable moved_;  // waited for with mutex_
+
+  Mutex mutex_;
+
+  // Guarded by mutex_.
+  std::deque<const Place*> places_ TAMU_GUARDED_BY(mutex_);  // the first has its turn
 };
 
 }  // namespace ecu::tamu::ipc

@@ -24,12 +24,12 @@ using Unpacked = Result<std::shared_ptr<const SignalGroup>, UnpackError>;
 constexpr std::size_t max_kept_payload = std::size_t{4} * 1024;
 
 // The message that a thread unpacked last. Several variables read the same message one after another; the
-// group is parsed for the first of them. A message is known by its content, so a match is never wrong.
+// group is parsed for the first of them. A message is recognised by its content, so a match is never wrong.
 struct LastUnpacked {
   std::string topic;
   std::uint64_t timestamp = 0;
   com::Payload payload;
-  std::optional<Unpacked> result;  // empty while the other members do not belong together
+  std::optional<Unpacked> result;  // empty while the other members are inconsistent
 
   [[nodiscard]] bool holds(const std::string& other_topic, const com::Message& msg) const {
     return result && timestamp == msg.timestamp && topic == other_topic && payload == msg.payload;
@@ -39,7 +39,7 @@ struct LastUnpacked {
 constexpr std::uint32_t signal_tag =
     WireFormatLite::MakeTag(pb::SignalGroup::kSignalFieldNumber, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
 
-// Calls `take` for each signal of the serialized group `body`; false when that is malformed. The signals
+// Calls `take` for each signal of the serialized group `body`; false when the group is malformed. The signals
 // share one object, because a parsed group of many small signals takes a multiple of its serialized size.
 template <class Take>
 bool for_each_signal(std::span<const std::uint8_t> body, Take take) {
@@ -77,7 +77,7 @@ const Signal* SignalGroup::signal(std::string_view name) const noexcept {
 std::size_t SignalGroup::position_of(std::string_view name) const noexcept {
   const auto names = topic_->signals;
   const auto found = std::find_if(names.begin(), names.end(), [name](std::string_view known) {
-    // Names of one length mostly differ at their ends, which is known without a call.
+    // Names of the same length mostly differ at their ends, and this comparison needs no function call.
     return known.size() == name.size() && known.back() == name.back() && known == name;
   });
   return static_cast<std::size_t>(found - names.begin());

@@ -42,7 +42,7 @@ EnvironmentDaemon::EnvironmentDaemon(std::shared_ptr<tamu::com::ITransportClient
                       tamu::diag::create_pgn_request_client(m_client), vin_request_seconds) {}
 
 EnvironmentDaemon::~EnvironmentDaemon() {
-  // Its thread calls members that are destroyed before it.
+  // The port's thread calls members that are destroyed before the port.
   m_port_handler->stop();
   for (const auto& variable : *m_registry) {
     if (!variable->topic().empty()) {

@@ -44,9 +44,10 @@ void install_signal_handler() {
   struct sigaction action {};
   action.sa_handler = on_signal;
   action.sa_flags = SA_RESTART;
-  // Each signal holds the other one off, so that the handler never interrupts itself in the middle of a stop.
+  // Each handler blocks the other signal, so that the handler never interrupts itself in the middle of a
+  // stop.
   action.sa_mask = tamu::termination_signals();
-  // The loss of the log's reader is no reason to end.
+  // The loss of the log's reader must not end the process.
   tamu::block_signals(tamu::signal_set(std::array{SIGINT, SIGTERM, SIGPIPE}));
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);

@@ -23,7 +23,7 @@ template <class Body>
 SysParamMessage framed(const Body& body) {
   auto message = tamu::com::PbInternalMessageAdapter<Body>().serialize(body);
   if (!message) {
-    // The adapter does not say why. Only the body can keep it from serializing, so that is the code.
+    // The adapter reports no reason. Only the body can prevent serialization, hence this code.
     return static_cast<int>(tamu::com::err::PbInternalDeserializationError::bad_body);
   }
   return std::move(*message);

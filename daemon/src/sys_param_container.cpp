@@ -82,7 +82,7 @@ void SysParamContainer::merge_frame() {
   }
 }
 
-// Ends a change that did not take place.
+// Ends a change that was not carried out.
 void SysParamContainer::settle() {
   const tamu::MutexLock lock(m_sysparams_mutex);
   m_state.set(m_sysparams.empty() ? ContainerState::EMPTY : ContainerState::SYNCED);

@@ -45,8 +45,8 @@ std::string uboot_version(std::string_view text) {
   if (!text.starts_with(uboot_name)) {
     return unknown_version;
   }
-  // Without a dash the start wraps to 0, and the version is the "U" before the name's own dash. Readers of
-  // the variable recognize such a boot loader by that.
+  // Without a dash the start wraps to 0, and the version is the "U" before the name's own dash. By that,
+  // readers of the variable recognize such a boot loader.
   const std::size_t start = text.find('-', uboot_name.size()) + 1;
   return std::string(text.substr(start, text.find('-', start) - start));
 }

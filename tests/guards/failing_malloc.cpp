@@ -8,8 +8,8 @@
 
 #include "guards/allocations.h"
 
-// Preloaded into the program under test: counts its allocations in a file that its tester maps too, and lets
-// one fail.
+// Preloaded into the program under test: counts its allocations in a file that its tester maps, too, and
+// makes one fail.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);

@@ -11,8 +11,8 @@
 #include "guards/allocations.h"
 #include "guards/surroundings.h"
 
-// Lets one allocation of the daemon fail, at any moment of its life. Afterwards it has ended with a line in
-// its log, or is well again after the next reconnection. What it never is: alive and deaf.
+// Makes one allocation of the daemon fail, at any moment of its life. Afterwards the daemon has ended with a
+// line in its log, or works again after the next reconnection. It must never be alive and deaf.
 namespace tests {
 namespace {
 
@@ -42,7 +42,7 @@ class SharedAllocations {
   Allocations* shared_;
 };
 
-/// The daemon with all that it needs, one phase of its life after another.
+/// The daemon and its surroundings, taken through one phase of its life after another.
 class Life {
  public:
   void start() {
@@ -81,7 +81,7 @@ class Life {
 
   [[nodiscard]] bool has_ended() const { return daemon->wait(milliseconds(0)).has_value(); }
 
-  /// Whether everything is served that was not while memory was short.
+  /// Whether the daemon serves everything again that it could not serve without memory.
   bool is_well_again() {
     meet();
     const auto end = std::chrono::steady_clock::now() + patience;
@@ -117,7 +117,7 @@ class Life {
     return comes(*bus, "system/sysparams", value, time) && comes(*bus, "system/var/hwvariant", value, time) &&
            comes(*bus, "system/quil/secstore/getremote", value, time);
   }
-  // Until it is done, or will not be because the allocation has failed.
+  // Until the phase is complete, or cannot complete because the allocation has failed.
   void await(const std::function<bool()>& done) const {
     const auto end = std::chrono::steady_clock::now() + patience;
     while (!done() && !allocations.has_failed() && !has_ended() && std::chrono::steady_clock::now() < end) {
@@ -128,7 +128,8 @@ class Life {
 struct Phase {
   const char* name;
   void (Life::*run)();
-  /// Whether it connects, and so has to get well without another connection being lost.
+  /// Whether the phase includes a connect, so that the daemon must recover without another loss of the
+  /// connection.
   bool connects = false;
 };
 constexpr std::array phases{
@@ -138,7 +139,7 @@ constexpr std::array phases{
     Phase{"stop", &Life::stop},
 };
 
-/// How many allocations each phase has when none fails.
+/// The number of allocations of each phase when none fails.
 std::vector<std::uint64_t> measure() {
   Life life;
   std::vector<std::uint64_t> counts;
@@ -184,7 +185,7 @@ void inject(std::size_t phase, std::uint64_t nth) {
   }
 }
 
-TEST(InjectionTest, AFailedAllocationEndsTheDaemonOrCostsAMessage) {
+TEST(InjectionTest, AFailedAllocationEndsTheDaemonOrLosesAMessage) {
   const std::uint64_t seed = number_from("TOLQUIL_INJECT_SEED", std::random_device()());
   const std::uint64_t rounds = number_from("TOLQUIL_INJECT_COUNT", 14);
   std::printf("seed %ju\n", static_cast<std::uintmax_t>(seed));

@@ -10,16 +10,15 @@
 
 #include "guards/surroundings.h"
 
-// Keeps the daemon busy with everything that it has to do, and with what must not trouble it, and watches
-// what it takes of the machine. Ends with exit code 1 when that grows, or when the daemon ends or no longer
-// answers.
+// Keeps the daemon busy with all its tasks and with harmful input, and watches the resources that it uses.
+// Ends with exit code 1 when these grow, or when the daemon ends or no longer answers.
 namespace tests {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
 
-/// What a process takes of the machine.
+/// The resources that a process uses.
 struct Usage {
   long anonymous_kilobytes = 0;
   long pss_kilobytes = 0;
@@ -47,7 +46,7 @@ Usage usage_of(int pid) {
   return usage;
 }
 
-/// The samples so far. The first third of the run is for warming up.
+/// The samples so far. The first third of the run is a warm-up.
 class Record {
  public:
   void add(const Usage& usage) {
@@ -64,12 +63,12 @@ class Record {
   }
 
  private:
-  // The granularity of what is measured: a few pages, a connection that is just being made.
+  // The granularity of the measurement: a few pages, a connection that is just being set up.
   static constexpr long slack_kilobytes = 64;
 
   using Member = long Usage::*;
 
-  // The median of the last third, as a moment's peak is no growth, against the most of the first.
+  // Compares the median of the last third, because a short peak is not growth, with the maximum of the first.
   [[nodiscard]] bool grew(const char* what, Member member, long slack) const {
     const auto third = static_cast<std::ptrdiff_t>(samples_.size() / 3);
     const auto less = [member](const Usage& a, const Usage& b) { return a.*member < b.*member; };
@@ -120,7 +119,7 @@ class Soak {
     return 1;
   }
 
-  // Everything once: what is in order, what is damaged, and what is large.
+  // One message of each kind: valid, damaged and large.
   void play_a_round() {
     ++round_;
     const std::string number = std::to_string(round_);
@@ -130,7 +129,7 @@ class Soak {
     far_side_.write(FarSide::parameter(0x12, std::string(round_ * 997 % 30'000, 'p')).substr(9));
     far_side_.write_top_version("TV " + number);
     ask(number);
-    // The daemon is to be busy, not to be flooded.
+    // The daemon should be busy, not flooded.
     for (const auto& [topic, value] : {std::pair("system/var/topversion", "TV " + number),
                                        std::pair("system/quil/secstore/getmaster", number),
                                        std::pair("system/sysparams", std::string())}) {
@@ -207,7 +206,7 @@ class Soak {
     return true;
   }
 
-  // A write of before may hold the answer up until the next frame comes.
+  // An earlier write may delay the answer until the next frame arrives.
   bool answers_once() {
     constexpr seconds time(1);
     far_side_.drain();

@@ -11,8 +11,8 @@
 
 namespace tests {
 
-/// Both queueing ports as the daemon's far side has them: the test writes frames, and what the daemon writes
-/// is read and dropped.
+/// Both queueing ports from the far side: the test writes frames, and the daemon's writes are read and
+/// dropped.
 class FarSide {
  public:
   FarSide() {
@@ -26,7 +26,7 @@ class FarSide {
   /// Makes room for the daemon's next record.
   void drain() const { (void)from_daemon_.read(); }
 
-  /// Waits for a write of the daemon, and takes all that it has written.
+  /// Waits for a write of the daemon, and removes everything that it has written.
   void await_write(std::chrono::milliseconds time) const {
     pollfd port{from_daemon_.fd(), POLLIN, 0};
     ::poll(&port, 1, static_cast<int>(time.count()));
@@ -59,7 +59,7 @@ inline ecu::tamu::com::Payload hardware_variant(const std::string& value) {
   return Group().bytes("variant", value).message().payload;
 }
 
-/// Whether what comes on `topic` in `time` carries `value`.
+/// Whether a message with `value` arrives on `topic` within `time`.
 inline bool comes(BusClient& bus, const std::string& topic, const std::string& value,
                   std::chrono::milliseconds time = patience) {
   const auto carries = [&value](const BusMessage& message) {

@@ -8,16 +8,16 @@
 
 namespace tests {
 
-/// A throw-away authority, and the certificates that it signs. All of its files go with it.
+/// A temporary authority, and the certificates that it signs. Its files are removed with it.
 class Authority {
  public:
   Authority() { openssl("req -x509 $kind -subj /CN=authority -keyout ca.key -out ca.pem"); }
 
   [[nodiscard]] std::string file() const { return dir_.path("ca.pem"); }
 
-  /// Signs a certificate for a name such as "IP:127.0.0.1", good for so many days from now (before now, if
-  /// negative), and returns the two lines `certfile` and `keyfile` that say where it is; `assign` stands
-  /// between key and value.
+  /// Signs a certificate for a name such as "IP:127.0.0.1", valid for this number of days from now (before
+  /// now, if negative). Returns the two lines `certfile` and `keyfile` with its paths; `assign` separates key
+  /// and value.
   std::string certify(const std::string& name, const std::string& assign = " ", int days = 1) {
     const std::string stem = std::to_string(++certificates_);
     openssl("req -new $kind -subj /CN=unit -addext subjectAltName=" + name + " -keyout " + stem +

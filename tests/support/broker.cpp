@@ -18,7 +18,7 @@ LoopbackPort::LoopbackPort()
     throw std::runtime_error("no free port");
   }
   number_ = ntohs(address().sin_port);
-  // Only now, so that the kernel chose a port that nobody else has.
+  // Set only now, so that the kernel has chosen an unused port.
   const int on = 1;
   ::setsockopt(fd(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
 }

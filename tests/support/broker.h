@@ -12,8 +12,8 @@
 
 namespace tests {
 
-/// A port of the loopback interface that stays with its owner: nobody else is given it, and a server of the
-/// owner may listen on it. A connection to it is refused while none does.
+/// A port of the loopback interface that is reserved for its owner. A server of the owner may listen on it;
+/// while none does, a connection to it is refused.
 class LoopbackPort {
  public:
   LoopbackPort();
@@ -27,22 +27,22 @@ class LoopbackPort {
   int number_ = 0;
 };
 
-/// A Mosquitto broker of the test's own: it keeps nothing on disk, and its port and socket over restarts.
+/// The test's own Mosquitto broker. It stores nothing on disk, and keeps its port and socket over restarts.
 class Broker {
  public:
-  /// Starts it. `access` says in the lines of its configuration who may use its port, and how.
+  /// Starts it. `access` holds the lines of its configuration that define the access to its port.
   explicit Broker(std::string access = "allow_anonymous true");
 
   [[nodiscard]] int port() const noexcept { return port_.number(); }
   [[nodiscard]] std::string socket_path() const { return dir_.path("socket"); }
 
   void start();
-  /// Kills it: no connection is closed properly.
+  /// Kills it without closing its connections.
   void stop() { process_.reset(); }
   void restart();
-  /// It keeps its connections and answers nothing until `thaw`.
+  /// Makes it keep its connections, but answer nothing until `thaw`.
   void freeze() { process_->signal(SIGSTOP); }
-  /// Whether its log says so, `times` times since its start.
+  /// Whether its log contains the text `times` times since its start.
   bool wait_for_log(std::string_view text, int times = 1) { return process_->wait_for_output(text, times); }
   void thaw() { process_->signal(SIGCONT); }
 

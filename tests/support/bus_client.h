@@ -16,7 +16,7 @@
 
 namespace tests {
 
-/// What a client received.
+/// A message that a client received.
 struct BusMessage {
   std::string topic;
   std::string payload;
@@ -24,13 +24,13 @@ struct BusMessage {
   bool retained = false;
 };
 
-/// Another user of the bus. Its connection is lost with the broker's process: make a new client for a new
-/// one.
+/// Another user of the bus. Its connection is lost with the broker's process: a new broker process needs a
+/// new client.
 class BusClient {
  public:
   using Predicate = std::function<bool(const BusMessage&)>;
 
-  /// Connects, with a login when `user` is given; throws std::runtime_error when the broker does not let it.
+  /// Connects, with a login when `user` is given; throws std::runtime_error when the broker refuses.
   explicit BusClient(int port, const std::string& id = "", const std::string& user = "",
                      const std::string& password = "");
   ~BusClient();
@@ -38,16 +38,16 @@ class BusClient {
   void publish(const std::string& topic, std::string_view payload, bool retained = false, int qos = 0);
   void publish(const std::string& topic, const ecu::tamu::com::Payload& payload);
 
-  /// Returns when the broker has made the subscription.
+  /// Returns when the broker has confirmed the subscription.
   void subscribe(const std::string& filter, int qos = 1);
 
-  /// The first message on `topic` that `wanted` holds for and that was not returned before.
+  /// The first message on `topic` that satisfies `wanted` and was not returned before.
   std::optional<BusMessage> wait_for(const std::string& topic, const Predicate& wanted = nullptr,
                                      std::chrono::milliseconds timeout = patience);
-  /// The same by payload; whether it came.
+  /// Whether a message with this payload arrives.
   bool wait_for_text(const std::string& topic, std::string_view text);
 
-  /// All that was received, in order.
+  /// All received messages, in order.
   [[nodiscard]] std::vector<BusMessage> history() const;
 
  private:
@@ -55,7 +55,7 @@ class BusClient {
 
   mutable std::mutex mutex_;  // guards all below but library_
   std::condition_variable changed_;
-  std::optional<int> answer_;  // of the broker to the login; 0 lets in
+  std::optional<int> answer_;  // of the broker to the login; 0: accepted
   std::vector<int> subscribed_;
   std::vector<BusMessage> history_;
   std::vector<bool> returned_;  // of history_

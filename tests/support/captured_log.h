@@ -15,11 +15,11 @@
 
 namespace tests {
 
-/// A test writes nothing to the system log of the machine.
+/// Tests must not write to the system log of the machine.
 inline const bool system_log_is_spared =
     (ecu::tamu::logging::set_log_mode(ecu::tamu::logging::LogMode::none), true);
 
-/// What `call` logs to standard output, which is a file in memory meanwhile. Nothing is logged before and
+/// The log of `call` on standard output, which is a file in memory meanwhile. Nothing is logged before or
 /// after.
 template <class Call>
 std::string logged_by(Call call) {
@@ -35,7 +35,7 @@ std::string logged_by(Call call) {
   return text;
 }
 
-/// What `call` logs at any level: a line each, without its time.
+/// The log of `call` at every level, one element per line, without times.
 template <class Call>
 std::vector<std::string> logged_lines(Call call) {
   ecu::tamu::logging::configure_logging("DEBUG");

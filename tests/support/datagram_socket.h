@@ -17,11 +17,11 @@
 
 namespace tests {
 
-/// Where a service manager or the system log listens. Its path is gone with it.
+/// The socket of a service manager or the system log. Its path is removed with it.
 class DatagramSocket {
  public:
   DatagramSocket() : DatagramSocket(std::string()) {}
-  /// At a path of the caller's.
+  /// At the caller's path.
   explicit DatagramSocket(const std::string& path)
       : path_(path.empty() ? dir_.path("datagrams") : path),
         socket_(ecu::tamu::posix::checked_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket")) {
@@ -35,7 +35,7 @@ class DatagramSocket {
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-  /// The next datagram, if one comes within the time.
+  /// The next datagram, if one arrives within the time.
   std::optional<std::string> receive(std::chrono::milliseconds timeout = std::chrono::milliseconds(0)) const {
     pollfd ready{socket_.get(), POLLIN, 0};
     if (::poll(&ready, 1, static_cast<int>(timeout.count())) != 1) {
@@ -46,7 +46,7 @@ class DatagramSocket {
     return std::string(datagram.data(), static_cast<std::size_t>(size));
   }
 
-  /// Sends datagrams to it until it takes no more. A sender may run out of memory of its own before that.
+  /// Sends datagrams to it until it accepts no more. A sender may run out of memory of its own before that.
   void fill() const {
     for (bool has_room = true; has_room;) {
       const ecu::tamu::posix::UniqueFd sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -57,11 +57,11 @@ class DatagramSocket {
     }
   }
 
-  /// Whether a datagram that holds `text` comes; those before it are passed over.
+  /// Whether a datagram that contains `text` arrives; earlier ones are skipped.
   bool wait_for(std::string_view text) const {
     return wait([text](std::string_view datagram) { return datagram.find(text) != std::string_view::npos; });
   }
-  /// The same for a datagram that is `text`.
+  /// The same for a datagram equal to `text`.
   bool wait_for_exactly(std::string_view text) const {
     return wait([text](std::string_view datagram) { return datagram == text; });
   }

@@ -8,7 +8,7 @@
 
 namespace tests {
 
-/// A client without a broker that only counts what it is told to publish.
+/// A client without a broker that only counts publications.
 class DiscardingClient final : public ecu::tamu::com::ITransportClient {
  public:
   using Observer = std::shared_ptr<ecu::tamu::com::ISubscriptionObserver>;

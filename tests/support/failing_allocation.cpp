@@ -5,7 +5,7 @@
 
 namespace {
 
-thread_local int allocations_left = 0;  // up to the one that fails; 0 when none is to fail
+thread_local int allocations_left = 0;  // up to the one that fails; 0: none fails
 
 }  // namespace
 

@@ -10,7 +10,7 @@
 
 namespace tests {
 
-/// A client without a broker: takes down what it is told.
+/// A client without a broker that records its calls.
 class FakeClient : public ecu::tamu::com::ITransportClient {
  public:
   using Message = ecu::tamu::com::Message;

@@ -9,7 +9,7 @@
 
 namespace tests {
 
-/// Ports without a far side: takes down what is written.
+/// Ports without a far side that record the writes.
 class FakePort final : public ecu::quil::QueuingPortHandler {
  public:
   FakePort() : QueuingPortHandler("", "", 1) {}

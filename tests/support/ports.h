@@ -35,7 +35,7 @@ inline ecu::tamu::ipc::IpcSignal record(std::uint32_t id, std::string_view data)
   return signal;
 }
 
-/// The bytes of a record as they stand on a port.
+/// The bytes of a record on a port.
 inline std::string wire(std::uint32_t id, std::string_view data) {
   std::vector<char> bytes;
   ecu::tamu::ipc::encode_record(record(id, data), bytes);
@@ -46,7 +46,7 @@ inline std::string end_mark() {
   return {mark.begin(), mark.end()};
 }
 
-/// A FIFO of the test's own, and the far end of it as raw bytes.
+/// The test's own FIFO, with raw access to its far end.
 class Fifo {
  public:
   Fifo(const TempDir& dir, const std::string& name) : path_(dir.path(name)) { ::mkfifo(path_.c_str(), 0600); }
@@ -86,14 +86,13 @@ class PseudoTerminal {
   ecu::tamu::posix::UniqueFd far_side_;
 };
 
-/// Makes `path` name the file at `target`, in one step.
+/// Links `path` to the file at `target`, in one step.
 inline void replace_link(const std::string& path, const std::string& target) {
   std::filesystem::create_symlink(target, path + ".new");
   std::filesystem::rename(path + ".new", path);
 }
 
-/// Takes down what it is called for: "id:data" for a record, "|" for the end of a frame, "." for the end of
-/// reception.
+/// Records its calls: "id:data" for a record, "|" for the end of a frame, "." for the end of reception.
 class PortLog final : public ecu::tamu::ipc::IDataConsumer<ecu::tamu::ipc::IpcSignal> {
  public:
   void consume(const ecu::tamu::ipc::IpcSignal& signal) override {
@@ -106,7 +105,7 @@ class PortLog final : public ecu::tamu::ipc::IDataConsumer<ecu::tamu::ipc::IpcSi
     const std::lock_guard lock(mutex_);
     return text_;
   }
-  /// Waits until the text ends with `end`, and fails the test when it does not come to that.
+  /// Waits until the text ends with `end`; fails the test when it never does.
   void wait_for(std::string_view end) {
     std::unique_lock lock(mutex_);
     EXPECT_TRUE(changed_.wait_for(lock, patience, [&] { return text_.ends_with(end); })) << text_;

@@ -23,12 +23,12 @@ using ecu::tamu::posix::UniqueFd;
 std::pair<UniqueFd, UniqueFd> make_pipe() {
   std::array<int, 2> ends{-1, -1};
   const int result = ::pipe2(ends.data(), O_CLOEXEC);
-  // A log loses what its pipe does not take at once.
+  // A log loses lines that its pipe does not accept at once.
   ::fcntl(ends[1], F_SETPIPE_SZ, 1 << 20);
   return {checked_fd(result < 0 ? -1 : ends[0], "pipe2"), UniqueFd(ends[1])};
 }
 
-// The child's side of a fork: only calls that are safe there.
+// Runs in the child after fork: only async-signal-safe calls.
 [[noreturn]] void become(char* const* argv, int out, int err) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   sigset_t none;

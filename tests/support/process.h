@@ -13,11 +13,11 @@
 
 namespace tests {
 
-/// How long a test waits for what must happen.
+/// How long a test waits for an expected event.
 inline constexpr std::chrono::seconds patience{20};
 
 /// A child process whose output is read all the time, so that it never blocks on it. Ends with its owner, and
-/// with the thread that made it. For use by one thread at a time.
+/// with the thread that started it. One thread at a time.
 class Process {
  public:
   explicit Process(std::vector<std::string> argv);
@@ -26,14 +26,14 @@ class Process {
   [[nodiscard]] int pid() const noexcept { return pid_; }
   void signal(int number) const;
 
-  /// The exit status, or the number of the signal that ended it, negated; nothing while it runs on.
+  /// The exit status, or the number of the signal that ended it, negated; nothing while it is running.
   std::optional<int> wait(std::chrono::milliseconds timeout = patience);
 
-  /// What it has written to standard output and standard error.
+  /// Its output on standard output and standard error so far.
   [[nodiscard]] std::string output() const;
   [[nodiscard]] std::string standard_output() const;
 
-  /// Whether `text` has been written `times` times, by the end of the time or of the process.
+  /// Whether `text` has been written `times` times before the time is over or the process ends.
   bool wait_for_output(std::string_view text, int times = 1, std::chrono::milliseconds timeout = patience);
 
  private:
@@ -54,7 +54,7 @@ class Process {
   std::thread reader_;
 };
 
-/// How often `text` stands in `all`.
+/// The number of occurrences of `text` in `all`.
 [[nodiscard]] int count(std::string_view all, std::string_view text);
 
 }  // namespace tests

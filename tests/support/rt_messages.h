@@ -8,7 +8,7 @@
 
 namespace tests {
 
-/// A group of the real-time side, made signal by signal: `Group().bytes("data", "...").message(ts)`.
+/// A group of the real-time side, built signal by signal: `Group().bytes("data", "...").message(ts)`.
 class Group {
  public:
   Group& bytes(std::string_view name, std::string_view data) {
@@ -39,7 +39,7 @@ class Group {
   ecu::tamu::pb::SignalGroup group_;
 };
 
-/// A message whose payload is `text` as it stands.
+/// A message whose payload is `text`, unchanged.
 inline ecu::tamu::com::Message raw_message(std::string_view text) {
   return ecu::tamu::com::make_message(0, {text.begin(), text.end()});
 }
@@ -53,7 +53,7 @@ inline ecu::tamu::com::Message framed_by_hand(std::string_view body) {
   return raw_message(text);
 }
 
-/// The bytes after the header of a message, and the header as far as it does not depend on the time.
+/// The body of a message, and the part of its header that does not depend on the time.
 inline std::string body_bytes(const ecu::tamu::com::Message& message) {
   return {message.payload.begin() + 18, message.payload.end()};
 }

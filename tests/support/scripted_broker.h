@@ -13,7 +13,7 @@
 
 namespace tests {
 
-/// A broker that misbehaves as a test wants it to. It serves one connection after another, and names each
+/// A broker that misbehaves as the test defines. It serves one connection after another, and names each
 /// packet as "CONNECT", "PUBLISH topic=payload", "SUBSCRIBE filter", "UNSUBSCRIBE filter", "PINGREQ" or
 /// "DISCONNECT".
 class ScriptedBroker {
@@ -27,9 +27,9 @@ class ScriptedBroker {
 
   [[nodiscard]] int port() const noexcept { return port_.number(); }
 
-  /// Whether `packet` has come `times` times.
+  /// Whether `packet` has arrived `times` times.
   bool wait_for(const std::string& packet, int times = 1);
-  /// All that came, in order.
+  /// All packets, in order.
   [[nodiscard]] std::vector<std::string> packets() const;
 
  private:

@@ -9,7 +9,7 @@
 
 namespace tests {
 
-/// A folder of the test's own, gone with it.
+/// The test's own folder, which is removed with this object.
 class TempDir {
  public:
   TempDir() {
@@ -28,7 +28,7 @@ class TempDir {
 
   [[nodiscard]] std::string path(const std::string& name) const { return (path_ / name).string(); }
 
-  /// Writes a file; its path.
+  /// Writes a file and returns its path.
   std::string write(const std::string& name, const std::string& text) const {
     std::ofstream(path(name)) << text;
     return path(name);

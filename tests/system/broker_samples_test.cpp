@@ -16,7 +16,7 @@ namespace {
 
 using Edits = std::vector<std::pair<std::string, std::string>>;
 
-/// A broker sample. Only where it says EDIT, `edits` are made; each must find its place.
+/// A broker sample with `edits`, which apply only to the lines marked EDIT; each must match.
 std::string sample(const std::string& name, const Edits& edits = {}) {
   std::ifstream file(SOURCE_DIR "/deploy/broker/" + name);
   EXPECT_TRUE(file) << name;
@@ -36,7 +36,7 @@ std::string sample(const std::string& name, const Edits& edits = {}) {
   return text;
 }
 
-/// A file of logins, the password of each being its name.
+/// A file of logins. The password of each is its name.
 std::string write_passwords(const TempDir& dir, const std::vector<std::string>& users) {
   std::string file = dir.write("passwords", "");
   for (std::ofstream logins(file); const std::string& user : users) {
@@ -52,8 +52,8 @@ const std::string socket_file = "/run/mqtt/broker.socket";
 const std::string password_file = "/etc/mosquitto/tolquil.passwd";
 const std::string access_list = "/etc/mosquitto/tolquil.acl";
 
-/// Puts samples where the broker reads them, one by one in the order of their names; the line that tells it
-/// to.
+/// Stores samples in a folder that the broker reads in the order of their names, and returns the
+/// configuration line for it.
 std::string installed(const TempDir& dir, const std::map<std::string, std::string>& samples) {
   std::filesystem::create_directory(dir.path("conf.d"));
   for (const auto& [name, text] : samples) {
@@ -136,7 +136,7 @@ TEST(BrokerSamplesTest, EachTopicHasItsWritersAndReadersAndNoOthers) {
       client.publish(rule.topic, "by " + user, false, 1);
       witness.publish(rule.topic, "for " + user, false, 1);
     }
-    // What the user may write, and may read: all that came before has been through by then.
+    // The topics that the user may write and read: all earlier messages have arrived by then.
     client.publish("system/presence/" + user, "done", false, 1);
     ASSERT_TRUE(witness.wait_for_text("system/presence/" + user, "done"));
     witness.publish("system/presence/x", "done", false, 1);
@@ -151,7 +151,7 @@ TEST(BrokerSamplesTest, EachTopicHasItsWritersAndReadersAndNoOthers) {
   EXPECT_THROW(BusClient(unit.logins.number(), "", "quil", "guessed"), std::runtime_error);
 }
 
-TEST(BrokerSamplesTest, WithoutAnAccessListTheSocketLetsInWhoeverReachesItAndNothingElseDoes) {
+TEST(BrokerSamplesTest, WithoutAnAccessListOnlyTheSocketAdmitsClients) {
   const TempDir dir;
   std::map<std::string, std::string> samples{
       {"socket.conf", sample("socket.conf", {{socket_file, dir.path("socket")}})},
@@ -198,7 +198,7 @@ TEST(BrokerSamplesTest, ALoginThatTakesTheDaemonsClientIdentifierDoesNotEndTheDa
   EXPECT_FALSE(heard(witness, presence_topic, "offline"));
 }
 
-TEST(BrokerSamplesTest, AMessageBeyondTheLimitIsDroppedAndItsSenderStays) {
+TEST(BrokerSamplesTest, AnOversizedMessageIsDroppedAndItsSenderStaysConnected) {
   UnitBroker unit;
   BusClient witness = unit.log_in("witness");
   witness.subscribe("x/#");
@@ -211,7 +211,7 @@ TEST(BrokerSamplesTest, AMessageBeyondTheLimitIsDroppedAndItsSenderStays) {
 
 // ---- the bridge ----
 
-/// The fleet's broker, and a unit's whose bridge leads to it.
+/// The fleet's broker, and a unit's broker with a bridge to it.
 class BridgeTest : public testing::Test {
  protected:
   const std::string id = "unit-0042";
@@ -233,7 +233,7 @@ class BridgeTest : public testing::Test {
     edits.emplace_back("/etc/mosquitto/ca_certificates/fleet.pem", authority.file());
     return sample("bridge.conf", edits);
   }
-  /// Whether the fleet's broker has kept the unit's variable, and nothing that is none.
+  /// Whether the fleet's broker has retained the unit's variable, and nothing else.
   void expect_kept(const std::string& value) {
     BusClient monitor(fleet.port(), "", "monitor", "monitor");
     monitor.subscribe("#");
@@ -245,7 +245,7 @@ class BridgeTest : public testing::Test {
           << kept.topic;
     }
   }
-  /// Returns when the daemon was there to hear it.
+  /// Returns when the daemon was on line to receive it.
   void send_variant(const std::string& value) {
     BusClient realtime = unit.log_in("realtime");
     realtime.subscribe("system/presence/#");
@@ -272,7 +272,7 @@ TEST_F(BridgeTest, TheFleetHasTheVariablesAfterEitherSideRestartsAndNeverASecret
   expect_kept("R08_B2");
 }
 
-TEST_F(BridgeTest, AUnitNeitherWritesAsAnotherNorEndsItsConnectionAndIsSeenToComeAndGo) {
+TEST_F(BridgeTest, AUnitCannotActAsAnotherAndItsPresenceIsVisible) {
   BusClient monitor(fleet.port(), "", "monitor", "monitor");
   monitor.subscribe("#");
   EXPECT_TRUE(monitor.wait_for_text(unit_tree + "connected", "1"));

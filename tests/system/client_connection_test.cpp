@@ -43,7 +43,8 @@ TEST_F(ClientConnectionTest, WithoutAConnectionRetainedMessagesAreKeptAndOthersR
   EXPECT_THAT(log, HasSubstr("WARNING [tamu.com.mqtt] no connection"));
 }
 
-TEST_F(ClientConnectionTest, EachConnectionBringsTheLatestRetainedMessagesInTheOrderOfTheirFirstPublication) {
+TEST_F(ClientConnectionTest,
+       EachConnectionPublishesTheLatestRetainedMessagesInTheOrderOfTheirFirstPublication) {
   publish("out/a", "1", true);
   publish("out/b", "1", true);
   publish("out/a", "2", true);
@@ -63,7 +64,7 @@ TEST_F(ClientConnectionTest, EachConnectionBringsTheLatestRetainedMessagesInTheO
                                  "out/a=2", "out/b=1", "out/c=1"));
 }
 
-TEST_F(ClientConnectionTest, AnObserverOfTheConnectionKnowsWhenAllThatIsRetainedHasCome) {
+TEST_F(ClientConnectionTest, AConnectionObserverLearnsWhenAllRetainedMessagesHaveArrived) {
   const auto recorder = make_recorder([first = true](const std::string&, const Message&) mutable {
     if (std::exchange(first, false)) {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -101,7 +102,7 @@ TEST_F(ClientConnectionTest, AnAcknowledgedMessageLeavesWithQualityOfServiceOne)
   EXPECT_FALSE(heard->retained);
 }
 
-TEST_F(ClientConnectionTest, ABrokerThatTakesNothingBlocksNobodyAndLosesNoLatestValue) {
+TEST_F(ClientConnectionTest, AStalledBrokerBlocksNobodyAndLosesNoLatestValue) {
   start();
   broker.freeze();
   const std::string piece(10'000, 'x');
@@ -116,7 +117,7 @@ TEST_F(ClientConnectionTest, ABrokerThatTakesNothingBlocksNobodyAndLosesNoLatest
   EXPECT_TRUE(bus.wait_for_text("out/kept", "2"));
 }
 
-TEST_F(ClientConnectionTest, AnObserverThatPublishesMuchGoesAtTheBrokersPace) {
+TEST_F(ClientConnectionTest, AnObserverThatFloodsTheBrokerIsSlowedDown) {
   const Message piece = raw_message(std::string(60'000, 'x'));
   std::vector<int> dropped;
   const auto observer = make_recorder([&](const std::string& topic, const Message&) {
@@ -142,7 +143,7 @@ TEST_F(ClientConnectionTest, AnObserverThatPublishesMuchGoesAtTheBrokersPace) {
   EXPECT_THAT(dropped, ElementsAre(0, testing::Gt(0)));
 }
 
-/// A session of the test's own, which hears what comes.
+/// The test's own session, which records what arrives.
 class SessionTest : public testing::Test, public ConnectionListener {
  protected:
   void connection_up() override {}
@@ -159,7 +160,7 @@ class SessionTest : public testing::Test, public ConnectionListener {
       ASSERT_FALSE(session->handle(fd.revents));
     }
   }
-  /// Sends a fence after it, and hears the answer; whether what was sent puts the keep-alive off.
+  /// Sends a fence after it and waits for the answer; true when the packets sent postpone the keep-alive.
   bool puts_keep_alive_off(const std::function<Failure()>& send) {
     const auto due = session->keep_alive_due();
     EXPECT_FALSE(send());
@@ -202,7 +203,7 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
 
 // ---- publications that the broker does not want ----
 
-/// The broker ends the connection of whoever sends a packet that is larger than this.
+/// The broker ends the connection of a client that sends a larger packet.
 class PacketLimitTest : public ClientTest {
  protected:
   PacketLimitTest() : ClientTest("allow_anonymous true\nmax_packet_size 5000") {}
@@ -210,7 +211,7 @@ class PacketLimitTest : public ClientTest {
   const std::string large = std::string(6000, 'x');
 };
 
-TEST_F(PacketLimitTest, ARetainedMessageThatIsTooLargeIsSetAsideAndAllElseGoesOn) {
+TEST_F(PacketLimitTest, AnOversizedRetainedMessageIsSetAsideAndOthersAreServed) {
   const std::string log = logged_by([this] {
     publish("out/before", "1", true);
     publish("out/large", large, true);
@@ -229,7 +230,7 @@ TEST_F(PacketLimitTest, ARetainedMessageThatIsTooLargeIsSetAsideAndAllElseGoesOn
   EXPECT_EQ(count(log, "topic out/large (6000 bytes)"), 1) << log;
 }
 
-TEST_F(PacketLimitTest, AnUnretainedMessageThatComesAgainAndAgainIsSetAside) {
+TEST_F(PacketLimitTest, ARepeatedOversizedUnretainedMessageIsSetAside) {
   const std::string log = logged_by([this] {
     start();
     for (int losses = 0; losses < 4; ++losses) {
@@ -250,13 +251,13 @@ struct AccessList {
       dir.write("access", "topic readwrite system/#\ntopic readwrite out/#\ntopic deny out/denied\n");
 };
 
-/// The broker denies a topic; one that ends the connection for it must do no more harm.
+/// The broker denies a topic. A broker that ends the connection because of it must cause no other damage.
 class DeniedTopicTest : private AccessList, public ClientTest {
  protected:
   DeniedTopicTest() : ClientTest("allow_anonymous true\nacl_file " + file) {}
 };
 
-TEST_F(DeniedTopicTest, ADeniedTopicKeepsNoOtherFromBeingServed) {
+TEST_F(DeniedTopicTest, ADeniedTopicDoesNotBlockOthers) {
   publish("out/before", "1", true);
   publish("out/denied", "1", true);
   publish("out/after", "1", true);
@@ -293,7 +294,7 @@ TEST_F(ClientConnectionTest, RunReturnsWhenNoObserverIsCalledAndTheConnectionIsC
   EXPECT_TRUE(broker.wait_for_log("tested disconnected"));
 }
 
-TEST_F(ClientConnectionTest, AStopBeforeTheStartHolds) {
+TEST_F(ClientConnectionTest, AStopBeforeTheStartTakesEffect) {
   client->stop();
   run();
   EXPECT_TRUE(returns_soon(running));

@@ -37,7 +37,7 @@ TEST_F(ClientDeliveryTest, EachMessageIsDeliveredOnceAndInOrderToEachObserver) {
   EXPECT_THAT(some->seen(), ElementsAre("in/b=1", "in/x/c=1", "in/b=1", "in/b=end"));
 }
 
-TEST_F(ClientDeliveryTest, AReceivedMessageTellsItsTimeAndHowItWasSent) {
+TEST_F(ClientDeliveryTest, AReceivedMessageHasItsTimeAndFlags) {
   bus.publish("out/kept", "k", true, 1);
   ASSERT_TRUE(bus.wait_for_text("out/kept", "k"));
   const auto began = DateTime::time_since_boot_ns();
@@ -109,7 +109,7 @@ TEST_F(ClientDeliveryTest, AFloodOnOneTopicDropsTheOldestOfThatTopicAlone) {
   EXPECT_THAT(log, testing::AllOf(HasSubstr("in/flood"), HasSubstr(" 744 ")));
 }
 
-TEST_F(ClientDeliveryTest, AnExceptionOutOfAnObserverIsLoggedAndDeliveryGoesOn) {
+TEST_F(ClientDeliveryTest, AnExceptionFromAnObserverIsLoggedAndDeliveryContinues) {
   const auto failing = make_recorder([](const std::string& topic, const Message&) {
     if (topic == "in/1") {
       throw std::runtime_error("out of order");
@@ -131,7 +131,7 @@ TEST_F(ClientDeliveryTest, AnExceptionOutOfAnObserverIsLoggedAndDeliveryGoesOn) 
 
 // ---- taking subscriptions back ----
 
-TEST_F(ClientDeliveryTest, UnsubscribeWaitsForTheCallThatIsUnderWay) {
+TEST_F(ClientDeliveryTest, UnsubscribeWaitsForTheCallInProgress) {
   const auto observer = make_blocked_recorder();
   const auto witness = make_recorder();
   client->subscribe("in/a", 0, observer);
@@ -152,7 +152,7 @@ TEST_F(ClientDeliveryTest, UnsubscribeWaitsForTheCallThatIsUnderWay) {
   EXPECT_EQ(observer.use_count(), 1);
 }
 
-TEST_F(ClientDeliveryTest, AnObserverMayUseTheClientAsItLikes) {
+TEST_F(ClientDeliveryTest, AnObserverMayUseTheWholeClient) {
   std::shared_ptr<Recorder> observer;
   observer = make_recorder([&](const std::string& topic, const Message&) {
     if (topic == "in/1") {

@@ -24,7 +24,7 @@ namespace tests {
 
 namespace com = ecu::tamu::com;
 
-/// Takes down "topic=payload", then does what the test wants done.
+/// Records "topic=payload", then calls the test's function.
 class Recorder final : public com::ISubscriptionObserver {
  public:
   using Action = std::function<void(const std::string& topic, const com::Message& msg)>;
@@ -82,7 +82,7 @@ class ConnectionLog final : public com::IConnectionObserver {
   const std::function<void(const std::string&)> on_event_;
 };
 
-/// The client under test, and another user of the bus that hears all of "out/" and "system/".
+/// The client under test, and another user of the bus that receives everything on "out/" and "system/".
 class ClientTest : public testing::Test {
  public:
   ~ClientTest() override {
@@ -109,7 +109,7 @@ class ClientTest : public testing::Test {
                                   }
                                 }));
   }
-  /// Runs the client; its connection and what it subscribed to before are there on return.
+  /// Runs the client; on return it is connected and its earlier subscriptions are in effect.
   void start() {
     run();
     ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));

@@ -20,11 +20,11 @@ constexpr const char* usage_text =
     "  -V, --version           Show version\n"
     "\n";
 
-TEST(CommandLineTest, WhatEndsTheProgramAtOnceHasItsExitCodeAndText) {
+TEST(CommandLineTest, OptionsThatEndTheProgramHaveTheirExitCodeAndText) {
   struct Case {
     std::vector<std::string> options;
     int status;
-    std::string text;  // on standard output; a log line without its time
+    std::string text;  // on standard output; log lines without their times
   };
   for (const auto& [options, status, text] : std::vector<Case>{
            {{"-V"}, 0, version_text},
@@ -53,7 +53,7 @@ TEST(CommandLineTest, WhatEndsTheProgramAtOnceHasItsExitCodeAndText) {
   }
 }
 
-TEST(CommandLineTest, QuilctlNamesTheWordThatIsWrong) {
+TEST(CommandLineTest, QuilctlNamesTheInvalidWord) {
   for (const auto& [line, text] : std::vector<std::pair<std::string, std::string>>{
            {"quilctl lst", "unknown command 'lst'; did you mean 'list'?\n"},
            {"quilctl secstore sett master -",
@@ -80,7 +80,7 @@ TEST(CommandLineTest, AConfigurationThatFailsVerificationEndsTheProgram) {
   EXPECT_THAT(lines_of(daemon.standard_output()), testing::SizeIs(2)) << daemon.output();
 }
 
-TEST(CommandLineTest, TheCommandLineBeatsTheFileAndTheLaterOptionTheEarlier) {
+TEST(CommandLineTest, TheCommandLineOverridesTheFileAndALaterOptionAnEarlierOne) {
   struct Case {
     std::string config;
     std::vector<std::string> options;
@@ -115,8 +115,8 @@ TEST(CommandLineTest, TheCommandLineBeatsTheFileAndTheLaterOptionTheEarlier) {
   }
 }
 
-// The system log's socket has a fixed path, so the program gets a /dev of its own.
-TEST(CommandLineTest, TheSystemLogGetsTheLinesUnlessTheyAreWantedElsewhere) {
+// The system log's socket has a fixed path, so the program gets its own /dev.
+TEST(CommandLineTest, TheSystemLogReceivesTheLinesUnlessAnotherLogIsSelected) {
   const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
   if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
     GTEST_SKIP() << "no mount namespace to be had";

@@ -23,13 +23,14 @@ namespace tests {
 inline const std::string program = PROGRAM_DIR "/tolquil";
 inline const std::string presence_topic = "system/presence/quil";
 
-/// The program with a configuration file of its own; `environment` is added to this process's.
+/// The program with its own configuration file; `environment` is added to this process's.
 class Daemon : private TempDir, public Process {
  public:
   explicit Daemon(const std::string& config, const std::vector<std::string>& options = {"-L", "-v"},
                   std::vector<std::string> environment = {})
       : Process(command(write("tolquil.conf", config), options, std::move(environment))) {}
-  /// Asks it to stop before it is killed, so that what runs at its end does run, sanitizers' checks included.
+  /// Requests a stop before it is killed, so that everything at its end runs, including the checks of
+  /// sanitizers.
   ~Daemon() {
     signal(SIGTERM);
     wait(std::chrono::seconds(4));
@@ -49,13 +50,13 @@ class Daemon : private TempDir, public Process {
   }
 };
 
-/// How to find a broker.
+/// The settings that select a broker.
 inline std::string config_for(int port, const std::string& more = "") {
   return "host = 127.0.0.1\nport = " + std::to_string(port) + '\n' + more;
 }
 
-/// A broker, another user of its bus that hears all that the daemon says, and what the daemon needs to find
-/// it.
+/// A broker, another user of its bus that receives every publication of the daemon, and the settings with
+/// which the daemon finds the broker.
 class SystemTest : public testing::Test {
  protected:
   SystemTest() { bus.subscribe("system/#"); }

@@ -16,13 +16,13 @@ std::string contents(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// What a man page says, without its markup.
+/// The text of a man page, without its markup.
 std::string man_page(const std::string& name) {
   const std::string text = std::regex_replace(contents("docs/man/" + name), std::regex(R"(\\f[A-Z])"), "");
   return std::regex_replace(text, std::regex(R"(\\-)"), "-");
 }
 
-/// Each first group of what matches.
+/// The first group of each match.
 std::set<std::string> all(const std::string& text, const char* pattern) {
   const std::regex expression(pattern, std::regex::multiline);
   std::set<std::string> found;
@@ -57,7 +57,7 @@ std::set<std::string> shown(std::vector<std::string> command, const std::string&
   return found;
 }
 
-TEST(DocumentationTest, WhatHelpShowsIsInTheManPageAndInBothCompletions) {
+TEST(DocumentationTest, EverythingInTheHelpIsInTheManPageAndBothCompletions) {
   struct Tool {
     std::string name, help_option, man_page;
   };
@@ -77,7 +77,8 @@ TEST(DocumentationTest, WhatHelpShowsIsInTheManPageAndInBothCompletions) {
 }
 
 TEST(DocumentationTest, CompletionForZshWorksMoreThanOnce) {
-  // Zsh runs the file as the body of a function, the first time only: what is local there is gone afterwards.
+  // Zsh runs the file as the body of a function, the first time only: local names of that run no longer exist
+  // afterwards.
   for (const std::string name : {"tolquil", "ecusim", "quilctl"}) {
     EXPECT_THAT(all(contents("deploy/completion/_" + name), "^(local|typeset|declare|integer)\\b"),
                 testing::IsEmpty())
@@ -85,14 +86,14 @@ TEST(DocumentationTest, CompletionForZshWorksMoreThanOnce) {
   }
 }
 
-TEST(DocumentationTest, CompletionOffersWhatFits) {
+TEST(DocumentationTest, CompletionOffersSuitableWords) {
   const TempDir dir;
   dir.write("mine.json", "");
   dir.write("mine.txt", "");
   const std::string script =
       "cd \"$0\" && COMP_WORDS=($2) && COMP_CWORD=$((${#COMP_WORDS[@]} - 1)) && "
       "source \"$1/$COMP_WORDS.bash\" && _$COMP_WORDS && echo ${COMPREPLY[*]}";
-  // The shell makes words of their own of "=".
+  // The shell treats "=" as a separate word.
   for (const auto& [line, offer] : std::vector<std::pair<std::string, std::string>>{
            {"tolquil --lo", "--log-stdout --loglevel"},
            {"tolquil -l n", "NOTICE"},
@@ -117,7 +118,7 @@ TEST(DocumentationTest, CompletionOffersWhatFits) {
   }
 }
 
-TEST(DocumentationTest, TheInstalledConfigurationHoldsEveryKeyAndTheDaemonTakesIt) {
+TEST(DocumentationTest, TheInstalledConfigurationHasEveryKeyAndTheDaemonAcceptsIt) {
   std::string config = contents("deploy/tolquil.conf"), table = contents("docs/interfaces.md");
   table.erase(0, table.find("## Configuration file"));
   table.resize(table.find("\n## "));

@@ -49,7 +49,7 @@ ecu::tamu::posix::UniqueFd begin_to_connect(const LoopbackPort& port) {
 
 class StopTest : public SystemTest {};
 
-TEST_F(StopTest, WithAHealthyBrokerSaysGoodByeAndSucceeds) {
+TEST_F(StopTest, WithAHealthyBrokerPublishesOfflineAndSucceeds) {
   for (const int signal : {SIGINT, SIGTERM}) {
     Daemon daemon(config());
     ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
@@ -113,13 +113,13 @@ TEST_F(StopTest, ASignalAtAnyMomentOfTheStartEndsIt) {
     std::this_thread::sleep_for(i * step);
     daemon.signal(SIGTERM);
     const auto status = daemon.wait();
-    // Until there is a handler the default action ends it.
+    // Before the handler is installed, the default action ends it.
     EXPECT_TRUE(status == 0 || (status == -SIGTERM && count(daemon.output(), "Subscribed") == 0))
         << daemon.output();
   }
 }
 
-TEST_F(StopTest, ASignalFromBeforeTheStartTakesEffectOnceItIsUp) {
+TEST_F(StopTest, ASignalPendingAtTheStartTakesEffectOnceItIsUp) {
   const TempDir dir;
   Process daemon({"/usr/bin/env", "--block-signal=TERM", "/bin/sh", "-c", "kill -TERM $$; exec \"$@\"", "sh",
                   program, "-L", "-v", "-c", dir.write("conf", config())});
@@ -137,17 +137,17 @@ class ConnectionTest : public SystemTest {
   }
 };
 
-TEST_F(ConnectionTest, ABrokerThatComesLateIsFound) {
+TEST_F(ConnectionTest, ALateBrokerIsFound) {
   broker.stop();
   Daemon daemon(config());
-  std::this_thread::sleep_for(std::chrono::seconds(3));  // the attempts grow rare meanwhile
+  std::this_thread::sleep_for(std::chrono::seconds(3));  // the pauses between attempts grow meanwhile
   broker.start();
   BusClient late(broker.port());
   late.subscribe("system/#");
   EXPECT_TRUE(late.wait_for_text(presence_topic, "online"));
 }
 
-TEST_F(ConnectionTest, ABrokerThatForgotAllIsMadeWhole) {
+TEST_F(ConnectionTest, ABrokerWithoutPersistenceReceivesEverythingAgain) {
   Daemon daemon(config());
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   send_serial_number(bus);
@@ -186,7 +186,7 @@ TEST_F(ConnectionTest, PresenceCanBeTurnedOff) {
   EXPECT_FALSE(bus.wait_for(presence_topic, nullptr, std::chrono::milliseconds(0)));
 }
 
-TEST_F(ConnectionTest, ALocalSocketAndTheKeepaliveAreTakenFromTheFile) {
+TEST_F(ConnectionTest, ALocalSocketAndTheKeepaliveAreReadFromTheFile) {
   Daemon daemon("client_name = other\nkeepalive = 7\nport = 1\nhost = " + broker.socket_path());
   EXPECT_TRUE(bus.wait_for_text(presence_topic, "online"));
   EXPECT_TRUE(broker.wait_for_log(" as quil (p2, c1, k7"));  // protocol 3.1.1, clean session
@@ -200,7 +200,7 @@ std::chrono::nanoseconds processor_time(int pid) {
   return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
 }
 
-/// The failure is told once, and neither that nor anything after costs processor time.
+/// The failure is logged once, and retrying costs hardly any processor time.
 void expect_calm_failure(Daemon& daemon, const std::function<void()>& let_it_try) {
   ASSERT_TRUE(daemon.wait_for_output("cannot connect"));
   const auto began = Clock::now();
@@ -211,13 +211,13 @@ void expect_calm_failure(Daemon& daemon, const std::function<void()>& let_it_try
   expect_prompt_stop(daemon);
 }
 
-TEST(LoginTest, ARefusalIsToldOnceAndTriedAgainCalmly) {
+TEST(LoginTest, ARefusalIsLoggedOnceAndRetriedWithPauses) {
   Broker broker("allow_anonymous false");
   Daemon daemon(config_for(broker.port()), {"-L"});
   expect_calm_failure(daemon, [&] { EXPECT_TRUE(broker.wait_for_log("not authorised", 4)); });
 }
 
-TEST(LoginTest, APeerThatSpeaksAnotherProtocolIsToldOnceAndTriedAgainCalmly) {
+TEST(LoginTest, APeerWithAnotherProtocolIsLoggedOnceAndRetriedWithPauses) {
   const Peer peer;
   Daemon daemon(config_for(peer.port.number()), {"-L"});
   const auto answer = [&peer] {
@@ -230,7 +230,7 @@ TEST(LoginTest, APeerThatSpeaksAnotherProtocolIsToldOnceAndTriedAgainCalmly) {
   expect_calm_failure(daemon, [&] { answer(), answer(), answer(); });
 }
 
-TEST(LoginTest, NameAndPasswordOpenTheDoor) {
+TEST(LoginTest, NameAndPasswordAreAccepted) {
   const TempDir dir;
   const std::string file = dir.write("passwords", "");
   ASSERT_EQ(Process({"/usr/bin/mosquitto_passwd", "-b", file, "unit", "secret"}).wait(), 0);
@@ -240,7 +240,7 @@ TEST(LoginTest, NameAndPasswordOpenTheDoor) {
   EXPECT_EQ(count(daemon.output(), "secret"), 0);
 }
 
-TEST(LoginTest, OnlyTheRightServerIsTrustedAndAnyOtherIsToldOnceAndTriedAgainCalmly) {
+TEST(LoginTest, OnlyTheRightServerIsTrustedAndAnyOtherIsLoggedOnceAndRetriedWithPauses) {
   Authority authority, stranger;
   const std::string open = "allow_anonymous true\n", name = "IP:127.0.0.1,DNS:localhost";
   const Broker right(open + authority.certify(name)), misnamed(open + authority.certify("DNS:elsewhere")),
@@ -273,7 +273,7 @@ TEST(LoginTest, OnlyTheRightServerIsTrustedAndAnyOtherIsToldOnceAndTriedAgainCal
   }
 }
 
-TEST_F(ConnectionTest, ABrokerThatFallsSilentIsNoticedAndFoundAgain) {
+TEST_F(ConnectionTest, ASilentBrokerIsDetectedAndFoundAgain) {
   Daemon daemon(config("keepalive = 5\n"));
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   broker.freeze();
@@ -287,7 +287,7 @@ TEST_F(ConnectionTest, ABrokerThatFallsSilentIsNoticedAndFoundAgain) {
 
 using ResourceTest = SystemTest;
 
-/// A number out of a file of /proc that names what it tells.
+/// A number from a file of /proc, by its name.
 long number_in(const std::filesystem::path& file, const std::string& name) {
   std::ifstream status(file);
   for (std::string word; status >> word;) {
@@ -326,7 +326,7 @@ TEST_F(ResourceTest, AnIdleDaemonSleeps) {
   EXPECT_EQ(sleeps(daemon.pid()), before);
 }
 
-TEST_F(ResourceTest, AFloodOnOneTopicCostsNeitherAnotherTopicNorMemory) {
+TEST_F(ResourceTest, AFloodOnOneTopicAffectsNeitherOtherTopicsNorMemory) {
   Daemon daemon(config(), {"-l", "EMERG"});
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   const auto kilobytes = [&daemon] {
@@ -337,7 +337,7 @@ TEST_F(ResourceTest, AFloodOnOneTopicCostsNeitherAnotherTopicNorMemory) {
   for (int i = 0; i < 4000; ++i) {
     bus.publish("rt/system/network_variant", flood);
   }
-  // The broker itself may drop what a slow client does not take.
+  // The broker itself may drop messages for a slow client.
   const auto answered = [this] {
     bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
     return bus.wait_for("system/var/hwvariant", nullptr, std::chrono::seconds(2)).has_value();
@@ -348,7 +348,7 @@ TEST_F(ResourceTest, AFloodOnOneTopicCostsNeitherAnotherTopicNorMemory) {
   }
 }
 
-TEST_F(ResourceTest, TheServiceManagerIsTold) {
+TEST_F(ResourceTest, TheServiceManagerIsNotified) {
   DatagramSocket manager;
   Daemon daemon(config(), {"-L"}, {"NOTIFY_SOCKET=" + manager.path(), "WATCHDOG_USEC=200000"});
   for (const char* state :

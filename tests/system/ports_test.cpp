@@ -42,7 +42,7 @@ class PortsTest : public SystemTest {
     to_daemon.write(param_record(0xa009, "TV 1") + param_record(0x11, "old") + end_mark());
   }
 
-  // Presence comes behind the subscriptions.
+  // The daemon publishes presence after its subscriptions.
   bool is_up() { return bus.wait_for_text(presence_topic, "online"); }
   void ask_for_all() { bus.publish("system/quil/request/sysparams", std::string_view()); }
   bool answered_with(const std::string& value) {
@@ -72,7 +72,7 @@ class PortsTest : public SystemTest {
   Daemon daemon{config("qpread = " + to_daemon.path() + "\nqpwrite = " + from_daemon.path() + "\n")};
 };
 
-TEST_F(PortsTest, ParametersAreAskedForWrittenAndSeenToComeBack) {
+TEST_F(PortsTest, ParametersAreRequestedWrittenAndReadBack) {
   ASSERT_TRUE(bus.wait_for("system/var/topversion", [](const BusMessage& message) {
     return message.payload.find("TV 1") != std::string::npos;
   }));
@@ -93,7 +93,7 @@ TEST_F(PortsTest, ParametersAreAskedForWrittenAndSeenToComeBack) {
   EXPECT_TRUE(answered_with("new"));
 }
 
-TEST_F(PortsTest, SecretsTravelBothWaysAndShowInNoLog) {
+TEST_F(PortsTest, SecretsAreRelayedBothWaysAndNeverLogged) {
   ASSERT_TRUE(is_up());
   to_daemon.write(wire(2, param(2, "hush-master")) + end_mark());
   EXPECT_TRUE(bus.wait_for_text("system/quil/secstore/getmaster", "hush-master"));
@@ -103,7 +103,7 @@ TEST_F(PortsTest, SecretsTravelBothWaysAndShowInNoLog) {
   EXPECT_EQ(daemon.output().find("hush"), std::string::npos);
 }
 
-TEST_F(PortsTest, ARequestThatWaitsForAnAnswerHoldsUpNothingElseNorAStop) {
+TEST_F(PortsTest, ARequestThatWaitsForAnAnswerDelaysNothingElse) {
   ASSERT_TRUE(is_up());
   write_param("unanswered");
   EXPECT_FALSE(written().empty());
@@ -119,7 +119,7 @@ TEST_F(PortsTest, ARequestThatWaitsForAnAnswerHoldsUpNothingElseNorAStop) {
   EXPECT_EQ(daemon.wait(), 0);
 }
 
-TEST_F(PortsTest, DamageAndAFarSideThatComesAndGoesCostNoWholeRecord) {
+TEST_F(PortsTest, DamageAndAReconnectingFarSideLoseNoWholeRecord) {
   ASSERT_TRUE(is_up());
   const std::string record = param_record(0x11, "whole");
   to_daemon.write("noise" + record.substr(0, 20));
@@ -131,7 +131,7 @@ TEST_F(PortsTest, DamageAndAFarSideThatComesAndGoesCostNoWholeRecord) {
   EXPECT_TRUE(answered_with("whole"));
 }
 
-TEST_F(PortsTest, AReceiveFifoThatIsMadeAnewIsReadAtOnce) {
+TEST_F(PortsTest, ARecreatedReceiveFifoIsReadAtOnce) {
   ASSERT_TRUE(is_up());
   ::unlink(to_daemon.path().c_str());
   const std::string port = "[tamu.ipc.queueport] " + to_daemon.path() + ": receive port ";
@@ -145,7 +145,7 @@ TEST_F(PortsTest, AReceiveFifoThatIsMadeAnewIsReadAtOnce) {
   EXPECT_TRUE(answered_with("anew"));
 }
 
-TEST_F(SystemTest, TheServiceManagerSeesThatAReceivePortIsAwayAndBack) {
+TEST_F(SystemTest, TheServiceManagerShowsThatAReceivePortIsAwayAndBack) {
   const TempDir dir;
   DatagramSocket manager;
   std::optional<PseudoTerminal> far_side(std::in_place);
@@ -166,7 +166,7 @@ TEST_F(SystemTest, TheServiceManagerSeesThatAReceivePortIsAwayAndBack) {
   }));
 }
 
-TEST_F(SystemTest, DaemonAndSimulatorFindEachOtherAgainWhicheverIsStartedAnew) {
+TEST_F(SystemTest, DaemonAndSimulatorReconnectWhicheverIsRestarted) {
   const TempDir dir;
   const std::string ports = "qpread = " + dir.path("telematics_param_receive") +
                             "\nqpwrite = " + dir.path("telematics_param_send") + "\n";
@@ -209,7 +209,7 @@ TEST_F(SystemTest, DaemonAndSimulatorFindEachOtherAgainWhicheverIsStartedAnew) {
 }
 
 /// The daemon sends its first request when the ignition has been on for a whole period of 12 s.
-TEST_F(SystemTest, TheVehicleIsAskedForItsVinUntilThatIsConfirmed) {
+TEST_F(SystemTest, TheVinIsRequestedUntilItIsConfirmed) {
   const std::string request_topic = "rt/j1939can/tx/rqst_fb_ee";
   bus.subscribe(request_topic);
   Daemon daemon(config());

@@ -14,11 +14,11 @@ namespace tests {
 
 using Json = nlohmann::json;
 
-/// What a call came back with.
+/// The result of a call.
 struct Outcome {
   int code;
   std::string out;
-  std::string all;  // with what went to standard error
+  std::string all;  // including standard error
 };
 
 /// A broker, the simulated surroundings with their ports, and the daemon, when a test wants them; and the
@@ -55,7 +55,7 @@ class QuilctlTest : public testing::Test {
     bus.subscribe(presence_topic);
     ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   }
-  /// The hardware's variant, as the real-time side tells it.
+  /// The hardware variant, as the real-time side sends it.
   void publish_variant(const std::string& variant) {
     bus.publish("rt/system/hw_variant", Group().bytes("variant", variant).message().payload);
   }

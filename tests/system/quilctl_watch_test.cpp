@@ -13,7 +13,7 @@ namespace {
 
 using testing::HasSubstr;
 
-/// The commands that go on until they are stopped.
+/// The commands that run until they are stopped.
 using QuilctlWatchTest = QuilctlTest;
 
 TEST_F(QuilctlWatchTest, AWatchReportsEachChangeOnceAndSurvivesALossOfTheBroker) {

@@ -45,7 +45,7 @@ TEST_F(RoutingTest, AValueIsPublishedRetainedWithTheTimeOfItsReception) {
   EXPECT_LT(variable(*message).timestamp(), after);
 }
 
-TEST_F(RoutingTest, TheLogTellsWhatBecomesOfEachMessage) {
+TEST_F(RoutingTest, TheLogShowsTheOutcomeOfEachMessage) {
   ASSERT_TRUE(daemon.wait_until_connected());
   const auto lines_before = lines_of(daemon.output()).size();
   bus.publish(hw_variant, "bad");
@@ -61,7 +61,7 @@ TEST_F(RoutingTest, TheLogTellsWhatBecomesOfEachMessage) {
 
   auto lines = lines_of(daemon.standard_output());
   lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(lines_before));
-  // Those of the VIN requester, which come when its thread gets to it.
+  // The lines of the VIN requester, whose thread writes them at its own time.
   std::erase_if(lines, [](const std::string& line) { return line.find(" thread") != std::string::npos; });
   EXPECT_THAT(
       lines,

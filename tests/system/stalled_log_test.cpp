@@ -4,7 +4,7 @@
 namespace tests {
 namespace {
 
-/// A daemon that logs all it can to a pipe that is full and that nobody reads.
+/// A daemon that logs at DEBUG to a full pipe without a reader.
 class StalledLogTest : public SystemTest {
  protected:
   StalledLogTest() {
@@ -26,7 +26,7 @@ class StalledLogTest : public SystemTest {
   Fifo log{dir, "log"};
 };
 
-TEST_F(StalledLogTest, HoldsUpNeitherVariablesNorTheStop) {
+TEST_F(StalledLogTest, DelaysNeitherVariablesNorTheStop) {
   Daemon daemon(config(), {"-L", "-v"}, into_log());
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   expect_variable();
@@ -36,7 +36,7 @@ TEST_F(StalledLogTest, HoldsUpNeitherVariablesNorTheStop) {
   EXPECT_EQ(log.read().find_first_not_of('.'), std::string::npos);
 }
 
-TEST_F(StalledLogTest, SaysHowManyLinesAreLostOnceItIsReadAgain) {
+TEST_F(StalledLogTest, ReceivesTheNumberOfLostLinesOnceItIsReadAgain) {
   Daemon daemon(config(), {"-L", "-v"}, into_log());
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   (void)log.read();
@@ -48,7 +48,7 @@ TEST_F(StalledLogTest, SaysHowManyLinesAreLostOnceItIsReadAgain) {
   EXPECT_THAT(lines, testing::Contains(testing::HasSubstr("HW Variant")));
 }
 
-TEST_F(StalledLogTest, LeavesTheSecondSignalItsEffect) {
+TEST_F(StalledLogTest, DoesNotDisableTheSecondSignal) {
   DatagramSocket manager;
   Daemon daemon(config(), {"-L", "-v"}, into_log({"NOTIFY_SOCKET=" + manager.path()}));
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
@@ -59,8 +59,8 @@ TEST_F(StalledLogTest, LeavesTheSecondSignalItsEffect) {
   EXPECT_EQ(daemon.wait(), -SIGINT);
 }
 
-// The system log's socket has a fixed path, so the program gets a /dev of its own.
-TEST_F(StalledLogTest, AppliesToTheSystemLogAsWell) {
+// The system log's socket has a fixed path, so the program gets its own /dev.
+TEST_F(StalledLogTest, DelaysNothingWhenItIsTheSystemLog) {
   const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
   if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
     GTEST_SKIP() << "no mount namespace available";

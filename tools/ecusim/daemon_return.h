@@ -8,8 +8,8 @@
 
 namespace ecu::sim {
 
-/// Calls `on_return` each time the daemon comes back on line, according to its presence on the bus. The first time
-/// does not count, because nothing has been lost before it.
+/// Calls `on_return` each time the daemon is back on line, according to its presence on the bus. The first
+/// time does not count, because nothing has been lost before it.
 class DaemonReturn final : public tamu::com::ISubscriptionObserver {
  public:
   explicit DaemonReturn(std::function<void()> on_return) : on_return_(std::move(on_return)) {}

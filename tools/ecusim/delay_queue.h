@@ -3,10 +3,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <stop_token>
 #include <utility>
+
+#include <ecu/tamu/thread_safety.h>
 
 namespace ecu::sim {
 
@@ -16,15 +17,15 @@ template <class T>
 class DelayQueue {
  public:
   void push(T item, std::chrono::milliseconds delay) {
-    const std::lock_guard lock(mutex_);
+    const tamu::MutexLock lock(mutex_);
     entries_.push_back({Clock::now() + delay, std::move(item)});
     changed_.notify_one();
   }
 
   /// Waits for the next item; nothing when `stop` is requested.
   std::optional<T> pop(const std::stop_token& stop) {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, stop, [this] { return !entries_.empty(); });
+    tamu::MutexLock lock(mutex_);
+    changed_.wait(lock, stop, [this]() TAMU_REQUIRES(mutex_) { return !entries_.empty(); });
     if (!stop.stop_requested()) {
       const Clock::time_point due = entries_.front().due;
       changed_.wait_until(lock, stop, due, [] { return false; });
@@ -45,9 +46,13 @@ class DelayQueue {
     T item;
   };
 
-  std::mutex mutex_;
-  std::condition_variable_any changed_;
-  std::deque<Entry> entries_;  // guarded by mutex_
+  // With its own synchronisation.
+  std::condition_variable_any changed_;  // waited for with mutex_
+
+  tamu::Mutex mutex_;
+
+  // Guarded by mutex_.
+  std::deque<Entry> entries_ TAMU_GUARDED_BY(mutex_);
 };
 
 }  // namespace ecu::sim

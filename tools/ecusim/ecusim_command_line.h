@@ -26,8 +26,8 @@ struct Options {
   std::chrono::duration<double> timeout = std::chrono::seconds(20);
 };
 
-/// Reads the command line into `options`. Returns an exit code when the program must not go on, because help
-/// was requested or the command line is wrong; the user has been told.
+/// Reads the command line into `options`. Returns an exit code when the program must not continue, because
+/// help was requested or the command line is wrong; the user has already seen the text.
 [[nodiscard]] std::optional<int> parse_command_line(int argc, const char* const* argv, Options& options);
 
 }  // namespace ecu::sim

@@ -19,7 +19,7 @@ struct FifoAccess {
 /// A FIFO in the file system, from construction to destruction.
 class Fifo {
  public:
-  /// Makes it with exactly this access, regardless of the umask; throws std::system_error when that fails,
+  /// Creates it with exactly this access, regardless of the umask; throws std::system_error when that fails,
   /// for example because the path exists.
   explicit Fifo(std::string path, const FifoAccess& access = {});
   ~Fifo();

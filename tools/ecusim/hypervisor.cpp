@@ -6,12 +6,12 @@
 #include <cerrno>
 #include <csignal>
 #include <memory>
-#include <mutex>
 #include <system_error>
 #include <utility>
 
 #include <ecu/tamu/com/system_parameters.h>
 #include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/thread_safety.h>
 
 #include "ecusim/port_frame.h"
 
@@ -55,14 +55,14 @@ class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
   }
 
   void send_parameters() {
-    const std::lock_guard lock(mutex_);
+    const tamu::MutexLock lock(mutex_);
     if (!setup_.parameters.empty()) {
       frames_.push(make_faulty_frame(setup_.parameters, setup_), at_once);
     }
   }
 
   void consume(const ipc::IpcSignal& record) override {
-    const std::lock_guard lock(mutex_);
+    const tamu::MutexLock lock(mutex_);
     std::optional<Parameter> parameter = parameter_in(record);
     if (!parameter) {
       tamu::logging::warning("A record that is no parameter was written, id ", record.id);
@@ -75,7 +75,7 @@ class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
   }
 
   void frame_finished() override {
-    const std::lock_guard lock(mutex_);
+    const tamu::MutexLock lock(mutex_);
     if (is_written_ && setup_.answer_writes) {
       frames_.push(make_faulty_frame(setup_.parameters, setup_), setup_.answer_after);
     }
@@ -91,13 +91,15 @@ class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
  private:
   static constexpr std::chrono::milliseconds at_once{0};
 
-  DelayQueue<tamu::com::Payload>& frames_;  // synchronises itself
+  // With its own synchronisation.
+  DelayQueue<tamu::com::Payload>& frames_;
 
-  std::mutex mutex_;  // guards all below
-  PortsSetup setup_;
-  // Since the last frame.
-  bool is_written_ = false;
-  std::vector<Parameter> written_secure_values_;
+  tamu::Mutex mutex_;
+
+  // Guarded by mutex_; the last two since the last frame.
+  PortsSetup setup_ TAMU_GUARDED_BY(mutex_);
+  bool is_written_ TAMU_GUARDED_BY(mutex_) = false;
+  std::vector<Parameter> written_secure_values_ TAMU_GUARDED_BY(mutex_);
 };
 
 Hypervisor::Hypervisor(PortsSetup setup, const std::string& folder, const FifoAccess& access)

@@ -13,7 +13,7 @@
 namespace ecu::sim {
 
 /// The far side of the queueing ports, from construction to destruction: makes the two FIFOs, sends what it
-/// keeps as soon as the daemon reads, takes the daemon's writes over and answers them. One thread sends, one
+/// keeps as soon as the daemon reads, adopts the daemon's writes and answers them. One thread sends, one
 /// receives.
 class Hypervisor {
  public:
@@ -24,7 +24,7 @@ class Hypervisor {
   Hypervisor(const Hypervisor&) = delete;
   Hypervisor& operator=(const Hypervisor&) = delete;
 
-  /// Sends all parameters once more, for a daemon that has lost them. From any thread.
+  /// Sends all parameters again, for a daemon that has lost them. Any thread.
   void send_parameters_again();
 
  private:

@@ -29,7 +29,7 @@ namespace ecu::sim {
 /// The parameter that a record carries; nothing when id or length contradict the record.
 [[nodiscard]] std::optional<Parameter> parameter_in(const tamu::ipc::IpcSignal& record);
 
-/// A frame of `parameters`, as it stands on the port.
+/// A frame of `parameters`, as bytes of the port.
 [[nodiscard]] tamu::com::Payload make_frame(const std::vector<Parameter>& parameters);
 
 /// The same with the faults of `setup`. There are intact records between the damaged ones, so a reader that

@@ -24,7 +24,7 @@ constexpr std::string_view private_key_key = "keyfile";
 
 struct BuiltInKey {
   std::string_view key;
-  std::string_view default_value;  // the logging library has that of the level
+  std::string_view default_value;  // the logging library has the default of the level
 };
 constexpr std::string_view level_key = "loglevel";
 constexpr BuiltInKey built_in_keys[] = {

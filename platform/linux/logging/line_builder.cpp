@@ -37,8 +37,8 @@ void LineBuilder::append_escaped(std::string_view text) noexcept {
   left_out_ += text.size();
 }
 
-// Moves the printable ASCII at the beginning of `text`, or the one character or byte there, to the line;
-// false when that does not fit.
+// Moves the printable ASCII at the beginning of `text`, or else one character or byte, to the line; false
+// when it does not fit.
 bool LineBuilder::append_beginning(std::string_view& text) noexcept {
   const std::string_view reachable = text.substr(0, room());
   const auto* const plain_end = std::ranges::find_if_not(reachable, is_printable_ascii);
@@ -49,7 +49,7 @@ bool LineBuilder::append_beginning(std::string_view& text) noexcept {
   }
   const auto [size, code] = text::first_character(text);
   const bool is_printable = size > 0 && !text::is_control(code);
-  // What remains of an escaped character of two bytes is no UTF-8 and so is escaped next.
+  // The second byte of an escaped character is not UTF-8 and so is escaped next.
   const std::array<char, 4> escape = text::hex_escape(text.front());
   const std::string_view piece =
       is_printable ? text.substr(0, size) : std::string_view(escape.data(), escape.size());
@@ -136,7 +136,7 @@ std::string_view LineBuilder::finish(std::string_view end) noexcept {
   return {buffer_.data(), size_};
 }
 
-// For text; 0 after a piece that did not fit, so that the line ends there.
+// The room for text; 0 after a piece that did not fit, so that the line ends there.
 std::size_t LineBuilder::room() const noexcept {
   return left_out_ > 0 ? 0 : max_size - end_room - size_;
 }
@@ -151,7 +151,7 @@ void LineBuilder::append_number(std::uint64_t number, int base, std::size_t min_
   append_literal({digits.begin(), count});
 }
 
-// Where there is room.
+// Appends text; the line must have room for it.
 void LineBuilder::put(std::string_view text) noexcept {
   text.copy(buffer_.data() + size_, text.size());
   size_ += text.size();

@@ -9,7 +9,7 @@
 
 namespace ecu::tamu::logging {
 
-/// A time of day since the Epoch, as the system's clock gives it.
+/// A time since the Epoch, from the system's clock.
 struct Timestamp {
   std::int64_t seconds;
   int milliseconds;
@@ -20,25 +20,25 @@ struct Timestamp {
 /// escaped. One thread at a time.
 class LineBuilder {
  public:
-  static constexpr std::size_t max_size = 4096;  // with everything before the text and the newline after it
+  static constexpr std::size_t max_size = 4096;  // including the prefix and the newline
 
-  /// Appends text as it is, or leaves all of it out.
+  /// Appends text unchanged, or omits it completely.
   void append_literal(std::string_view text) noexcept;
 
   /// Appends text; control characters (below U+0020, U+007F to U+009F) and bytes that are not part of valid
   /// UTF-8 (RFC 3629) as `\xNN` each.
   void append_escaped(std::string_view text) noexcept;
 
-  /// Appends a time in UTC as ISO 8601 has it: `2026-11-21T10:00:00.123Z`.
+  /// Appends a time in UTC in the form of ISO 8601: `2026-11-21T10:00:00.123Z`.
   void append_time(Timestamp time) noexcept;
 
-  /// Appends a local time as a line to the system log begins with it (RFC 3164): `Nov  1 10:00:00`.
+  /// Appends a local time in the form of the system log (RFC 3164): `Nov  1 10:00:00`.
   void append_local_time(Timestamp time) noexcept;
 
   /// Appends a piece of a log call: texts escaped, floating-point numbers with six significant digits.
   void append(const Field& field) noexcept;
 
-  /// The whole line with `end` after it. Nothing may be appended any more.
+  /// The whole line followed by `end`. Nothing may be appended afterwards.
   [[nodiscard]] std::string_view finish(std::string_view end) noexcept;
 
  private:

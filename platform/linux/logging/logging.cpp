@@ -33,8 +33,8 @@ struct Sinks {
   StreamSink standard_error{STDERR_FILENO};
 };
 
-// Never destroyed, as a thread may log until the process ends; not on the heap, as a lack of memory is
-// logged, too.
+// Never destroyed, because a thread may log until the process ends; not on the heap, because a lack of memory
+// is logged, too.
 Sinks& sinks() noexcept {
   alignas(Sinks) static std::array<std::byte, sizeof(Sinks)> memory;
   // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): nothing is allocated
@@ -63,7 +63,7 @@ namespace detail {
 constinit std::atomic<int> current_level{static_cast<int>(default_level)};
 
 void write_line(Level level, std::string_view module, std::initializer_list<Field> fields) noexcept {
-  // A caller may log between a failed call and its look at errno.
+  // A caller may log between a failed call and its check of errno.
   const int saved_errno = errno;
   if (Sink* const sink = sink_of(current_mode.load(std::memory_order_relaxed))) {
     sink->write(level, module, fields);

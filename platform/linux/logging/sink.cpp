@@ -5,11 +5,11 @@
 // opens the same pipe or terminal once more through /proc and sets the flag there. A pipe takes up to
 // PIPE_BUF bytes as a whole or not at all, and no line is longer.
 //
-// Where that is refused (the target belongs to another user), the sink asks poll first. A pipe with room then
+// If that is refused (the target belongs to another user), the sink calls poll first. A pipe with room then
 // takes PIPE_BUF bytes at once, unless another process fills it between the two calls; a terminal may wait.
 //
-// Sockets have a flag for each call. Regular files are always ready; they wait for nothing but the disk.
-// syslog(3) waits for a slow log daemon, so the system log gets a socket of the sink's own.
+// Sockets have a flag for each call. Regular files are always ready; they wait for the disk only. syslog(3)
+// waits for a slow log daemon, so the system log gets a socket of the sink's own.
 //
 // A terminal or a stream socket may take a part of a line. The line then counts as lost, and the next one
 // begins with a newline.
@@ -58,7 +58,7 @@ void append_text(LineBuilder& line, std::string_view module, std::initializer_li
   }
 }
 
-// The pipe or terminal behind `fd`, opened for this sink alone; empty when that is not allowed.
+// The pipe or terminal of `fd`, opened again for this sink; empty when that is not allowed.
 posix::UniqueFd open_non_blocking(int fd) noexcept {
   std::array<char, 32> path{"/proc/self/fd/"};
   std::to_chars(path.begin() + std::string_view(path.data()).size(), path.end() - 1, fd);
@@ -132,7 +132,7 @@ void StreamSink::examine_target() noexcept {
   struct stat status {};
   ::fstat(fd_, &status);
   is_socket_ = S_ISSOCK(status.st_mode);
-  // A regular file opened once more would be written from its beginning.
+  // A reopened regular file would be written from its beginning.
   if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)) {
     non_blocking_ = open_non_blocking(fd_);
   }
@@ -173,7 +173,8 @@ bool SyslogSink::take(std::string_view line) noexcept {
   if (socket_ && try_send()) {
     return true;
   }
-  // A full socket has a reader. Any other error is that of a log daemon that is gone; another may have come.
+  // A full socket has a reader. Any other error means that the log daemon is gone; a new one may have
+  // started.
   const bool is_full = socket_ && (errno == EAGAIN || errno == ENOBUFS);
   return !is_full && connect() && try_send();
 }

@@ -14,26 +14,26 @@
 
 namespace ecu::tamu::logging {
 
-/// Where lines go. Writing never waits for whoever reads them: a line that the sink does not take at once is
-/// lost and counted, and the first line that it takes again is a WARNING with the number lost, whatever the
-/// log's level. Any thread.
+/// Where lines go. Writing never waits for the reader: a line that the target does not accept at once is lost
+/// and counted. The first line that it accepts again is a WARNING with the number lost, whatever the log's
+/// level. Any thread.
 class Sink {
  public:
   virtual ~Sink() = default;
   Sink(const Sink&) = delete;
   Sink& operator=(const Sink&) = delete;
 
-  /// Composes a line of the fields and hands it over. Uses no heap; changes errno.
+  /// Composes a line from the fields and hands it over. Uses no heap; changes errno.
   void write(Level level, std::string_view module, std::initializer_list<Field> fields) noexcept
       TAMU_EXCLUDES(mutex_);
 
-  /// Looks afresh at what it writes to with the next line.
+  /// Examines its target again with the next line.
   void reset() noexcept TAMU_EXCLUDES(mutex_);
 
  protected:
   explicit Sink(std::string_view line_end) : line_end_(line_end) {}
 
-  /// Appends what stands before the text of a line.
+  /// Appends the prefix of a line.
   virtual void begin_line(LineBuilder& line, Level level) const noexcept = 0;
 
   /// Hands over a whole line without waiting. False when it is lost.
@@ -70,11 +70,11 @@ class StreamSink final : public Sink {
   bool is_socket_ TAMU_GUARDED_BY(mutex_) = false;
   posix::UniqueFd non_blocking_
       TAMU_GUARDED_BY(mutex_);                         // the same pipe or terminal; empty for anything else
-  bool is_line_open_ TAMU_GUARDED_BY(mutex_) = false;  // a part of a line was written last
+  bool is_line_open_ TAMU_GUARDED_BY(mutex_) = false;  // the last write was a part of a line
 };
 
 /// The system log, with lines as syslog(3) writes them: identity tolquil with the process identifier,
-/// facility daemon. A log daemon that restarts is found again.
+/// facility daemon. Reconnects to a log daemon that restarts.
 class SyslogSink final : public Sink {
  public:
   /// `path`, of at most 107 bytes, names the log daemon's datagram socket.

@@ -12,8 +12,8 @@
 
 namespace ecu::tamu::posix {
 
-/// Takes over the descriptor that a system call returned; throws std::system_error naming the call when it
-/// failed.
+/// Takes ownership of the descriptor that a system call returned; throws std::system_error with the name of
+/// the call when it failed.
 inline UniqueFd checked_fd(int fd, const char* call) {
   if (fd < 0) {
     throw std::system_error(errno, std::generic_category(), call);

@@ -1,16 +1,19 @@
 #include "system/heartbeat.h"
 
-#include <mutex>
 #include <utility>
 #include <vector>
+
+#include <ecu/tamu/thread_safety.h>
 
 namespace ecu::tamu {
 
 namespace {
 
 struct Registry {
-  std::mutex mutex;  // held while a loop is prodded, so that none is prodded after its end
-  std::vector<Heartbeat*> heartbeats;
+  Mutex mutex;  // held while a loop is prodded, so that no loop is prodded after its end
+
+  // Guarded by mutex.
+  std::vector<Heartbeat*> heartbeats TAMU_GUARDED_BY(mutex);
 };
 
 Registry& registry() {
@@ -22,18 +25,18 @@ Registry& registry() {
 
 Heartbeat::Heartbeat(std::string name, std::function<void()> prod)
     : name_(std::move(name)), prod_(std::move(prod)) {
-  const std::lock_guard lock(registry().mutex);
+  const MutexLock lock(registry().mutex);
   registry().heartbeats.push_back(this);
 }
 
 Heartbeat::~Heartbeat() {
-  const std::lock_guard lock(registry().mutex);
+  const MutexLock lock(registry().mutex);
   std::erase(registry().heartbeats, this);
 }
 
 std::string check_heartbeats() {
   std::string silent;
-  const std::lock_guard lock(registry().mutex);
+  const MutexLock lock(registry().mutex);
   for (Heartbeat* const heartbeat : registry().heartbeats) {
     if (!heartbeat->beaten_.exchange(false)) {
       silent += (silent.empty() ? "" : ", ") + heartbeat->name_;

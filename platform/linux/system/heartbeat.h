@@ -7,14 +7,13 @@
 
 namespace ecu::tamu {
 
-/// Registers a loop that the watchdog supervises. The loop's thread calls `beat` each time round. A loop that
-/// sleeps without a time-out while it is idle goes round once after `prod`, so that it can show at any time
-/// that it is alive. Nothing is prodded in a process that the service manager does not watch.
+/// Registers a loop that the watchdog supervises. The loop's thread calls `beat` in each cycle. A loop that
+/// sleeps without a time-out while it is idle completes a cycle after each `prod`, so that it can always show
+/// that it is alive. Loops are not prodded in a process that the service manager does not watch.
 class Heartbeat {
  public:
-  /// `name` stands in the log line about a loop that no longer goes round. `prod` is called by another
-  /// thread: it must return at once, throw nothing and use no other heartbeat. An example is signalling an
-  /// event.
+  /// `name` appears in the log line about a loop that hangs. `prod` is called by another thread: it must
+  /// return at once, throw nothing and use no other heartbeat. An example is signalling an event.
   Heartbeat(std::string name, std::function<void()> prod);
   /// `prod` is not called after this.
   ~Heartbeat();
@@ -22,7 +21,7 @@ class Heartbeat {
   Heartbeat(const Heartbeat&) = delete;
   Heartbeat& operator=(const Heartbeat&) = delete;
 
-  /// The loop goes round. Any thread.
+  /// Reports that the loop is alive. Any thread.
   void beat() noexcept { beaten_ = true; }
 
  private:
@@ -30,11 +29,12 @@ class Heartbeat {
 
   const std::string name_;
   const std::function<void()> prod_;
-  std::atomic<bool> beaten_ = true;  // since the last check; a new loop has not been prodded yet
+  std::atomic<bool> beaten_ =
+      true;  // since the last check; true at first, because a new loop has not been prodded yet
 };
 
-/// The names of the loops that have not gone round since the previous call, separated by ", "; empty when all
-/// have. Prods every loop for the next call. One thread.
+/// The names of the loops without a beat since the previous call, separated by ", "; empty when there are
+/// none. Prods every loop for the next call. One thread.
 [[nodiscard]] std::string check_heartbeats();
 
 }  // namespace ecu::tamu

@@ -30,8 +30,8 @@ class Watchdog {
  public:
   explicit Watchdog(Microseconds period) : period_(period) {}
 
-  /// Returns when to call this again. A loop that is late is looked at again soon: the manager waits for two
-  /// periods only.
+  /// Returns the time until the next call. A late loop is checked again soon, because the manager waits for
+  /// two periods only.
   Microseconds feed() {
     std::string silent = check_heartbeats();
     if (silent.empty()) {
@@ -45,7 +45,7 @@ class Watchdog {
 
  private:
   const Microseconds period_;
-  std::string reported_;  // the loops that the last check found silent
+  std::string reported_;  // the late loops of the last check
 };
 
 }  // namespace

@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <limits>
 #include <map>
-#include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
@@ -19,6 +18,7 @@
 
 #include <ecu/tamu/application.h>
 #include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/thread_safety.h>
 
 #include "posix/unique_fd.h"
 #include "text/parse_number.h"
@@ -78,11 +78,11 @@ void notify(std::string_view state) noexcept {
   }
 }
 
-// The status text, made of parts. It is sent with the lock held, so that the last one sent is the newest.
+// The status text, made of parts. It is sent with the lock held, so that the newest text is sent last.
 class Status {
  public:
   void set(std::string_view name, std::string_view text) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     parts_.insert_or_assign(std::string(name), without_controls(text));
     const std::string joined_parts = joined();
     if (joined_parts != sent_) {
@@ -92,7 +92,7 @@ class Status {
   }
 
   void send_with(const std::string& state) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     sent_ = joined();
     notify(state + "\nSTATUS=" + (sent_.empty() ? "Running" : sent_));
   }
@@ -106,7 +106,7 @@ class Status {
     return plain;
   }
 
-  [[nodiscard]] std::string joined() const {
+  [[nodiscard]] std::string joined() const TAMU_REQUIRES(mutex_) {
     std::string text;
     for (const auto& [name, part] : parts_) {
       text += (text.empty() || part.empty() ? "" : "; ") + part;
@@ -114,9 +114,11 @@ class Status {
     return text;
   }
 
-  std::mutex mutex_;  // guards all below
-  std::map<std::string, std::string> parts_;
-  std::string sent_;
+  Mutex mutex_;
+
+  // Guarded by mutex_.
+  std::map<std::string, std::string> parts_ TAMU_GUARDED_BY(mutex_);
+  std::string sent_ TAMU_GUARDED_BY(mutex_);
 };
 
 Status& status() {

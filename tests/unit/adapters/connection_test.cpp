@@ -43,7 +43,7 @@ MqttSettings settings_for(const std::string& host, int port = 0) {
 
 // ---- the connection ----
 
-/// Takes down what happens, then does what the test wants done, which may throw.
+/// Records the events, then calls the test's function, which may throw.
 class Listener final : public ConnectionListener {
  public:
   void connection_up() override { happened("up"); }
@@ -68,7 +68,7 @@ class Listener final : public ConnectionListener {
 
 class ConnectionTest : public testing::Test {
  protected:
-  /// Runs the connection until so many events have come.
+  /// Runs the connection until this number of events has occurred.
   std::vector<std::string> run(Connection& connection, std::size_t count) {
     const ecu::tamu::posix::Event wake;
     const auto deadline = Connection::Clock::now() + tests::patience;
@@ -81,7 +81,7 @@ class ConnectionTest : public testing::Test {
   Listener listener;
 };
 
-TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsThenMadeAnew) {
+TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsRetried) {
   tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
   MqttSettings settings = settings_for("127.0.0.1", broker.port());
   for (const std::string failing : {"up", "fence"}) {
@@ -104,27 +104,32 @@ TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsThenMadeAne
   }
 }
 
-TEST_F(ConnectionTest, AnAnswerThatIsOverdueIsALostConnection) {
-  const std::vector<std::pair<std::string, std::function<void(Connection&)>>> requests{
+TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
+  struct Request {
+    std::string packet;
+    std::function<void(Connection&)> send;
+  };
+  const std::vector<Request> requests{
       {"PUBLISH a=1", [](Connection& connection) { connection.publish("a", text_message("1", true)); }},
       {"SUBSCRIBE a", [](Connection& connection) { connection.subscribe("a", 0); }},
       {"UNSUBSCRIBE a", [](Connection& connection) { connection.unsubscribe("a"); }},
       {"UNSUBSCRIBE $echo", [](Connection& connection) { connection.request_fence(Fence::publication); }},
   };
-  for (const auto& [packet, request] : requests) {
-    tests::ScriptedBroker broker(
-        [&](const std::string& name) { return name == packet ? Reaction::ignore : Reaction::answer; });
+  for (const Request& request : requests) {
+    tests::ScriptedBroker broker([&](const std::string& name) {
+      return name == request.packet ? Reaction::ignore : Reaction::answer;
+    });
     MqttSettings settings = settings_for("127.0.0.1", broker.port());
     settings.answer_timeout = 100ms;
     listener.events.clear();
     Connection connection(settings, listener);
     listener.on_event = [&](const std::string& event) {
       if (event == "up") {
-        request(connection);
+        request.send(connection);
       }
     };
     connection.open();
-    EXPECT_THAT(run(connection, 3), ElementsAre("up", "down: no acknowledgement", "up")) << packet;
+    EXPECT_THAT(run(connection, 3), ElementsAre("up", "down: no acknowledgement", "up")) << request.packet;
     EXPECT_EQ(listener.down, ConnectionFailure::no_answer);
   }
 }
@@ -137,11 +142,11 @@ TEST_F(ConnectionTest, SettingsThatTheLibraryRefusesFailTheConnectionWithTheirRe
   EXPECT_THAT(run(connection, 1), ElementsAre(testing::StartsWith("down: user name: ")));
 }
 
-TEST_F(ConnectionTest, OneNameLookupIsUnderWayAtATimeAndALateResultIsUsed) {
+TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
   tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
   MqttSettings settings = settings_for("broker.invalid", broker.port());
   settings.connect_timeout = 10ms;
-  // Outlives the test together with the thread of the lookup.
+  // May outlive the test, like the thread of the lookup.
   struct Resolution {
     std::latch answered{1};
     std::atomic<int> lookups = 0;
@@ -203,7 +208,7 @@ class ClientAgainstScriptTest : public testing::Test {
   std::optional<MqttClient> client;
 };
 
-TEST_F(ClientAgainstScriptTest, WithoutAcknowledgementsOtherTopicsGoOn) {
+TEST_F(ClientAgainstScriptTest, MissingAcknowledgementsDoNotDelayOtherTopics) {
   start([](const std::string& packet) {
     return packet.starts_with("PUBLISH acknowledged") ? Reaction::ignore : Reaction::answer;
   });
@@ -223,7 +228,7 @@ TEST_F(ClientAgainstScriptTest, WithoutAcknowledgementsOtherTopicsGoOn) {
   EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=after these")));
 }
 
-/// Has no memory when the first connection comes up.
+/// Runs out of memory when the first connection comes up.
 class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
  public:
   void connection_up() override {
@@ -256,7 +261,7 @@ TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKept) {
               ElementsAre("CONNECT", "CONNECT", "SUBSCRIBE in/a", "UNSUBSCRIBE $echo", "PUBLISH kept=1"));
 }
 
-TEST_F(ClientAgainstScriptTest, APublicationThatTheBrokerDoesNotWantIsSetAsideUntilItsValueChanges) {
+TEST_F(ClientAgainstScriptTest, AnUnacceptablePublicationIsSetAsideUntilItsValueChanges) {
   for (const bool acknowledged : {false, true}) {
     const std::string log = tests::logged_by([&] {
       start([](const std::string& packet) {
@@ -281,7 +286,7 @@ TEST_F(ClientAgainstScriptTest, APublicationThatTheBrokerDoesNotWantIsSetAsideUn
   }
 }
 
-TEST_F(ClientAgainstScriptTest, ASubscriptionThatTheBrokerDoesNotWantIsBlamedOnNoPublication) {
+TEST_F(ClientAgainstScriptTest, AnUnacceptableSubscriptionIsBlamedOnNoPublication) {
   constexpr int denials = 5;
   const auto observer = std::make_shared<FailingObserver>();
   const std::string log = tests::logged_by([&] {
@@ -299,7 +304,7 @@ TEST_F(ClientAgainstScriptTest, ASubscriptionThatTheBrokerDoesNotWantIsBlamedOnN
   EXPECT_EQ(tests::count(log, "ERROR"), 0) << log;
 }
 
-TEST_F(ClientAgainstScriptTest, AnUnretainedPublicationThatTheBrokerDoesNotWantIsFoundToo) {
+TEST_F(ClientAgainstScriptTest, AnUnacceptableUnretainedPublicationIsFoundToo) {
   start([](const std::string& packet) {
     return packet.starts_with("PUBLISH denied") ? Reaction::close : Reaction::answer;
   });

@@ -20,7 +20,7 @@ using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
 using testing::ElementsAre;
 
-/// Takes down "topic:payload", then does what the test wants done.
+/// Records "topic:payload", then calls the test's function.
 struct Recorder final : ISubscriptionObserver {
   void message(const std::string& topic, const Message& msg) override {
     seen.push_back(topic + ":" + std::string(msg.payload.begin(), msg.payload.end()));
@@ -63,7 +63,7 @@ class DeliveryTest : public testing::Test {
   std::shared_ptr<Recorder> b = std::make_shared<Recorder>();
 };
 
-TEST_F(DeliveryTest, EveryObserverGetsAMessageOnceInTheOrderOfArrival) {
+TEST_F(DeliveryTest, EveryObserverReceivesEachMessageOnceInTheOrderOfArrival) {
   EXPECT_TRUE(delivery.add("x", 0, a));
   EXPECT_FALSE(delivery.add("x", 0, a));
   EXPECT_TRUE(delivery.add("x", 1, b));
@@ -83,7 +83,7 @@ TEST_F(DeliveryTest, EveryObserverGetsAMessageOnceInTheOrderOfArrival) {
   EXPECT_EQ(wanted[0].max_qos, 1);
 }
 
-TEST_F(DeliveryTest, AFloodCostsOnlyItsOwnTopicAndIsReportedOnce) {
+TEST_F(DeliveryTest, AFloodDropsMessagesOfItsOwnTopicOnlyAndIsReportedOnce) {
   delivery.add("flood", 0, a);
   delivery.add("calm", 0, a);
   post("calm", "first");
@@ -100,7 +100,7 @@ TEST_F(DeliveryTest, AFloodCostsOnlyItsOwnTopicAndIsReportedOnce) {
               ElementsAre("WARNING [tamu.com.mqtt] observer too slow: 744 messages dropped on topic flood"));
 }
 
-TEST_F(DeliveryTest, OverloadIsLoggedAtMostOnceInFiveSecondsWithNothingLeftOut) {
+TEST_F(DeliveryTest, OverloadIsLoggedAtMostOnceInFiveSecondsAndCountedCompletely) {
   using std::chrono::seconds;
   const std::string line = "WARNING [tamu.com.mqtt] observer too slow: ";
   delivery.add("flood", 0, a);
@@ -132,7 +132,7 @@ TEST_F(DeliveryTest, OverloadIsLoggedAtMostOnceInFiveSecondsWithNothingLeftOut) 
   EXPECT_EQ(lost, 36u);
 }
 
-TEST_F(DeliveryTest, AMessageThatIsLargerThanAQueueIsDroppedAlone) {
+TEST_F(DeliveryTest, OnlyTheMessageThatExceedsAQueueIsDropped) {
   delivery.add("x", 0, a);
   post("x", "before");
   post("x", std::string(max_waiting_bytes, 'l'));
@@ -202,7 +202,7 @@ TEST_F(DeliveryTest, AFailedAllocationCostsAtMostItsMessage) {
   EXPECT_EQ(counter->calls, calls_before + 3);
 }
 
-TEST_F(DeliveryTest, WhatWaitsOnATopicIsBoundedInBytes) {
+TEST_F(DeliveryTest, MessagesWaitingOnATopicAreBoundedInBytes) {
   delivery.add("x", 0, a);
   const std::string large(max_waiting_bytes / 2, 'l');
   for (const char* tail : {"1", "2", "3"}) {
@@ -215,7 +215,7 @@ TEST_F(DeliveryTest, WhatWaitsOnATopicIsBoundedInBytes) {
   EXPECT_EQ(a->seen[1], "x:small");
 }
 
-TEST_F(DeliveryTest, AnUnsubscribedObserverGetsNothingMore) {
+TEST_F(DeliveryTest, AnUnsubscribedObserverReceivesNothingMore) {
   delivery.add("x", 0, a);
   delivery.add("x", 0, b);
   delivery.add("y", 0, a);
@@ -242,7 +242,7 @@ TEST_F(DeliveryTest, AnObserverMayUnsubscribeInsideItsCall) {
   EXPECT_THAT(a->seen, ElementsAre("x:1"));
 }
 
-TEST_F(DeliveryTest, ACallThatLastsHoldsUpOnlyThoseWhoWaitForItsEnd) {
+TEST_F(DeliveryTest, ALongCallDelaysOnlyCallersThatWaitForItsEnd) {
   std::promise<void> entered, leave;
   std::atomic<bool> call_over = false;
   delivery.add("x", 0, a);

@@ -20,7 +20,7 @@ using namespace ecu::tamu::com::mqtt;
 
 constexpr std::chrono::seconds patience{20};
 
-/// Each time round the leader makes one call, which the test defines, until that returns false. Before each
+/// In each cycle the leader makes one call, which the test defines, until it returns false. Before each call
 /// there are no more threads than the leader, one stand-in and those inside calls.
 class LeaderThreadsTest : public testing::Test {
  protected:
@@ -112,7 +112,7 @@ class LeaderThreadsTest : public testing::Test {
                         [this](const std::function<void()>& body) { return make_thread(body); }};
 };
 
-TEST_F(LeaderThreadsTest, ALeaderWhoseCallsLastIsRelieved) {
+TEST_F(LeaderThreadsTest, ALeaderWithLongCallsIsRelieved) {
   run([this](int number) {
     const bool is_relieved = number == 1 && relieved(number);
     EXPECT_TRUE(number != 1 || !threads.leading());
@@ -121,7 +121,7 @@ TEST_F(LeaderThreadsTest, ALeaderWhoseCallsLastIsRelieved) {
   EXPECT_GE(reliefs, 1);
 }
 
-TEST_F(LeaderThreadsTest, AStandInThatCannotBeMadeIsTriedAgainAtEachCall) {
+TEST_F(LeaderThreadsTest, AMissingStandInIsRetriedAtEachCall) {
   creations_to_fail = 3;
   const auto log = tests::logged_lines([this] {
     run([this](int number) {
@@ -135,7 +135,7 @@ TEST_F(LeaderThreadsTest, AStandInThatCannotBeMadeIsTriedAgainAtEachCall) {
                "WARNING [tamu.com.mqtt] an observer that blocks will hold up the network: std::bad_alloc"));
 }
 
-TEST_F(LeaderThreadsTest, ThousandsOfReliefsTakeNoMoreThreadsThanBlockAtOnce) {
+TEST_F(LeaderThreadsTest, ThousandsOfReliefsNeedNoMoreThreadsThanBlockAtOnce) {
   constexpr int last_call = 2000;
   run([this](int number) { return number < last_call && relieved(number); });
   EXPECT_GE(calls, last_call);
@@ -161,7 +161,7 @@ TEST_F(LeaderThreadsTest, ThreadsOfCallsThatBlockedAtOnceEndAfterwards) {
   go_on = false;
 }
 
-TEST_F(LeaderThreadsTest, TheFirstThreadThatCannotBeMadeIsTheCallersFault) {
+TEST_F(LeaderThreadsTest, StartThrowsWhenTheFirstThreadCannotBeCreated) {
   LeaderThreads none(
       [] {}, std::chrono::milliseconds(2),
       [](const std::function<void()>&) -> std::thread {

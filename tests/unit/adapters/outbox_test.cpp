@@ -49,7 +49,7 @@ TEST_F(OutboxTest, EveryConnectionPublishesTheLatestRetainedMessagesInTheOrderOf
   EXPECT_THAT(pop_all(), ElementsAre("b:3", "a:4"));
 }
 
-TEST_F(OutboxTest, AnOutageCostsUnretainedMessagesAndOneLine) {
+TEST_F(OutboxTest, AnOutageDropsUnretainedMessagesWithOneLogLine) {
   for (int outage = 0; outage < 2; ++outage) {
     const auto log = tests::logged_lines([this] {
       EXPECT_EQ(push("a", "1", false), PublishResult::not_connected);
@@ -92,7 +92,7 @@ TEST_F(OutboxTest, IsBoundedInBytes) {
   EXPECT_EQ(push("u", "x", false), PublishResult::success);
 }
 
-TEST_F(OutboxTest, WhatWaitsForAcknowledgementsLetsOtherTopicsPass) {
+TEST_F(OutboxTest, PublicationsThatAwaitAcknowledgementsLetOtherTopicsPass) {
   outbox.connection_up();
   push("a", "acknowledged 1", false, true);
   push("b", "1", false);
@@ -111,7 +111,7 @@ TEST_F(OutboxTest, WhatWaitsForAcknowledgementsLetsOtherTopicsPass) {
   EXPECT_THAT(pop_all(false), ElementsAre("a:7"));
 }
 
-TEST_F(OutboxTest, WhatIsStalledCountsAndItsRetainedMessagesAreReplaced) {
+TEST_F(OutboxTest, StalledPublicationsCountAndRetainedOnesAmongThemAreReplaced) {
   outbox.connection_up();
   push("r", "old", true, true);
   for (std::size_t i = 1; i < max_queued_publications; ++i) {

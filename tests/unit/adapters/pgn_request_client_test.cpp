@@ -41,7 +41,7 @@ TEST_F(PgnRequestClientTest, GrantsATopicAgainOnceTheLastGrantIsOldEnough) {
   EXPECT_EQ(ask(), too_early);
 }
 
-TEST_F(PgnRequestClientTest, ARefusalCostsNoGrant) {
+TEST_F(PgnRequestClientTest, ARefusalDoesNotDelayTheNextGrant) {
   bus->is_connected = false;
   EXPECT_EQ(ask(), "the bus is not connected");
   bus->is_connected = true;
@@ -49,7 +49,7 @@ TEST_F(PgnRequestClientTest, ARefusalCostsNoGrant) {
   EXPECT_EQ(ask(), "granted");
 }
 
-TEST_F(PgnRequestClientTest, OfTwoThreadsThatAskOneIsGrantedForAsLongAsItAskedFor) {
+TEST_F(PgnRequestClientTest, OneOfTwoThreadsIsGrantedForTheTimeItRequested) {
   auto other = std::async(std::launch::async, [&] { return client.request_token(request_topic, 60); });
   const auto token = client.request_token(request_topic, 60);
   const auto other_token = other.get();

@@ -29,7 +29,7 @@ class QuarantineTest : public testing::Test {
   bool lose(ConnectionFailure failure = ConnectionFailure::closed_by_peer) {
     return quarantine.connection_lost(failure, now);
   }
-  /// The connection is lost right after this publication; whether that sets it aside.
+  /// Loses the connection right after this publication; true when that sets it aside.
   bool lose_by(const std::string& topic, const std::string& text) {
     EXPECT_NE(handle(topic, text), Handling::withhold);
     return lose();
@@ -39,7 +39,7 @@ class QuarantineTest : public testing::Test {
       ASSERT_LT(losses, 4);
     }
   }
-  /// What became of it; a test is passed.
+  /// How the publication was handled; a test passes.
   std::string handled(const std::string& topic, const std::string& text) {
     switch (handle(topic, text)) {
       case Handling::send:
@@ -136,7 +136,7 @@ TEST_F(QuarantineTest, ALossBeforeTheFirstPublicationOfAConnectionSetsNothingAsi
   EXPECT_TRUE(lose_by("a", "1"));
 }
 
-TEST_F(QuarantineTest, ATopicThatGoesOnFailingIsTriedAfterPausesThatDouble) {
+TEST_F(QuarantineTest, ATopicThatKeepsFailingIsRetriedAfterDoublingPauses) {
   set_aside("bad", "1");
   set_aside("bad", "2");  // the first change is tried at once
   for (const auto pause : {1s, 2s, 4s, 8s}) {

@@ -31,7 +31,7 @@ using namespace std::chrono_literals;
 using tests::end_mark;
 using tests::wire;
 
-/// What a parser makes of bytes: "id " for a record, "|" for the end of a frame, "-n " for n bytes dropped.
+/// The output of a parser: "id " for a record, "|" for the end of a frame, "-n " for n bytes dropped.
 class Parsed {
  public:
   Parsed& add(std::string_view bytes, RecordParser::TimePoint now = {}) {
@@ -64,7 +64,7 @@ class Parsed {
 
 const std::string stream = wire(1, "one") + wire(2, "") + wire(3, std::string(5000, 'x')) + end_mark();
 
-TEST(RecordParserTest, WholeRecordsComeThroughHoweverTheyAreSplit) {
+TEST(RecordParserTest, WholeRecordsAreFoundHoweverTheyAreSplit) {
   EXPECT_EQ(Parsed().add(stream).text(), "1 2 3 |");
   for (std::size_t split = 0; split <= stream.size(); split += split < 200 ? 1 : 97) {
     EXPECT_EQ(Parsed().add(stream.substr(0, split)).add(stream.substr(split)).text(), "1 2 3 |") << split;
@@ -86,7 +86,7 @@ TEST(RecordParserTest, DamageAtAnyOffsetCostsNoOtherRecord) {
   }
 }
 
-TEST(RecordParserTest, RecordsInsideOfWhatATornOneClaimsAreFound) {
+TEST(RecordParserTest, RecordsInsideTheAnnouncedSizeOfATornOneAreFound) {
   const std::string torn = wire(1, std::string(60000, 'x')).substr(0, 300);
   const RecordParser::TimePoint start{};
   Parsed parsed;
@@ -103,7 +103,7 @@ TEST(RecordParserTest, RefusesOversizedRecordsAndFalseMarks) {
   EXPECT_EQ(Parsed().add(mark + wire(2, "")).at_end().text(), "-24 2 ");
 }
 
-TEST(RecordParserTest, IncompleteRecordsAreGivenUpAfterTheirTime) {
+TEST(RecordParserTest, IncompleteRecordsAreAbandonedAfterTheirTime) {
   const RecordParser::TimePoint start{};
   Parsed parsed;
   parsed.add(wire(1, "one").substr(0, 20), start);
@@ -112,7 +112,7 @@ TEST(RecordParserTest, IncompleteRecordsAreGivenUpAfterTheirTime) {
 }
 
 /// Magic bytes all over, each the header of a large record that never comes.
-TEST(RecordParserTest, HostileHeadersAreDroppedAndTheRecordBehindThemFound) {
+TEST(RecordParserTest, HostileHeadersAreDroppedAndTheRecordAfterThemIsFound) {
   const std::string header = wire(7, std::string(60000, 'x')).substr(0, 24);
   std::string hostile;
   while (hostile.size() < 1'000'000) {
@@ -122,7 +122,7 @@ TEST(RecordParserTest, HostileHeadersAreDroppedAndTheRecordBehindThemFound) {
   EXPECT_THAT(text, testing::EndsWith(" 9 "));
 }
 
-TEST(RecordParserTest, ReceptionNeedsNoMemoryThatMightBeMissing) {
+TEST(RecordParserTest, ReceptionAllocatesNoMemory) {
   const std::string header = wire(7, std::string(60000, 'x')).substr(0, 24);
   std::string bytes;
   for (int i = 0; i < 5000; ++i) {
@@ -159,7 +159,7 @@ class QueuePortTest : public testing::Test {
   tests::Reader reader{std::make_unique<tests::Passing>(log)};
 };
 
-TEST_F(QueuePortTest, AWritersRecordsMakeAFrame) {
+TEST_F(QueuePortTest, AWritersRecordsFormAFrame) {
   ASSERT_TRUE(reader.open(fifo.path()));
   {
     tests::Writer writer;
@@ -176,7 +176,7 @@ TEST_F(QueuePortTest, AWritersRecordsMakeAFrame) {
   EXPECT_EQ(log.text(), "26:abc 27: |.");
 }
 
-TEST_F(QueuePortTest, DamageIsOneErrorLineAndReceptionGoesOn) {
+TEST_F(QueuePortTest, DamageIsOneErrorLineAndReceptionContinues) {
   ASSERT_TRUE(reader.open(fifo.path()));
   fifo.open();
   fifo.write("garbage" + wire(5, "x") + end_mark());
@@ -189,7 +189,7 @@ TEST_F(QueuePortTest, DamageIsOneErrorLineAndReceptionGoesOn) {
                                           ": 7 bytes dropped, they are no whole record"));
 }
 
-TEST_F(QueuePortTest, AWaitingReaderSeesWhatComesAndOutlivesTheFarSide) {
+TEST_F(QueuePortTest, AWaitingReaderReceivesNewRecordsAndSurvivesTheFarSide) {
   ASSERT_TRUE(reader.open(fifo.path()));
   std::thread thread([this] { reader.reception_loop(); });
   for (int life = 0; life < 3; ++life) {
@@ -205,7 +205,7 @@ TEST_F(QueuePortTest, AWaitingReaderSeesWhatComesAndOutlivesTheFarSide) {
   EXPECT_EQ(log.text().back(), '.');
 }
 
-TEST_F(QueuePortTest, AStopRequestCountsWheneverItComes) {
+TEST_F(QueuePortTest, AStopRequestTakesEffectAtAnyTime) {
   ASSERT_TRUE(reader.open(fifo.path()));
   for (int i = 0; i < 200; ++i) {
     std::thread thread([this] { reader.reception_loop(); });
@@ -241,7 +241,7 @@ TEST_F(QueuePortTest, LargeRecordsOfSeveralWritersNeverMix) {
   EXPECT_EQ(std::ranges::count(log.text(), '|'), 100);
 }
 
-TEST_F(QueuePortTest, WritersOfManyRecordsKeepNoOtherOut) {
+TEST_F(QueuePortTest, WritersOfManyRecordsDoNotBlockOthers) {
   fifo.open();
   std::atomic<bool> done = false, drained = false;
   std::atomic<int> many = 0;
@@ -265,8 +265,7 @@ TEST_F(QueuePortTest, WritersOfManyRecordsKeepNoOtherOut) {
     tests::Writer writer;
     ASSERT_TRUE(writer.open(fifo.path()));
     const int before = many;
-    // On a machine that stands still its second may end before its turn comes; that is no fault of the
-    // others.
+    // On a stalled machine its second may end before its turn comes; the other writers are not at fault then.
     EXPECT_TRUE(writer.transmit_data(tests::record(2, "y")) || many - before < 4);
   }
   done = true;
@@ -276,7 +275,7 @@ TEST_F(QueuePortTest, WritersOfManyRecordsKeepNoOtherOut) {
   slow_far_side.join();
 }
 
-TEST_F(QueuePortTest, TheFirstDrainTellsATornRecordFromOneThatIsOnItsWay) {
+TEST_F(QueuePortTest, TheFirstDrainDistinguishesATornRecordFromAnArrivingOne) {
   ASSERT_TRUE(reader.open(fifo.path()));
   fifo.open();
   const std::string inner = wire(2, "inner") + end_mark();
@@ -296,10 +295,10 @@ TEST_F(QueuePortTest, TheFirstDrainTellsATornRecordFromOneThatIsOnItsWay) {
   EXPECT_EQ(log.text(), "1:" + inner + "rest .2:inner |.");
 }
 
-TEST_F(QueuePortTest, AFarSideThatNeverPausesKeepsNoDrainFromItsEnd) {
+TEST_F(QueuePortTest, AFarSideThatNeverPausesDoesNotProlongADrain) {
   fifo.open();
   ASSERT_TRUE(reader.open(fifo.path()));
-  std::string torn;  // beginnings of large records, each with whole ones behind it
+  std::string torn;  // beginnings of large records, each followed by whole ones
   for (int i = 0; i < 40; ++i) {
     torn += wire(1, std::string(60000, 'x')).substr(0, 24) + wire(2, "a") + wire(3, "b");
   }
@@ -318,7 +317,7 @@ TEST_F(QueuePortTest, AFarSideThatNeverPausesKeepsNoDrainFromItsEnd) {
   enough = true;
 }
 
-TEST_F(QueuePortTest, AnAbsentOrDeadFarSideIsAFailureAndNoSignal) {
+TEST_F(QueuePortTest, AnAbsentOrDeadFarSideFailsTheWriteWithoutASignal) {
   tests::Writer writer;
   EXPECT_FALSE(writer.open(fifo.path()));
   EXPECT_FALSE(writer.open(dir.path("absent")));
@@ -382,13 +381,13 @@ TEST_F(QueuePortTest, AConsumersFailureCostsOneCall) {
   EXPECT_THAT(lines, testing::ElementsAre(prefix + ": std::bad_alloc", prefix, prefix + ": no frame"));
 }
 
-/// A port that goes away while the reception loop runs. The pauses are hours where the reader must not depend
-/// on them.
+/// A port that goes away while the reception loop runs. The pauses last hours where the reader must not
+/// depend on them.
 class PortAwayTest : public testing::Test {
  protected:
   static constexpr detail::ReopenPauses hardly_any{1ms, 4ms}, hours{1h, 1h};
 
-  /// What is logged while the loop receives from `path` and `far_side` acts.
+  /// The log while the loop receives from `path` and `far_side` acts.
   template <class FarSide>
   std::vector<std::string> receive(detail::ReopenPauses pauses, const std::string& path, FarSide far_side) {
     return tests::logged_lines([&] {
@@ -423,8 +422,8 @@ class PortAwayTest : public testing::Test {
 
 const std::string replaced = "the path no longer names the open file";
 
-TEST_F(PortAwayTest, ADeviceWhoseFarSideHangsUpIsOpenedAgain) {
-  // The target of the link changes, which nobody is informed of: only attempts find the new device.
+TEST_F(PortAwayTest, ADeviceIsReopenedAfterItsFarSideHangsUp) {
+  // The target of the link changes, which causes no notification: only attempts find the new device.
   const std::string target = dir.path("target");
   std::filesystem::create_directory(dir.path("folder"));
   const std::string nested = dir.path("folder/port");
@@ -447,7 +446,7 @@ TEST_F(PortAwayTest, ADeviceWhoseFarSideHangsUpIsOpenedAgain) {
   EXPECT_THAT(lines, away_and_back(nested, "(end of file|Input/output error|the far side has hung up)"));
 }
 
-TEST_F(PortAwayTest, AFifoThatIsMadeAnewIsReadAtOnceAfterWhatTheOldOneHeld) {
+TEST_F(PortAwayTest, ARecreatedFifoIsReadAtOnceAfterTheRestOfTheOldOne) {
   tests::Fifo old_fifo(dir, "port");
   tests::Fifo new_fifo(dir, "new");
   old_fifo.open();
@@ -464,7 +463,7 @@ TEST_F(PortAwayTest, AFifoThatIsMadeAnewIsReadAtOnceAfterWhatTheOldOneHeld) {
   EXPECT_THAT(lines, away_and_back(port, replaced));
 }
 
-TEST_F(PortAwayTest, AFifoThatIsRemovedAndMadeLaterIsReadAtOnce) {
+TEST_F(PortAwayTest, AFifoThatIsRemovedAndRecreatedLaterIsReadAtOnce) {
   const tests::Fifo old_fifo(dir, "port");
   const auto lines = receive(hours, port, [&] {
     std::filesystem::remove(port);
@@ -479,7 +478,7 @@ TEST_F(PortAwayTest, AFifoThatIsRemovedAndMadeLaterIsReadAtOnce) {
   EXPECT_THAT(lines, away_and_back(port, replaced));
 }
 
-TEST_F(PortAwayTest, ARegularFileIsReadOnWhenItGrowsAndAnewWhenItIsReplaced) {
+TEST_F(PortAwayTest, AGrownRegularFileIsReadOnAndAReplacedOneFromItsBeginning) {
   dir.write("port", wire(1, "a") + end_mark() + "rest");
   const auto lines = receive(hardly_any, port, [&] {
     log.wait_for(".");

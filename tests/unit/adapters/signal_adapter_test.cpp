@@ -43,7 +43,7 @@ TEST(SignalAdapter, UnpacksTheSignalsThatTheCatalogueNames) {
   EXPECT_EQ(group->signal("is_d8")->status(), signal_not_available);
 }
 
-TEST(SignalAdapter, FailsWithTheFramingsErrorsAndOneForUnknownTopics) {
+TEST(SignalAdapter, ReportsTheErrorsOfTheFramingAndUnknownTopics) {
   const auto good = tests::Group().value("is_d8", 1.0).message();
   auto bad_body = good;
   bad_body.payload.pop_back();
@@ -86,7 +86,7 @@ TEST(SignalAdapter, RefusesMalformedGroupsAndSkipsUnknownFields) {
 
 // Message k holds k small signals and then one as large as still fits, so that a reused group would have
 // grown at every position.
-TEST(SignalAdapter, KeepsNoMemoryOfUnusualMessages) {
+TEST(SignalAdapter, ReleasesTheMemoryOfUnusualMessages) {
   const auto unpack = [](const std::string& body) {
     EXPECT_EQ(error_of("rt/system/rtc_ee", tests::framed_by_hand(body)), 0);
   };
@@ -111,8 +111,8 @@ TEST(SignalAdapter, KeepsNoMemoryOfUnusualMessages) {
   EXPECT_LT(tests::allocated_bytes(), before + 65536);
 }
 
-// The adapter keeps the message it unpacked last; another one must never be taken for it.
-TEST(SignalAdapter, TellsMessagesApartThatDifferLittle) {
+// The adapter keeps the message it unpacked last; it must never confuse another one with it.
+TEST(SignalAdapter, DistinguishesSimilarMessages) {
   const auto value_of = [](const std::string& topic, const ecu::tamu::com::Message& message) {
     const auto group = SignalAdapter::instance().unpack(topic, message).value();
     const Signal* signal = group->signal("data");
@@ -128,7 +128,7 @@ TEST(SignalAdapter, TellsMessagesApartThatDifferLittle) {
   EXPECT_EQ(kept->signal("data")->data().front(), 'a');
 }
 
-TEST(SignalAdapter, UnpacksAMessageForWhichMemoryRanOutAtTheNextAttempt) {
+TEST(SignalAdapter, UnpacksAMessageAtTheNextAttemptAfterMemoryRanOut) {
   const auto message = tests::Group().bytes("data", std::string(100, 'x')).message(5);
   bool unpacked = false;
   for (int nth = 1; !unpacked; ++nth) {

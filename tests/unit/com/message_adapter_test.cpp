@@ -36,14 +36,14 @@ pb::EcuVariable variable(const std::string& value) {
   return body;
 }
 
-// The payload gets an allocation of its own size, so that a sanitizer sees a read past its end.
+// The payload is allocated with its exact size, so that a sanitizer sees a read past its end.
 com::Message exact_message(const std::string& bytes) {
   com::Payload payload(bytes.begin(), bytes.end());
   payload.shrink_to_fit();
   return com::make_message(0, std::move(payload));
 }
 
-TEST(MessageAdapter, SerialisedBodyStandsBehindItsHeader) {
+TEST(MessageAdapter, SerialisedBodyFollowsItsHeader) {
   const std::uint64_t before = DateTime::time_since_boot_ns();
   for (const std::string& value :
        {std::string(), std::string("x"), std::string(70000, 'v'), std::string("\0\xff", 2)}) {
@@ -122,7 +122,7 @@ TEST(MessageAdapter, WithoutMemoryItRefusesInsteadOfThrowing) {
   EXPECT_EQ(log, expected);
 }
 
-TEST(MessageAdapter, AcceptsAnEmptyBodyAndIgnoresWhatFollowsTheBody) {
+TEST(MessageAdapter, AcceptsAnEmptyBodyAndIgnoresBytesAfterTheBody) {
   const std::string body = variable("abc").SerializeAsString();
   const auto empty = Adapter().deserialize(exact_message(framed(word(1, 18, 0), "")));
   EXPECT_TRUE(empty.ok);
@@ -170,7 +170,7 @@ TEST(MessageAdapter, RefusesMalformedMessagesWithTheirCodeAndOneLine) {
   }
 }
 
-TEST(MessageAdapter, TakesTheProtocolTypeOfWhatItReads) {
+TEST(MessageAdapter, AdoptsTheProtocolTypeOfTheMessageRead) {
   Adapter adapter;
   EXPECT_TRUE(adapter.deserialize(exact_message(framed(word(7, 18, 0), ""))).ok);
   EXPECT_EQ(adapter.protocol_type(), 7);

@@ -29,7 +29,7 @@ class EnvironmentDaemonTest : public testing::Test {
     return topics;
   }
 
-  /// What `call` logs on this thread: the VIN requester's says when it starts to wait whenever it gets to it.
+  /// The log of `call` on this thread. The VIN requester's thread logs the start of its wait at its own time.
   template <class Call>
   static std::vector<std::string> lines_of(Call call) {
     std::vector<std::string> lines = tests::logged_lines(call);
@@ -42,7 +42,7 @@ class EnvironmentDaemonTest : public testing::Test {
   std::unique_ptr<EnvironmentDaemon> daemon = std::make_unique<EnvironmentDaemon>(client, config);
 };
 
-TEST_F(EnvironmentDaemonTest, SubscribesOncePerEntryInRegistryOrderAndTakesAllBack) {
+TEST_F(EnvironmentDaemonTest, SubscribesOncePerEntryInRegistryOrderAndUnsubscribesAll) {
   const auto log = lines_of([this] {
     daemon->init();
     daemon->stop();
@@ -71,7 +71,7 @@ TEST_F(EnvironmentDaemonTest, SubscribesOncePerEntryInRegistryOrderAndTakesAllBa
   EXPECT_THAT(client->unsubscribed, testing::UnorderedElementsAreArray(topics));
 }
 
-TEST_F(EnvironmentDaemonTest, OneMessageOfPropertiesMakesEachPropertyItHoldsPublish) {
+TEST_F(EnvironmentDaemonTest, OneMessageOfPropertiesPublishesEachPropertyInIt) {
   daemon->init();
   tests::Group group;
   for (const char* signal : {"vehicle_type", "region", "modem_type", "diversity_antenna", "is_wifi_bt",
@@ -90,7 +90,7 @@ TEST_F(EnvironmentDaemonTest, OneMessageOfPropertiesMakesEachPropertyItHoldsPubl
   EXPECT_EQ(published_topics(), expected);
 }
 
-TEST_F(EnvironmentDaemonTest, EveryVersionHasANameThatIsNotItsTopics) {
+TEST_F(EnvironmentDaemonTest, EveryVersionIsPublishedUnderItsOwnName) {
   daemon->init();
   const auto version = tests::Group().bytes("version", "0123456789abcdef").message();
   for (const char* topic :
@@ -113,7 +113,7 @@ TEST_F(EnvironmentDaemonTest, TheFifthReceptionFromOneAddressPublishesAVin) {
   EXPECT_THAT(published_topics(), ElementsAre("system/var/vehicleid"));
 }
 
-TEST_F(EnvironmentDaemonTest, OffersAMessageToEveryEntryOfItsTopic) {
+TEST_F(EnvironmentDaemonTest, PassesAMessageToEveryEntryOfItsTopic) {
   daemon->init();
   const auto log = lines_of([this] {
     daemon->message("rt/system/hw_variant", tests::Group().bytes("variant", "R08_B1").message(9));
@@ -129,7 +129,7 @@ TEST_F(EnvironmentDaemonTest, OffersAMessageToEveryEntryOfItsTopic) {
   EXPECT_EQ(tests::variable_in(message).timestamp(), 9u);
 }
 
-TEST_F(EnvironmentDaemonTest, AnEntryThatTakesNothingCostsTheOthersNothing) {
+TEST_F(EnvironmentDaemonTest, AnEntryThatTakesNoValueDoesNotAffectTheOthers) {
   daemon->init();
   const auto log = lines_of(
       [this] { daemon->message("rt/system/hw_variant", tests::Group().bytes("variant", "R8").message()); });
@@ -137,7 +137,7 @@ TEST_F(EnvironmentDaemonTest, AnEntryThatTakesNothingCostsTheOthersNothing) {
   EXPECT_THAT(log, testing::Contains("DEBUG Unable to extract EcuVar from topic: rt/system/hw_variant"));
 }
 
-TEST_F(EnvironmentDaemonTest, IgnoresOtherTopicsWithoutAWord) {
+TEST_F(EnvironmentDaemonTest, IgnoresOtherTopicsSilently) {
   daemon->init();
   const auto log = lines_of([this] {
     for (const char* topic : {"rt/system/hw_variant/", "rt/system/hw_varian", "RT/system/hw_variant"}) {
@@ -148,7 +148,7 @@ TEST_F(EnvironmentDaemonTest, IgnoresOtherTopicsWithoutAWord) {
   EXPECT_THAT(log, testing::IsEmpty());
 }
 
-TEST_F(EnvironmentDaemonTest, PublishesUnaskedWhatNoMessageFeeds) {
+TEST_F(EnvironmentDaemonTest, PublishesVariablesWithoutAMessageAtTheStart) {
   daemon->init();
   const auto log = lines_of([this] { daemon->initial_publish(); });
   EXPECT_THAT(log, ElementsAre("WARNING [SysParam] Unable to find system parameter for TopVersion (0xa009)"));
@@ -161,7 +161,7 @@ TEST_F(EnvironmentDaemonTest, PublishesUnaskedWhatNoMessageFeeds) {
   EXPECT_EQ(client->published.size(), 3u);
 }
 
-TEST_F(EnvironmentDaemonTest, AFrameOfSystemParametersBringsTheTopVersion) {
+TEST_F(EnvironmentDaemonTest, AFrameOfSystemParametersPublishesTheTopVersion) {
   const tests::TempDir dir;
   tests::Fifo port(dir, "receive");
   port.open();
@@ -191,7 +191,7 @@ TEST_F(EnvironmentDaemonTest, NothingIsWrittenToThePortOnceItIsStopped) {
   EXPECT_EQ(port.read(), "");
 }
 
-TEST_F(EnvironmentDaemonTest, PublishPassesItsFlagAndTheClientsResultOn) {
+TEST_F(EnvironmentDaemonTest, PublishPassesOnItsFlagAndTheClientsResult) {
   const EnvironmentVariable variable("name", "topic", VariableSource::SIGNAL);
   client->result = PublishResult::overload;
   EXPECT_EQ(daemon->publish(variable, false), PublishResult::overload);

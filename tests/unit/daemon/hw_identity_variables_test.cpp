@@ -53,7 +53,7 @@ TEST(HWVersion, IsTheFirstCharactersInLowerCase) {
                                        {"\0\xff\xff\xff"s, "", {too_short}}});
 }
 
-TEST(HWVariant, IsTheTextAsItStands) {
+TEST(HWVariant, IsTheUnchangedText) {
   const std::string unset = "DEBUG [HWVariantVariable] data is empty or all 0xff or null, ignore.";
   check<HWVariantVariable>("variant", {{"R08_B1\0\0"s, "R08_B1", {"INFO HW Variant: 'R08_B1'"}},
                                        {"\xff\xfe", "\xff\xfe", {"INFO HW Variant: '\\xff\\xfe'"}},
@@ -70,7 +70,7 @@ TEST(NetworkVariant, IsTheTextInLowerCase) {
                           {"\0\0"s, "", {unset}}});
 }
 
-TEST(SerialNumber, IsWrittenFromBytes64To67) {
+TEST(SerialNumber, IsReadFromBytes64To67) {
   const std::string not_enough =
       "ERROR [SerialNumberVariable] Unable to extract S/N from 'data' signal,not enough elements: ";
   const std::string size = "NOTICE Unexpected size of serial number extract: (";

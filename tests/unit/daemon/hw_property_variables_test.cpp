@@ -32,7 +32,7 @@ void check(const char* signal, std::initializer_list<std::pair<double, const cha
   }
 }
 
-TEST(HwProperty, ANumberBecomesTheTextThatItsSignalGivesIt) {
+TEST(HwProperty, ANumberBecomesTheTextOfItsSignal) {
   constexpr double infinity = std::numeric_limits<double>::infinity();
   constexpr double nan = std::numeric_limits<double>::quiet_NaN();
   check<HWPropertyModemTypeVariable>("modem_type", {{-infinity, "NONE"},

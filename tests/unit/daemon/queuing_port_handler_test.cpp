@@ -33,7 +33,7 @@ class QueuingPortHandlerTest : public testing::Test {
       std::make_unique<QueuingPortHandler>(receive.path(), send.path(), 1);
 };
 
-TEST_F(QueuingPortHandlerTest, WhatWaitsIsDeliveredBeforeInitReturnsAndTheRestOnItsThread) {
+TEST_F(QueuingPortHandlerTest, WaitingRecordsAreDeliveredBeforeInitReturnsAndTheRestOnItsThread) {
   handler->add_consumer(&first);
   handler->add_consumer(&second);
   receive.open();
@@ -50,7 +50,7 @@ TEST_F(QueuingPortHandlerTest, WhatWaitsIsDeliveredBeforeInitReturnsAndTheRestOn
   EXPECT_EQ(first.text(), "7:early |.8:late |.");
 }
 
-TEST_F(QueuingPortHandlerTest, AStopHoldsEvenBeforeTheStart) {
+TEST_F(QueuingPortHandlerTest, AStopBeforeTheStartTakesEffect) {
   handler->add_consumer(&first);
   receive.open();
   receive.write(wire(7, "early") + end_mark());
@@ -71,7 +71,7 @@ TEST_F(QueuingPortHandlerTest, WithoutAReceivePortItStillWrites) {
   EXPECT_EQ(send.read(), wire(1, "x") + end_mark());
 }
 
-TEST_F(QueuingPortHandlerTest, WritesAListAsOneFrameAndSaysSoAtDebug) {
+TEST_F(QueuingPortHandlerTest, WritesAListAsOneFrameAndLogsItAtDebug) {
   send.open();
   bool written = false;
   const auto log = tests::logged_lines([&] { written = handler->write({record(26, "abc"), record(2, "")}); });

@@ -98,7 +98,7 @@ TEST_F(SecStoreHandlerTest, NoLogLineShowsAValue) {
   EXPECT_THAT(log, testing::Each(testing::Not(HasSubstr("hush"))));
 }
 
-TEST_F(SecStoreHandlerTest, EitherConsumerOfAPortMayGoFirst) {
+TEST_F(SecStoreHandlerTest, EitherConsumerOfAPortMayBeDestroyedFirst) {
   const tests::TempDir dir;
   tests::Fifo receive(dir, "receive");
   receive.open();
@@ -120,7 +120,7 @@ TEST_F(SecStoreHandlerTest, EitherConsumerOfAPortMayGoFirst) {
   EXPECT_THAT(client->published, IsEmpty());
 }
 
-TEST_F(SecStoreHandlerTest, TakesItsSubscriptionsBack) {
+TEST_F(SecStoreHandlerTest, UnsubscribesAtItsEnd) {
   handler.reset();
   EXPECT_THAT(client->unsubscribed,
               ElementsAre("system/quil/secstore/setmaster", "system/quil/secstore/setremote"));

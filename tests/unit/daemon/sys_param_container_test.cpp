@@ -122,8 +122,8 @@ TEST_F(SysParamContainerTest, AFrameAboveTheLimitsIsDroppedUpToItsEnd) {
   EXPECT_EQ(cached().size(), 2u);
 }
 
-// In processor time, which other processes do not add to.
-TEST_F(SysParamContainerTest, AFrameOfOneParameterCostsTheSameWhateverTheCacheHolds) {
+// In processor time, which other processes do not affect.
+TEST_F(SysParamContainerTest, AFrameOfOneParameterCostsTheSameWhateverTheCopyHolds) {
   const auto cost = [this](std::uint32_t cached_params) {
     for (std::uint32_t id = 10; id < cached_params; ++id) {
       container.consume(SysParamContainer::to_signal({id, "a value that needs an allocation"}));
@@ -163,7 +163,7 @@ TEST_F(SysParamContainerTest, TheStateFollowsEveryStep) {
   EXPECT_EQ(after([&] { container.finished(); }), State::SYNCED);
 }
 
-TEST_F(SysParamContainerTest, OtherRecordsLeaveTheCopyAlone) {
+TEST_F(SysParamContainerTest, OtherRecordsDoNotChangeTheCopy) {
   const auto log = tests::logged_lines([this] {
     container.consume(tests::record(2, "secret"));
     container.consume(tests::record(3, ""));
@@ -178,7 +178,7 @@ TEST_F(SysParamContainerTest, OtherRecordsLeaveTheCopyAlone) {
   EXPECT_EQ(callbacks, 0);
 }
 
-TEST_F(SysParamContainerTest, OnlyWhatDiffersIsWritten) {
+TEST_F(SysParamContainerTest, OnlyDifferentValuesAreWritten) {
   receive({{5, "five"}, {6, "six"}});
   EXPECT_TRUE(container.update({{5, "five"}}));
   EXPECT_THAT(port->written, IsEmpty());
@@ -199,7 +199,7 @@ TEST_F(SysParamContainerTest, AnAnswerMayComeBeforeTheWriteHasEnded) {
   EXPECT_EQ(container.get_state(), State::SYNCED);
 }
 
-TEST_F(SysParamContainerTest, AWriteWithoutAnswerFallsBackWhenItsTimeIsOver) {
+TEST_F(SysParamContainerTest, AWriteWithoutAnswerRestoresTheStateAfterItsTimeLimit) {
   receive({{5, "five"}});
   EXPECT_TRUE(container.update({{5, "other"}}));
   now += 30s - 1ms;
@@ -210,7 +210,7 @@ TEST_F(SysParamContainerTest, AWriteWithoutAnswerFallsBackWhenItsTimeIsOver) {
                                "Returning to state 1"));
 }
 
-TEST_F(SysParamContainerTest, ARefusedWriteLeavesTheStateThatTheCopyIsIn) {
+TEST_F(SysParamContainerTest, ARefusedWriteRestoresTheStateOfTheCopy) {
   port->accepts = false;
   EXPECT_FALSE(container.update({{5, "x"}}));
   EXPECT_EQ(container.get_state(), State::EMPTY);
@@ -219,7 +219,7 @@ TEST_F(SysParamContainerTest, ARefusedWriteLeavesTheStateThatTheCopyIsIn) {
   EXPECT_EQ(container.get_state(), State::SYNCED);
 }
 
-TEST_F(SysParamContainerTest, ListsTravelInMessages) {
+TEST_F(SysParamContainerTest, MessagesCarryListsOfParameters) {
   const Params params{{1, "one"}, {2, "\0\xff"s}, {3, ""}};
   Params read{{9, "kept"}};
   EXPECT_TRUE(SysParamContainer::from_message_all(SysParamContainer::to_message(params).value(), read));

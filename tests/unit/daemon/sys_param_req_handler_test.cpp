@@ -62,7 +62,7 @@ class SysParamReqHandlerTest : public testing::Test {
       client, port, [this] { ++callbacks; }, 200ms, 1ms);
 };
 
-TEST_F(SysParamReqHandlerTest, SubscribesAndTakesAllBack) {
+TEST_F(SysParamReqHandlerTest, SubscribesAndUnsubscribesAll) {
   EXPECT_THAT(client->subscribed, ElementsAre(request, request_all, write));
   handler.reset();
   EXPECT_THAT(client->unsubscribed, ElementsAre(request, request_all, write));

@@ -23,7 +23,7 @@ using testing::ElementsAre;
 
 const std::string unset(16, '\xff');
 
-TEST(SWVersion, IsTheRecordAsItStands) {
+TEST(SWVersion, IsTheUnchangedRecord) {
   for (const std::string& record :
        {"1.2.3-rc4\0\0\0\0\0\0\0"s, std::string(16, '\0'), std::string(15, '\xff') + '\xfe'}) {
     CSPVersionVariable variable;
@@ -55,7 +55,7 @@ TEST(SWVersion, ReportsUnderItsPublishedName) {
                testing::_, "ERROR [" + name + "] Unable to deserialize (error 1) message for topic: " + at));
 }
 
-TEST(SWVersionDeathTest, ARecordOfAnotherSizeEndsTheProcessAndTheLogSaysWhich) {
+TEST(SWVersionDeathTest, ARecordOfAnotherSizeEndsTheProcessAndIsLogged) {
   for (const char* record : {"", "0123456789abcde", "0123456789abcdefg"}) {
     const auto message = tests::Group().bytes("version", record).message();
     const auto extract = [&] {
@@ -70,7 +70,7 @@ TEST(SWVersionDeathTest, ARecordOfAnotherSizeEndsTheProcessAndTheLogSaysWhich) {
   }
 }
 
-TEST(UBootVersion, StandsBetweenTheFirstTwoDashesAfterTheName) {
+TEST(UBootVersion, IsTheTextBetweenTheFirstTwoDashesAfterTheName) {
   const std::pair<const char*, const char*> cases[] = {
       {"U-Boot 2015.07-r12-gabcdef", "r12"},
       {"U-Boot 2015.07-r12", "r12"},
@@ -131,7 +131,7 @@ TEST(TopVersion, KeepsTheTimeOfTheLastChange) {
   EXPECT_THROW((void)TopVersionVariable(nullptr).value(), std::bad_function_call);
 }
 
-// The start-up publishes the top version on the main thread while the first parameters come in on another.
+// The start-up publishes the top version on the main thread while the first parameters arrive on another.
 TEST(TopVersion, PublishedByTwoThreadsTheLastPublicationHoldsTheLastValue) {
   constexpr int rounds = 500;
   std::atomic<int> version = 0;

@@ -27,7 +27,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr const char* request_topic = "rt/j1939can/tx/rqst_fb_ee";
 
-/// Lets a test wait for the requests that are published, or asked for and refused.
+/// Lets a test wait for requests that are published, or refused.
 struct Bus final : tests::FakeClient, ecu::tamu::diag::PgnRequestClient {
   using Error = ecu::tamu::diag::Error;
   using Token = ecu::tamu::diag::PgnRequestToken;
@@ -114,7 +114,7 @@ TEST_F(VinRequesterTest, RequestsTheVinWhileTheIgnitionIsOn) {
   const int before = (std::lock_guard(bus->mutex), bus->attempts);
   std::this_thread::sleep_for(10ms);
   requester->stop();
-  EXPECT_LE(bus->attempts, before + 1);  // one may have been under way
+  EXPECT_LE(bus->attempts, before + 1);  // one may have been in progress
   EXPECT_EQ(tests::body_bytes(*bus->last_request),
             "\x0a\x22\x0a\x18parametergroupnumberrqst\x12\x04\xec\xfe\0\0\x20\x03"s);
   EXPECT_FALSE(bus->last_request->retained);
@@ -137,7 +137,7 @@ TEST_F(VinRequesterTest, ABadIgnitionMessageIsReportedAndChangesNothing) {
   bus->wait_for_attempts(2);
 }
 
-TEST_F(VinRequesterTest, ARefusedTokenIsReportedAndAskedForAgain) {
+TEST_F(VinRequesterTest, ARefusedTokenIsReportedAndRequestedAgain) {
   bus->refuse = true;
   const auto log = tests::logged_lines([this] {
     start(1ms);
@@ -160,7 +160,7 @@ TEST_F(VinRequesterTest, ANotificationRestartsThePeriodWithoutARequest) {
   start(period);
   kl15("\x01");
   Clock::time_point request, notification;
-  do {  // until the notification came before the period's end
+  do {  // until the notification arrives before the period's end
     request = bus->wait_for_attempts(1);
     std::this_thread::sleep_until(request + period / 2);
     notification = Clock::now();
@@ -169,7 +169,8 @@ TEST_F(VinRequesterTest, ANotificationRestartsThePeriodWithoutARequest) {
   EXPECT_GE(bus->wait_for_attempts(1), notification + period);
 }
 
-// Whoever notifies the requester takes the mutex: what ends while the test holds it notifies nobody.
+// A notification of the requester needs the mutex, so a call that ends while the test holds it has not
+// notified.
 TEST_F(VinRequesterTest, OnlyAnAcceptedVinRestartsThePeriod) {
   start(1h);
   VinVariableJ1939Ecu variable("00", mutex, wakeup, running, 2);
@@ -209,7 +210,7 @@ TEST_F(VinRequesterTest, EndsByItselfOnceTheVinIsConfirmed) {
   EXPECT_THAT(log, ElementsAre("NOTICE Stop vin thread"));
 }
 
-TEST_F(VinRequesterTest, StopsAtOnceAtWhateverInstant) {
+TEST_F(VinRequesterTest, StopsAtOnceAtAnyMoment) {
   make(1h)->stop();
   for (int i = 0; i < 3000; ++i) {
     start(1h);

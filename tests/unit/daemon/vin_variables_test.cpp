@@ -22,7 +22,7 @@ tests::Group group(const std::string& data, double count) {
   return tests::Group().bytes("data", data).value("nof_bytes", count);
 }
 
-TEST(Vin, IsWhatIsAllowedOfTheBytesThatCount) {
+TEST(Vin, HasOnlyTheAllowedCharactersOfTheCountedBytes) {
   constexpr double infinity = std::numeric_limits<double>::infinity();
   constexpr double nan = std::numeric_limits<double>::quiet_NaN();
   const auto check = [](const std::string& data, const std::string& value,
@@ -44,7 +44,7 @@ TEST(Vin, IsWhatIsAllowedOfTheBytesThatCount) {
   check("", "", {17});
 }
 
-TEST(Vin, LogsWhatItReadsAndWhatItDrops) {
+TEST(Vin, LogsItsRawBytesAndDroppedCharacters) {
   VinVariable variable("vin", topic);
   const auto log = tests::logged_lines([&] {
     variable.extract(group("A \x0f*Z", 5).message());
@@ -80,8 +80,8 @@ bool offer(VinVariable& variable, char vin) {
   return vin == '?' ? variable.extract(tests::raw_message("")) : variable.extract(group({vin}, 1).message());
 }
 
-TEST(VinConfirmation, TakesIdenticalReceptionsInARow) {
-  // What is received, a character a VIN, and what of it confirms a VIN; ?: a reception that is refused.
+TEST(VinConfirmation, NeedsIdenticalConsecutiveReceptions) {
+  // The receptions, one character for each VIN, and those that confirm a VIN; ?: a refused reception.
   const auto check = [](unsigned required, const std::string& received, const std::string& expected) {
     const Shared shared;
     const auto variable = shared.variable(required);
@@ -104,7 +104,7 @@ TEST(VinConfirmation, TakesIdenticalReceptionsInARow) {
   check(5, "??AAAA?", ".......");
 }
 
-TEST(VinConfirmation, EverySourceAddressCountsForItself) {
+TEST(VinConfirmation, EverySourceAddressIsCountedSeparately) {
   const Shared shared;
   const auto engine = shared.variable(2, "00"), gateway = shared.variable(2, "ee");
   EXPECT_EQ(gateway->topic(), "rt/j1939can/rx/vi_ee");

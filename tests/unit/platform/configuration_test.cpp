@@ -52,7 +52,7 @@ TEST(ConfigurationTest, WellFormedFilesAreRead) {
   }
 }
 
-TEST(ConfigurationTest, ProgramsValueBeatsTheFilesWhichBeatsADefault) {
+TEST(ConfigurationTest, ProgramsValueOverridesTheFilesWhichOverridesADefault) {
   const auto config = parsed("client_name = file\nqpread = file");
   config->set_default("qpread", "default");
   config->set_default("qpwrite", "default");
@@ -100,7 +100,7 @@ TEST(ConfigurationTest, APresenceThatIsNeitherYesNorNoIsAWarning) {
               AllOf(HasSubstr(" WARNING "), HasSubstr("line 2: key 'presence': 'No'")));
 }
 
-TEST(ConfigurationTest, PasswordInAFileThatAnyoneMayReadIsAWarning) {
+TEST(ConfigurationTest, PasswordInAWorldReadableFileIsAWarning) {
   const std::string path = testing::TempDir() + "tolquil_" + std::to_string(::getpid()) + ".conf";
   std::ofstream file(path);
   const auto config = parsed("password = secret");

@@ -22,7 +22,7 @@ namespace {
 
 const std::string payload(4000, 'x');
 
-// A terminal hands its text on with a little delay.
+// A terminal passes its text on with a short delay.
 std::string drain(int fd) {
   constexpr int settling_ms = 20;
   std::string text;
@@ -39,7 +39,7 @@ std::string drain(int fd) {
 
 struct Received {
   std::size_t whole_lines = 0;
-  std::size_t lost = 0;  // as the log reports it
+  std::size_t lost = 0;  // as reported in the log
   bool is_loss_reported_in_time = false;
 };
 
@@ -87,7 +87,7 @@ std::pair<UniqueFd, UniqueFd> make_pipe() {
   return {UniqueFd(ends[0]), UniqueFd(ends[1])};
 }
 
-// No file can be opened meanwhile.
+// No file can be opened during its lifetime.
 class NoDescriptorsLeft {
  public:
   NoDescriptorsLeft() {
@@ -103,18 +103,18 @@ class NoDescriptorsLeft {
 
 }  // namespace
 
-TEST(LogSinkTest, PipeThatNobodyReadsLosesLinesAndGetsTheirNumber) {
+TEST(LogSinkTest, UnreadPipeLosesLinesAndReceivesTheirNumber) {
   const auto [reader, writer] = make_pipe();
   expect_that_the_loss_is_counted(writer.get(), reader.get());
 }
 
-TEST(LogSinkTest, PipeThatCannotBeOpenedAgainIsNotWaitedForEither) {
+TEST(LogSinkTest, PipeThatCannotBeReopenedDoesNotBlockEither) {
   const auto [reader, writer] = make_pipe();
   const NoDescriptorsLeft none;
   expect_that_the_loss_is_counted(writer.get(), reader.get());
 }
 
-TEST(LogSinkTest, TerminalThatNobodyReadsLosesLinesAndGetsTheirNumber) {
+TEST(LogSinkTest, UnreadTerminalLosesLinesAndReceivesTheirNumber) {
   const UniqueFd master(::posix_openpt(O_RDWR | O_NOCTTY));
   ASSERT_TRUE(::grantpt(master.get()) == 0 && ::unlockpt(master.get()) == 0);
   const UniqueFd terminal(::open(::ptsname(master.get()), O_RDWR | O_NOCTTY));
@@ -125,7 +125,7 @@ TEST(LogSinkTest, TerminalThatNobodyReadsLosesLinesAndGetsTheirNumber) {
   expect_that_the_loss_is_counted(terminal.get(), master.get());
 }
 
-TEST(LogSinkTest, SocketThatTakesPartsOfLinesLosesNoLineWithoutCountingIt) {
+TEST(LogSinkTest, SocketThatTakesPartsOfLinesCountsEveryLostLine) {
   for (const int type : {SOCK_STREAM, SOCK_SEQPACKET}) {
     std::array<int, 2> ends{};
     ASSERT_EQ(::socketpair(AF_UNIX, type, 0, ends.data()), 0);
@@ -136,7 +136,7 @@ TEST(LogSinkTest, SocketThatTakesPartsOfLinesLosesNoLineWithoutCountingIt) {
   }
 }
 
-TEST(LogSinkTest, RegularFileIsWrittenFromWhereItStands) {
+TEST(LogSinkTest, RegularFileIsWrittenFromItsCurrentOffset) {
   const TempDir dir;
   const UniqueFd file(::open(dir.write("log", "before\n").c_str(), O_RDWR));
   ASSERT_EQ(::lseek(file.get(), 0, SEEK_END), 7);
@@ -147,7 +147,7 @@ TEST(LogSinkTest, RegularFileIsWrittenFromWhereItStands) {
   EXPECT_THAT(drain(file.get()), MatchesRegex("before\n[^ ]*Z ERROR \\[m\\] one\n[^ ]*Z ERROR two\n"));
 }
 
-TEST(LogSinkTest, TargetIsLookedAtAfreshAfterAReset) {
+TEST(LogSinkTest, ResetMakesTheSinkExamineItsTargetAgain) {
   const auto [first_reader, writer] = make_pipe();
   auto [second_reader, second_writer] = make_pipe();
   StreamSink sink(writer.get());
@@ -160,7 +160,7 @@ TEST(LogSinkTest, TargetIsLookedAtAfreshAfterAReset) {
   EXPECT_THAT(drain(second_reader.get()), MatchesRegex("[^ ]*Z NOTICE two\n"));
 }
 
-TEST(LogSinkTest, SystemLogGetsTheLinesOfSyslogAndIsFoundAgain) {
+TEST(LogSinkTest, SystemLogReceivesLinesLikeSyslogAndAgainAfterARestart) {
   const TempDir dir;
   SyslogSink sink(dir.path("log"));
   const std::string stamp = "[A-Z][a-z][a-z] [ 123][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] ";
@@ -179,7 +179,7 @@ TEST(LogSinkTest, SystemLogGetsTheLinesOfSyslogAndIsFoundAgain) {
   }
 }
 
-TEST(LogSinkTest, SystemLogThatNobodyReadsLosesLinesAndGetsTheirNumber) {
+TEST(LogSinkTest, UnreadSystemLogLosesLinesAndReceivesTheirNumber) {
   constexpr std::size_t count = 2000;  // more than any queue of datagrams holds
   const TempDir dir;
   const DatagramSocket log(dir.path("log"));

@@ -23,7 +23,7 @@ TEST(LoggingTest, StreamLineIsTimeLevelModuleAndText) {
       MatchesRegex("[0-9]{4}(-[0-9]{2}){2}T[0-9]{2}(:[0-9]{2}){2}\\.[0-9]{3}Z ERROR \\[a\\\\x0ab] x7\n"));
 }
 
-TEST(LoggingTest, LevelFollowsAKnownNameInEitherCaseAndKeepsOffAnUnknownOne) {
+TEST(LoggingTest, LevelFollowsAKnownNameInEitherCaseAndIgnoresAnUnknownOne) {
   configure_logging("eRRor");
   EXPECT_THAT(logged_by([] { warning("w"), error("e"); }), MatchesRegex("[^\n]* ERROR e\n"));
   configure_logging("debug");
@@ -139,7 +139,7 @@ TEST(LoggingTest, LinesOfSeveralThreadsNeverMix) {
   EXPECT_EQ(count, 4 * lines_each);
 }
 
-TEST(LoggingTest, LineThatCannotBeWrittenIsLostAndLeavesErrnoAlone) {
+TEST(LoggingTest, LineThatCannotBeWrittenIsLostAndKeepsErrno) {
   EXPECT_EQ(logged_by([] {
               ::dup2(posix::UniqueFd(::open("/dev/full", O_WRONLY)).get(), STDOUT_FILENO);
               errno = ENOENT;

@@ -59,7 +59,7 @@ class Manager {
 
 }  // namespace
 
-TEST(SupervisionTest, ManagerIsToldOnItsSocket) {
+TEST(SupervisionTest, NotificationsReachTheManagersSocket) {
   const std::string path = testing::TempDir() + "tolquil_notify_" + own_pid;
   for (const std::string& name : {path, "@tolquil_notify_" + own_pid}) {
     const Manager manager(name);
@@ -72,7 +72,7 @@ TEST(SupervisionTest, ManagerIsToldOnItsSocket) {
   ::unlink(path.c_str());
 }
 
-TEST(SupervisionTest, ManagerThatCannotBeToldIsReportedAndHoldsNobodyUp) {
+TEST(SupervisionTest, UnreachableManagerIsReportedAndBlocksNobody) {
   const auto flood = [] {
     for (int i = 0; i < 2000; ++i) {
       notify_watchdog();
@@ -88,7 +88,7 @@ TEST(SupervisionTest, ManagerThatCannotBeToldIsReportedAndHoldsNobodyUp) {
   EXPECT_EQ(logged_by(application_ready), "");
 }
 
-TEST(SupervisionTest, StatusTextIsMadeOfItsPartsAndSentWhenItChanges) {
+TEST(SupervisionTest, StatusTextJoinsItsPartsAndIsSentWhenItChanges) {
   const Manager manager("@tolquil_status_" + own_pid);
   set_status("port", "no receive port");
   set_status("broker", "on line");
@@ -107,7 +107,7 @@ TEST(SupervisionTest, StatusTextIsMadeOfItsPartsAndSentWhenItChanges) {
                           "STATUS=receive port away since 14:02", "STATUS=", "READY=1\nSTATUS=Running"));
 }
 
-TEST(SupervisionTest, WatchdogIsFedOnlyWhileEveryLoopGoesRound) {
+TEST(SupervisionTest, WatchdogIsFedOnlyWhileEveryLoopIsAlive) {
   const Manager manager("@tolquil_watchdog_" + own_pid);
   set_environment("WATCHDOG_USEC", "20000");
   const posix::Event stop;
@@ -133,7 +133,7 @@ TEST(SupervisionTest, WatchdogIsFedOnlyWhileEveryLoopGoesRound) {
   ::unsetenv("WATCHDOG_USEC");
 }
 
-TEST(SupervisionTest, WatchdogPeriodIsHalfOfWhatTheManagerGivesThisProcess) {
+TEST(SupervisionTest, WatchdogPeriodIsHalfOfTheManagersLimitForThisProcess) {
   const std::tuple<std::string, std::string, std::optional<std::chrono::microseconds>> cases[] = {
       {"30000000", "", std::chrono::seconds(15)},
       {"30000000", own_pid, std::chrono::seconds(15)},

@@ -24,8 +24,8 @@ IpcSignal record(std::uint32_t id, const std::string& value) {
   return signal;
 }
 
-/// What was received: "ID:VALUE " for a parameter, "ID " for a record without payload, "|" for the end of a
-/// frame.
+/// The received records: "ID:VALUE " for a parameter, "ID " for a record without payload, "|" for the end of
+/// a frame.
 class Journal {
  public:
   void add(const std::string& text) {
@@ -90,7 +90,7 @@ class HypervisorTest : public testing::Test {
 
 const std::string two_parameters = R"("parameters": [{"id": "0x7f", "text": "long value"}, {"id": 9}])";
 
-TEST_F(HypervisorTest, EverythingIsSentAsSoonAsSomebodyReads) {
+TEST_F(HypervisorTest, EverythingIsSentAsSoonAsThereIsAReader) {
   start(two_parameters + R"(, "master": {"text": "m"}, "remote": {"text": "r"})");
   read();
   expect("127:long value 9: |2:m 3:r |");
@@ -110,7 +110,7 @@ TEST_F(HypervisorTest, WritesAreMergedAndAnswered) {
   expect("127:long value 9: |3:r |127:long value 9:new |127:long value 9:new 5:added |2:m |");
 }
 
-TEST_F(HypervisorTest, ADaemonThatComesBackIsSentTheParametersAgain) {
+TEST_F(HypervisorTest, AReturningDaemonReceivesTheParametersAgain) {
   start(two_parameters + R"(, "master": {"text": "m"})");
   read();
   write({record(9, "new")});
@@ -124,7 +124,7 @@ TEST_F(HypervisorTest, ADaemonThatComesBackIsSentTheParametersAgain) {
   expect(journal + "127:long value 9:new |2:last |");
 }
 
-TEST_F(HypervisorTest, FifosHaveTheAccessAskedFor) {
+TEST_F(HypervisorTest, FifosHaveTheRequestedAccess) {
   const mode_t mask = ::umask(0077);
   hypervisor_.emplace(PortsSetup(), folder_.path(""), FifoAccess{.mode = 0660, .group = ::getegid()});
   ::umask(mask);
@@ -136,7 +136,7 @@ TEST_F(HypervisorTest, FifosHaveTheAccessAskedFor) {
   }
 }
 
-TEST_F(HypervisorTest, DamageReachesTheReaderAndWholeRecordsDoToo) {
+TEST_F(HypervisorTest, DamageAndWholeRecordsReachTheReader) {
   start(two_parameters + R"(, "torn_record": true, "wrong_crc": true, "empty_record": true)");
   read();
   expect("127 127:long value 9: |");
@@ -148,7 +148,7 @@ TEST_F(HypervisorTest, FrameMayLackItsEnd) {
   expect("127:long value 9: 2: |");
 }
 
-TEST_F(HypervisorTest, PathsThatAreTakenAreLeftAlone) {
+TEST_F(HypervisorTest, ExistingPathsAreLeftUnchanged) {
   const std::string path = folder_.write("telematics_param_send", "");
   EXPECT_THROW(start(""), std::system_error);
   EXPECT_TRUE(std::filesystem::is_regular_file(path));

@@ -38,7 +38,7 @@ class UnreliableClient final : public tests::FakeClient {
   std::string sent_;  // guarded by mutex_
 };
 
-TEST(PlayerTest, DroppedMessagesGoOutLaterInOrder) {
+TEST(PlayerTest, DroppedMessagesArePublishedLaterInOrder) {
   const auto client = std::make_shared<UnreliableClient>(2);
   const Player player(parse_scenario(R"({"messages": [
       {"topic": "b", "at_ms": 1, "raw": ""},

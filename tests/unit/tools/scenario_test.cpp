@@ -10,17 +10,17 @@ using namespace std::chrono_literals;
 using tamu::com::Payload;
 using testing::HasSubstr;
 
-// The signal stands on line 3.
+// The signal is on line 3.
 std::string with_signal(const std::string& signal) {
   return "{\"messages\": [\n{\"topic\": \"t\", \"signals\": [\n" + signal + "\n]}]}";
 }
 
-// The message's members stand on line 2.
+// The message's members are on line 2.
 std::string with_message(const std::string& members) {
   return "{\"messages\": [{\n" + members + "\n}]}";
 }
 
-// The members stand on line 2.
+// The members are on line 2.
 std::string with_vehicle(const std::string& members) {
   return "{\"messages\": [], \"vehicle\": {\n" + members + "\n}}";
 }
@@ -33,7 +33,7 @@ tamu::pb::Signal signal_of(const std::string& text) {
   return std::get<tamu::pb::SignalGroup>(scenario.messages.at(0).content).signal(0);
 }
 
-TEST(ScenarioTest, SignalDataComesInEveryForm) {
+TEST(ScenarioTest, SignalDataIsReadInEveryForm) {
   struct Case {
     const char* signal;
     std::string data;
@@ -78,7 +78,7 @@ TEST(ScenarioTest, MessageWithoutPeriodIsSentOnce) {
   EXPECT_EQ(publication(R"("topic": "t", "every_ms": 5, "times": 2, "signals": [])").times, 2);
 }
 
-TEST(ScenarioTest, BuiltInScenarioBringsTheUnitsIdentity) {
+TEST(ScenarioTest, BuiltInScenarioHasTheUnitsIdentity) {
   const Scenario scenario = parse_scenario(default_scenario());
   EXPECT_GE(scenario.expect.size(), 4U);
   const auto& identity = std::get<tamu::pb::SignalGroup>(scenario.messages.at(0).content);

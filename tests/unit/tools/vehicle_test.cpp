@@ -18,7 +18,7 @@ using Answers = std::vector<std::string>;
 
 constexpr const char* request_topic = "rt/j1939can/tx/rqst_fb_ee";
 
-/// Takes answers down as "ADDRESS NOF_BYTES VIN".
+/// Records answers as "ADDRESS NOF_BYTES VIN".
 class AnsweredClient final : public tests::FakeClient {
  public:
   tamu::com::PublishResult publish(const std::string& topic, Message message) override {
@@ -51,7 +51,7 @@ class AnsweredClient final : public tests::FakeClient {
   Answers answers_;  // guarded by mutex_
 };
 
-/// What comes of `requests` requests for the VIN, when `count` answers have come.
+/// The answers to `requests` requests for the VIN, after `count` answers have arrived.
 Answers answers_to(const std::string& members, int requests, std::size_t count) {
   const auto client = std::make_shared<AnsweredClient>();
   Vehicle vehicle(
@@ -82,7 +82,7 @@ TEST(VehicleTest, EveryRequestForTheVinIsAnsweredAsTheScenarioSays) {
             (Answers{"fe 3 ABC", "00 1 S"}));
 }
 
-TEST(VehicleTest, EndsAtOnceWithAnAnswerUnderWay) {
+TEST(VehicleTest, EndsAtOnceWhileAnAnswerIsPending) {
   EXPECT_EQ(answers_to(R"(, "answer_after_ms": 3600000)", 1, 0), Answers());
 }
 

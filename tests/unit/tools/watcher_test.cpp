@@ -43,7 +43,7 @@ TEST(VariablePrinterTest, EveryVariableGetsAReadableLine) {
   EXPECT_EQ(failures, 1);
 }
 
-TEST(VariableCheckerTest, CompleteWhenEveryVariableCameWithItsValue) {
+TEST(VariableCheckerTest, CompleteOnceEveryVariableHasArrivedWithItsValue) {
   int completed = 0;
   VariableChecker checker({{"a", "1"}, {"b", ""}}, [&] { ++completed; });
   send(checker, "a", variable("2"));

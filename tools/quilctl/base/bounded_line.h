@@ -6,7 +6,7 @@
 
 namespace ecu::ctl {
 
-/// As `std::getline`, but stops in a line of more than `max_size` bytes after the first byte that is too
+/// Like `std::getline`, but stops in a line of more than `max_size` bytes after the first byte that is too
 /// many.
 inline bool read_line(std::istream& input, std::string& line, std::size_t max_size) {
   line.clear();

@@ -32,7 +32,7 @@ struct Options {
   CommandFunction command = nullptr;
   BrokerOptions broker;
   bool json = false;
-  bool raw = false;      // values as they are, without escapes
+  bool raw = false;      // values unchanged, without escapes
   bool verbose = false;  // log of the bus client on standard error
   /// For the broker's answer and for the effect of a command; unset: the command's default.
   std::optional<std::chrono::duration<double>> timeout;

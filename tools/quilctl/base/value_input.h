@@ -17,8 +17,8 @@ namespace ecu::ctl {
 /// when the digits are invalid or the value is too large, `tools::InputError` when the file cannot be read.
 [[nodiscard]] std::string value_of_argument(std::string_view argument);
 
-/// The value that a file, or a stream that errors refer to as `name`, consists of. Throws `tools::InputError`
-/// when it cannot be read or is too large.
+/// The contents of a file, or of a stream that error texts call `name`, as a value. Throws
+/// `tools::InputError` when it cannot be read or is too large.
 [[nodiscard]] std::string read_value_file(const std::string& path);
 [[nodiscard]] std::string read_value_stream(std::istream& input, const std::string& name);
 

@@ -8,7 +8,7 @@ namespace ecu::ctl {
 std::optional<MessageHeader> header_of(std::span<const std::uint8_t> payload) {
   using tamu::com::txf_header_size;
   tamu::pb::TXFHeader header;
-  // A partial parse, because the other one logs an error when a field is missing.
+  // A partial parse, because a full one logs an error when a field is missing.
   if (payload.size() < txf_header_size ||
       !header.ParsePartialFromArray(payload.data(), static_cast<int>(txf_header_size)) ||
       !header.IsInitialized()) {

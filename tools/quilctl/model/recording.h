@@ -34,7 +34,7 @@ struct Recorded {
 /// `tools::InputError` when it cannot be read.
 class RecordingReader {
  public:
-  /// `input` must outlive the reader; errors refer to it as `name`.
+  /// `input` must outlive the reader; error texts call it `name`.
   RecordingReader(std::istream& input, std::string name);
 
   /// The next message; nothing at the end. Times never decrease.

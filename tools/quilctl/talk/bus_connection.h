@@ -43,10 +43,10 @@ class BusConnection {
   BusConnection(const BusConnection&) = delete;
   BusConnection& operator=(const BusConnection&) = delete;
 
-  /// Subscribes to topics at a maximum quality of service. To be called before `connect`.
+  /// Subscribes to topics at a maximum quality of service. Must be called before `connect`.
   void subscribe(const std::string& filter, int max_qos = 0);
 
-  /// Connects, and again whenever that fails or the connection is lost.
+  /// Connects, and reconnects whenever that fails or the connection is lost.
   void connect();
 
   /// The next event; nothing at the deadline, or as soon as the descriptor `input`, if given, is readable.

@@ -35,12 +35,12 @@ void EventQueue::subscriptions_settled() {
 }
 
 void EventQueue::messages_dropped(const std::string& /*filter*/, std::uint64_t count) {
-  const std::lock_guard lock(mutex_);
+  const tamu::MutexLock lock(mutex_);
   lost_ += count;
 }
 
 std::optional<Event> EventQueue::take() {
-  const std::lock_guard lock(mutex_);
+  const tamu::MutexLock lock(mutex_);
   if (waiting_.empty()) {
     wake_.clear();
     return std::nullopt;
@@ -52,13 +52,13 @@ std::optional<Event> EventQueue::take() {
 }
 
 std::uint64_t EventQueue::take_lost() {
-  const std::lock_guard lock(mutex_);
+  const tamu::MutexLock lock(mutex_);
   return std::exchange(lost_, 0);
 }
 
 void EventQueue::put(Event event) {
   event.at = std::chrono::system_clock::now();
-  const std::lock_guard lock(mutex_);
+  const tamu::MutexLock lock(mutex_);
   bytes_ += event.message.payload.size();
   waiting_.push_back(std::move(event));
   drop_oldest_messages();

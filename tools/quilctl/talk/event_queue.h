@@ -2,18 +2,18 @@
 
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <optional>
 
 #include <ecu/tamu/com/transport_client.h>
+#include <ecu/tamu/thread_safety.h>
 
 #include "common/wake_event.h"
 #include "quilctl/talk/bus_event.h"
 
 namespace ecu::ctl {
 
-/// Queues the client's events. The client's threads put them in, one other thread takes them out. When too
-/// much is waiting, the oldest messages are dropped and counted.
+/// Queues the client's events. The client's threads put them in, one other thread takes them out. When the
+/// queue is full, the oldest messages are dropped and counted.
 class EventQueue final : public tamu::com::ISubscriptionObserver, public tamu::com::IConnectionObserver {
  public:
   void message(const std::string& topic, const tamu::com::Message& msg) override;
@@ -34,13 +34,17 @@ class EventQueue final : public tamu::com::ISubscriptionObserver, public tamu::c
 
  private:
   void put(Event event);
-  void drop_oldest_messages();
+  void drop_oldest_messages() TAMU_REQUIRES(mutex_);
 
+  // With its own synchronisation.
   const tools::WakeEvent wake_;
-  std::mutex mutex_;  // guards all below
-  std::deque<Event> waiting_;
-  std::size_t bytes_ = 0;  // of the waiting payloads
-  std::uint64_t lost_ = 0;
+
+  tamu::Mutex mutex_;
+
+  // Guarded by mutex_.
+  std::deque<Event> waiting_ TAMU_GUARDED_BY(mutex_);
+  std::size_t bytes_ TAMU_GUARDED_BY(mutex_) = 0;  // of the waiting payloads
+  std::uint64_t lost_ TAMU_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace ecu::ctl

@@ -25,8 +25,8 @@ class MonitorSession {
   /// Whether there has been a connection.
   [[nodiscard]] bool was_up() const noexcept { return was_up_; }
 
-  /// What the last call of `next` has to report of the connection, of the daemon or of lost messages; may be
-  /// empty. Lost messages are reported once a second.
+  /// The report of the last call of `next` about the connection, the daemon or lost messages; may be empty.
+  /// Lost messages are reported once a second.
   [[nodiscard]] const std::string& notice() const noexcept { return notice_; }
 
   /// The lost messages that have not been reported yet; may be empty.
@@ -46,7 +46,7 @@ class MonitorSession {
   std::string notice_;
 };
 
-/// To be called at the end: reports the lost messages that have not been reported yet.
+/// Call it at the end: reports the lost messages that have not been reported yet.
 void note_losses(MonitorSession& watch);
 
 }  // namespace ecu::ctl

@@ -50,7 +50,7 @@ sigset_t TerminationHandler::wait_mask() const noexcept {
 }
 
 void TerminationHandler::check() const {
-  // Delivers what is pending, also when the caller never has to wait.
+  // Delivers pending signals even when the caller never has to wait.
   const timespec at_once{};
   const sigset_t mask = wait_mask();
   ::ppoll(nullptr, 0, &at_once, &mask);

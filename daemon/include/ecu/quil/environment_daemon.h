@@ -68,6 +68,7 @@ class EnvironmentDaemon final : public tamu::com::ISubscriptionObserver {
   std::shared_ptr<QueuingPortHandler> m_port_handler;
   SysParamReqHandler m_sysparam_handler;
   SecStoreHandler m_sec_store_handler;
+  // The next three are shared by the requester of the VIN and the variables that receive it.
   std::shared_ptr<std::condition_variable> m_vin_received;
   std::shared_ptr<std::atomic_bool> m_vin_requester_running;
   std::shared_ptr<std::mutex> m_vin_mutex;

@@ -88,7 +88,7 @@ class SysParamContainer final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSi
   const std::shared_ptr<QueuingPortHandler> m_port;
   const std::function<void()> m_callback;
 
-  // With its own synchronization.
+  // With its own synchronisation.
   State m_state;
 
   mutable tamu::Mutex m_sysparams_mutex;  // held for no longer than it takes to copy what a call asks for

@@ -55,7 +55,7 @@ class SysParamReqHandler final : public tamu::com::ISubscriptionObserver {
   // Constant after construction.
   const std::shared_ptr<tamu::com::ITransportClient> m_client;
 
-  // With its own synchronization.
+  // With its own synchronisation.
   SysParamContainer m_container;
 
   // Constant after construction.

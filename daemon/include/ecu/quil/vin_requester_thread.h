@@ -63,7 +63,7 @@ class VINRequesterThread {
   const unsigned int m_wait_seconds;
   const std::chrono::milliseconds m_second;
 
-  // With its own synchronization.
+  // With its own synchronisation.
   std::atomic_bool m_kl15 = false;
 
   // Set by `init`; m_request and m_kl15_observer are constant while there is a thread.

@@ -52,7 +52,7 @@ class VinVariableJ1939Ecu final : public VinVariable {
   const std::shared_ptr<std::atomic_bool> m_requester_running;
   const std::uint32_t m_confirm_required;
 
-  // With its own synchronization.
+  // With its own synchronisation.
   std::atomic<std::uint32_t> m_confirm_count = 0;
 };
 

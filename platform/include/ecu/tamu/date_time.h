@@ -4,7 +4,7 @@
 
 namespace ecu::tamu {
 
-/// The time that messages and variables carry.
+/// The clock of the time stamps in messages and variables.
 class DateTime {
  public:
   /// Nanoseconds since boot, time spent in suspend included (CLOCK_BOOTTIME). Callable from any thread.

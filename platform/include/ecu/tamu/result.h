@@ -5,7 +5,7 @@
 
 namespace ecu::tamu {
 
-/// Either a value or the error that kept it from being made. T and E must be different types.
+/// Either a value or the error that prevented it. T and E must be different types.
 template <class T, class E>
 class [[nodiscard]] Result {
  public:

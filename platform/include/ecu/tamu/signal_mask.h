@@ -8,7 +8,7 @@ namespace ecu::tamu {
 
 [[nodiscard]] sigset_t signal_set(std::span<const int> signal_numbers) noexcept;
 
-/// SIGINT and SIGTERM, which ask a process to end in good order.
+/// SIGINT and SIGTERM, which request an orderly end of the process.
 [[nodiscard]] sigset_t termination_signals() noexcept;
 
 void block_signals(const sigset_t& signals) noexcept;

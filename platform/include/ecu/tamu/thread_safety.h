@@ -5,12 +5,11 @@
 #include <mutex>
 
 /// A mutex, its lock and a condition variable for Clang's thread-safety analysis, which checks at compile
-/// time
-/// (-Wthread-safety, the `clang` preset) that the mutex is held. For other compilers the macros are empty. A
-/// member declared `int count_ TAMU_GUARDED_BY(mutex_);` may be used only with `mutex_` held, and a function
-/// declared `void add() TAMU_REQUIRES(mutex_);` may be called only with it held.
+/// time (-Wthread-safety, the `clang` preset) that the mutex is held. For other compilers the macros are
+/// empty. A member declared `int count_ TAMU_GUARDED_BY(mutex_);` may be used only with `mutex_` held, and a
+/// function declared `void add() TAMU_REQUIRES(mutex_);` may be called only with it held.
 ///
-/// The analysis looks at each lambda on its own. A predicate that reads guarded members declares it, too:
+/// The analysis examines each lambda separately. A predicate that reads guarded members declares it, too:
 /// `[this]() TAMU_REQUIRES(mutex_) { return count_ > 0; }`.
 
 #if defined(__clang__)
@@ -19,14 +18,13 @@
 #define TAMU_THREAD_ANNOTATION(annotation)
 #endif
 
-/// The variable is read and written with the mutex held; of a pointer, what it points to.
+/// The variable is read and written with the mutex held.
 #define TAMU_GUARDED_BY(mutex) TAMU_THREAD_ANNOTATION(guarded_by(mutex))
-#define TAMU_PT_GUARDED_BY(mutex) TAMU_THREAD_ANNOTATION(pt_guarded_by(mutex))
 /// The caller of the function holds the mutex, or must not hold it.
 #define TAMU_REQUIRES(...) TAMU_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define TAMU_EXCLUDES(...) TAMU_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
-/// The function returns a reference to the mutex.
-#define TAMU_RETURN_CAPABILITY(mutex) TAMU_THREAD_ANNOTATION(lock_returned(mutex))
+/// The caller of the function holds the mutex, and no longer does afterwards.
+#define TAMU_RELEASE(...) TAMU_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 /// For a function that is right although the analysis cannot follow it; the reason stands beside it.
 #define TAMU_NO_THREAD_SAFETY_ANALYSIS TAMU_THREAD_ANNOTATION(no_thread_safety_analysis)
 
@@ -42,7 +40,7 @@ class TAMU_THREAD_ANNOTATION(capability("mutex")) Mutex {
 };
 
 /// Holds a mutex from its construction to its end; may release it in between. Works with
-/// std::condition_variable_any, too, where a stop token is to end the wait.
+/// std::condition_variable_any, too, where a stop token ends the wait.
 class TAMU_THREAD_ANNOTATION(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) TAMU_THREAD_ANNOTATION(acquire_capability(mutex)) : lock_(mutex.mutex_) {}
@@ -58,7 +56,7 @@ class TAMU_THREAD_ANNOTATION(scoped_lockable) MutexLock {
   std::unique_lock<std::mutex> lock_;
 };
 
-/// Waits with a lock that is held before and after; a predicate is called with it held.
+/// Waits with a lock that is held before and after the wait, and while a predicate is called.
 class ConditionVariable {
  public:
   void notify_one() noexcept { condition_.notify_one(); }

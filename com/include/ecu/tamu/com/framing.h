@@ -42,8 +42,8 @@ inline constexpr std::uint16_t pb_protocol_type = 1;
                                            std::uint16_t protocol_type) noexcept;
 
 /// Checks the header of `payload` and returns the bytes of the body that it announces, which are part of
-/// `payload`; bytes after the body are ignored. Sets `protocol_type` to that of the header when it can be
-/// decoded, even if the message is refused. A failure is logged.
+/// `payload`; bytes after the body are ignored. Sets `protocol_type` to that of the header if the header can
+/// be decoded, even when the message is refused. A failure is logged.
 [[nodiscard]] Result<std::span<const std::uint8_t>, err::PbInternalDeserializationError> framed_body(
     std::span<const std::uint8_t> payload, std::uint16_t& protocol_type) noexcept;
 

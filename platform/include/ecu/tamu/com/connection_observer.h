@@ -7,7 +7,7 @@ namespace ecu::tamu::com {
 
 /// Why there is no connection to the broker.
 enum class ConnectionFailure {
-  unreachable,      ///< No name, no address, or nobody listens there.
+  unreachable,      ///< The host has no address, or no broker listens there.
   tls,              ///< The TLS handshake failed.
   bad_credentials,  ///< The broker does not accept user name and password (CONNACK code 4).
   not_authorised,   ///< The broker does not admit this client (CONNACK code 5).
@@ -18,28 +18,29 @@ enum class ConnectionFailure {
   internal,         ///< A failure on this side, such as a lack of memory.
 };
 
-/// Learns how a client stands with its broker. Called on a thread of the transport, one call after another
-/// but where it says otherwise; a call must not block.
+/// Observes a client's connection to its broker. Called on a thread of the transport, one call after another
+/// except where noted; a call must not block.
 class IConnectionObserver {
  public:
   virtual ~IConnectionObserver() = default;
 
-  /// The broker has let the client in.
+  /// The broker has accepted the connection.
   virtual void connection_up() = 0;
 
-  /// An attempt to connect has failed, or the connection was lost; the client tries again by itself. `reason`
-  /// is for people: its words may change.
+  /// An attempt to connect has failed, or the connection was lost; the client retries by itself. `reason` is
+  /// for people: its wording may change.
   virtual void connection_down(ConnectionFailure failure, const std::string& reason) = 0;
 
-  /// The broker does not let this client have what it subscribed to.
+  /// The broker refuses a subscription of this client.
   virtual void subscription_refused(const std::string& filter) = 0;
 
-  /// Once for each connection: the broker has answered every subscription that there was when the connection
-  /// came up, and the subscribers' calls for all that it retains for them at quality of service 0 have ended.
+  /// Called once per connection: the broker has answered every subscription that existed when the connection
+  /// came up, and the subscribers' calls for all messages that it retains for them at quality of service 0
+  /// have ended.
   virtual void subscriptions_settled() = 0;
 
-  /// A subscriber was too slow: so many of the oldest messages that waited for it on `filter` were dropped.
-  /// May be called at the same time as the others.
+  /// A subscriber was too slow: this number of the oldest messages that waited for it on `filter` were
+  /// dropped. May be called at the same time as the others.
   virtual void messages_dropped(const std::string& filter, std::uint64_t count) = 0;
 };
 

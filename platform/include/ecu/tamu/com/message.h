@@ -8,7 +8,7 @@ namespace ecu::tamu::com {
 
 using Payload = std::vector<std::uint8_t>;
 
-/// A message of the bus, as it is handed to the transport or comes from it.
+/// A message of the bus, as the transport takes or delivers it.
 struct Message {
   /// Published: MQTT quality of service 1 instead of 0. Received: delivered with quality of service 1 or 2.
   bool acknowledged = false;

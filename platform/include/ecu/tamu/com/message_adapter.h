@@ -6,7 +6,7 @@
 
 namespace ecu::tamu::com {
 
-/// What came of taking a body out of a message. `body` is default-constructed unless `ok`.
+/// The result of extracting a body from a message. `body` is default-constructed unless `ok`.
 template <class T, class Err>
 struct [[nodiscard]] DeserializationResult {
   bool ok = false;

@@ -11,7 +11,7 @@
 
 namespace ecu::tamu::config {
 
-/// Something wrong with a configuration.
+/// A fault of a configuration.
 struct Fault {
   int line;         // from 1; 0: the file as a whole
   bool is_warning;  // the configuration is usable nevertheless
@@ -50,13 +50,13 @@ class Configuration {
   void set_source_file(std::string path);
 
   /// One fault, with line number and key, for each malformed line, unknown key, duplicate key, "port" outside
-  /// of 1 to 65535, "keepalive" outside of 5 to 65535, invalid "loglevel", "certfile" without "keyfile" or
-  /// the reverse, and TLS file that cannot be read; one for input that could not be read to its end. An empty
+  /// 1 to 65535, "keepalive" outside 5 to 65535, invalid "loglevel", "certfile" without "keyfile" or the
+  /// reverse, and TLS file that cannot be read; one for input that could not be read to its end. An empty
   /// level or TLS file counts as unset. Two faults are warnings: a "presence" other than "yes" or "no", and a
   /// "password" in a world-readable file. No text shows the value of "password".
   [[nodiscard]] std::vector<Fault> faults() const;
 
-  /// Logs each fault in one line, at ERROR or WARNING. False when any is more than a warning.
+  /// Logs each fault in one line, at ERROR or WARNING. False when any fault is not a warning.
   [[nodiscard]] bool verify() const;
 
  private:

@@ -10,7 +10,7 @@
 
 namespace ecu::tamu::diag {
 
-/// The right to send one request, until it runs out.
+/// The right to send one request before it expires.
 struct PgnRequestToken {
   std::chrono::steady_clock::time_point valid_until;
 };
@@ -19,19 +19,19 @@ struct PgnRequestToken {
 enum class Error : int {
   /// The bus is not connected.
   not_connected = 1,
-  /// No such topic is known to the platform.
+  /// The platform does not know the topic.
   unknown_topic = 2,
-  /// The last token for the topic is younger than the time that a responder has to answer (SAE J1939-21).
+  /// The last token for the topic was granted less than the response time of SAE J1939-21 ago.
   too_early = 3,
 };
 
-/// Grants the right to ask the vehicle network for a parameter group (SAE J1939-21, PGN 0xEA00), so that
-/// several who ask do not flood it. Every operation may be called from any thread.
+/// Grants the right to request a parameter group from the vehicle network (SAE J1939-21, PGN 0xEA00), so that
+/// several requesters do not flood it. Every operation may be called from any thread.
 class PgnRequestClient {
  public:
   virtual ~PgnRequestClient() = default;
 
-  /// The right to send one request on `topic` within `seconds`. A token is not given back.
+  /// The right to send one request on `topic` within `seconds`. A token cannot be returned.
   [[nodiscard]] virtual Result<PgnRequestToken, Error> request_token(const std::string& topic,
                                                                      std::uint64_t seconds) = 0;
 
@@ -39,7 +39,7 @@ class PgnRequestClient {
   [[nodiscard]] virtual std::string error_str(const Error& error) const = 0;
 };
 
-/// Makes a client that grants tokens while `client` is connected.
+/// Creates a client that grants tokens while `client` is connected.
 [[nodiscard]] std::shared_ptr<PgnRequestClient> create_pgn_request_client(
     const std::shared_ptr<com::ITransportClient>& client);
 

@@ -7,7 +7,7 @@ namespace ecu::tamu::ipc {
 
 /// One record of a queueing port.
 struct IpcSignal {
-  /// Says what the payload is about.
+  /// Identifies the contents of the payload.
   std::uint32_t id = 0;
   /// Carried along unchanged; its meaning is a matter of the two sides.
   std::uint8_t flag = 0;

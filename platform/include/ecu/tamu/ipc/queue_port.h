@@ -28,16 +28,16 @@ class PortSender;
 /// thread at a time. Exists for 24-byte headers only.
 ///
 /// A port that was opened can go away: it reports its end or an I/O error (a character device whose far side
-/// hangs up, a regular file that was read to its end), or its path names another file or none. What is
-/// waiting on it is delivered, an incomplete record is dropped as damage, one WARNING line is written, and
-/// `finished` is called: the records received until then are all that comes of their frame, and no frame
-/// continues on the file that is opened next. `reception_loop` opens the port again, `receive_data` does not.
+/// hangs up, a regular file that was read to its end), or its path names another file or none. The waiting
+/// records are delivered, an incomplete record is dropped as damage, one WARNING line is written, and
+/// `finished` is called: the unfinished frame ends there and does not continue on the file that is opened
+/// next. `reception_loop` reopens the port, `receive_data` does not.
 template <unsigned HeaderSize, class Record>
 class QueuePortReader {
  public:
   /// Throws std::system_error when the system has no descriptor left.
   explicit QueuePortReader(std::unique_ptr<IDataConsumer<IpcSignal>> consumer);
-  /// No other call may be under way.
+  /// No other call may be in progress.
   ~QueuePortReader();
 
   QueuePortReader(const QueuePortReader&) = delete;
@@ -46,16 +46,16 @@ class QueuePortReader {
   /// A number for platforms whose ports can be tuned. A Linux host ignores it.
   void configure(int setting) noexcept;
 
-  /// Opens the port without blocking, whether or not anybody writes to it; false when that fails: the port is
-  /// then not opened again. The process must be allowed to read and write a FIFO: the reader holds the
-  /// writing end too, so that a far side that closes it and comes back is no end of file.
+  /// Opens the port without blocking, with or without a writer. False when that fails; the port is then not
+  /// reopened. The process must be allowed to read and write a FIFO: the reader also holds the writing end,
+  /// so that no end of file appears when the far side closes the FIFO and returns.
   [[nodiscard]] bool open(const std::string& path);
 
-  /// Hands records and ends of frames to the consumer until a stop is requested or the port goes away; waits
-  /// without waking while none come. The stop request ends the wait at once: what the port held at that
-  /// moment is still delivered, then `finished` is called, and the request is taken back on return. An
-  /// incomplete record with whole ones after its beginning may be torn, or have them as its payload: its rest
-  /// is then waited for until its time is over. On a port that is not open, the call returns at once after
+  /// Passes records and ends of frames to the consumer until a stop is requested or the port goes away;
+  /// sleeps while nothing arrives. The stop request ends the wait at once: what the port held at that moment
+  /// is still delivered, then `finished` is called, and the request is cleared on return. An incomplete
+  /// record with whole ones after its beginning may be torn, or carry them as its payload: reception then
+  /// waits for its rest until its time is over. On a port that is not open, the call returns at once after
   /// `finished`.
   ///
   /// Bytes that are not part of a whole record are dropped up to the next whole record, with an ERROR line
@@ -63,16 +63,16 @@ class QueuePortReader {
   /// the next whole record is found, or 1 s after the first of the bytes, or when reception ends.
   void receive_data();
 
-  /// Ends `receive_data` or `reception_loop`, the running call or else the next one, after what is there has
-  /// been delivered.
+  /// Ends `receive_data` or `reception_loop`, the running call or else the next one, after the waiting
+  /// records have been delivered.
   void request_stop() noexcept;
 
-  /// The body of a receiving thread, which it names: receives until a stop is requested, before or after it
-  /// began, and calls `finished`. A port that goes away is opened again, with one NOTICE line when it is
-  /// back: at once when its path comes to name another file, else after pauses that grow from 1 to 5 s. A
-  /// stop request ends a pause at once. A regular file is read on when it has grown, and from its beginning
-  /// when it was replaced. Where the system has no file watch left (one WARNING line), a replaced file is
-  /// noticed only when the old one reports its end.
+  /// The body of a receiving thread, which it names: receives until a stop is requested, before or after its
+  /// start, and calls `finished`. It reopens a port that goes away, with one NOTICE line when the port is
+  /// back: at once when its path names another file, else after pauses that grow from 1 to 5 s. A stop
+  /// request ends a pause at once. A regular file is read on when it has grown, and from its beginning when
+  /// it was replaced. If the system has no file watch left (one WARNING line), a replaced file is noticed
+  /// only when the old one reports its end.
   void reception_loop();
 
  private:
@@ -92,14 +92,14 @@ class QueuePortWriter {
   QueuePortWriter(const QueuePortWriter&) = delete;
   QueuePortWriter& operator=(const QueuePortWriter&) = delete;
 
-  /// Opens the port; false when that fails, as it does at once for a FIFO that nobody reads. A port that was
-  /// open before is closed in the same way as by the destructor. A regular file is appended to.
+  /// Opens the port; false when that fails, as it does at once for a FIFO without a reader. A port that was
+  /// open before is closed as by the destructor. A regular file is appended to.
   [[nodiscard]] bool open(const std::string& path);
 
-  /// Writes one record; false, after a WARNING line that says why, when it cannot be written whole: the
-  /// payload is too large, the port stays full (or in another writer's use) for 1 s, the far side is gone.
-  /// The writers of one process get at the port in the order in which they came, record by record. A record
-  /// larger than the free room of the port may then stand on it in part; readers drop that part.
+  /// Writes one record. False, after a WARNING line with the reason, when it cannot be written whole: the
+  /// payload is too large, the port stays full or in use by another writer for 1 s, or the far side is gone.
+  /// The writers of one process take turns in the order of arrival, record by record. After a failure the
+  /// port may hold a part of the record, which readers drop.
   [[nodiscard]] bool transmit_data(const IpcSignal& signal);
 
  private:

@@ -8,9 +8,9 @@
 #include <string_view>
 
 /// Log lines with the levels of syslog (RFC 5424). A line above the current level costs a load and a compare.
-/// Every function may be called from any thread; a line is written as a whole. No line waits for its reader:
-/// one that is not taken at once is dropped and counted. A line holds at most 4 KiB, its time included; what
-/// is beyond is left out, and the line ends with the number of bytes missing.
+/// Every function may be called from any thread; a line is written as a whole. The log never waits for its
+/// reader: a line that is not accepted at once is dropped and counted. A line holds at most 4 KiB, including
+/// its time; a longer text is cut, and the line ends with the number of bytes left out.
 namespace ecu::tamu::logging {
 
 enum class Level : int {

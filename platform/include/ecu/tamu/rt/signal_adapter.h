@@ -52,7 +52,7 @@ class SignalGroup {
   /// The signal of that name, or null when the group does not hold it.
   [[nodiscard]] const Signal* signal(std::string_view name) const noexcept;
 
-  /// Sets a signal's raw bytes and its status to `signal_valid`; false when the topic has no such signal.
+  /// Sets a signal's raw bytes, and its status to `signal_valid`; false when the topic has no such signal.
   [[nodiscard]] bool set_signal_data(std::string_view name, std::span<const std::uint8_t> bytes);
 
  private:
@@ -79,8 +79,8 @@ enum class UnpackError : int {
 
 enum class GroupError : int { unknown_topic = 1, protobuf = 2 };
 
-/// Turns messages on topics that begin with "rt/" into signal groups and back, by a catalogue of the topics
-/// and their signals. Every operation may be called from any thread.
+/// Converts messages on topics that begin with "rt/" to signal groups and back, using a catalogue of the
+/// topics and their signals. Every operation may be called from any thread.
 class SignalAdapter {
  public:
   [[nodiscard]] static const SignalAdapter& instance();
