@@ -18,6 +18,7 @@
 #include <ecu/tamu/com/topic.h>
 
 #include "mqtt/mqtt_log.h"
+#include "system/free_memory.h"
 
 namespace ecu::tamu::com::mqtt {
 
@@ -185,6 +186,7 @@ void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THR
   recipient.server = std::this_thread::get_id();
   for (;;) {
     recipient.current = recipient.mailbox.take();
+    const bool large = recipient.current && recipient.current->message.payload.size() > large_amount;
     const std::optional<Loss> loss = loss_of(recipient.mailbox);
     if (!recipient.current && !loss) {
       break;
@@ -199,6 +201,9 @@ void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THR
     lock.lock();
     recipient.current.reset();
     call_ended_.notify_all();
+    if (large) {
+      release_free_memory();
+    }
   }
   recipient.server = {};
 }

@@ -151,6 +151,7 @@ void MqttClient::connection_up() {
     observer_->connection_up();
     fence_wanted_ = true;
   }
+  first_fence_wanted_ = quarantine_.connection_made();
   const MutexLock lock(mutex_);
   outbox_.connection_up();
   if (settings_.presence) {
@@ -173,6 +174,7 @@ void MqttClient::connection_down(ConnectionFailure failure, const std::string& r
   }
   settled_after_.reset();
   fence_wanted_ = false;
+  first_fence_wanted_ = false;
   try {
     set_status(broker_status, "broker not reachable: " + reason);
     if (!was_up) {
@@ -280,6 +282,9 @@ void MqttClient::send_all() {
   send_subscription_changes(changes);
   if (std::exchange(fence_wanted_, false)) {
     connection_.request_fence(Fence::subscriptions);
+  }
+  if (std::exchange(first_fence_wanted_, false)) {
+    connection_.request_fence(Fence::publication);
   }
   send_publications();
   if (several) {

@@ -82,7 +82,8 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   // Used by the leader only.
   Connection connection_;
   Quarantine quarantine_;
-  bool fence_wanted_ = false;  // after the first subscriptions of a connection
+  bool fence_wanted_ = false;        // after the first subscriptions of a connection
+  bool first_fence_wanted_ = false;  // before the first publication of a connection
   // The number of messages to deliver before the subscriptions count as settled.
   std::optional<std::uint64_t> settled_after_;
 

@@ -60,6 +60,7 @@ Quarantine::Handling Quarantine::begin_test(const PublicationPtr& publication) {
 }
 
 void Quarantine::fence_answered() {
+  awaits_broker_ = false;
   if (!under_test_) {
     return;
   }
@@ -78,7 +79,8 @@ bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point no
   for (auto& [topic, suspect] : suspects_) {
     suspect.withheld = nullptr;
   }
-  if (!is_suspicious(failure) || (!tested && now - last_sent_ > right_after)) {
+  const bool nothing_sent = std::exchange(awaits_broker_, false);
+  if (nothing_sent || !is_suspicious(failure) || (!tested && now - last_sent_ > right_after)) {
     return false;
   }
   searching_ = searching_ || ++losses_ >= enough_losses;

@@ -39,10 +39,14 @@ class Quarantine {
   /// How to handle the next publication.
   [[nodiscard]] Handling handle(const PublicationPtr& publication, Clock::time_point now);
 
-  /// Whether a publication is under test: nothing else may be sent.
-  [[nodiscard]] bool testing() const noexcept { return under_test_ != nullptr; }
+  /// Call on each new connection. When it returns true, send a fence after the subscriptions, and no
+  /// publication while `testing`: a broker that ends the connection for another reason does so before.
+  [[nodiscard]] bool connection_made() noexcept { return awaits_broker_ = searching_; }
 
-  /// The broker has answered the fence: the publication under test has passed.
+  /// Whether the answer to a fence is awaited: no publication may be sent.
+  [[nodiscard]] bool testing() const noexcept { return awaits_broker_ || under_test_ != nullptr; }
+
+  /// The broker has answered the fence: the publication under test, if any, has passed.
   void fence_answered();
 
   /// True when the loss set a publication aside, so that the client may reconnect at once.
@@ -77,6 +81,7 @@ class Quarantine {
 
   int losses_ = 0;
   bool searching_ = false;                  // every topic is tested once
+  bool awaits_broker_ = false;              // nothing was published on this connection yet
   std::unordered_set<std::size_t> passed_;  // hashes of the topics that passed meanwhile
   std::map<std::string, Suspect> suspects_;
   PublicationPtr under_test_;

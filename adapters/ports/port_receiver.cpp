@@ -23,9 +23,11 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <utility>
 
 #include <ecu/tamu/logging/logging.h>
 
+#include "system/free_memory.h"
 #include "system/supervision.h"
 
 namespace ecu::tamu::ipc::detail {
@@ -176,6 +178,9 @@ void PortReceiver::deliver(TimePoint now) noexcept {
         break;
       case Event::end_of_frame:
         guarded("consumer", [this] { consumer_->frame_finished(); });
+        if (received_ - std::exchange(frame_end_, received_) > large_amount) {
+          release_free_memory();
+        }
         break;
       case Event::damage:
         report_damage();

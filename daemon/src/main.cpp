@@ -63,6 +63,7 @@ int main(int argc, char* argv[]) {
     usage();
     return EXIT_FAILURE;
   }
+  limit_kept_memory();
   com::library_init();
   ecu::tamu::application_starting();
   logging::configure_logging(options().log_level);

@@ -1,3 +1,4 @@
+#include <malloc.h>
 #include <signal.h>
 
 #include <array>
@@ -30,6 +31,13 @@ ProcessHolder& process() {
   // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): outlives every static, as a signal may come that late
   static auto* const holder = new ProcessHolder;
   return *holder;
+}
+
+void limit_kept_memory() {
+  constexpr int large_block = 64 * 1024;
+  mallopt(M_MMAP_THRESHOLD, large_block);
+  mallopt(M_TRIM_THRESHOLD, large_block);
+  mallopt(M_TOP_PAD, large_block / 4);
 }
 
 void install_signal_handler() {

@@ -366,6 +366,24 @@ TEST_F(ClientAgainstScriptTest, AnUnacceptablePublicationIsSetAsideUntilItsValue
   }
 }
 
+TEST_F(ClientAgainstScriptTest, AnUnacceptableSubscriptionIsBlamedOnNoPublication) {
+  constexpr int denials = 5;
+  const auto observer = std::make_shared<FailingObserver>();
+  const std::string log = tests::logged_by([&] {
+    broker.emplace([subscriptions = 0](const std::string& packet) mutable {
+      return packet == "SUBSCRIBE in/a" && ++subscriptions <= denials ? Reaction::close : Reaction::answer;
+    });
+    client.emplace(settings_for("127.0.0.1", broker->port()), nullptr);
+    client->subscribe("in/a", 0, observer);
+    publish("kept", "1", false, true);
+    client->connect();
+    client->start();
+    EXPECT_TRUE(broker->wait_for("PUBLISH kept=1"));
+    client.reset();
+  });
+  EXPECT_EQ(tests::count(log, "ERROR"), 0) << log;
+}
+
 TEST_F(ClientAgainstScriptTest, AnUnacceptableUnretainedPublicationIsFoundToo) {
   start([](const std::string& packet) {
     return packet.starts_with("PUBLISH denied") ? Reaction::close : Reaction::answer;

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/allocated_bytes.h"
 #include "support/captured_log.h"
 #include "support/failing_allocation.h"
 
@@ -142,6 +143,31 @@ TEST_F(DeliveryTest, OnlyTheMessageThatExceedsAQueueIsDropped) {
   post("x", std::string(max_waiting_bytes, 'l'));
   deliver_all();
   EXPECT_EQ(lost, 2u);
+}
+
+/// Takes many small blocks and keeps the last of them, as who parses a message and keeps a value of it.
+struct Parser final : ISubscriptionObserver {
+  void message(const std::string&, const Message&) override {
+    std::vector<std::unique_ptr<char[]>> blocks(200'000);
+    for (auto& block : blocks) {
+      block = std::make_unique<char[]>(24);
+    }
+    kept = std::move(blocks.back());
+  }
+  std::unique_ptr<char[]> kept;
+};
+
+TEST_F(DeliveryTest, TheMemoryThatALargeMessageTookGoesBackToTheSystem) {
+  if (tests::allocated_bytes() == 0) {
+    GTEST_SKIP() << "another allocator";
+  }
+  const auto parser = std::make_shared<Parser>();
+  delivery.add("x", 0, parser);
+  const std::size_t before = tests::resident_bytes();
+  post("x", std::string(65536, 'l'));
+  deliver_all();
+  EXPECT_NE(parser->kept, nullptr);
+  EXPECT_LT(tests::resident_bytes(), before + std::size_t{1024} * 1024);
 }
 
 TEST_F(DeliveryTest, AFailedAllocationCostsAtMostItsMessage) {

@@ -120,6 +120,22 @@ TEST_F(QuarantineTest, ABrokerThatGoesAwayDuringTestsSetsNothingAside) {
   EXPECT_EQ(handled("a", "1"), "passed");
 }
 
+TEST_F(QuarantineTest, ALossBeforeTheFirstPublicationOfAConnectionSetsNothingAside) {
+  EXPECT_FALSE(quarantine.connection_made());
+  EXPECT_FALSE(lose_by("a", "1"));
+  EXPECT_FALSE(lose_by("a", "1"));
+  for (int i = 0; i < 10; ++i) {  // a subscription, say, that the broker does not want
+    EXPECT_TRUE(quarantine.connection_made());
+    EXPECT_TRUE(quarantine.testing());
+    EXPECT_FALSE(lose());
+  }
+  EXPECT_TRUE(quarantine.connection_made());
+  quarantine.fence_answered();
+  EXPECT_FALSE(quarantine.testing());
+  EXPECT_FALSE(lose_by("a", "1"));
+  EXPECT_TRUE(lose_by("a", "1"));
+}
+
 TEST_F(QuarantineTest, ATopicThatKeepsFailingIsRetriedAfterDoublingPauses) {
   set_aside("bad", "1");
   set_aside("bad", "2");  // the first change is tried at once

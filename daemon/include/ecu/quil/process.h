@@ -17,6 +17,10 @@ struct ProcessHolder {
 /// signal.
 [[nodiscard]] ProcessHolder& process();
 
+/// Makes the allocator give blocks of 64 KiB and more back to the system as soon as they are freed. Left
+/// alone it keeps ever larger ones after the first large message. Call before any thread is started.
+void limit_kept_memory();
+
 /// Makes SIGINT and SIGTERM stop the daemon and the client once; the next one ends the process by default
 /// action. Blocks both signals in the calling thread, and so in every thread that it starts later. Only the
 /// wait inside the client's `run` unblocks them, where no lock is held. Call before any thread is started.
