@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <iterator>
+#include <random>
 #include <set>
 
 #include "quilctl/base/value_input.h"
@@ -11,6 +12,7 @@ namespace ecu::ctl {
 
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 // The daemon abandons a write after 30 s, and replies to nobody meanwhile.
@@ -18,8 +20,17 @@ constexpr seconds write_timeout{35};
 constexpr seconds abandoned_after{29};
 
 // The daemon discards a write that arrives while another one is under way. Of several clients that write at
-// the same time one succeeds in each round.
-constexpr int write_attempts = 8;
+// the same time one succeeds in each round; growing pauses of random length keep the others apart.
+constexpr int write_attempts = 12;
+constexpr milliseconds first_pause{50};
+constexpr milliseconds longest_pause{1000};
+
+// From half of the pause to all of it.
+milliseconds shortened(milliseconds pause) {
+  static std::minstd_rand random{std::random_device()()};
+  return pause / 2 +
+         milliseconds(std::uniform_int_distribution<milliseconds::rep>(0, pause.count() / 2)(random));
+}
 
 Parameter setting_of(const std::string& argument) {
   const std::size_t separator = argument.find('=');
@@ -52,7 +63,12 @@ bool holds_all(const Parameters& parameters, const Parameters& wanted) {
 void write_and_read_back(ParameterClient& client, const Parameters& settings, std::uint32_t held_id) {
   std::vector<std::uint32_t> ids;
   std::ranges::transform(settings, std::back_inserter(ids), &Parameter::id);
+  milliseconds pause = first_pause;
   for (int attempt = 0; attempt < write_attempts; ++attempt) {
+    if (attempt > 0) {
+      client.session().process_until(RequestSession::Clock::now() + shortened(pause));
+      pause = std::min(2 * pause, longest_pause);
+    }
     const auto begin = RequestSession::Clock::now();
     client.write(settings);
     if (holds_all(client.read(ids, held_id), settings)) {

@@ -113,7 +113,9 @@ Parameters ParameterClient::read() {
 // Replies are broadcast, so a list may be the reply to another client, from before our write. The daemon
 // handles requests and writes in order, and replies to a request for chosen parameters with one message for
 // each, in the order of the request. The entry of the last one, which the daemon is known to have, shows that
-// it has handled our write, even when the other parameters do not exist.
+// it has handled our write, even when the other parameters do not exist. Only an older reply to another
+// client with the same last parameter can end the wait early; then the values are old, and the caller tries
+// again.
 Parameters ParameterClient::read(const std::vector<std::uint32_t>& ids, std::uint32_t held_id) {
   pb::EcuVariableReq request;
   for (const std::uint32_t id : ids) {
