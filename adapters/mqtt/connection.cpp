@@ -133,14 +133,14 @@ void Connection::open_session() {
   check(session_->open(settings_.is_unix_socket() ? settings_.host : addresses_[next_address_++]));
 }
 
-void Connection::check(Failure failure) {
+void Connection::check(const Failure& failure) {
   if (failure) {
-    fail(*std::move(failure));
+    fail(*failure);
   }
 }
 
 // The necessary steps come first and need no memory. A log line that needs memory may be lost.
-void Connection::fail(Fault fault) noexcept {
+void Connection::fail(const Fault& fault) noexcept {
   const bool was_up = std::exchange(up_, false);
   const bool was_reachable = was_up || (session_ && session_->is_reachable());
   session_.reset();

@@ -54,7 +54,7 @@ class Connection final {
   void uncork();
 
   /// Ends the connection, or the attempt, as if it had failed.
-  void fail(Fault fault) noexcept;
+  void fail(const Fault& fault) noexcept;
   /// Makes the next attempt after the shortest pause. For use after a failure whose cause has been removed.
   void retry_soon();
 
@@ -76,7 +76,7 @@ class Connection final {
   void begin_attempt();
   void open_session();
   void use_addresses(LookupResult result);
-  void check(Failure failure);
+  void check(const Failure& failure);
   void report(bool lost, const std::string& reason) noexcept;
   [[nodiscard]] Clock::time_point next_timer() const;
   void run_timers();

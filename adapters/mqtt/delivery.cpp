@@ -128,6 +128,7 @@ void Delivery::post(const std::string& topic, Message message) {
       continue;
     }
     if (!queued) {
+      // NOLINTNEXTLINE(bugprone-use-after-move): only once, as `queued` is set then
       queued = std::make_shared<const QueuedMessage>(QueuedMessage{topic, std::move(message), posts_});
     }
     for (const auto& recipient : route.recipients) {

@@ -24,7 +24,7 @@ class LeaderThreads {
   /// may throw whatever std::thread does.
   explicit LeaderThreads(
       std::function<void()> lead, std::chrono::microseconds relief_delay = std::chrono::milliseconds(2),
-      MakeThread make_thread = [](std::function<void()> body) { return std::thread(std::move(body)); });
+      MakeThread make_thread = [](const std::function<void()>& body) { return std::thread(body); });
   ~LeaderThreads() { join(); }
 
   LeaderThreads(const LeaderThreads&) = delete;
