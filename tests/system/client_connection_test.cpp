@@ -188,7 +188,7 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->subscribe("in/a", 1); }));
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->unsubscribe("in/b"); }));
   EXPECT_TRUE(puts_keep_alive_off([this] {
-    const Failure failure = session->request_fence(Fence::publication);
+    Failure failure = session->request_fence(Fence::publication);
     hear();
     return failure;
   }));
