@@ -373,9 +373,6 @@ void MqttClient::close_connection() {
       connection_.wait(wake_, deadline);
     }
     connection_.disconnect();
-    while (connection_.is_up() && Connection::Clock::now() < deadline) {
-      connection_.wait(wake_, deadline);
-    }
   }
   connection_.close();
   const MutexLock lock(mutex_);

@@ -39,7 +39,10 @@ bool concerns(std::span<const char> events, std::string_view name) noexcept {
 void PathWatch::set_path(const std::string& path) {
   const std::filesystem::path parts(path);
   inotify_.reset();
-  folder_ = parts.has_parent_path() ? parts.parent_path().string() : ".";
+  folder_ = parts.parent_path().string();
+  if (folder_.empty()) {
+    folder_ = ".";
+  }
   name_ = parts.filename().string();
 }
 

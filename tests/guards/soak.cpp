@@ -125,8 +125,8 @@ class Soak {
     const std::string number = std::to_string(round_);
     publish_signals(number);
     write_parameter(number);
-    far_side_.write(FarSide::parameter(0x11, number) + "damaged" + FarSide::parameter(2, number));
-    far_side_.write(FarSide::parameter(0x12, std::string(round_ * 997 % 30'000, 'p')).substr(9));
+    far_side_.write(parameter_record(0x11, number) + "damaged" + parameter_record(2, number));
+    far_side_.write(parameter_record(0x12, std::string(round_ * 997 % 30'000, 'p')).substr(9));
     far_side_.write_top_version("TV " + number);
     ask(number);
     // The daemon should be busy, not flooded.

@@ -115,22 +115,5 @@ TEST(CommandLineTest, TheCommandLineOverridesTheFileAndALaterOptionAnEarlierOne)
   }
 }
 
-// The system log's socket has a fixed path, so the program gets its own /dev.
-TEST(CommandLineTest, TheSystemLogReceivesTheLinesUnlessAnotherLogIsSelected) {
-  const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
-  if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
-    GTEST_SKIP() << "no mount namespace to be had";
-  }
-  const TempDir dir;
-  DatagramSocket system_log;
-  const std::string file = dir.write("conf", "host = /no/such/socket\nlogmode = bad\n");
-  Process process(
-      {"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, system_log.path(), program, "-c", file});
-  constexpr int daemon_notice = 3 * 8 + 5;
-  EXPECT_TRUE(system_log.wait_for('<' + std::to_string(daemon_notice) + '>'));
-  EXPECT_TRUE(system_log.wait_for("/no/such/socket"));
-  EXPECT_EQ(process.output(), "");
-}
-
 }  // namespace
 }  // namespace tests

@@ -175,21 +175,21 @@ TEST_F(VinRequesterTest, ANotificationRestartsThePeriodWithoutARequest) {
 TEST_F(VinRequesterTest, OnlyAnAcceptedVinRestartsThePeriod) {
   start(1h);
   VinVariableJ1939Ecu variable("00", mutex, wakeup, running, 2);
-  const auto extract = [&](std::string_view data, double count) {
-    return std::async(
-        std::launch::async,
-        [&variable, message = tests::Group().bytes("data", data).value("nof_bytes", count).message()] {
-          return variable.extract(message);
-        });
-  };
+  std::vector<std::future<void>> calls;  // end at the latest without the lock
   std::unique_lock lock(*mutex);
-  std::async(std::launch::async, [this] { kl15("\x01"); }).get();
-  EXPECT_FALSE(extract("*", 1).get());
-  EXPECT_FALSE(extract("A", 0).get());
-  auto accepted = extract("A", 1);
-  EXPECT_EQ(wakeup->wait_for(lock, 30s), std::cv_status::no_timeout);
-  lock.unlock();
-  EXPECT_FALSE(accepted.get());
+  const auto extract = [&](const char* data, double count) {
+    const auto message = tests::Group().bytes("data", data).value("nof_bytes", count).message();
+    return [&variable, message] { EXPECT_FALSE(variable.extract(message)); };
+  };
+  const auto notifies = [&](const auto& call) {
+    calls.push_back(std::async(std::launch::async, call));
+    return calls.back().wait_for(patience / 4) != std::future_status::ready;
+  };
+  ASSERT_FALSE(notifies([this] { kl15("\x01"); }));
+  ASSERT_FALSE(notifies(extract("*", 1)));
+  ASSERT_FALSE(notifies(extract("A", 0)));
+  calls.push_back(std::async(std::launch::async, extract("A", 1)));
+  EXPECT_EQ(wakeup->wait_for(lock, patience), std::cv_status::no_timeout);
 }
 
 TEST_F(VinRequesterTest, EndsByItselfOnceTheVinIsConfirmed) {
