@@ -1,10 +1,11 @@
-// How reception works. One thread waits in `poll` for the port, a stop request, a change in the port's folder
-// and a prod of the watchdog, without a time-out unless the parser holds bytes that have a deadline. The
-// bytes it reads pass through the parser to the consumer, on the same thread.
+// How reception works. One thread waits in `poll` for the port, a stop request, a change of the files that
+// the port's path leads through and a prod of the watchdog, without a time-out unless the parser holds bytes
+// that have a deadline, or the system lacks the means to watch the path, which is tried again. The bytes it
+// reads pass through the parser to the consumer, on the same thread.
 //
 // A port is closed (never opened), open or away. It goes away when it reports its end or an error, or when
 // its path no longer names the open file. What waits on that file is delivered first, and an incomplete
-// record is abandoned, because its rest cannot arrive. The port is then reopened: at once when the folder
+// record is abandoned, because its rest cannot arrive. The port is then reopened: at once when the watch
 // shows that the path may name another file, else after a pause that grows with each attempt. A device whose
 // far side is absent can often be opened all the same, so a port is back only when a first read finds bytes,
 // or none yet, but not its end. A regular file that is away is kept open and read on when it has grown,
@@ -54,6 +55,15 @@ void show_away() noexcept {
   }
 }
 
+// Of what the system may have again later; there are few inotify instances for each user.
+bool is_shortage(int error) noexcept {
+  return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOSPC;
+}
+
+Deadline earlier(Deadline one, Deadline other) noexcept {
+  return one && other ? std::min(one, other) : one ? one : other;
+}
+
 bool has_failed(int port) noexcept {
   const Ready now = wait_for_input({.port = port}, steady_clock::now());
   return now.port && !now.port_readable;
@@ -66,6 +76,7 @@ bool PortReceiver::open(const std::string& path) {
   watch_.set_path(path);
   parser_.clear();
   state_ = open_port() ? State::open : State::closed;
+  set_status(status_part, state_ == State::open ? "" : "receive port closed");
   return state_ == State::open;
 }
 
@@ -96,13 +107,13 @@ bool PortReceiver::serve() noexcept {
   while (state_ == State::open) {
     const Ready ready =
         wait_for_input({.port = port_.get(), .stop = stop_.fd(), .path = watch_.fd(), .prod = prod_.fd()},
-                       parser_.deadline());
+                       earlier(parser_.deadline(), next_renewal_));
     if (ready.stop) {
       drain();
       return true;
     }
     beat(ready);
-    if (ready.path && watch_.take_changes() && !names_file(path_, port_.get())) {
+    if (may_have_changed(ready) && is_replaced()) {
       leave_replaced_port();
     } else if (ready.port) {
       serve_port(ready.port_readable);
@@ -224,8 +235,7 @@ bool PortReceiver::wait_until_back() noexcept {
       return false;
     }
     beat(ready);
-    const bool has_changed = ready.path && watch_.take_changes();
-    if (!has_changed && steady_clock::now() < next_attempt_) {
+    if (!may_have_changed(ready) && steady_clock::now() < next_attempt_) {
       continue;
     }
     if (reopen()) {
@@ -257,13 +267,30 @@ bool PortReceiver::reopen() noexcept {
 
 // The watch must begin first, so that it misses no change after the opening.
 bool PortReceiver::open_port() noexcept {
-  const int watch_error = watch_.renew() ? 0 : errno;
+  renew_watch();
   port_ = open_for_reading(path_, fifo_keeper_);
-  if (port_ && watch_error != 0 && !watch_failure_is_known_) {
-    logger.warning(path_, ": another file at this path will not be noticed: ", std::strerror(watch_error));
-    watch_failure_is_known_ = true;
-  }
   return static_cast<bool>(port_);
+}
+
+bool PortReceiver::may_have_changed(const Ready& ready) noexcept {
+  return (ready.path && watch_.take_changes()) || (next_renewal_ && *next_renewal_ <= steady_clock::now());
+}
+
+bool PortReceiver::is_replaced() noexcept {
+  renew_watch();
+  return !names_file(path_, port_.get());
+}
+
+void PortReceiver::renew_watch() noexcept {
+  const int error = watch_.renew() ? 0 : errno;
+  if (error != 0 && !watch_failure_is_known_) {
+    logger.warning(path_, ": another file at this path will not be noticed: ", std::strerror(error));
+  }
+  watch_failure_is_known_ = error != 0;
+  next_renewal_.reset();
+  if (is_shortage(error)) {
+    next_renewal_ = steady_clock::now() + pauses_.longest;
+  }
 }
 
 void PortReceiver::beat(const Ready& ready) noexcept {

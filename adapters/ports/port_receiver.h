@@ -64,6 +64,9 @@ class PortReceiver {
   [[nodiscard]] bool open_port() noexcept;
   void go_away(std::string_view reason, std::chrono::milliseconds pause) noexcept;
   void release_port() noexcept;
+  [[nodiscard]] bool may_have_changed(const Ready& ready) noexcept;
+  [[nodiscard]] bool is_replaced() noexcept;
+  void renew_watch() noexcept;
   [[nodiscard]] bool wait_until_back() noexcept;
   [[nodiscard]] bool reopen() noexcept;
   void beat(const Ready& ready) noexcept;
@@ -82,6 +85,7 @@ class PortReceiver {
   std::string path_;
   PathWatch watch_;
   bool watch_failure_is_known_ = false;
+  Deadline next_renewal_;  // of a watch that the system lacked the means for
   State state_ = State::closed;
   posix::UniqueFd fifo_keeper_;
   posix::UniqueFd port_;  // held while a regular file is away
