@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/signal_mask.h>
 
 #include "mqtt/mqtt_log.h"
@@ -155,7 +156,7 @@ void MqttClient::connection_up() {
   const MutexLock lock(mutex_);
   outbox_.connection_up();
   if (settings_.presence) {
-    outbox_.announce(settings_.presence_topic(), presence("online"));
+    outbox_.announce(settings_.presence_topic(), presence(topics::presence_online));
   }
   subscription_changes_.clear();
   for (Subscription& subscription : delivery_.subscriptions()) {
@@ -367,7 +368,7 @@ void MqttClient::close_connection() {
     const auto deadline = Connection::Clock::now() + close_timeout;
     if (settings_.presence) {
       const MutexLock lock(mutex_);
-      outbox_.announce(settings_.presence_topic(), presence("offline"));
+      outbox_.announce(settings_.presence_topic(), presence(topics::presence_offline));
     }
     while (!all_sent() && Connection::Clock::now() < deadline) {
       connection_.wait(wake_, deadline);

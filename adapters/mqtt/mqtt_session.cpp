@@ -21,6 +21,8 @@
 #include <cstring>
 #include <string_view>
 
+#include <ecu/tamu/com/topics.h>
+
 #include "mqtt/mqtt_library.h"
 #include "mqtt/mqtt_log.h"
 
@@ -113,7 +115,7 @@ Failure MqttSession::configure() {
     }
   }
   if (settings_.presence) {
-    constexpr std::string_view off_line = "offline";
+    constexpr std::string_view off_line = topics::presence_offline;
     const int result =
         library_->will_set(settings_.presence_topic().c_str(), static_cast<int>(off_line.size()),
                            off_line.data(), qos_acknowledged, true);
