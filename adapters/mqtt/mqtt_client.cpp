@@ -1,14 +1,12 @@
 #include "mqtt/mqtt_client.h"
 
 #include <algorithm>
-#include <csignal>
 #include <exception>
 #include <new>
 #include <string_view>
 #include <utility>
 
 #include <ecu/tamu/com/topics.h>
-#include <ecu/tamu/signal_mask.h>
 
 #include "mqtt/mqtt_log.h"
 #include "system/supervised_wait.h"
@@ -33,17 +31,6 @@ Message presence(std::string_view state) {
   message.retained = true;
   message.payload.assign(state.begin(), state.end());
   return message;
-}
-
-// After the handler has reset itself, a termination signal ends the process, even in the middle of a stop.
-void let_default_termination_in() {
-  struct sigaction on_interrupt {};
-  struct sigaction on_terminate {};
-  ::sigaction(SIGINT, nullptr, &on_interrupt);
-  ::sigaction(SIGTERM, nullptr, &on_terminate);
-  if (on_interrupt.sa_handler == SIG_DFL && on_terminate.sa_handler == SIG_DFL) {
-    unblock_signals(termination_signals());
-  }
 }
 
 }  // namespace
@@ -76,7 +63,7 @@ void MqttClient::start() {
 
 void MqttClient::run() {
   wait_supervised(stop_);
-  let_default_termination_in();
+  unblock_default_termination();
   threads_.join();
 }
 

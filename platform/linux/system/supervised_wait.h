@@ -10,4 +10,8 @@ namespace ecu::tamu {
 /// line. Main thread.
 void wait_supervised(const posix::Event& event);
 
+/// Unblocks SIGINT and SIGTERM in the calling thread if both have their default action. After their handler
+/// has reset itself, a further signal then ends the process, even in the middle of a stop.
+void unblock_default_termination();
+
 }  // namespace ecu::tamu
