@@ -46,7 +46,7 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
       }),
       connection_(settings_, *this),
       threads_([this] { lead(); }),
-      heartbeat_("mqtt", [this] { prod_leader(); }) {}
+      heartbeat_("mqtt", [this] { handle_wake_up_request(); }) {}
 
 MqttClient::~MqttClient() {
   stop();
@@ -232,7 +232,7 @@ bool MqttClient::deliver() {
 
 // An observer may block for a long time. The network is not at fault then, even if no thread can take the
 // lead.
-void MqttClient::prod_leader() {
+void MqttClient::handle_wake_up_request() {
   if (threads_.cannot_be_relieved()) {
     heartbeat_.beat();
   }

@@ -1,6 +1,6 @@
 // How reception works. One thread waits in `poll` for the port, a stop request, a change in the port's folder
-// and a prod of the watchdog, without a time-out unless the parser holds bytes that have a deadline. The
-// bytes it reads pass through the parser to the consumer, on the same thread.
+// and a wake-up request of the watchdog, without a time limit unless the parser holds bytes that have a
+// deadline. The bytes it reads pass through the parser to the consumer, on the same thread.
 //
 // A port is closed (never opened), open or away. It goes away when it reports its end or an error, or when
 // its path no longer names the open file. What waits on that file is delivered first, and an incomplete
@@ -75,7 +75,7 @@ void PortReceiver::receive() noexcept {
 }
 
 void PortReceiver::receive_and_reopen() noexcept {
-  guarded("supervision", [this] { heartbeat_.emplace("reader of " + path_, [this] { prod_.signal(); }); });
+  guarded("supervision", [this] { heartbeat_.emplace("reader of " + path_, [this] { wake_up_.signal(); }); });
   while (!serve() && state_ == State::away) {
     guarded("consumer", [this] { consumer_->finished(); });
     if (!wait_until_back()) {
@@ -94,9 +94,9 @@ void PortReceiver::finish() noexcept {
 // True when a stop was requested, false when the port is not or no longer open.
 bool PortReceiver::serve() noexcept {
   while (state_ == State::open) {
-    const Ready ready =
-        wait_for_input({.port = port_.get(), .stop = stop_.fd(), .path = watch_.fd(), .prod = prod_.fd()},
-                       parser_.deadline());
+    const Ready ready = wait_for_input(
+        {.port = port_.get(), .stop = stop_.fd(), .path = watch_.fd(), .wake_up = wake_up_.fd()},
+        parser_.deadline());
     if (ready.stop) {
       drain();
       return true;
@@ -219,7 +219,7 @@ bool PortReceiver::wait_until_back() noexcept {
   milliseconds pause = pauses_.shortest;
   for (;;) {
     const Ready ready =
-        wait_for_input({.stop = stop_.fd(), .path = watch_.fd(), .prod = prod_.fd()}, next_attempt_);
+        wait_for_input({.stop = stop_.fd(), .path = watch_.fd(), .wake_up = wake_up_.fd()}, next_attempt_);
     if (ready.stop) {
       return false;
     }
@@ -267,8 +267,8 @@ bool PortReceiver::open_port() noexcept {
 }
 
 void PortReceiver::beat(const Ready& ready) noexcept {
-  if (ready.prod) {
-    prod_.clear();
+  if (ready.wake_up) {
+    wake_up_.clear();
   }
   if (heartbeat_) {
     heartbeat_->beat();

@@ -34,7 +34,7 @@ void wait_supervised(const posix::Event& event) {
   if (const auto period = watchdog_period()) {
     watchdog.emplace(*period);
   }
-  timespec timeout = to_timespec(watchdog ? watchdog->feed() : Microseconds::zero());
+  timespec timeout = to_timespec(watchdog ? watchdog->check() : Microseconds::zero());
   const sigset_t mask = mask_without(termination_signals());
   pollfd fd{event.fd(), POLLIN, 0};
   for (;;) {
@@ -43,7 +43,7 @@ void wait_supervised(const posix::Event& event) {
       return;
     }
     if (ready == 0) {
-      timeout = to_timespec(watchdog->feed());
+      timeout = to_timespec(watchdog->check());
     }
   }
 }

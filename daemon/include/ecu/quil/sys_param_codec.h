@@ -24,7 +24,7 @@ using SysParamMessage = tamu::Result<tamu::com::Message, int>;
 
 /// One `SystemParameterEntry`, or one `SystemParameterList`, with identifiers and values.
 [[nodiscard]] SysParamMessage to_message(const SysParam& param);
-[[nodiscard]] SysParamMessage to_message(std::vector<SysParam> params);
+[[nodiscard]] SysParamMessage to_message(const std::vector<SysParam>& params);
 
 /// Appends the parameters of a `SystemParameterList` to `out`. False, after an ERROR line, for another
 /// message.
