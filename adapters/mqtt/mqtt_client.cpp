@@ -109,7 +109,7 @@ PublishResult MqttClient::publish(const std::string& topic, Message message) {
   return result;
 }
 
-// Slows an observer that publishes many messages down to the broker's pace.
+// Throttles an observer that publishes faster than the broker accepts.
 void MqttClient::wait_for_outbox_space(MutexLock& lock, const std::string& topic, bool acknowledged) {
   const auto waited_enough = [&]() TAMU_REQUIRES(mutex_) {
     return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full(topic, acknowledged);

@@ -5,10 +5,10 @@
 // A port is closed (never opened), open or away. It goes away when it reports its end or an error, or when
 // its path no longer names the open file. What waits on that file is delivered first, and an incomplete
 // record is abandoned, because its rest cannot arrive. The port is then reopened: at once when the folder
-// shows that the path may name another file, else after a pause that grows with each attempt. A device whose
-// far side is absent can often be opened all the same, so a port is back only when a first read finds bytes,
-// or none yet, but not its end. A regular file that is away is kept open and read on when it has grown,
-// because a reopened file would be read from its beginning.
+// shows that the path may name another file, else after a pause that grows with each attempt. A device can
+// often be opened although its peer is absent, so a port is back only if a first read finds bytes, or none
+// yet, but not the end of file. A regular file that is away is kept open, and read from the old offset after
+// it has grown, because a reopened file would be read from its beginning.
 //
 // What it relies on: the parser and the log do not throw (the parser allocates in its constructor only). This
 // side holds a FIFO's writing end, so the FIFO does not report its end whenever a writer closes it.
@@ -260,7 +260,7 @@ bool PortReceiver::open_port() noexcept {
   const int watch_error = watch_.renew() ? 0 : errno;
   port_ = open_for_reading(path_, fifo_keeper_);
   if (port_ && watch_error != 0 && !watch_failure_is_known_) {
-    logger.warning(path_, ": another file at this path will not be noticed: ", std::strerror(watch_error));
+    logger.warning(path_, ": cannot watch for a replaced file at this path: ", std::strerror(watch_error));
     watch_failure_is_known_ = true;
   }
   return static_cast<bool>(port_);

@@ -21,7 +21,7 @@ class Heartbeat {
   Heartbeat(const Heartbeat&) = delete;
   Heartbeat& operator=(const Heartbeat&) = delete;
 
-  /// Reports that the loop is alive. Any thread.
+  /// Reports that the loop is alive. May be called from any thread.
   void beat() noexcept { beaten_ = true; }
 
  private:

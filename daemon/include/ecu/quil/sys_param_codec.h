@@ -16,7 +16,7 @@ namespace ecu::quil {
 using SysParamMessage = tamu::Result<tamu::com::Message, int>;
 
 /// The parameter that a record carries. The record's length field is ignored: the value extends to the end of
-/// the record. False, after an ERROR line, for a record that is too short for an identifier.
+/// the record. Logs an ERROR line and returns false if the record is too short for an identifier.
 [[nodiscard]] std::pair<bool, SysParam> to_parameter(const tamu::ipc::IpcSignal& signal);
 
 /// The record of `param`, whose signal identifier is the parameter's.
