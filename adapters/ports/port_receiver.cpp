@@ -1,15 +1,15 @@
 // How reception works. One thread waits in `poll` for the port, a stop request, a change of the files that
-// the port's path leads through and a prod of the watchdog, without a time-out unless the parser holds bytes
-// that have a deadline, or the system lacks the means to watch the path, which is tried again. The bytes it
-// reads pass through the parser to the consumer, on the same thread.
+// the port's path leads through and a wake-up request of the watchdog, without a time limit unless the parser
+// holds bytes that have a deadline, or the system lacks the means to watch the path, which is then tried
+// again. The bytes it reads pass through the parser to the consumer, on the same thread.
 //
 // A port is closed (never opened), open or away. It goes away when it reports its end or an error, or when
 // its path no longer names the open file. What waits on that file is delivered first, and an incomplete
 // record is abandoned, because its rest cannot arrive. The port is then reopened: at once when the watch
-// shows that the path may name another file, else after a pause that grows with each attempt. A device whose
-// far side is absent can often be opened all the same, so a port is back only when a first read finds bytes,
-// or none yet, but not its end. A regular file that is away is kept open and read on when it has grown,
-// because a reopened file would be read from its beginning.
+// shows that the path may name another file, else after a pause that grows with each attempt. A device can
+// often be opened although its peer is absent, so a port is back only if a first read finds bytes, or none
+// yet, but not the end of file. A regular file that is away is kept open, and read from the old offset after
+// it has grown, because a reopened file would be read from its beginning.
 //
 // What it relies on: the parser and the log do not throw (the parser allocates in its constructor only). This
 // side holds a FIFO's writing end, so the FIFO does not report its end whenever a writer closes it.
@@ -86,7 +86,7 @@ void PortReceiver::receive() noexcept {
 }
 
 void PortReceiver::receive_and_reopen() noexcept {
-  guarded("supervision", [this] { heartbeat_.emplace("reader of " + path_, [this] { prod_.signal(); }); });
+  guarded("supervision", [this] { heartbeat_.emplace("reader of " + path_, [this] { wake_up_.signal(); }); });
   while (!serve() && state_ == State::away) {
     guarded("consumer", [this] { consumer_->finished(); });
     if (!wait_until_back()) {
@@ -105,9 +105,9 @@ void PortReceiver::finish() noexcept {
 // True when a stop was requested, false when the port is not or no longer open.
 bool PortReceiver::serve() noexcept {
   while (state_ == State::open) {
-    const Ready ready =
-        wait_for_input({.port = port_.get(), .stop = stop_.fd(), .path = watch_.fd(), .prod = prod_.fd()},
-                       earlier(parser_.deadline(), next_renewal_));
+    const Ready ready = wait_for_input(
+        {.port = port_.get(), .stop = stop_.fd(), .path = watch_.fd(), .wake_up = wake_up_.fd()},
+        earlier(parser_.deadline(), next_renewal_));
     if (ready.stop) {
       drain();
       return true;
@@ -230,7 +230,7 @@ bool PortReceiver::wait_until_back() noexcept {
   milliseconds pause = pauses_.shortest;
   for (;;) {
     const Ready ready =
-        wait_for_input({.stop = stop_.fd(), .path = watch_.fd(), .prod = prod_.fd()}, next_attempt_);
+        wait_for_input({.stop = stop_.fd(), .path = watch_.fd(), .wake_up = wake_up_.fd()}, next_attempt_);
     if (ready.stop) {
       return false;
     }
@@ -284,7 +284,7 @@ bool PortReceiver::is_replaced() noexcept {
 void PortReceiver::renew_watch() noexcept {
   const int error = watch_.renew() ? 0 : errno;
   if (error != 0 && !watch_failure_is_known_) {
-    logger.warning(path_, ": another file at this path will not be noticed: ", std::strerror(error));
+    logger.warning(path_, ": cannot watch for a replaced file at this path: ", std::strerror(error));
   }
   watch_failure_is_known_ = error != 0;
   next_renewal_.reset();
@@ -294,8 +294,8 @@ void PortReceiver::renew_watch() noexcept {
 }
 
 void PortReceiver::beat(const Ready& ready) noexcept {
-  if (ready.prod) {
-    prod_.clear();
+  if (ready.wake_up) {
+    wake_up_.clear();
   }
   if (heartbeat_) {
     heartbeat_->beat();

@@ -78,8 +78,8 @@ class PortReceiver {
   const ReopenPauses pauses_;
 
   // With their own synchronisation.
-  const posix::Event stop_;  // the stop request
-  const posix::Event prod_;  // the watchdog requests a sign of life
+  const posix::Event stop_;     // the stop request
+  const posix::Event wake_up_;  // the watchdog requests a sign of life
 
   // Used by the thread that opens and receives.
   std::string path_;

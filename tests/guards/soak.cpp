@@ -197,7 +197,7 @@ class Soak {
     if (!bus_->wait_for_text(presence_topic, "online")) {
       return false;
     }
-    const auto end = Clock::now() + patience;
+    const auto end = Clock::now() + time_limit;
     while (!answers_once()) {
       if (Clock::now() >= end) {
         return false;

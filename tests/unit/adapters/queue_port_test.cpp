@@ -283,7 +283,7 @@ TEST_F(QueuePortTest, AFarSideThatNeverPausesDoesNotProlongADrain) {
     std::this_thread::yield();
   }
   const auto drain = std::async(std::launch::async, [this] { reader.receive_data(); });
-  EXPECT_EQ(drain.wait_for(tests::patience), std::future_status::ready);
+  EXPECT_EQ(drain.wait_for(tests::time_limit), std::future_status::ready);
   enough = true;
 }
 
@@ -322,7 +322,7 @@ TEST_F(QueuePortTest, AFolderThatCannotBeWatchedIsReportedOnce) {
   });
   EXPECT_THAT(lines,
               testing::ElementsAre("WARNING [tamu.ipc.queueport] " + fifo.path() +
-                                   ": another file at this path will not be noticed: Permission denied"));
+                                   ": cannot watch for a replaced file at this path: Permission denied"));
 }
 
 TEST_F(QueuePortTest, APortThatAnotherProcessKeepsLockedFailsAfterAWhileAndNotForGood) {
@@ -392,7 +392,7 @@ class PortAwayTest : public testing::Test {
     inotify_event one{};
     pollfd ready{openings.get(), POLLIN, 0};
     for (int i = 0; i < times; ++i) {
-      ASSERT_EQ(::poll(&ready, 1, std::chrono::milliseconds(tests::patience).count()), 1);
+      ASSERT_EQ(::poll(&ready, 1, std::chrono::milliseconds(tests::time_limit).count()), 1);
       ASSERT_EQ(::read(openings.get(), &one, sizeof(one)), static_cast<ssize_t>(sizeof(one)));
     }
   }
@@ -433,7 +433,7 @@ TEST_F(PortAwayTest, ADeviceIsReopenedAfterItsFarSideHangsUp) {
                                                replaced + ")"));
 }
 
-// A directory can be opened and is no port. Pauses that go on doubling would exceed the test's patience.
+// A directory can be opened and is no port. Pauses that go on doubling would exceed the test's time limit.
 TEST_F(PortAwayTest, ThePausesBetweenAttemptsDoubleUpToTheLongest) {
   const std::string directory = dir.path("directory"), target = dir.path("target");
   std::filesystem::create_directories(dir.path("folder"));
