@@ -203,7 +203,9 @@ void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THR
     recipient.current.reset();
     call_ended_.notify_all();
     if (large) {
+      lock.unlock();
       release_free_memory();
+      lock.lock();
     }
   }
   recipient.server = {};
