@@ -190,7 +190,6 @@ void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THR
   recipient.server = std::this_thread::get_id();
   for (;;) {
     recipient.current = recipient.mailbox.take();
-    const bool large = recipient.current && recipient.current->message.payload.size() > large_amount;
     const std::optional<Loss> loss = loss_of(recipient.mailbox);
     if (!recipient.current && !loss) {
       break;
@@ -203,11 +202,12 @@ void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THR
       call(*recipient.mailbox.observer(), *recipient.current);
     }
     lock.lock();
+    const std::size_t size = recipient.current ? recipient.current->message.payload.size() : 0;
     recipient.current.reset();
     call_ended_.notify_all();
-    if (large) {
-      release_free_memory();
-    }
+    lock.unlock();
+    release_free_memory(size);
+    lock.lock();
   }
   recipient.server = {};
 }
