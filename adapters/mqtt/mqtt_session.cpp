@@ -21,6 +21,8 @@
 #include <cstring>
 #include <string_view>
 
+#include <ecu/tamu/com/topics.h>
+
 #include "mqtt/mqtt_library.h"
 #include "mqtt/mqtt_log.h"
 
@@ -39,8 +41,8 @@ constexpr std::chrono::seconds clock_resolution{1};
 constexpr unsigned max_messages_per_read = 32;
 constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
 
-// An end of file (no error number), a reset and a write that comes too late are the same event; which of them
-// appears is chance, and must not look like a new reason.
+// An end of file (no error number), a reset and a write that comes too late are the same event. Which one is
+// seen depends on timing, so all must map to one reason.
 Fault closed_by_peer() {
   return {ConnectionFailure::closed_by_peer, "connection closed by the peer"};
 }
@@ -114,7 +116,7 @@ Failure MqttSession::configure() {
     }
   }
   if (settings_.presence) {
-    constexpr std::string_view off_line = "offline";
+    constexpr std::string_view off_line = topics::presence_offline;
     const int result =
         library_->will_set(settings_.presence_topic().c_str(), static_cast<int>(off_line.size()),
                            off_line.data(), qos_acknowledged, true);
@@ -370,8 +372,8 @@ Fault MqttSession::explain(Fault general) const {
   return general;
 }
 
-// The peer's last data before it ends the connection may get lost, and how that end appears is chance.
-// Neither may look like another reason. Nothing for a failure unrelated to TLS.
+// The peer's last data may be lost, and how the end of the connection shows depends on timing. Both must map
+// to one reason. Returns std::nullopt for a failure unrelated to TLS.
 Failure MqttSession::explain_tls(const Fault& general) const {
   if (!tls_->refusal().empty()) {
     return Fault{ConnectionFailure::tls, tls_->refusal()};

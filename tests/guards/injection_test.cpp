@@ -84,7 +84,7 @@ class Life {
   /// Whether the daemon serves everything again that it could not serve without memory.
   bool is_well_again() {
     meet();
-    const auto end = std::chrono::steady_clock::now() + patience;
+    const auto end = std::chrono::steady_clock::now() + time_limit;
     for (int attempt = 0; std::chrono::steady_clock::now() < end && !has_ended(); ++attempt) {
       if (answers("R09_" + std::to_string(attempt))) {
         return bus->wait_for_text(presence_topic, "online");
@@ -119,7 +119,7 @@ class Life {
   }
   // Until the phase is complete, or cannot complete because the allocation has failed.
   void await(const std::function<bool()>& done) const {
-    const auto end = std::chrono::steady_clock::now() + patience;
+    const auto end = std::chrono::steady_clock::now() + time_limit;
     while (!done() && !allocations.has_failed() && !has_ended() && std::chrono::steady_clock::now() < end) {
     }
   }

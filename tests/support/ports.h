@@ -119,7 +119,7 @@ class PortLog final : public ecu::tamu::ipc::IDataConsumer<ecu::tamu::ipc::IpcSi
   /// Waits until the text ends with `end`; fails the test when it never does.
   void wait_for(std::string_view end) {
     std::unique_lock lock(mutex_);
-    EXPECT_TRUE(changed_.wait_for(lock, patience, [&] { return text_.ends_with(end); })) << text_;
+    EXPECT_TRUE(changed_.wait_for(lock, time_limit, [&] { return text_.ends_with(end); })) << text_;
   }
 
  private:

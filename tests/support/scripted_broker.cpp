@@ -154,7 +154,7 @@ void ScriptedBroker::serve_connection(int fd) {
 
 bool ScriptedBroker::wait_for(const std::string& packet, int times) {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, patience,
+  return changed_.wait_for(lock, time_limit,
                            [&] { return std::count(packets_.begin(), packets_.end(), packet) >= times; });
 }
 

@@ -109,7 +109,7 @@ class SessionTest : public testing::Test, public ConnectionListener {
     const bool was_connected = session->is_connected();
     for (const int before = heard; heard == before && session->is_connected() == was_connected;) {
       pollfd fd{session->fd(), session->wanted_events(), 0};
-      ASSERT_EQ(::poll(&fd, 1, static_cast<int>(std::chrono::milliseconds(patience).count())), 1);
+      ASSERT_EQ(::poll(&fd, 1, static_cast<int>(std::chrono::milliseconds(time_limit).count())), 1);
       ASSERT_FALSE(session->handle(fd.revents));
     }
   }
@@ -141,7 +141,7 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->subscribe("in/a", 1); }));
   EXPECT_TRUE(puts_keep_alive_off([this] { return session->unsubscribe("in/b"); }));
   EXPECT_TRUE(puts_keep_alive_off([this] {
-    const Failure failure = session->request_fence(Fence::publication);
+    Failure failure = session->request_fence(Fence::publication);
     hear();
     return failure;
   }));

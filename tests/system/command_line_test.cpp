@@ -51,6 +51,8 @@ TEST(CommandLineTest, OptionsThatEndTheProgramHaveTheirExitCodeAndText) {
     }
     EXPECT_EQ(written, text) << testing::PrintToString(options);
   }
+  const std::string without_reader = R"(exec > >(:); wait $!; exec "$0" -L extra)";
+  EXPECT_EQ(Process({"/bin/bash", "-c", without_reader, program}).wait(), 1);
 }
 
 TEST(CommandLineTest, QuilctlNamesTheInvalidWord) {

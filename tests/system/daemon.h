@@ -92,7 +92,7 @@ inline ecu::tamu::com::Payload hardware_variant(const std::string& value) {
 
 /// Whether a message with `value` arrives on `topic` within `time`.
 inline bool comes(BusClient& bus, const std::string& topic, const std::string& value,
-                  std::chrono::milliseconds time = patience) {
+                  std::chrono::milliseconds time = time_limit) {
   const auto carries = [&value](const BusMessage& message) {
     return message.payload.find(value) != std::string::npos;
   };

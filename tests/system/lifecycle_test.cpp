@@ -250,7 +250,7 @@ TEST_F(ResourceTest, TheServiceManagerIsNotified) {
   EXPECT_TRUE(manager.wait_for("STATUS=broker not reachable: "));
   EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
   broker.restart();
-  EXPECT_TRUE(manager.wait_for("STATUS=on line"));
+  EXPECT_TRUE(manager.wait_for("STATUS=on line; receive port closed"));
   daemon.signal(SIGTERM);
   EXPECT_TRUE(manager.wait_for("STOPPING=1"));
   EXPECT_EQ(daemon.wait(), 0);

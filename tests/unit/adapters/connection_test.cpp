@@ -76,7 +76,7 @@ class ConnectionTest : public testing::Test {
   /// Runs the connection until this number of events has occurred.
   std::vector<std::string> run(Connection& connection, std::size_t count) {
     const ecu::tamu::posix::Event wake;
-    const auto deadline = Connection::Clock::now() + tests::patience;
+    const auto deadline = Connection::Clock::now() + tests::time_limit;
     while (listener.events.size() < count && Connection::Clock::now() < deadline) {
       connection.wait(wake, deadline);
     }
