@@ -143,7 +143,8 @@ void ScriptedBroker::serve_connection(int fd) {
     const bool is_answered = reaction.kind == Reaction::answer || reaction.kind == Reaction::refuse;
     const std::string answer =
         is_answered ? packet.answer(reaction.kind == Reaction::refuse) : reaction.bytes;
-    if (::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL) < 0) {
+    // A client that has gone may have sent more before.
+    if (!answer.empty() && ::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL) < 0) {
       return;
     }
     while (reaction.kind == Reaction::send && read(fd, 1)) {

@@ -8,7 +8,6 @@
 #include <ecu/tamu/pb/messages.pb.h>
 
 #include "support/authority.h"
-#include "support/ports.h"
 #include "system/daemon.h"
 
 namespace tests {
@@ -164,23 +163,6 @@ TEST(BrokerSamplesTest, WithoutAnAccessListOnlyTheSocketAdmitsClients) {
                                                   {password_file, write_passwords(dir, users)},
                                                   {access_list, SOURCE_DIR "/deploy/broker/access.acl"}});
   EXPECT_THROW(Broker(installed(dir, samples)), std::runtime_error) << "logins that would not be asked for";
-}
-
-TEST(BrokerSamplesTest, TheDaemonWorksThroughTheSocketWithItsLogin) {
-  UnitBroker unit;
-  Fifo to_daemon(unit.dir, "receive"), from_daemon(unit.dir, "send");
-  to_daemon.open();
-  from_daemon.open();
-  BusClient vault = unit.log_in("vault"), application = unit.log_in("application"),
-            realtime = unit.log_in("realtime");
-  vault.subscribe("#");
-  application.subscribe("#");
-  Daemon daemon(unit.config("qpread = " + to_daemon.path() + "\nqpwrite = " + from_daemon.path()));
-  ASSERT_TRUE(application.wait_for_text(presence_topic, "online")) << daemon.output();
-  vault.publish("system/quil/secstore/setmaster", "hush", false, 1);
-  EXPECT_TRUE(vault.wait_for_text("system/quil/secstore/getmaster", "hush"));
-  realtime.publish("rt/system/hw_variant", hardware_variant("R08_B1"));
-  EXPECT_TRUE(application.wait_for("system/var/hwvariant"));
 }
 
 TEST(BrokerSamplesTest, ALoginThatTakesTheDaemonsClientIdentifierDoesNotEndTheDaemonsConnection) {

@@ -70,21 +70,6 @@ TEST_F(ClientConnectionTest, AConnectionObserverLearnsWhenAllRetainedMessagesHav
   EXPECT_EQ(lost.get_future().get(), "down: connection closed by the peer");
 }
 
-TEST_F(ClientConnectionTest, AStalledBrokerBlocksNobodyAndLosesNoLatestValue) {
-  start();
-  broker.freeze();
-  const std::string piece(10'000, 'x');
-  auto result = PublishResult::success;
-  for (int i = 0; i < 5000 && result == PublishResult::success; ++i) {
-    result = publish("out/bulk", piece);
-  }
-  EXPECT_EQ(result, PublishResult::overload);
-  EXPECT_EQ(publish("out/kept", "1", true), PublishResult::success);
-  EXPECT_EQ(publish("out/kept", "2", true), PublishResult::success);
-  broker.thaw();
-  EXPECT_TRUE(bus.wait_for_text("out/kept", "2"));
-}
-
 TEST_F(ClientConnectionTest, AnObserverThatFloodsTheBrokerIsSlowedDown) {
   const Message piece = raw_message(std::string(60'000, 'x'));
   std::vector<int> dropped;

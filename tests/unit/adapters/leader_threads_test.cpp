@@ -40,12 +40,12 @@ class LeaderThreadsTest : public testing::Test {
 
   void lead() {
     for (;;) {
-      EXPECT_TRUE(wait_for_alive_outside_calls(2));
+      EXPECT_TRUE(wait_for_alive(2, true));
       const int number = ++calls;  // before it can be relieved
       threads.begin_calls();
-      change_in_calls(1);
+      change(in_calls, 1);
       const bool go_on = call(number);
-      change_in_calls(-1);
+      change(in_calls, -1);
       if (!go_on) {
         threads.finish();
       }
@@ -64,10 +64,10 @@ class LeaderThreadsTest : public testing::Test {
       --creations_to_fail;
       throw std::bad_alloc();
     }
-    change_alive(1);
+    change(alive, 1);
     return std::thread([this, body] {
       body();
-      change_alive(-1);
+      change(alive, -1);
     });
   }
 
@@ -80,26 +80,18 @@ class LeaderThreadsTest : public testing::Test {
     return calls > number;
   }
   /// Whether no more threads are left, once those that are about to end have ended.
-  bool wait_for_alive(int count) {
+  bool wait_for_alive(int count, bool outside_calls = false) {
     std::unique_lock lock(mutex);
-    return changed.wait_for(lock, time_limit, [&] { return alive <= count; });
-  }
-  bool wait_for_alive_outside_calls(int count) {
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, time_limit, [&] { return alive - in_calls <= count; });
+    return changed.wait_for(lock, time_limit,
+                            [&] { return alive - (outside_calls ? in_calls : 0) <= count; });
   }
   int alive_now() {
     const std::lock_guard lock(mutex);
     return alive;
   }
-  void change_alive(int by) {
+  void change(int& number, int by) {
     const std::lock_guard lock(mutex);
-    alive += by;
-    changed.notify_all();
-  }
-  void change_in_calls(int by) {
-    const std::lock_guard lock(mutex);
-    in_calls += by;
+    number += by;
     changed.notify_all();
   }
 

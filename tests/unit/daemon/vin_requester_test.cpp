@@ -160,14 +160,14 @@ TEST_F(VinRequesterTest, ANotificationRestartsThePeriodWithoutARequest) {
   constexpr auto period = 40ms;
   start(period);
   kl15("\x01");
-  Clock::time_point request, notification;
-  do {  // until the notification arrives before the period's end
-    request = bus->wait_for_attempts(1);
-    std::this_thread::sleep_until(request + period / 2);
-    notification = Clock::now();
+  bool restarted = false;
+  for (int i = 0; i < 10 && !restarted; ++i) {  // a loaded machine may deliver a notification too late
+    std::this_thread::sleep_until(bus->wait_for_attempts(1) + period / 2);
+    const auto notification = Clock::now();
     notify();
-  } while (Clock::now() >= request + period);
-  EXPECT_GE(bus->wait_for_attempts(1), notification + period);
+    restarted = bus->wait_for_attempts(1) >= notification + period;
+  }
+  EXPECT_TRUE(restarted);
 }
 
 // A notification of the requester needs the mutex, so a call that ends while the test holds it has not
