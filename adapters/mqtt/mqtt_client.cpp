@@ -202,7 +202,7 @@ void MqttClient::fence_answered(Fence fence) {
       settled_after_ = delivery_.posted();
       return;
     case Fence::publication:
-      quarantine_.fence_answered();
+      quarantine_.fence_answered(Connection::Clock::now());
       return;
   }
 }
