@@ -12,6 +12,7 @@
 
 #include "mqtt/backoff.h"
 #include "mqtt/mqtt_client.h"
+#include "mqtt/name_lookup.h"
 #include "support/captured_log.h"
 #include "support/scripted_broker.h"
 
@@ -166,6 +167,16 @@ TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
   resolution->answered.count_down();
   EXPECT_EQ(run(connection, 4).back(), "up");
   EXPECT_EQ(resolution->lookups, 1);
+}
+
+TEST(NameLookupTest, AsksNoNameServerForTheAddressesOfThisMachine) {
+  EXPECT_THAT(known_addresses("localhost"), ElementsAre("::1", "127.0.0.1"));
+  for (const char* address : {"127.0.0.1", "192.0.2.1", "::1", "2001:db8::1"}) {
+    EXPECT_THAT(known_addresses(address), ElementsAre(address));
+  }
+  for (const char* name : {"broker", "localhost.example", "127.0.0.1.example", "fe80::1%eth0"}) {
+    EXPECT_THAT(known_addresses(name), testing::IsEmpty()) << name;
+  }
 }
 
 TEST(BackoffTest, APauseDoublesUpToTheLongestLessAtMostAQuarter) {
