@@ -54,7 +54,6 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
         if (observer_) {
           observer_->messages_dropped(loss.filter, loss.count);
         }
-        wake_.signal();  // the leader must log the next line about it
       }),
       connection_(settings_, *this),
       threads_([this] { lead(); }),
@@ -217,7 +216,7 @@ void MqttClient::lead() {
     if (!deliver()) {
       return;
     }
-    delivery_.log_losses();
+    delivery_.report_losses();
     report_settlement();
     send();
     sleep();
