@@ -134,8 +134,12 @@ void ScriptedBroker::serve_connection(int fd) {
     if (reaction == Reaction::close) {
       return;
     }
-    const std::string answer = reaction == Reaction::answer ? packet.answer() : "";
-    if (::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL) < 0) {
+    const int times = reaction == Reaction::ignore ? 0 : reaction == Reaction::flood ? 1000 : 1;
+    std::string answers;
+    for (int i = 0; i < times; ++i) {
+      answers += packet.answer();
+    }
+    if (::send(fd, answers.data(), answers.size(), MSG_NOSIGNAL) < 0) {
       return;
     }
   }

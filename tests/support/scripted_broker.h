@@ -18,7 +18,12 @@ namespace tests {
 /// "DISCONNECT".
 class ScriptedBroker {
  public:
-  enum class Reaction { answer, ignore, close };
+  enum class Reaction {
+    answer,
+    flood,  ///< Answers 1000 times.
+    ignore,
+    close
+  };
   /// Called by the broker's thread for each packet.
   using Script = std::function<Reaction(const std::string& packet)>;
 

@@ -137,6 +137,25 @@ TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
   }
 }
 
+TEST_F(ConnectionTest, AFloodOfAnswersIsReadInParts) {
+  for (const std::string flooding : {"CONNECT", "SUBSCRIBE a", "UNSUBSCRIBE a"}) {
+    tests::ScriptedBroker broker(
+        [&](const std::string& name) { return name == flooding ? Reaction::flood : Reaction::answer; });
+    const MqttSettings settings = settings_for("127.0.0.1", broker.port());
+    Connection connection(settings, listener);
+    listener.on_event = [&](const std::string&) {
+      connection.subscribe("a", 0);
+      connection.unsubscribe("a");
+    };
+    const ecu::tamu::posix::Event wake;
+    const auto deadline = Connection::Clock::now() + tests::patience;
+    for (connection.open(); !connection.more_to_read() && Connection::Clock::now() < deadline;) {
+      connection.wait(wake, deadline);
+    }
+    EXPECT_TRUE(connection.more_to_read()) << flooding;
+  }
+}
+
 TEST_F(ConnectionTest, SettingsThatTheLibraryRefusesFailTheConnectionWithTheirReason) {
   MqttSettings settings = settings_for("127.0.0.1", 1);
   settings.username = "\xff";
