@@ -356,10 +356,15 @@ void MqttClient::close_connection() {
       const MutexLock lock(mutex_);
       outbox_.announce(settings_.presence_topic(), presence(topics::presence_offline));
     }
-    while (!all_sent() && Connection::Clock::now() < deadline) {
+    bool sent = all_sent();
+    while (!sent && Connection::Clock::now() < deadline) {
       connection_.wait(wake_, deadline);
+      sent = all_sent();
     }
-    connection_.disconnect();
+    // Without a DISCONNECT the broker publishes the last will in place of an "offline" that did not reach it.
+    if (sent || !settings_.presence) {
+      connection_.disconnect();
+    }
   }
   connection_.close();
   const MutexLock lock(mutex_);

@@ -444,6 +444,32 @@ TEST_F(ClientAgainstScriptTest, EachConnectionBringsSubscriptionsThenRetainedMes
   EXPECT_EQ(broker->bytes(), each_connection + each_connection);
 }
 
+TEST_F(ClientAgainstScriptTest, AStopLeavesTheOfflineThatItCannotSendToTheLastWill) {
+  for (const bool acknowledges : {true, false}) {
+    broker.emplace([=](const std::string& packet) {
+      return packet.starts_with("PUBLISH a=") && !acknowledges ? Reaction::ignore : Reaction::answer;
+    });
+    MqttSettings settings = settings_for("127.0.0.1", broker->port());
+    settings.presence = true;
+    client.emplace(settings, nullptr);
+    client->connect();
+    client->start();
+    ASSERT_TRUE(broker->wait_for("PUBLISH system/presence/tested=online"));
+    for (int i = 0; i < 20; ++i) {
+      publish("a", std::to_string(i), true);
+    }
+    ASSERT_TRUE(broker->wait_for("PUBLISH a=19"));
+    client.emplace(settings, nullptr);
+    client->connect();
+    client->start();
+    ASSERT_TRUE(broker->wait_for("CONNECT", 2));  // the first connection has been read to its end
+    const int expected = acknowledges ? 1 : 0;
+    EXPECT_THAT(broker->packets(), Contains("PUBLISH system/presence/tested=offline").Times(expected));
+    EXPECT_THAT(broker->packets(), Contains("DISCONNECT").Times(expected));
+    client.reset();
+  }
+}
+
 TEST_F(ClientAgainstScriptTest, MissingAcknowledgementsDoNotDelayOtherTopics) {
   start([](const std::string& packet) {
     return packet.starts_with("PUBLISH acknowledged") ? Reaction::ignore : Reaction::answer;
