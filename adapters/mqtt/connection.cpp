@@ -104,8 +104,8 @@ void Connection::begin_attempt() {
   attempting_ = true;
   if (settings_.is_unix_socket() || next_address_ < addresses_.size()) {
     open_session();
-  } else if (is_local_knowledge(settings_.host)) {
-    use_addresses(look_up(settings_.host));
+  } else if (auto known = known_addresses(settings_.host); !known.empty()) {
+    use_addresses({std::move(known), ""});
   } else if (!lookup_) {
     lookup_.emplace(settings_.host, resolve_);
   }

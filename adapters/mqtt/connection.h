@@ -61,7 +61,7 @@ class Connection final {
   /// Whether everything that was sent has been written and acknowledged.
   [[nodiscard]] bool idle() const { return !is_up() || session_->idle(); }
 
-  /// Whether the last `wait` left messages for the next one to read.
+  /// Whether the last `wait` left packets for the next one to read.
   [[nodiscard]] bool more_to_read() const { return session_ && session_->more_to_read(); }
 
   /// Closes the connection at once and for good.

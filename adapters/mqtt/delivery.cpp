@@ -34,15 +34,6 @@ void call(ISubscriptionObserver& observer, const QueuedMessage& message) noexcep
   }
 }
 
-// If there is no memory for its text, a loss stays counted and is reported later.
-std::optional<Loss> loss_of(Mailbox& mailbox) noexcept {
-  try {
-    return mailbox.take_loss();
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
-}
-
 }  // namespace
 
 Delivery::Route* Delivery::find_route(const std::string& topic) {
@@ -188,21 +179,11 @@ bool Delivery::deliver_next() {
 // Releases the lock of its caller during the calls. The analysis cannot know that the lock is that of mutex_.
 void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THREAD_SAFETY_ANALYSIS {
   recipient.server = std::this_thread::get_id();
-  for (;;) {
-    recipient.current = recipient.mailbox.take();
-    const std::optional<Loss> loss = loss_of(recipient.mailbox);
-    if (!recipient.current && !loss) {
-      break;
-    }
+  while ((recipient.current = recipient.mailbox.take())) {
+    const std::size_t size = recipient.current->message.payload.size();
     lock.unlock();
-    if (loss) {
-      report(*loss);
-    }
-    if (recipient.current) {
-      call(*recipient.mailbox.observer(), *recipient.current);
-    }
+    call(*recipient.mailbox.observer(), *recipient.current);
     lock.lock();
-    const std::size_t size = recipient.current ? recipient.current->message.payload.size() : 0;
     recipient.current.reset();
     call_ended_.notify_all();
     lock.unlock();
@@ -212,13 +193,34 @@ void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THR
   recipient.server = {};
 }
 
-void Delivery::report(const Loss& loss) noexcept {
+void Delivery::report_losses() {
+  report_all();
+  loss_log_.log_due();
+}
+
+// If there is no memory for its text, a loss stays counted and is reported later.
+std::optional<Loss> Delivery::take_loss() noexcept {
+  const MutexLock lock(mutex_);
   try {
-    loss_log_.add(loss);
-    on_loss_(loss);
-  } catch (const std::exception& failure) {
-    mqtt_log.error(loss.count, " messages dropped on topic ", loss.filter,
-                   ", not reported: ", failure.what());
+    for (const auto& recipient : recipients_) {
+      if (auto loss = recipient->mailbox.take_loss()) {
+        return loss;
+      }
+    }
+  } catch (const std::bad_alloc&) {
+  }
+  return std::nullopt;
+}
+
+void Delivery::report_all() noexcept {
+  while (const auto loss = take_loss()) {
+    try {
+      loss_log_.add(*loss);
+      on_loss_(*loss);
+    } catch (const std::exception& failure) {
+      mqtt_log.error(loss->count, " messages dropped on topic ", loss->filter,
+                     ", not reported: ", failure.what());
+    }
   }
 }
 
@@ -230,21 +232,15 @@ bool Delivery::is_calling_here() const {
 }
 
 void Delivery::close() {
-  std::vector<Loss> losses;
   {
     const MutexLock lock(mutex_);
     closed_ = true;
     ready_.clear();
     for (const auto& recipient : recipients_) {
       recipient->mailbox.clear();
-      while (auto loss = loss_of(recipient->mailbox)) {
-        losses.push_back(std::move(*loss));
-      }
     }
   }
-  for (const Loss& loss : losses) {
-    report(loss);
-  }
+  report_all();
   loss_log_.log_all();
 }
 

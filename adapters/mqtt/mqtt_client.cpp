@@ -42,7 +42,6 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
         if (observer_) {
           observer_->messages_dropped(loss.filter, loss.count);
         }
-        wake_.signal();  // the leader must log the next line about it
       }),
       connection_(settings_, *this),
       threads_([this] { lead(); }),
@@ -190,7 +189,7 @@ void MqttClient::fence_answered(Fence fence) {
       settled_after_ = delivery_.posted();
       return;
     case Fence::publication:
-      quarantine_.fence_answered();
+      quarantine_.fence_answered(Connection::Clock::now());
       return;
   }
 }
@@ -205,7 +204,7 @@ void MqttClient::lead() {
     if (!deliver()) {
       return;
     }
-    delivery_.log_losses();
+    delivery_.report_losses();
     report_settlement();
     send();
     sleep();
@@ -357,10 +356,15 @@ void MqttClient::close_connection() {
       const MutexLock lock(mutex_);
       outbox_.announce(settings_.presence_topic(), presence(topics::presence_offline));
     }
-    while (!all_sent() && Connection::Clock::now() < deadline) {
+    bool sent = all_sent();
+    while (!sent && Connection::Clock::now() < deadline) {
       connection_.wait(wake_, deadline);
+      sent = all_sent();
     }
-    connection_.disconnect();
+    // Without a DISCONNECT the broker publishes the last will in place of an "offline" that did not reach it.
+    if (sent || !settings_.presence) {
+      connection_.disconnect();
+    }
   }
   connection_.close();
   const MutexLock lock(mutex_);

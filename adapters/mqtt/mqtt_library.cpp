@@ -50,7 +50,6 @@ void MqttLibrary::on_connect(int code) {
 
 void MqttLibrary::on_message(const mosquitto_message* message) {
   guard([&] {
-    ++messages_;
     bytes_ += static_cast<std::size_t>(message->payloadlen);
     acknowledged_ += message->qos > 0 ? 1U : 0U;
     try {

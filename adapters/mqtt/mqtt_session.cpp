@@ -38,7 +38,7 @@ constexpr const char* fence_filter = "$echo";
 // The library counts whole seconds of its own clock.
 constexpr std::chrono::seconds clock_resolution{1};
 
-constexpr unsigned max_messages_per_read = 32;
+constexpr unsigned max_packets_per_read = 32;
 constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
 
 // An end of file (no error number), a reset and a write that comes too late are the same event. Which one is
@@ -219,7 +219,7 @@ Failure MqttSession::read() {
   const bool was_connected = is_connected();
   // After a packet without a callback, TLS may hold further packets that poll does not report.
   const int tries = settings_.uses_tls() ? 2 : 1;
-  const unsigned first_message = library_->messages();
+  const unsigned first_packet = library_->received();
   const unsigned first_acknowledged = library_->acknowledged();
   const std::size_t first_byte = library_->bytes();
   for (int fruitless = 0; fruitless < tries;) {
@@ -228,7 +228,7 @@ Failure MqttSession::read() {
       return failure;
     }
     fruitless = library_->received() == before ? fruitless + 1 : 0;
-    if (library_->messages() - first_message >= max_messages_per_read ||
+    if (library_->received() - first_packet >= max_packets_per_read ||
         library_->bytes() - first_byte >= max_bytes_per_read) {
       more_to_read_ = true;
       break;

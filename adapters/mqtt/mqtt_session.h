@@ -45,9 +45,9 @@ class MqttSession {
   [[nodiscard]] int fd() const;
   [[nodiscard]] short wanted_events() const;
 
-  /// Reads and writes as far as the events that `poll` reported allow. Stops reading after 32 messages or 256
-  /// KiB, so that one call does not overfill an observer's queue; `more_to_read` is then true. A broker that
-  /// puts several packets into one TLS record may exceed these limits.
+  /// Reads and writes as far as the events that `poll` reported allow. Stops reading after 32 packets or 256
+  /// KiB, so that one call neither overfills an observer's queue nor lasts as long as a flood; `more_to_read`
+  /// is then true. A broker that puts several packets into one TLS record may exceed these limits.
   [[nodiscard]] Failure handle(short events);
   [[nodiscard]] bool more_to_read() const noexcept { return more_to_read_; }
 

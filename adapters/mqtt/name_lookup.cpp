@@ -44,10 +44,14 @@ LookupResult look_up(const std::string& host) {
   return result;
 }
 
-bool is_local_knowledge(const std::string& host) {
+std::vector<std::string> known_addresses(const std::string& host) {
+  if (host == "localhost") {
+    return {"::1", "127.0.0.1"};
+  }
   in6_addr address{};
-  return host == "localhost" || ::inet_pton(AF_INET, host.c_str(), &address) == 1 ||
-         ::inet_pton(AF_INET6, host.c_str(), &address) == 1;
+  const bool numeric =
+      ::inet_pton(AF_INET, host.c_str(), &address) == 1 || ::inet_pton(AF_INET6, host.c_str(), &address) == 1;
+  return numeric ? std::vector{host} : std::vector<std::string>();
 }
 
 NameLookup::NameLookup(std::string host, Resolver resolve) : state_(std::make_shared<State>()) {

@@ -14,6 +14,7 @@
 
 #include "mqtt/backoff.h"
 #include "mqtt/mqtt_client.h"
+#include "mqtt/name_lookup.h"
 #include "support/authority.h"
 #include "support/captured_log.h"
 #include "support/scripted_broker.h"
@@ -73,13 +74,16 @@ class Listener final : public ConnectionListener {
 
 class ConnectionTest : public testing::Test {
  protected:
-  /// Runs the connection until this number of events has occurred.
-  std::vector<std::string> run(Connection& connection, std::size_t count) {
+  void run_until(Connection& connection, const std::function<bool()>& done) {
     const ecu::tamu::posix::Event wake;
     const auto deadline = Connection::Clock::now() + tests::time_limit;
-    while (listener.events.size() < count && Connection::Clock::now() < deadline) {
+    while (!done() && Connection::Clock::now() < deadline) {
       connection.wait(wake, deadline);
     }
+  }
+  /// Runs the connection until this number of events has occurred.
+  std::vector<std::string> run(Connection& connection, std::size_t count) {
+    run_until(connection, [&] { return listener.events.size() >= count; });
     return listener.events;
   }
 
@@ -202,6 +206,28 @@ TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
   }
 }
 
+TEST_F(ConnectionTest, AFloodOfAnswersIsReadInParts) {
+  for (const auto& [packet, answer] : {std::pair{"CONNECT"s, "\x20\x02\x00\x00"s},
+                                       {"SUBSCRIBE a", "\x90\x03\x00\x01\x00"s},
+                                       {"UNSUBSCRIBE a", "\xb0\x02\x00\x01"s}}) {
+    std::string flood;
+    for (int i = 0; i < 1000; ++i) {
+      flood += answer;
+    }
+    tests::ScriptedBroker broker(
+        [&](const std::string& name) { return name == packet ? Reaction(flood) : Reaction::answer; });
+    const MqttSettings settings = settings_for("127.0.0.1", broker.port());
+    Connection connection(settings, listener);
+    listener.on_event = [&](const std::string&) {
+      connection.subscribe("a", 0);
+      connection.unsubscribe("a");
+    };
+    connection.open();
+    run_until(connection, [&] { return connection.more_to_read(); });
+    EXPECT_TRUE(connection.more_to_read()) << packet;
+  }
+}
+
 TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndCostsNothingElse) {
   const tests::ScriptedBroker broker([](const std::string& packet) {
     return packet == "SUBSCRIBE in" ? Reaction("\x30\x04\x00\x02in"s) : Reaction::answer;
@@ -250,6 +276,16 @@ TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
   resolution->answered.count_down();
   EXPECT_EQ(run(connection, 4).back(), "up");
   EXPECT_EQ(resolution->lookups, 1);
+}
+
+TEST(NameLookupTest, AsksNoNameServerForTheAddressesOfThisMachine) {
+  EXPECT_THAT(known_addresses("localhost"), ElementsAre("::1", "127.0.0.1"));
+  for (const char* address : {"127.0.0.1", "192.0.2.1", "::1", "2001:db8::1"}) {
+    EXPECT_THAT(known_addresses(address), ElementsAre(address));
+  }
+  for (const char* name : {"broker", "localhost.example", "127.0.0.1.example", "fe80::1%eth0"}) {
+    EXPECT_THAT(known_addresses(name), testing::IsEmpty()) << name;
+  }
 }
 
 TEST_F(ConnectionTest, EveryAddressIsTriedBeforeAnAttemptFailsAndALostConnectionNeedsALookup) {
@@ -406,6 +442,32 @@ TEST_F(ClientAgainstScriptTest, EachConnectionBringsSubscriptionsThenRetainedMes
       "a"
       "\x33\x20\x00\x16system/presence/testedonline"s;
   EXPECT_EQ(broker->bytes(), each_connection + each_connection);
+}
+
+TEST_F(ClientAgainstScriptTest, AStopLeavesTheOfflineThatItCannotSendToTheLastWill) {
+  for (const bool acknowledges : {true, false}) {
+    broker.emplace([=](const std::string& packet) {
+      return packet.starts_with("PUBLISH a=") && !acknowledges ? Reaction::ignore : Reaction::answer;
+    });
+    MqttSettings settings = settings_for("127.0.0.1", broker->port());
+    settings.presence = true;
+    client.emplace(settings, nullptr);
+    client->connect();
+    client->start();
+    ASSERT_TRUE(broker->wait_for("PUBLISH system/presence/tested=online"));
+    for (int i = 0; i < 20; ++i) {
+      publish("a", std::to_string(i), true);
+    }
+    ASSERT_TRUE(broker->wait_for("PUBLISH a=19"));
+    client.emplace(settings, nullptr);
+    client->connect();
+    client->start();
+    ASSERT_TRUE(broker->wait_for("CONNECT", 2));  // the first connection has been read to its end
+    const int expected = acknowledges ? 1 : 0;
+    EXPECT_THAT(broker->packets(), Contains("PUBLISH system/presence/tested=offline").Times(expected));
+    EXPECT_THAT(broker->packets(), Contains("DISCONNECT").Times(expected));
+    client.reset();
+  }
 }
 
 TEST_F(ClientAgainstScriptTest, MissingAcknowledgementsDoNotDelayOtherTopics) {

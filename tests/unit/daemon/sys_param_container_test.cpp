@@ -162,7 +162,7 @@ TEST_F(SysParamContainerTest, TheStateFollowsEveryStep) {
   EXPECT_EQ(after([&] { container.consume(SysParamContainer::to_signal({5, "V"})); }), State::RECEIVING);
   EXPECT_EQ(after([&] { container.finished(); }), State::SYNCED);
   EXPECT_EQ(after([&] {
-              (void)container.update({{5, "lost"}});
+              (void)container.update(tests::sequence({{5, "lost"}}));
               now += 30s - 1ms;
             }),
             State::UPDATING);
