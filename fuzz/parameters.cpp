@@ -153,7 +153,8 @@ class World {
 
  private:
   static std::string value_from(FuzzedDataProvider& input) {
-    return std::string(input.ConsumeIntegralInRange<std::size_t>(0, 20), input.ConsumeIntegral<char>());
+    std::string value(input.ConsumeIntegralInRange<std::size_t>(0, 20), input.ConsumeIntegral<char>());
+    return value;
   }
   static Param param_from(FuzzedDataProvider& input) {
     constexpr std::array<std::uint32_t, 6> ids{0, 1, 2, 3, 0xa009, 0xffffffff};

@@ -15,9 +15,6 @@ namespace ecu::tamu::com::mqtt {
 namespace {
 
 int poll_timeout(Connection::Clock::time_point until) {
-  if (until == Connection::Clock::time_point::max()) {
-    return -1;
-  }
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Connection::Clock::now()).count();
   return static_cast<int>(std::clamp<decltype(left)>(left, 0, 3'600'000));
 }
@@ -84,9 +81,6 @@ void Connection::handle_session(short events) {
 }
 
 Connection::Clock::time_point Connection::next_timer() const {
-  if (closed_) {
-    return Clock::time_point::max();
-  }
   return is_up() ? session_->keep_alive_due() : timer_;
 }
 

@@ -48,7 +48,7 @@ class Connection final {
   void subscribe(const std::string& filter, int max_qos) noexcept;
   void unsubscribe(const std::string& filter) noexcept;
   void request_fence(Fence fence) noexcept;
-  /// Sends the DISCONNECT packet; `is_up` stays true until it has been written.
+  /// Sends the DISCONNECT packet, if the connection accepts it at once. Only `close` may follow.
   void disconnect() noexcept;
   void cork();
   void uncork();

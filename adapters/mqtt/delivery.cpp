@@ -56,8 +56,10 @@ std::shared_ptr<Delivery::Recipient> Delivery::recipient_of(
   const auto found = std::find_if(recipients_.begin(), recipients_.end(), [&observer](const auto& recipient) {
     return recipient->mailbox.observer() == observer.get();
   });
-  return found != recipients_.end() ? *found
-                                    : recipients_.emplace_back(std::make_shared<Recipient>(observer));
+  if (found != recipients_.end()) {
+    return *found;
+  }
+  return recipients_.emplace_back(std::make_shared<Recipient>(observer));
 }
 
 bool Delivery::add(const std::string& topic, int max_qos,
@@ -66,7 +68,8 @@ bool Delivery::add(const std::string& topic, int max_qos,
   const auto recipient = recipient_of(observer);
   Route* const route = find_route(topic);
   if (route == nullptr) {
-    Route created{topic, max_qos, {recipient}};
+    Route created{topic, max_qos, {}};
+    created.recipients.push_back(recipient);
     routes_.reserve(routes_.size() + 1);
     recipient->mailbox.add_topic(topic);
     routes_.push_back(std::move(created));

@@ -22,12 +22,12 @@ struct Fault {
   std::string reason;
 };
 
-/// Nothing when nothing failed.
+/// Empty if nothing failed.
 using Failure = std::optional<Fault>;
 
 /// One connection to the broker, from the first packet to the last (MQTT 3.1.1, clean session). A thin layer
-/// over the client library: the owner waits for the descriptor and calls `handle`. One thread at a time. A
-/// failed session cannot be used again.
+/// over the client library: the owner waits for the descriptor and calls `handle`. Not thread-safe. A failed
+/// session cannot be used again.
 class MqttSession {
  public:
   /// The maximum number of publications with quality of service 1 that await their acknowledgement.

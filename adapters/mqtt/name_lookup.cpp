@@ -41,9 +41,6 @@ LookupResult look_up(const std::string& host) {
       result.addresses.emplace_back(text);
     }
   }
-  if (result.addresses.empty()) {
-    result.error = "host has no address";
-  }
   return result;
 }
 

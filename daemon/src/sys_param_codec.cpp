@@ -29,9 +29,9 @@ SysParamMessage framed(const Body& body) {
   return std::move(*message);
 }
 
-void fill(pb::SystemParameterEntry& entry, SysParam param) {
+void fill(pb::SystemParameterEntry& entry, const SysParam& param) {
   entry.set_ota_id(param.ota_id);
-  entry.set_value(std::move(param.payload));
+  entry.set_value(param.payload);
 }
 
 }  // namespace
@@ -70,11 +70,11 @@ SysParamMessage to_message(const SysParam& param) {
   return framed(entry);
 }
 
-SysParamMessage to_message(std::vector<SysParam> params) {
+SysParamMessage to_message(const std::vector<SysParam>& params) {
   pb::SystemParameterList list;
   list.mutable_entry()->Reserve(static_cast<int>(params.size()));
-  for (SysParam& param : params) {
-    fill(*list.add_entry(), std::move(param));
+  for (const SysParam& param : params) {
+    fill(*list.add_entry(), param);
   }
   return framed(list);
 }

@@ -69,9 +69,9 @@ class DatagramSocket {
  private:
   template <class Wanted>
   bool wait(Wanted wanted) const {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = std::chrono::steady_clock::now() + time_limit;
     while (std::chrono::steady_clock::now() < deadline) {
-      const auto datagram = receive(patience);
+      const auto datagram = receive(time_limit);
       if (!datagram || wanted(*datagram)) {
         return datagram.has_value();
       }

@@ -179,7 +179,7 @@ TEST(BrokerSamplesTest, TheDaemonWorksThroughTheSocketWithItsLogin) {
   ASSERT_TRUE(application.wait_for_text(presence_topic, "online")) << daemon.output();
   vault.publish("system/quil/secstore/setmaster", "hush", false, 1);
   EXPECT_TRUE(vault.wait_for_text("system/quil/secstore/getmaster", "hush"));
-  realtime.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+  realtime.publish("rt/system/hw_variant", hardware_variant("R08_B1"));
   EXPECT_TRUE(application.wait_for("system/var/hwvariant"));
 }
 
@@ -193,7 +193,7 @@ TEST(BrokerSamplesTest, ALoginThatTakesTheDaemonsClientIdentifierDoesNotEndTheDa
   intruder.publish("system/presence/application", "online", false, 1);
   BusClient realtime = unit.log_in("realtime", "quil");
   witness.subscribe("system/var/hwvariant");
-  realtime.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+  realtime.publish("rt/system/hw_variant", hardware_variant("R08_B1"));
   EXPECT_TRUE(witness.wait_for("system/var/hwvariant"));
   EXPECT_FALSE(heard(witness, presence_topic, "offline"));
 }
@@ -237,9 +237,7 @@ class BridgeTest : public testing::Test {
   void expect_kept(const std::string& value) {
     BusClient monitor(fleet.port(), "", "monitor", "monitor");
     monitor.subscribe("#");
-    EXPECT_TRUE(monitor.wait_for(variable, [&](const BusMessage& kept) {
-      return kept.payload.find(value) != std::string::npos;
-    })) << value;
+    EXPECT_TRUE(comes(monitor, variable, value)) << value;
     for (const BusMessage& kept : monitor.history()) {
       EXPECT_TRUE(kept.topic.starts_with(unit_tree + "system/var/") || kept.topic == unit_tree + "connected")
           << kept.topic;
@@ -250,7 +248,7 @@ class BridgeTest : public testing::Test {
     BusClient realtime = unit.log_in("realtime");
     realtime.subscribe("system/presence/#");
     ASSERT_TRUE(realtime.wait_for_text(presence_topic, "online"));
-    realtime.publish("rt/system/hw_variant", Group().bytes("variant", value).message().payload);
+    realtime.publish("rt/system/hw_variant", hardware_variant(value));
   }
 
   TempDir dir;

@@ -10,6 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include <ecu/tamu/com/framing.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
 #include "posix/event.h"
 #include "support/broker.h"
 #include "support/bus_client.h"
@@ -77,6 +80,23 @@ inline std::vector<std::string> lines_of(const std::string& log) {
     lines.push_back(line.substr(line.find(' ') + 1));
   }
   return lines;
+}
+
+inline ecu::tamu::com::Payload framed(const google::protobuf::MessageLite& body) {
+  return ecu::tamu::com::frame(body, ecu::tamu::com::pb_protocol_type).value().payload;
+}
+
+inline ecu::tamu::com::Payload hardware_variant(const std::string& value) {
+  return Group().bytes("variant", value).message().payload;
+}
+
+/// Whether a message with `value` arrives on `topic` within `time`.
+inline bool comes(BusClient& bus, const std::string& topic, const std::string& value,
+                  std::chrono::milliseconds time = time_limit) {
+  const auto carries = [&value](const BusMessage& message) {
+    return message.payload.find(value) != std::string::npos;
+  };
+  return bus.wait_for(topic, carries, time).has_value();
 }
 
 }  // namespace tests

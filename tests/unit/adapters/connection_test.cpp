@@ -4,14 +4,17 @@
 
 #include <atomic>
 #include <functional>
+#include <future>
 #include <latch>
 #include <new>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "mqtt/backoff.h"
 #include "mqtt/mqtt_client.h"
+#include "support/authority.h"
 #include "support/captured_log.h"
 #include "support/scripted_broker.h"
 
@@ -73,7 +76,7 @@ class ConnectionTest : public testing::Test {
   /// Runs the connection until this number of events has occurred.
   std::vector<std::string> run(Connection& connection, std::size_t count) {
     const ecu::tamu::posix::Event wake;
-    const auto deadline = Connection::Clock::now() + tests::patience;
+    const auto deadline = Connection::Clock::now() + tests::time_limit;
     while (listener.events.size() < count && Connection::Clock::now() < deadline) {
       connection.wait(wake, deadline);
     }
@@ -84,25 +87,88 @@ class ConnectionTest : public testing::Test {
 };
 
 TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsRetried) {
-  tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
-  MqttSettings settings = settings_for("127.0.0.1", broker.port());
-  for (const std::string failing : {"up", "fence"}) {
+  const struct {
+    std::string event;
+    std::function<void()> failure;
+    std::string reason;
+  } cases[] = {
+      {"up", [] { throw std::bad_alloc(); }, "out of memory"},
+      {"up", [] { throw std::runtime_error("full"); }, "full"},
+      {"up", [] { throw 1; }, "unknown fault"},
+      {"fence", [] { throw std::bad_alloc(); }, "out of memory"},
+      {"fence", [] { throw 1; }, "a packet could not be handled"},
+      {"in", [] { throw 1; }, "a packet could not be handled"},
+  };
+  tests::ScriptedBroker broker([](const std::string& packet) {
+    return packet == "SUBSCRIBE in" ? Reaction("\x30\x04\x00\x02in"s) : Reaction::answer;
+  });
+  const MqttSettings settings = settings_for("127.0.0.1", broker.port());
+  for (const auto& c : cases) {
     listener.events.clear();
     Connection connection(settings, listener);
     listener.on_event = [&, failed = false](const std::string& event) mutable {
-      if (event == failing && !std::exchange(failed, true)) {
-        throw std::bad_alloc();
+      if (event == c.event && !std::exchange(failed, true)) {
+        c.failure();
       }
       if (event == "up") {
-        connection.request_fence(Fence::subscriptions);
+        !failed&& c.event == "in" ? connection.subscribe("in", 0)
+                                  : connection.request_fence(Fence::subscriptions);
       }
     };
     connection.open();
-    const auto events = failing == "up" ? run(connection, 4) : run(connection, 5);
+    const auto events = run(connection, c.event == "up" ? 4 : 5);
     EXPECT_EQ(listener.down, ConnectionFailure::internal);
-    EXPECT_THAT(events, Contains("down: out of memory").Times(1)) << failing;
+    EXPECT_THAT(events, Contains("down: " + c.reason).Times(1));
     EXPECT_EQ(events.back(), "fence");
     EXPECT_TRUE(connection.is_up());
+  }
+}
+
+TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
+  const tests::Authority authority;
+  const struct {
+    Reaction to_connect;
+    std::function<void(MqttSettings&)> change;
+    ConnectionFailure kind;
+    std::string reason;
+  } cases[] = {
+      {Reaction::answer, [](auto& settings) { settings.username = "\xff"; }, ConnectionFailure::internal,
+       "user name: Malformed UTF-8"},
+      {Reaction::answer,
+       [](auto& settings) {
+         settings.presence = true;
+         settings.client_id = "+";
+       },
+       ConnectionFailure::internal, "presence topic: Invalid function arguments provided."},
+      {Reaction::ignore, {}, ConnectionFailure::no_answer, "no answer"},
+      {Reaction("\x20\x02\x00\x04"s),
+       {},
+       ConnectionFailure::bad_credentials,
+       "Connection Refused: bad user name or password."},
+      {Reaction("\x20\x02\x00\x03"s),
+       {},
+       ConnectionFailure::refused,
+       "Connection Refused: broker unavailable."},
+      {Reaction("\x40\x02\x00\x01"s),
+       {},
+       ConnectionFailure::protocol,
+       "A network protocol error occurred when communicating with the broker."},
+      // A ClientHello passes for the packet CONNECT, and the answer is a fatal alert.
+      {Reaction("\x15\x03\x03\x00\x02\x02\x28"s), [&](auto& settings) { settings.cafile = authority.file(); },
+       ConnectionFailure::tls, "the broker refuses the TLS handshake: handshake failure"},
+  };
+  for (const auto& c : cases) {
+    tests::ScriptedBroker broker([&](const std::string&) { return c.to_connect; });
+    MqttSettings settings = settings_for("127.0.0.1", broker.port());
+    settings.connect_timeout = c.to_connect.kind == Reaction::ignore ? 50ms : 10s;
+    if (c.change) {
+      c.change(settings);
+    }
+    listener.events.clear();
+    Connection connection(settings, listener);
+    connection.open();
+    EXPECT_THAT(run(connection, 1), ElementsAre("down: " + c.reason));
+    EXPECT_EQ(listener.down, c.kind);
   }
 }
 
@@ -136,12 +202,30 @@ TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
   }
 }
 
-TEST_F(ConnectionTest, SettingsThatTheLibraryRefusesFailTheConnectionWithTheirReason) {
-  MqttSettings settings = settings_for("127.0.0.1", 1);
-  settings.username = "\xff";
+TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndCostsNothingElse) {
+  const tests::ScriptedBroker broker([](const std::string& packet) {
+    return packet == "SUBSCRIBE in" ? Reaction("\x30\x04\x00\x02in"s) : Reaction::answer;
+  });
+  const MqttSettings settings = settings_for("127.0.0.1", broker.port());
   Connection connection(settings, listener);
+  listener.on_event = [&](const std::string& event) {
+    if (event == "in") {
+      throw std::runtime_error("full");
+    }
+    connection.publish("a/+", text_message("1"));
+    connection.subscribe("a/#/b", 0);
+    connection.unsubscribe("a/#/b");
+    connection.subscribe("in", 0);
+  };
   connection.open();
-  EXPECT_THAT(run(connection, 1), ElementsAre(testing::StartsWith("down: user name: ")));
+  const auto log = tests::logged_lines([&] { EXPECT_THAT(run(connection, 2), ElementsAre("up", "in")); });
+  EXPECT_TRUE(connection.is_up());
+  EXPECT_THAT(broker.packets(), ElementsAre("CONNECT", "SUBSCRIBE in"));
+  const std::string module = "[tamu.com.mqtt] ", reason = ": Invalid function arguments provided.";
+  EXPECT_THAT(log, ElementsAre("NOTICE " + module + "connected to " + settings.broker(),
+                               "WARNING " + module + "cannot publish on topic a/+" + reason,
+                               "WARNING " + module + "cannot subscribe to a/#/b" + reason,
+                               "ERROR " + module + "incoming message on topic in lost: full"));
 }
 
 TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
@@ -166,6 +250,20 @@ TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
   resolution->answered.count_down();
   EXPECT_EQ(run(connection, 4).back(), "up");
   EXPECT_EQ(resolution->lookups, 1);
+}
+
+TEST_F(ConnectionTest, EveryAddressIsTriedBeforeAnAttemptFailsAndALostConnectionNeedsALookup) {
+  tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
+  const MqttSettings settings = settings_for("broker.invalid", broker.port());
+  const auto lookups = std::make_shared<std::atomic<int>>(0);
+  Connection connection(settings, listener, [lookups](const std::string&) {
+    return ++*lookups == 1 ? LookupResult{{}, "no such host"} : LookupResult{{"127.0.0.2", "127.0.0.1"}, ""};
+  });
+  connection.open();
+  EXPECT_THAT(run(connection, 2), ElementsAre("down: no such host", "up"));
+  connection.fail({ConnectionFailure::internal, "lost"});
+  EXPECT_THAT(run(connection, 4), ElementsAre("down: no such host", "up", "down: lost", "up"));
+  EXPECT_EQ(*lookups, 3);
 }
 
 TEST(BackoffTest, APauseDoublesUpToTheLongestLessAtMostAQuarter) {
@@ -247,10 +345,12 @@ class FailingObserver final : public IConnectionObserver, public ISubscriptionOb
   void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
     throw std::bad_alloc();
   }
-  void subscription_refused(const std::string& /*filter*/) override {}
+  void subscription_refused(const std::string& filter) override { refused.set_value(filter); }
   void subscriptions_settled() override {}
   void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
   void message(const std::string& /*topic*/, const Message& /*msg*/) override {}
+
+  std::promise<std::string> refused;
 
  private:
   bool failed_ = false;
@@ -297,14 +397,14 @@ TEST_F(ClientAgainstScriptTest, EachConnectionBringsSubscriptionsThenRetainedMes
   const std::string each_connection =
       "\x10\x41\x00\x04MQTT\x04\xee\x01\x02\x00\x06tested"
       "\x00\x16system/presence/tested\x00\x07offline\x00\x04user\x00\x06secret"
-      "\x82\x09\x00\x01\x00\x04in/b\x01"
-      "\x82\x09\x00\x02\x00\x04in/a\x00"
+      "\x82\x09\x00\x04in/b\x01"
+      "\x82\x09\x00\x04in/a\x00"
       "\x31\x04\x00\x01z2"
       "\x33\x09\x00\x05"
-      "empty\x00\x04"
+      "empty"
       "\x31\x03\x00\x01"
       "a"
-      "\x33\x20\x00\x16system/presence/tested\x00\x06online"s;
+      "\x33\x20\x00\x16system/presence/testedonline"s;
   EXPECT_EQ(broker->bytes(), each_connection + each_connection);
 }
 
@@ -328,17 +428,22 @@ TEST_F(ClientAgainstScriptTest, MissingAcknowledgementsDoNotDelayOtherTopics) {
   EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=after these")));
 }
 
-TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKept) {
+TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKeptAndARefusedSubscriptionIsReported) {
   const auto observer = std::make_shared<FailingObserver>();
-  broker.emplace([](const std::string&) { return Reaction::answer; });
+  broker.emplace([](const std::string& packet) {
+    return packet == "SUBSCRIBE in/a" ? Reaction::refuse : Reaction::answer;
+  });
   client.emplace(settings_for("127.0.0.1", broker->port()), observer);
   client->subscribe("in/a", 0, observer);
   publish("kept", "1", false, true);
   client->connect();
   client->start();
   EXPECT_TRUE(broker->wait_for("PUBLISH kept=1"));
-  EXPECT_THAT(broker->packets(),
-              ElementsAre("CONNECT", "CONNECT", "SUBSCRIBE in/a", "UNSUBSCRIBE $echo", "PUBLISH kept=1"));
+  client.reset();
+  EXPECT_TRUE(broker->wait_for("DISCONNECT"));
+  EXPECT_THAT(broker->packets(), ElementsAre("CONNECT", "CONNECT", "SUBSCRIBE in/a", "UNSUBSCRIBE $echo",
+                                             "PUBLISH kept=1", "DISCONNECT"));
+  EXPECT_EQ(observer->refused.get_future().get(), "in/a");
 }
 
 TEST_F(ClientAgainstScriptTest, AnUnacceptablePublicationIsSetAsideUntilItsValueChanges) {
@@ -398,17 +503,6 @@ TEST_F(ClientAgainstScriptTest, AnUnacceptableUnretainedPublicationIsFoundToo) {
   publish("other", "1");
   EXPECT_TRUE(broker->wait_for("PUBLISH other=1"));
   EXPECT_THAT(broker->packets(), Contains("PUBLISH denied=1").Times(4));
-}
-
-TEST_F(ClientAgainstScriptTest, SingleLossesSetNothingAside) {
-  start([lost = false](const std::string& packet) mutable {
-    return packet == "PUBLISH kept=1" && !std::exchange(lost, true) ? Reaction::close : Reaction::answer;
-  });
-  publish("kept", "1", true, true);
-  EXPECT_TRUE(broker->wait_for("PUBLISH kept=1", 2));
-  publish("end", "1", true, true);
-  EXPECT_TRUE(broker->wait_for("PUBLISH end=1"));
-  EXPECT_THAT(broker->packets(), Not(Contains("UNSUBSCRIBE $echo")));
 }
 
 }  // namespace

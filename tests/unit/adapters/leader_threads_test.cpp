@@ -18,7 +18,7 @@ namespace {
 
 using namespace ecu::tamu::com::mqtt;
 
-constexpr std::chrono::seconds patience{20};
+constexpr std::chrono::seconds time_limit{20};
 
 /// In each cycle the leader makes one call, which the test defines, until it returns false. Before each call
 /// there are no more threads than the leader, one stand-in and those inside calls.
@@ -73,7 +73,7 @@ class LeaderThreadsTest : public testing::Test {
 
   /// Waits inside a call until another thread has made the next one.
   bool relieved(int number) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = std::chrono::steady_clock::now() + time_limit;
     while (calls == number && std::chrono::steady_clock::now() < deadline) {
       std::this_thread::yield();
     }
@@ -82,11 +82,11 @@ class LeaderThreadsTest : public testing::Test {
   /// Whether no more threads are left, once those that are about to end have ended.
   bool wait_for_alive(int count) {
     std::unique_lock lock(mutex);
-    return changed.wait_for(lock, patience, [&] { return alive <= count; });
+    return changed.wait_for(lock, time_limit, [&] { return alive <= count; });
   }
   bool wait_for_alive_outside_calls(int count) {
     std::unique_lock lock(mutex);
-    return changed.wait_for(lock, patience, [&] { return alive - in_calls <= count; });
+    return changed.wait_for(lock, time_limit, [&] { return alive - in_calls <= count; });
   }
   int alive_now() {
     const std::lock_guard lock(mutex);

@@ -85,6 +85,17 @@ TEST_F(QuarantineTest, AfterTwoLossesTheCulpritIsFoundAndTheOthersPass) {
                           "(5 bytes): set aside until its value changes"));
 }
 
+TEST_F(QuarantineTest, TheSearchEndsAfterManyPublicationsThatPass) {
+  EXPECT_FALSE(lose_by("0", ""));
+  EXPECT_FALSE(lose_by("0", ""));
+  for (std::size_t topic = 0; topic <= Quarantine::max_passed; ++topic) {
+    EXPECT_EQ(handled(std::to_string(topic), ""), "passed");
+  }
+  EXPECT_EQ(handled("another", ""), "sent");
+  EXPECT_FALSE(lose());
+  EXPECT_EQ(handled("another", ""), "sent");
+}
+
 TEST_F(QuarantineTest, SeveralCulpritsAreFoundOneAfterAnother) {
   set_aside("bad", "1");
   EXPECT_FALSE(lose_by("worse", "1"));

@@ -122,6 +122,34 @@ TEST(MessageAdapter, WithoutMemoryItRefusesInsteadOfThrowing) {
   EXPECT_EQ(log, expected);
 }
 
+/// A body whose size is each of these in turn.
+class BodyOfSizes final : public google::protobuf::MessageLite {
+ public:
+  explicit BodyOfSizes(std::vector<std::size_t> sizes) : sizes_(std::move(sizes)) {}
+  std::size_t ByteSizeLong() const override { return sizes_.at(calls_++); }
+  std::string GetTypeName() const override { return "body"; }
+  MessageLite* New(google::protobuf::Arena* /*arena*/) const override { return nullptr; }
+  void Clear() override {}
+  bool IsInitialized() const override { return true; }
+  void CheckTypeAndMergeFrom(const MessageLite& /*other*/) override {}
+  int GetCachedSize() const override { return 0; }
+  std::uint8_t* _InternalSerialize(std::uint8_t* to,
+                                   google::protobuf::io::EpsCopyOutputStream* /*stream*/) const override {
+    return to;
+  }
+
+ private:
+  const std::vector<std::size_t> sizes_;
+  mutable std::size_t calls_ = 0;
+};
+
+TEST(MessageAdapter, RefusesABodyThatIsTooLargeOrGrowsMeanwhile) {
+  for (const auto& sizes : {std::vector<std::size_t>{std::size_t{1} << 31}, {1, 2}}) {
+    const auto log = tests::logged_lines([&] { EXPECT_FALSE(com::frame(BodyOfSizes(sizes), 1)); });
+    EXPECT_THAT(log, testing::ElementsAre("ERROR [tamu.com.messageadapter] unable to serialize body!"));
+  }
+}
+
 TEST(MessageAdapter, AcceptsAnEmptyBodyAndIgnoresBytesAfterTheBody) {
   const std::string body = variable("abc").SerializeAsString();
   const auto empty = Adapter().deserialize(exact_message(framed(word(1, 18, 0), "")));

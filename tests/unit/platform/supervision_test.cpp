@@ -108,22 +108,22 @@ TEST(SupervisionTest, StatusTextJoinsItsPartsAndIsSentWhenItChanges) {
                           "STATUS=receive port away since 14:02", "STATUS=", "READY=1\nSTATUS=Running"));
 }
 
-TEST(SupervisionTest, WatchdogIsFedOnlyWhileEveryLoopIsAlive) {
+TEST(SupervisionTest, WatchdogIsNotifiedOnlyWhileEveryLoopIsAlive) {
   const Manager manager("@tolquil_watchdog_" + own_pid);
   set_environment("WATCHDOG_USEC", "20000");
   const posix::Event stop;
-  std::promise<void> prodded_often;
-  int prods = 0;
+  std::promise<void> woken_often;
+  int wake_ups = 0;
   Heartbeat lively("lively", [&lively] { lively.beat(); });
   Heartbeat stuck("stuck", [&] {
-    if (++prods == 5) {
-      prodded_often.set_value();
+    if (++wake_ups == 5) {
+      woken_often.set_value();
     }
   });
   std::jthread main;
   const auto log = tests::logged_lines([&] {
     main = std::jthread([&stop] { wait_supervised(stop); });
-    prodded_often.get_future().wait();
+    woken_often.get_future().wait();
   });
   EXPECT_THAT(log, ElementsAre("ERROR [tamu.supervision] no sign of life for 10 ms: stuck"));
   EXPECT_THAT(manager.all_received(), ElementsAre("WATCHDOG=1"));
@@ -138,22 +138,22 @@ TEST(SupervisionTest, WatchdogChecksAgainSoonWhileALoopIsSilent) {
   const Manager manager("@tolquil_late_" + own_pid);
   Heartbeat first("first", [] {}), second("second", [] {});
   Watchdog watchdog(std::chrono::seconds(8));
-  const auto feed = [&](bool first_beats, bool second_beats) {
+  const auto check = [&](bool first_beats, bool second_beats) {
     if (first_beats) {
       first.beat();
     }
     if (second_beats) {
       second.beat();
     }
-    return watchdog.feed();
+    return watchdog.check();
   };
   const auto log = tests::logged_lines([&] {
-    EXPECT_EQ(feed(true, true), std::chrono::seconds(8));
-    EXPECT_EQ(feed(true, false), std::chrono::seconds(1));
-    EXPECT_EQ(feed(true, false), std::chrono::seconds(1));
-    EXPECT_EQ(feed(false, false), std::chrono::seconds(1));
-    EXPECT_EQ(feed(true, true), std::chrono::seconds(8));
-    EXPECT_EQ(feed(true, false), std::chrono::seconds(1));
+    EXPECT_EQ(check(true, true), std::chrono::seconds(8));
+    EXPECT_EQ(check(true, false), std::chrono::seconds(1));
+    EXPECT_EQ(check(true, false), std::chrono::seconds(1));
+    EXPECT_EQ(check(false, false), std::chrono::seconds(1));
+    EXPECT_EQ(check(true, true), std::chrono::seconds(8));
+    EXPECT_EQ(check(true, false), std::chrono::seconds(1));
   });
   const std::string silent = "ERROR [tamu.supervision] no sign of life for 8000 ms: ";
   EXPECT_THAT(log, ElementsAre(silent + "second", silent + "first, second", silent + "second"));

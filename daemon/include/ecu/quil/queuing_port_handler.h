@@ -63,7 +63,7 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   std::atomic_bool m_writing_ended = false;
 };
 
-/// Represents the handler where the platform's reader wants to own its consumer.
+/// Forwards to the handler, because the platform's reader owns its consumer.
 class ConsumerWrapper final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal> {
  public:
   explicit ConsumerWrapper(QueuingPortHandler* handler) : m_handler(handler) {}

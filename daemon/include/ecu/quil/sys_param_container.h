@@ -48,8 +48,8 @@ class SysParamContainer final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSi
   }
   [[nodiscard]] static IpcSignal to_signal(const SysParam& param) { return quil::to_signal(param); }
   [[nodiscard]] static MessageResult to_message(const SysParam& param) { return quil::to_message(param); }
-  [[nodiscard]] static MessageResult to_message(std::vector<SysParam> params) {
-    return quil::to_message(std::move(params));
+  [[nodiscard]] static MessageResult to_message(const std::vector<SysParam>& params) {
+    return quil::to_message(params);
   }
   [[nodiscard]] static bool from_message_all(const tamu::com::Message& msg, std::vector<SysParam>& out) {
     return quil::from_message_all(msg, out);
