@@ -102,7 +102,7 @@ class Status {
   static std::string without_controls(std::string_view text) {
     std::string plain(text);
     std::replace_if(
-        plain.begin(), plain.end(), [](char c) { return c >= '\0' && c < ' '; }, ' ');
+        plain.begin(), plain.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
     return plain;
   }
 

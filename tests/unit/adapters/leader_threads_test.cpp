@@ -167,6 +167,7 @@ TEST_F(LeaderThreadsTest, ThreadsOfCallsThatBlockedAtOnceEndAfterwards) {
   release.set_value();
   EXPECT_TRUE(wait_for_alive(2));
   go_on = false;
+  threads.join();  // before the end of what the calls refer to
 }
 
 TEST_F(LeaderThreadsTest, StartThrowsWhenTheFirstThreadCannotBeCreated) {
