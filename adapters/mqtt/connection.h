@@ -24,6 +24,9 @@ class Connection final {
  public:
   using Clock = std::chrono::steady_clock;
 
+  /// After so many failures in a row for lack of memory the process ends with a line in the log.
+  static constexpr int max_memory_failures = 10;
+
   /// `settings` and `listener` must outlive the connection. The listener is called from inside `wait`, and
   /// `connection_down` also from inside every function that sends. It reports each failed attempt and each
   /// lost connection, so it may come without a `connection_up` before it.
@@ -77,6 +80,7 @@ class Connection final {
   void open_session();
   void use_addresses(LookupResult result);
   void check(const Failure& failure);
+  void end_if_memory_stays_short(const Fault& fault, bool was_up) noexcept;
   void report(bool lost, const std::string& reason) noexcept;
   [[nodiscard]] Clock::time_point next_timer() const;
   void run_timers();
@@ -94,7 +98,8 @@ class Connection final {
   std::optional<MqttSession> session_;  // while connected or connecting
   bool up_ = false;                     // the listener knows of the connection
   Clock::time_point up_since_;
-  std::string reported_;  // the reason for the missing connection that was logged last
+  int memory_failures_ = 0;  // in a row
+  std::string reported_;     // the reason for the missing connection that was logged last
   bool closed_ = false;
 };
 

@@ -8,6 +8,7 @@
 
 #include <ecu/tamu/com/topics.h>
 
+#include "mqtt/fault.h"
 #include "mqtt/mqtt_log.h"
 #include "system/supervised_wait.h"
 #include "system/supervision.h"
@@ -251,7 +252,7 @@ void MqttClient::send() {
   try {
     send_all();
   } catch (const std::exception&) {
-    connection_.fail({ConnectionFailure::internal, "out of memory"});
+    connection_.fail({ConnectionFailure::internal, out_of_memory});
   }
 }
 

@@ -48,6 +48,9 @@ Fault closed_by_peer() {
 }
 
 Fault fault_of_errno(int error) {
+  if (error == ENOMEM) {
+    return {ConnectionFailure::internal, out_of_memory};
+  }
   return error == 0 || error == ECONNRESET || error == EPIPE
              ? closed_by_peer()
              : Fault{ConnectionFailure::unreachable, std::strerror(error)};
@@ -66,6 +69,8 @@ Fault fault_of(int result) {
       return closed_by_peer();
     case MOSQ_ERR_KEEPALIVE:  // the library has no text for this code
       return {ConnectionFailure::no_answer, "no answer"};
+    case MOSQ_ERR_NOMEM:
+      return {ConnectionFailure::internal, out_of_memory};
     case MOSQ_ERR_TLS:
       return {ConnectionFailure::tls, mosqpp::strerror(result)};
     case MOSQ_ERR_PROTOCOL:
@@ -151,7 +156,9 @@ Failure MqttSession::configured(const char* what, int result) const {
     return std::nullopt;
   }
   Fault fault = explain(fault_of(result));
-  fault.reason.insert(0, std::string(what) + ": ");
+  if (fault.reason != out_of_memory) {
+    fault.reason.insert(0, std::string(what) + ": ");
+  }
   return fault;
 }
 
@@ -353,6 +360,9 @@ Failure MqttSession::outcome(int result) {
 }
 
 Fault MqttSession::explain(Fault general) const {
+  if (general.reason == out_of_memory) {
+    return general;
+  }
   if (library_->refusal() != 0) {
     return fault_of_refusal(library_->refusal());
   }

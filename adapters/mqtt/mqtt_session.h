@@ -9,21 +9,13 @@
 #include <ecu/tamu/com/message.h>
 
 #include "mqtt/connection_listener.h"
+#include "mqtt/fault.h"
 #include "mqtt/mqtt_settings.h"
 #include "mqtt/tls_context.h"
 
 namespace ecu::tamu::com::mqtt {
 
 class MqttLibrary;
-
-/// Why a connection failed.
-struct Fault {
-  ConnectionFailure kind;
-  std::string reason;
-};
-
-/// Empty if nothing failed.
-using Failure = std::optional<Fault>;
 
 /// One connection to the broker, from the first packet to the last (MQTT 3.1.1, clean session). A thin layer
 /// over the client library: the owner waits for the descriptor and calls `handle`. Not thread-safe. A failed

@@ -11,6 +11,7 @@
 
 #include <ecu/tamu/thread_safety.h>
 
+#include "mqtt/fault.h"
 #include "posix/event.h"
 
 namespace ecu::tamu::com::mqtt {
@@ -61,7 +62,7 @@ NameLookup::NameLookup(std::string host, Resolver resolve) : state_(std::make_sh
     try {
       result = resolve(host);
     } catch (const std::exception&) {
-      result.error = "out of memory";
+      result.error = out_of_memory;
     }
     {
       const MutexLock lock(state->mutex);

@@ -128,6 +128,23 @@ TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsRetried) {
   }
 }
 
+TEST_F(ConnectionTest, APermanentLackOfMemoryEndsTheProcessWithALine) {
+  const MqttSettings settings = settings_for("127.0.0.1", 1);
+  Connection connection(settings, listener);
+  for (const char* last : {"another failure", "out of memory"}) {
+    for (int failures = 0; failures < 8; ++failures) {
+      connection.fail({ConnectionFailure::internal, "out of memory"});
+    }
+    connection.fail({ConnectionFailure::internal, last});
+  }
+  EXPECT_DEATH(
+      {
+        ecu::tamu::logging::set_log_mode(ecu::tamu::logging::LogMode::standard_error);
+        connection.fail({ConnectionFailure::internal, "out of memory"});
+      },
+      "ALERT .tamu.com.mqtt. no connection to 127.0.0.1 for lack of memory, 10 times in a row");
+}
+
 TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
   const tests::Authority authority;
   const struct {
