@@ -13,10 +13,10 @@ namespace ecu::tamu::com {
 /// The size of the first field of a serialized message, in bytes; 0 when it is malformed.
 [[nodiscard]] std::size_t first_field_size(std::span<const std::uint8_t> message) noexcept;
 
-/// Parses each field of the serialized T `body` as a message of its own, and calls `take` with it. False when
-/// `body` is not a T, or when `take` returns false, which ends the walk. The result is that of parsing the
-/// whole, because a message in two parts, one after the other, is the same as the parts merged. Throws
-/// std::bad_alloc.
+/// Parses each field of the serialized T `body`, which has no required field, as a message of its own, and
+/// calls `take` with it. False when `body` is not a T, or when `take` returns false, which ends the walk. The
+/// result is that of parsing the whole, because a message in two parts, one after the other, is the same as
+/// the parts merged. Throws std::bad_alloc.
 template <class T, class Take>
 bool for_each_field(std::span<const std::uint8_t> body, Take take) {
   T field;
@@ -32,7 +32,8 @@ bool for_each_field(std::span<const std::uint8_t> body, Take take) {
   return true;
 }
 
-/// The body of a framed message, a T, whose fields are read one by one. Refers to the payload.
+/// The body of a framed message, a T without required fields, whose fields are read one by one. Refers to the
+/// payload.
 template <class T>
 class MessageFields {
  public:
