@@ -1,5 +1,6 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <ecu/tamu/com/message_fields.h>
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
@@ -39,6 +40,17 @@ Error expected_of_header(const com::Payload& payload, std::uint64_t& framing) {
   return (framing >> 32U) > payload.size() - 18 ? Error::bad_body : Error::success;
 }
 
+// The fields, read one by one, are those of the whole.
+template <class Body>
+void check_fields(const com::Message& message, const Body& whole) {
+  Body merged;
+  com::MessageFields<Body>::of(message.payload).value().for_each([&merged](const Body& field) {
+    merged.MergeFrom(field);
+    return true;
+  });
+  fuzz::require(merged.SerializeAsString() == whole.SerializeAsString(), "the fields make up the whole");
+}
+
 template <class Body>
 void check(const com::Message& message) {
   std::uint64_t framing = 0;
@@ -51,10 +63,12 @@ void check(const com::Message& message) {
     return;
   }
   fuzz::require(result.ok || result.error == Error::bad_body, "a good header passes");
+  fuzz::require(com::MessageFields<Body>::of(message.payload).ok() == result.ok, "its fields pass, too");
   fuzz::require(adapter.protocol_type() == (framing & 0xffffU), "the protocol type is the header's");
   if (!result.ok) {
     return;
   }
+  check_fields(message, result.body);
   const auto again = adapter.serialize(result.body);
   fuzz::require(again.has_value(), "what was parsed can be sent");
   fuzz::require(number_at(again->payload, 1) ==

@@ -201,7 +201,8 @@ class World {
     Params params{param_from(input), param_from(input)};
     const bool wanted = port_->accepts || different(direct_model_.held, params).empty();
     expect_written(direct_model_.write(params, port_->accepts));
-    fuzz::require(direct_.update(std::move(params)) == wanted, "a write succeeds when the port takes it");
+    fuzz::require(direct_.update(tests::sequence(std::move(params))) == wanted,
+                  "a write succeeds when the port takes it");
   }
 
   // A request that would wait for an answer is not made.

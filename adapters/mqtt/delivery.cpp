@@ -180,15 +180,15 @@ bool Delivery::deliver_next() {
 void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THREAD_SAFETY_ANALYSIS {
   recipient.server = std::this_thread::get_id();
   while ((recipient.current = recipient.mailbox.take())) {
-    const bool large = recipient.current->message.payload.size() > large_amount;
+    const std::size_t size = recipient.current->message.payload.size();
     lock.unlock();
     call(*recipient.mailbox.observer(), *recipient.current);
     lock.lock();
     recipient.current.reset();
     call_ended_.notify_all();
-    if (large) {
-      release_free_memory();
-    }
+    lock.unlock();
+    release_free_memory(size);
+    lock.lock();
   }
   recipient.server = {};
 }

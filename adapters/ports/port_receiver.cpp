@@ -189,9 +189,7 @@ void PortReceiver::deliver(TimePoint now) noexcept {
         break;
       case Event::end_of_frame:
         guarded("consumer", [this] { consumer_->frame_finished(); });
-        if (received_ - std::exchange(frame_end_, received_) > large_amount) {
-          release_free_memory();
-        }
+        release_free_memory(received_ - std::exchange(frame_end_, received_));
         break;
       case Event::damage:
         report_damage();

@@ -42,6 +42,7 @@ void limit_kept_memory() {
   mallopt(M_MMAP_THRESHOLD, large_block);
   mallopt(M_TRIM_THRESHOLD, large_block);
   mallopt(M_TOP_PAD, large_block / 4);
+  mallopt(M_ARENA_MAX, 1);
 }
 
 void install_signal_handler() {

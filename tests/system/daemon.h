@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -22,6 +24,12 @@
 #include "support/temp_dir.h"
 
 namespace tests {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool sanitized = true;
+#else
+inline constexpr bool sanitized = false;
+#endif
 
 inline const std::string program = PROGRAM_DIR "/tolquil";
 inline const std::string presence_topic = "system/presence/quil";
@@ -71,6 +79,18 @@ class SystemTest : public testing::Test {
   Broker broker;
   BusClient bus{broker.port()};
 };
+
+/// A number from a file of /proc, by its name.
+inline long number_in(const std::filesystem::path& file, const std::string& name) {
+  std::ifstream status(file);
+  for (std::string word; status >> word;) {
+    if (word == name + ':') {
+      status >> word;
+      return std::stol(word);
+    }
+  }
+  return 0;
+}
 
 /// The lines of a log without their times.
 inline std::vector<std::string> lines_of(const std::string& log) {

@@ -4,7 +4,6 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include <ecu/tamu/date_time.h>
@@ -19,12 +18,6 @@ namespace {
 using ecu::tamu::DateTime;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
 
 /// A stop takes at most 2 s; the rest is for a loaded machine.
 void expect_prompt_stop(Daemon& daemon, int signal = SIGTERM) {
@@ -199,18 +192,6 @@ TEST_F(ConnectionTest, ASilentBrokerIsDetectedAndFoundAgain) {
 // ---- resources and supervision ----
 
 using ResourceTest = SystemTest;
-
-/// A number from a file of /proc, by its name.
-long number_in(const std::filesystem::path& file, const std::string& name) {
-  std::ifstream status(file);
-  for (std::string word; status >> word;) {
-    if (word == name + ':') {
-      status >> word;
-      return std::stol(word);
-    }
-  }
-  return 0;
-}
 
 /// How often the threads of a process have gone to sleep.
 long sleeps(int pid) {

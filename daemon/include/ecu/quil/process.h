@@ -22,7 +22,8 @@ struct ProcessHolder {
 void block_broken_pipe_signal();
 
 /// Makes the allocator give blocks of 64 KiB and more back to the system as soon as they are freed. Left
-/// alone it keeps ever larger ones after the first large message. Call before any thread is started.
+/// alone it keeps ever larger ones after the first large message. All threads share one heap, so that what
+/// one of them frees serves the others. Call before any thread is started.
 void limit_kept_memory();
 
 /// Makes SIGINT and SIGTERM stop the daemon and the client once; the next one ends the process by default

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <utility>
 #include <vector>
 
+#include <ecu/quil/sequence.h>
 #include <ecu/quil/sys_params.h>
 #include <ecu/tamu/com/message.h>
 #include <ecu/tamu/ipc/ipc_signal.h>
@@ -26,8 +28,8 @@ using SysParamMessage = tamu::Result<tamu::com::Message, int>;
 [[nodiscard]] SysParamMessage to_message(const SysParam& param);
 [[nodiscard]] SysParamMessage to_message(const std::vector<SysParam>& params);
 
-/// Appends the parameters of a `SystemParameterList` to `out`. False, after an ERROR line, for another
-/// message.
-[[nodiscard]] bool from_message_all(const tamu::com::Message& msg, std::vector<SysParam>& out);
+/// The parameters of a `SystemParameterList`, which are read from `msg` one by one, in each call of the
+/// sequence again. Nothing, after an ERROR line, for another message.
+[[nodiscard]] std::optional<Sequence<SysParam>> from_message_all(const tamu::com::Message& msg);
 
 }  // namespace ecu::quil
