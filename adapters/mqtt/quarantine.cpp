@@ -1,7 +1,8 @@
 // How it works: after two losses right after publications the search begins. A publication is then a test if
 // it is the first on its topic, or larger than those that passed: it goes out alone, followed by a fence. The
 // answer to the fence shows that it has passed, so messages up to its size on its topic are no longer tested.
-// A loss under test makes the topic a suspect; the second sets the message aside.
+// A loss under test makes the topic a suspect; the second sets the message aside. When two topics were found
+// just before, one loss is enough, so that many denied topics do not hold up the others for long.
 //
 // On the topic of a suspect, smaller messages are handled as on any other topic, because a packet limit
 // allows them. Those of at least its size are always tested. When another one is set aside, further ones wait
@@ -26,6 +27,8 @@ namespace {
 
 // A single loss may have any cause, even during a test.
 constexpr int enough_losses = 2;
+
+constexpr int many_topics_found = 2;
 
 std::size_t hash_of(const std::string& topic) {
   return std::hash<std::string>()(topic);
@@ -134,7 +137,8 @@ bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point no
   }
   Suspect& suspect = suspects_[tested->topic];
   suspect.size = tested->message.payload.size();
-  if (++suspect.losses < enough_losses) {
+  const bool many_found = topics_found_ >= many_topics_found && now - last_found_ <= right_after;
+  if (++suspect.losses < enough_losses && !many_found) {
     return false;
   }
   set_aside(*tested, suspect, now);
@@ -142,6 +146,10 @@ bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point no
 }
 
 void Quarantine::set_aside(const Publication& publication, Suspect& suspect, Clock::time_point now) {
+  if (suspect.times_set_aside == 0) {
+    topics_found_ = now - last_found_ <= right_after ? topics_found_ + 1 : 1;
+    last_found_ = now;
+  }
   suspect.losses = 0;
   suspect.set_aside = digest_of(publication);
   suspect.retry_at = now + pause_after(suspect.times_set_aside);
@@ -152,6 +160,7 @@ void Quarantine::set_aside(const Publication& publication, Suspect& suspect, Clo
 
 void Quarantine::attempt_failed() {
   losses_ = 0;
+  topics_found_ = 0;
   std::erase_if(suspects_, [](const auto& entry) { return entry.second.times_set_aside == 0; });
   for (auto& [topic, suspect] : suspects_) {
     suspect.losses = 0;

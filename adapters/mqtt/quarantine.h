@@ -88,6 +88,8 @@ class Quarantine {
   std::map<std::string, Suspect> suspects_;  // by topic
   PublicationPtr under_test_;
   Clock::time_point last_sent_;
+  int topics_found_ = 0;  // in a row, each within `right_after` of the one before
+  Clock::time_point last_found_;
 };
 
 }  // namespace ecu::tamu::com::mqtt

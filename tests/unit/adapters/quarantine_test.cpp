@@ -120,6 +120,11 @@ TEST_F(QuarantineTest, SeveralCulpritsAreFoundOneAfterAnother) {
   EXPECT_EQ(handled("bad", "1"), "withheld");
   EXPECT_TRUE(lose_by("worse", "1"));
   EXPECT_EQ(handled("good", "1"), "passed");
+  EXPECT_TRUE(lose_by("third", "1"));  // by now one loss is enough
+  now += Quarantine::right_after;
+  EXPECT_TRUE(lose_by("fourth", "1"));
+  now += Quarantine::right_after + 1ms;
+  EXPECT_FALSE(lose_by("fifth", "1"));
 }
 
 TEST_F(QuarantineTest, LossesWithAnotherCauseSetNothingAside) {
