@@ -29,6 +29,12 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 }
 // NOLINTEND(cppcoreguidelines-owning-memory)
 
+// protobuf does not free the entry that it is adding to a message when memory runs out.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the sanitizer's name
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:google::protobuf::Arena::CreateMaybeMessage";
+}
+
 namespace tests {
 
 FailingAllocation::FailingAllocation(int nth) noexcept {
