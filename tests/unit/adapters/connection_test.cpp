@@ -231,8 +231,9 @@ TEST_F(ConnectionTest, AFloodOfAnswersIsReadInParts) {
     for (int i = 0; i < 1000; ++i) {
       flood += answer;
     }
-    tests::ScriptedBroker broker(
-        [&](const std::string& name) { return name == packet ? Reaction(flood) : Reaction::answer; });
+    tests::ScriptedBroker broker([&, answered = packet](const std::string& name) {
+      return name == answered ? Reaction(flood) : Reaction::answer;
+    });
     const MqttSettings settings = settings_for("127.0.0.1", broker.port());
     Connection connection(settings, listener);
     listener.on_event = [&](const std::string&) {
@@ -480,7 +481,7 @@ TEST_F(ClientAgainstScriptTest, AStopLeavesTheOfflineThatItCannotSendToTheLastWi
     client->connect();
     client->start();
     ASSERT_TRUE(broker->wait_for("CONNECT", 2));  // the first connection has been read to its end
-    const int expected = acknowledges ? 1 : 0;
+    const std::size_t expected = acknowledges ? 1 : 0;
     EXPECT_THAT(broker->packets(), Contains("PUBLISH system/presence/tested=offline").Times(expected));
     EXPECT_THAT(broker->packets(), Contains("DISCONNECT").Times(expected));
     client.reset();

@@ -488,7 +488,7 @@ TEST_F(PortAwayTest, AnotherFifoIsReadAtOnceAfterALinkOrAFolderOfThePathChanges)
   std::filesystem::create_directory(dir.path("top"));
   std::filesystem::create_directory(dir.path("top.new"));
   std::vector<tests::Fifo> fifos;
-  for (const int number : {1, 2, 3, 4}) {
+  for (const std::uint32_t number : {1U, 2U, 3U, 4U}) {
     const std::string tree = "tree" + std::to_string(number);
     std::filesystem::create_directories(dir.path(tree + "/sub"));
     fifos.emplace_back(dir, tree + "/sub/port").open();
