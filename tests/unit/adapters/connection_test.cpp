@@ -1,6 +1,7 @@
 #include "mqtt/connection.h"
 
 #include <gmock/gmock.h>
+#include <poll.h>
 
 #include <atomic>
 #include <functional>
@@ -294,6 +295,21 @@ TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
   resolution->answered.count_down();
   EXPECT_EQ(run(connection, 4).back(), "up");
   EXPECT_EQ(resolution->lookups, 1);
+}
+
+TEST(NameLookupTest, ExplainsWhyAHostHasNoAddress) {
+  EXPECT_THAT(look_up("192.0.2.1").addresses, ElementsAre("192.0.2.1"));
+  const LookupResult too_long = look_up(std::string(300, 'x'));
+  EXPECT_THAT(too_long.addresses, testing::IsEmpty());
+  EXPECT_NE(too_long.error, "");
+  NameLookup without_memory("broker", [](const std::string&) -> LookupResult { throw std::bad_alloc(); });
+  pollfd done{without_memory.fd(), POLLIN, 0};
+  ASSERT_EQ(::poll(&done, 1, std::chrono::milliseconds(tests::time_limit).count()), 1);
+  EXPECT_EQ(without_memory.take().error, "out of memory");
+}
+
+TEST(MqttClientTest, IsTheOnlyTypeOfClient) {
+  EXPECT_THROW(create_client(nullptr, static_cast<TransportType>(1), nullptr), std::invalid_argument);
 }
 
 TEST(NameLookupTest, AsksNoNameServerForTheAddressesOfThisMachine) {
