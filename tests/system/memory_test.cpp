@@ -15,7 +15,7 @@ constexpr int message_kilobytes = 1000;
 /// `entry` again and again, in a body of at most `message_kilobytes`.
 std::string repeated(std::string_view entry) {
   std::string body;
-  while (body.size() + entry.size() <= message_kilobytes * 1024) {
+  while (body.size() + entry.size() <= std::size_t{message_kilobytes} * 1024) {
     body += entry;
   }
   return body;
