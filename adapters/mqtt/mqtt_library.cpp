@@ -1,8 +1,12 @@
 #include "mqtt/mqtt_library.h"
 
+#include <mosquitto.h>
+
+#include <cerrno>
 #include <cstdint>
 #include <exception>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 #include <ecu/tamu/date_time.h>
@@ -24,10 +28,26 @@ void report_lost_message(const char* topic, const char* reason) noexcept {
   }
 }
 
+// The identifier as the library takes it. The library's constructor accesses its object even if the object
+// could not be created. Creating one first shows whether it can be.
+const char* checked(const std::string& client_id) {
+  const char* const id = client_id.empty() ? nullptr : client_id.c_str();
+  errno = 0;
+  mosquitto* const object = ::mosquitto_new(id, true, nullptr);
+  if (object == nullptr) {
+    if (errno == ENOMEM) {
+      throw std::bad_alloc();
+    }
+    throw std::runtime_error("invalid client identifier");
+  }
+  ::mosquitto_destroy(object);
+  return id;
+}
+
 }  // namespace
 
 MqttLibrary::MqttLibrary(const std::string& client_id, ConnectionListener& listener)
-    : mosqpp::mosquittopp(client_id.empty() ? nullptr : client_id.c_str(), true), listener_(listener) {}
+    : mosqpp::mosquittopp(checked(client_id), true), listener_(listener) {}
 
 // Nothing may unwind through the library's C code.
 template <class Action>

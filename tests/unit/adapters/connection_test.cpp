@@ -142,6 +142,8 @@ TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
          settings.client_id = "+";
        },
        ConnectionFailure::internal, "presence topic: Invalid function arguments provided."},
+      {Reaction::answer, [](auto& settings) { settings.client_id = "\xff"; }, ConnectionFailure::internal,
+       "invalid client identifier"},
       {Reaction::ignore, {}, ConnectionFailure::no_answer, "no answer"},
       {Reaction("\x20\x02\x00\x04"s),
        {},
