@@ -12,6 +12,7 @@
 #include <ecu/tamu/date_time.h>
 
 #include "mqtt/fault.h"
+#include "mqtt/mailbox.h"
 #include "mqtt/mqtt_log.h"
 
 namespace ecu::tamu::com::mqtt {
@@ -74,6 +75,11 @@ void MqttLibrary::on_message(const mosquitto_message* message) {
     bytes_ += static_cast<std::size_t>(message->payloadlen);
     acknowledged_ += message->qos > 0 ? 1U : 0U;
     try {
+      // The library holds the message twice. A third copy is made only if there is use for it.
+      if (static_cast<std::size_t>(message->payloadlen) > max_waiting_bytes) {
+        listener_.oversized_message(message->topic);
+        return;
+      }
       const auto* bytes = static_cast<const std::uint8_t*>(message->payload);
       Message received;
       received.acknowledged = message->qos > 0;

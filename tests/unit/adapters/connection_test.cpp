@@ -39,6 +39,7 @@ class Listener final : public ConnectionListener {
     events.push_back("down: " + reason);
   }
   void message(const std::string& topic, Message /*message*/) override { happened(topic); }
+  void oversized_message(const std::string& topic) override { happened(topic); }
   void subscription_refused(const std::string& filter) override { happened("refused " + filter); }
   void fence_answered(Fence /*fence*/) override { happened("fence"); }
 
