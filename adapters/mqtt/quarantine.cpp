@@ -105,8 +105,7 @@ void Quarantine::fence_answered(Clock::time_point now) {
   }
   const PublicationPtr passed = std::exchange(under_test_, nullptr);
   clear_of_suspicion(*passed, now);
-  std::size_t& size = passed_[hash_of(passed->topic)];
-  size = std::max(size, passed->message.payload.size());
+  passed_[hash_of(passed->topic)] = passed->message.payload.size();
   if (passed_.size() > max_passed) {
     searching_ = false;
     losses_ = 0;
