@@ -138,8 +138,8 @@ TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
        "user name: Malformed UTF-8"},
       {Reaction::answer,
        [](auto& settings) {
-         settings.presence = true;
-         settings.client_id = "+";
+         settings.presence = tests::presence_of("tested");
+         settings.presence->topic = "+";
        },
        ConnectionFailure::internal, "presence topic: Invalid function arguments provided."},
       {Reaction::ignore, {}, ConnectionFailure::no_answer, "no answer"},
