@@ -87,7 +87,7 @@ struct ClientTraits {
   /// bus do not return all at once. 0: the short pauses of a unit's bus.
   std::chrono::seconds reconnect_spread{0};
   /// Distinguishes the clients of one process in the service manager's status text.
-  std::string name;
+  std::string name{};
 };
 
 enum class TransportType : int { mqtt = 0 };
