@@ -45,7 +45,7 @@ std::string write_passwords(const TempDir& dir, const std::vector<std::string>& 
   return file;
 }
 
-const std::vector<std::string> users{"quil", "realtime", "configurator", "vault", "application", "engineer"};
+const std::vector<std::string> users{"quil", "realtime", "configurator", "vault", "application", "engineer", "uplink"};
 
 const std::string socket_file = "/run/mqtt/broker.socket";
 const std::string password_file = "/etc/mosquitto/tolquil.passwd";
@@ -108,9 +108,9 @@ TEST(BrokerSamplesTest, EachTopicHasItsWritersAndReadersAndNoOthers) {
   struct Rule {
     std::string topic, writers, readers;
   };
-  const std::string everybody = "quil realtime configurator vault application engineer";
+  const std::string everybody = "quil realtime configurator vault application engineer uplink";
   const std::vector<Rule> rules{
-      {"system/var/hwversion", "quil", "quil configurator application engineer"},
+      {"system/var/hwversion", "quil", "quil configurator application engineer uplink"},
       {"system/presence/quil", "quil", everybody},
       {"system/quil/secstore/setmaster", "vault", "quil"},
       {"system/quil/secstore/setremote", "vault", "quil"},

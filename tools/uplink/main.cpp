@@ -81,7 +81,7 @@ int run(const Options& options) {
 
 }  // namespace
 
-int main(int argc, char* argv[]) {
+int main(int argc, char* argv[]) try {
   Options options;
   if (const auto exit_code = parse_command_line(argc, argv, options)) {
     return *exit_code;
@@ -91,12 +91,10 @@ int main(int argc, char* argv[]) {
   logging::set_log_mode(logging::LogMode::standard_error);
   ecu::tamu::application_starting();
   ecu::tamu::com::library_init();
-  int exit_code = EXIT_FAILURE;
-  try {
-    exit_code = run(options);
-  } catch (const std::exception& failure) {
-    logging::error(failure.what());
-  }
+  const int exit_code = run(options);
   ecu::tamu::com::library_cleanup();
   return exit_code;
+} catch (const std::exception& failure) {
+  std::cerr << "tolquil-uplink: " << failure.what() << std::endl;
+  return EXIT_FAILURE;
 }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <fstream>
-#include <ranges>
+#include <sstream>
 
 #include <ecu/tamu/com/topic.h>
 #include <ecu/tamu/logging/logging.h>
@@ -79,11 +79,11 @@ class Reader {
 
 std::vector<std::string> words_of(const std::string& text) {
   std::vector<std::string> words;
-  for (const auto part : std::views::split(text, ',')) {
-    std::string word(part.begin(), part.end());
+  std::istringstream list(text);
+  for (std::string word; std::getline(list, word, ',');) {
     std::erase(word, ' ');
     if (!word.empty()) {
-      words.push_back(std::move(word));
+      words.push_back(word);
     }
   }
   return words;
