@@ -139,8 +139,8 @@ TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
        "user name: Malformed UTF-8"},
       {Reaction::answer,
        [](auto& settings) {
-         settings.presence = true;
-         settings.client_id = "+";
+         settings.presence = tests::presence_of("tested");
+         settings.presence->topic = "+";
        },
        ConnectionFailure::internal, "presence topic: Invalid function arguments provided."},
       {Reaction::answer, [](auto& settings) { settings.client_id = "\xff"; }, ConnectionFailure::internal,
