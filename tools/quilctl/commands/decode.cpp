@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "quilctl/base/notes.h"
+#include "common/notes.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/decoded_text.h"
 #include "quilctl/model/decoding.h"
@@ -28,16 +28,18 @@ void print(const Options& options, const Event& event) {
 }
 
 void decode_messages(const Options& options, MonitorSession& session) {
-  for (unsigned shown = 0; std::cout && (!options.count || shown < *options.count);) {
+  unsigned shown = 0;
+  while (session.goes_on(shown)) {
     const auto event = session.next();
     if (!session.notice().empty()) {
-      note(session.notice());
+      tools::note(session.notice());
     }
     if (event && event->kind == Event::Kind::message) {
       print(options, *event);
       ++shown;
     }
   }
+  session.require_count(shown);
 }
 
 }  // namespace

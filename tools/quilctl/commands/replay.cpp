@@ -13,8 +13,8 @@
 #include <ecu/tamu/com/topics.h>
 
 #include "common/input_file.h"
+#include "common/notes.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/notes.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/recording.h"
 #include "quilctl/talk/request_session.h"
@@ -183,7 +183,7 @@ ExitCode replay(const Options& options) {
     }
     play(options, file, player);
   }
-  note(std::to_string(player->count()) + " messages published");
+  tools::note(std::to_string(player->count()) + " messages published");
   return ExitCode::done;
 }
 

@@ -14,10 +14,9 @@ namespace ecu::ctl {
 ///   framing                            protocol_type, header_length, body_length, send_time_ns
 ///   fault                              why it cannot be decoded; payload then holds all bytes
 ///   fields                             of the body, without those that are not set
-///   unknown_fields, surplus            bytes of the body that belong to no known field, and bytes after the
-///   body redacted                           true in place of the payload: a value of the secure storage,
-///   unless `reveal`
-///                                      is set
+///   unknown_fields                     bytes of the body that belong to no known field
+///   surplus                            bytes after the body
+///   redacted                           true in place of the payload of a secret, unless `reveal` is set
 ///
 /// Bytes are encoded as `json_value` does. A signal's data also appears as text when it is text apart from
 /// padding zeros. A signal's value that is not finite is "nan", "inf" or "-inf".

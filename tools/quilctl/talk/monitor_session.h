@@ -18,9 +18,17 @@ class MonitorSession {
   /// Both must outlive the session.
   MonitorSession(const Options& options, BusConnection& bus);
 
-  /// The next event; nothing at `wake`, and sometimes before. Throws `Interrupted`, and `Failure` when the
-  /// broker is unreachable at the start or refuses a subscription.
-  [[nodiscard]] std::optional<Event> next(Clock::time_point wake = Clock::time_point::max());
+  /// The next event; nothing at `wake` or when the descriptor `input` is readable, and sometimes before.
+  /// Throws `Interrupted`, and `Failure` when the broker is unreachable at the start or refuses a
+  /// subscription.
+  [[nodiscard]] std::optional<Event> next(Clock::time_point wake = Clock::time_point::max(),
+                                          int input = BusConnection::no_input);
+
+  /// Whether the command must go on: output works, and neither --count nor --timeout ends it. `shown`
+  /// messages have been shown.
+  [[nodiscard]] bool goes_on(unsigned shown) const;
+  /// Throws `Failure` when the time has passed before --count messages.
+  void require_count(unsigned shown) const;
 
   /// Whether there has been a connection.
   [[nodiscard]] bool was_up() const noexcept { return was_up_; }
@@ -33,10 +41,11 @@ class MonitorSession {
   [[nodiscard]] std::string loss_notice();
 
  private:
-  [[nodiscard]] std::optional<Event> next_event(Clock::time_point wake);
+  [[nodiscard]] std::optional<Event> next_event(Clock::time_point wake, int input);
   [[nodiscard]] std::string notice_of(const Event& event);
   [[nodiscard]] std::string presence_notice(const Event& event);
 
+  const Options& options_;
   BusConnection& bus_;
   const Clock::time_point first_deadline_;
   bool was_up_ = false;

@@ -4,7 +4,7 @@
 
 namespace ecu::ctl {
 
-/// Thrown out of a wait by SIGINT, SIGTERM or SIGHUP.
+/// Thrown out of a wait by SIGINT, SIGTERM, SIGHUP or SIGQUIT.
 struct Interrupted {
   int signal_number;
 };
@@ -18,7 +18,7 @@ class TerminationHandler {
   TerminationHandler(const TerminationHandler&) = delete;
   TerminationHandler& operator=(const TerminationHandler&) = delete;
 
-  /// The mask for `ppoll`.
+  /// The mask for `ppoll`. It lets in SIGTSTP and SIGWINCH, too, for the terminal.
   [[nodiscard]] sigset_t wait_mask() const noexcept;
 
   /// Throws `Interrupted` when one of the signals has arrived.

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace ecu::ctl {
+namespace ecu::tools {
 
 /// Bytes as lower-case hexadecimal digits, two for each byte.
 [[nodiscard]] std::string to_hex(std::string_view bytes);
@@ -19,4 +19,4 @@ namespace ecu::ctl {
 /// Lower-case hexadecimal without prefix.
 [[nodiscard]] std::string to_hex_number(std::uint64_t number);
 
-}  // namespace ecu::ctl
+}  // namespace ecu::tools
