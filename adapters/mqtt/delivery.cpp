@@ -139,7 +139,7 @@ void Delivery::queue(const std::shared_ptr<Recipient>& recipient, const std::str
     ready_.push_back(recipient);
     recipient->scheduled = true;
   }
-  recipient->mailbox.put(filter, message);
+  has_losses_ = !recipient->mailbox.put(filter, message) || has_losses_;
 }
 
 std::uint64_t Delivery::posted() const {
@@ -162,35 +162,39 @@ bool Delivery::pending() const {
 
 bool Delivery::deliver_next() {
   std::shared_ptr<Recipient> recipient;  // may hold the last reference to the observer
-  MutexLock lock(mutex_);
-  if (ready_.empty()) {
-    return false;
+  std::size_t delivered_bytes = 0;
+  {
+    MutexLock lock(mutex_);
+    if (ready_.empty()) {
+      return false;
+    }
+    recipient = std::move(ready_.front());
+    ready_.pop_front();
+    delivered_bytes = serve(*recipient, lock);
+    recipient->scheduled = false;
+    if (!recipient->mailbox.has_topics()) {
+      std::erase(recipients_, recipient);
+    }
   }
-  recipient = std::move(ready_.front());
-  ready_.pop_front();
-  serve(*recipient, lock);
-  recipient->scheduled = false;
-  if (!recipient->mailbox.has_topics()) {
-    std::erase(recipients_, recipient);
-  }
+  release_free_memory(delivered_bytes);
   return true;
 }
 
-// Releases the lock of its caller during the calls. The analysis cannot know that the lock is that of mutex_.
-void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THREAD_SAFETY_ANALYSIS {
+// Returns the bytes that it delivered. Releases the lock of its caller during the calls. The analysis cannot
+// know that the lock is that of mutex_.
+std::size_t Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THREAD_SAFETY_ANALYSIS {
+  std::size_t delivered_bytes = 0;
   recipient.server = std::this_thread::get_id();
   while ((recipient.current = recipient.mailbox.take())) {
-    const std::size_t size = recipient.current->message.payload.size();
+    delivered_bytes += recipient.current->message.payload.size();
     lock.unlock();
     call(*recipient.mailbox.observer(), *recipient.current);
     lock.lock();
     recipient.current.reset();
     call_ended_.notify_all();
-    lock.unlock();
-    release_free_memory(size);
-    lock.lock();
   }
   recipient.server = {};
+  return delivered_bytes;
 }
 
 void Delivery::report_losses() {
@@ -201,12 +205,16 @@ void Delivery::report_losses() {
 // If there is no memory for its text, a loss stays counted and is reported later.
 std::optional<Loss> Delivery::take_loss() noexcept {
   const MutexLock lock(mutex_);
+  if (!has_losses_) {
+    return std::nullopt;
+  }
   try {
     for (const auto& recipient : recipients_) {
       if (auto loss = recipient->mailbox.take_loss()) {
         return loss;
       }
     }
+    has_losses_ = false;
   } catch (const std::bad_alloc&) {
   }
   return std::nullopt;

@@ -106,7 +106,7 @@ class Delivery {
       TAMU_REQUIRES(mutex_);
   void queue(const std::shared_ptr<Recipient>& recipient, const std::string& filter,
              const std::shared_ptr<const QueuedMessage>& message) TAMU_REQUIRES(mutex_);
-  void serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_REQUIRES(mutex_);
+  [[nodiscard]] std::size_t serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_REQUIRES(mutex_);
   [[nodiscard]] std::optional<Loss> take_loss() noexcept;
   void report_all() noexcept;
 
@@ -124,6 +124,7 @@ class Delivery {
   std::vector<std::shared_ptr<Recipient>> recipients_ TAMU_GUARDED_BY(mutex_);
   std::deque<std::shared_ptr<Recipient>> ready_ TAMU_GUARDED_BY(mutex_);
   std::uint64_t posts_ TAMU_GUARDED_BY(mutex_) = 0;
+  bool has_losses_ TAMU_GUARDED_BY(mutex_) = false;  // in a mailbox, not reported yet
   bool closed_ TAMU_GUARDED_BY(mutex_) = false;
 };
 

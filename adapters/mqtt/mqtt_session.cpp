@@ -18,7 +18,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <string_view>
 
 #include <ecu/tamu/com/topics.h>
@@ -41,54 +40,9 @@ constexpr std::chrono::seconds clock_resolution{1};
 constexpr unsigned max_packets_per_read = 32;
 constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
 
-// An end of file (no error number), a reset and a write that comes too late are the same event. Which one is
-// seen depends on timing, so all must map to one reason.
-Fault closed_by_peer() {
-  return {ConnectionFailure::closed_by_peer, "connection closed by the peer"};
-}
-
-Fault fault_of_errno(int error) {
-  if (error == ENOMEM) {
-    return {ConnectionFailure::internal, out_of_memory};
-  }
-  return error == 0 || error == ECONNRESET || error == EPIPE
-             ? closed_by_peer()
-             : Fault{ConnectionFailure::unreachable, std::strerror(error)};
-}
-
 // The library sends nothing for an invalid topic or filter, and the session continues.
 bool is_malformed(int result) {
   return result == MOSQ_ERR_INVAL || result == MOSQ_ERR_MALFORMED_UTF8;
-}
-
-Fault fault_of(int result) {
-  switch (result) {
-    case MOSQ_ERR_ERRNO:
-      return fault_of_errno(errno);
-    case MOSQ_ERR_CONN_LOST:
-      return closed_by_peer();
-    case MOSQ_ERR_KEEPALIVE:  // the library has no text for this code
-      return {ConnectionFailure::no_answer, "no answer"};
-    case MOSQ_ERR_NOMEM:
-      return {ConnectionFailure::internal, out_of_memory};
-    case MOSQ_ERR_TLS:
-      return {ConnectionFailure::tls, mosqpp::strerror(result)};
-    case MOSQ_ERR_PROTOCOL:
-    case MOSQ_ERR_MALFORMED_PACKET:
-      return {ConnectionFailure::protocol, mosqpp::strerror(result)};
-    default:
-      return {ConnectionFailure::internal, mosqpp::strerror(result)};
-  }
-}
-
-// Codes of the CONNACK packet (MQTT 3.1.1, 3.2.2.3).
-Fault fault_of_refusal(int code) {
-  constexpr int bad_credentials = 4;
-  constexpr int not_authorised = 5;
-  const auto kind = code == bad_credentials  ? ConnectionFailure::bad_credentials
-                    : code == not_authorised ? ConnectionFailure::not_authorised
-                                             : ConnectionFailure::refused;
-  return {kind, mosqpp::connack_string(code)};
 }
 
 }  // namespace
@@ -216,7 +170,7 @@ Failure MqttSession::finish_connecting() {
   reachable_ = true;
   char byte = 0;
   if (::recv(fd(), &byte, sizeof(byte), MSG_PEEK | MSG_DONTWAIT) == 0) {
-    return explain(closed_by_peer());
+    return explain(fault_of(MOSQ_ERR_CONN_LOST));
   }
   return std::nullopt;
 }

@@ -29,8 +29,8 @@ class PathWatch {
 
   posix::UniqueFd inotify_;
   std::filesystem::path path_;
-  std::string
-      name_;  // of the file, or of the first missing component, in the last folder of the path that exists
+  // Of the file, or of the first missing component, in the last folder of the path that exists.
+  std::string name_;
 };
 
 }  // namespace ecu::tamu::ipc

@@ -61,7 +61,10 @@ bool is_shortage(int error) noexcept {
 }
 
 Deadline earlier(Deadline one, Deadline other) noexcept {
-  return one && other ? std::min(one, other) : one ? one : other;
+  if (!one || !other) {
+    return one ? one : other;
+  }
+  return std::min(one, other);
 }
 
 bool has_failed(int port) noexcept {
@@ -274,6 +277,7 @@ bool PortReceiver::may_have_changed(const Ready& ready) noexcept {
   return (ready.path && watch_.take_changes()) || (next_renewal_ && *next_renewal_ <= steady_clock::now());
 }
 
+// The path may lead through other files than those that are watched. A change after this is noticed again.
 bool PortReceiver::is_replaced() noexcept {
   renew_watch();
   return !names_file(path_, port_.get());

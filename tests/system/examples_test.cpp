@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <optional>
+#include <ostream>
 
 #include "system/daemon.h"
 
@@ -12,7 +13,17 @@ struct Example {
   bool shows_loss = true;  // of its connection
 };
 
+void PrintTo(const Example& example, std::ostream* out) {
+  *out << example.command;
+}
+
 class ExamplesTest : public SystemTest, public testing::WithParamInterface<Example> {
+ public:
+  ~ExamplesTest() override {
+    example.signal(SIGTERM);
+    example.wait();
+  }
+
  protected:
   /// In a folder with the messages for Python, with the tools of this build. "timeout" passes the signal that
   /// ends it on to all processes of a shell script.
@@ -20,10 +31,6 @@ class ExamplesTest : public SystemTest, public testing::WithParamInterface<Examp
       : example({"/usr/bin/env", "PATH=" PROGRAM_DIR ":" SOURCE_DIR "/examples:/usr/bin:/bin",
                  "PYTHONPATH=" + python_messages(), "/usr/bin/timeout", "100", GetParam().command,
                  "127.0.0.1", std::to_string(broker.port())}) {}
-  ~ExamplesTest() override {
-    example.signal(SIGTERM);
-    example.wait();
-  }
   [[nodiscard]] std::string python_messages() const {
     Process protoc({"/usr/bin/protoc", "--proto_path=" SOURCE_DIR "/platform/proto",
                     "--python_out=" + dir.path(""), "ecu/tamu/pb/messages.proto"});

@@ -15,7 +15,7 @@ constexpr int message_kilobytes = 1000;
 /// `entry` again and again, in a body of at most `message_kilobytes`.
 std::string repeated(std::string_view entry) {
   std::string body;
-  while (body.size() + entry.size() <= message_kilobytes * 1024) {
+  while (body.size() + entry.size() <= std::size_t{message_kilobytes} * 1024) {
     body += entry;
   }
   return body;
@@ -62,7 +62,7 @@ class MemoryTest : public SystemTest {
       const ssize_t count = ::write(receive.fd(), frame.data() + sent, frame.size() - sent);
       sent += count > 0 ? static_cast<std::size_t>(count) : 0;
     }
-    ASSERT_TRUE(bus.wait_for("system/var/topversion"));
+    ASSERT_TRUE(comes(bus, "system/var/topversion", "TV 1"));  // not the empty one of the start
   }
 
   void ordinary_messages() {

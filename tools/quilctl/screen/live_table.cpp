@@ -68,7 +68,7 @@ void LiveTable::handle(const Event& event) {
 }
 
 void LiveTable::add_notice(const std::string& text) {
-  add_line(std::chrono::system_clock::now(), tools::printable(text));
+  add_line(wall_clock_now(), tools::printable(text));
 }
 
 void LiveTable::handle_message(const Event& event) {
