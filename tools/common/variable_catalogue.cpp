@@ -73,7 +73,7 @@ constexpr std::array catalogue{
                  {},
                  "",
                  {.type = "text", .description = "text, \"Unknown\" when it cannot be read"},
-                 "at the daemon's start",
+                 "at daemon start",
                  "r12"},
     version_of("versionhypervisor", topics::hypervisor_version, "version of the hypervisor"),
     version_of("versioncsp", topics::csp_version, "version of the chip support package"),
@@ -143,7 +143,7 @@ constexpr std::array catalogue{
                  {},
                  "",
                  {.type = "text", .description = "text, as the parameter has it"},
-                 "at the daemon's start, and when system parameters have come",
+                 "at daemon start, and whenever system parameters arrive",
                  "TV-2026.11.0"},
 };
 

@@ -224,7 +224,7 @@ TEST(QuilctlTable, FollowsTheBusAndTheKeyboard) {
   press("sss");
   EXPECT_TRUE(table.handle(KeyPress{Key::home}));
   EXPECT_THAT(shown(), testing::ContainsRegex("SOURCE *\n\\* haseth2 .*\n  haswifibt")) << "by last change";
-  press("/qeth");
+  press("/qetü");
   EXPECT_TRUE(table.handle(KeyPress{Key::backspace}));
   press("hx");
   EXPECT_THAT(shown(), testing::HasSubstr("\n/qethx_"));

@@ -10,7 +10,7 @@
 #include "common/input_file.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/values.h"
-#include "quilctl/talk/daemon_config_file.h"
+#include "quilctl/talk/client_configuration.h"
 
 namespace ecu::ctl {
 

@@ -1,8 +1,6 @@
 #include <iostream>
 
-#include "common/notes.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/model/decoded_text.h"
 #include "quilctl/model/decoding.h"
 #include "quilctl/model/times.h"
 #include "quilctl/model/values.h"
@@ -27,21 +25,6 @@ void print(const Options& options, const Event& event) {
   }
 }
 
-void decode_messages(const Options& options, MonitorSession& session) {
-  unsigned shown = 0;
-  while (session.goes_on(shown)) {
-    const auto event = session.next();
-    if (!session.notice().empty()) {
-      tools::note(session.notice());
-    }
-    if (event && event->kind == Event::Kind::message) {
-      print(options, *event);
-      ++shown;
-    }
-  }
-  session.require_count(shown);
-}
-
 }  // namespace
 
 ExitCode decode(const Options& options) {
@@ -50,9 +33,15 @@ ExitCode decode(const Options& options) {
   bus.connect();
   MonitorSession session(options, bus);
   try {
-    decode_messages(options, session);
+    session.run([&options](const Event& event) {
+      const bool is_message = event.kind == Event::Kind::message;
+      if (is_message) {
+        print(options, event);
+      }
+      return is_message;
+    });
   } catch (const Interrupted&) {
-    // The usual end.
+    // The normal way to stop: Ctrl-C.
   }
   note_losses(session);
   return std::cout ? ExitCode::done : ExitCode::failure;

@@ -6,7 +6,6 @@
 #include "common/notes.h"
 #include "quilctl/base/name_pattern.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/commands/variable_notes.h"
 #include "quilctl/model/line_format.h"
 #include "quilctl/talk/variable_session.h"
 
@@ -76,7 +75,7 @@ ExitCode get(const Options& options) {
       print(options, row, session.clock());
       continue;
     }
-    note_if_nothing_is_published(session.view());
+    session.note_if_nothing_is_published();
     const Failure failure = failure_of(row, session, must_wait);
     tools::note(failure.what());
     code = failure.code();

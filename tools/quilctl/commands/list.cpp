@@ -3,7 +3,6 @@
 
 #include "common/notes.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/commands/variable_notes.h"
 #include "quilctl/model/line_format.h"
 #include "quilctl/screen/text_table.h"
 #include "quilctl/talk/variable_session.h"
@@ -56,7 +55,7 @@ ExitCode list(const Options& options) {
   const auto rows = variable_rows(session.view(), options.arguments);
   print(options, rows, session.clock());
   note_faults(rows);
-  note_if_nothing_is_published(session.view());
+  session.note_if_nothing_is_published();
   if (!session.is_without_daemon()) {
     return ExitCode::done;
   }

@@ -60,7 +60,7 @@ void add_common_options(CLI::App& app, Options& options) {
       ->type_name("FILE");
   tools::add_seconds(
       app, "--timeout", options.timeout,
-      "time limit for the broker and for an effect; default 5 (list --expect: 20, param set: 35); "
+      "time limit for connecting and for verifying an effect; default 5 (list --expect: 20, param set: 35); "
       "watch and decode end after it");
   app.add_flag("--json", options.json, "one JSON object in each line");
   app.add_flag("-v,--verbose", options.verbose, "log the connection on standard error");
@@ -93,6 +93,7 @@ void check_combinations(const Options& options) {
                                                 {!options.format.empty(), "--format"},
                                                 {options.table, "--table"},
                                                 {!options.exec.empty(), "--exec"},
+                                                {options.table && options.count, "--count"},
                                                 {options.raw && options.format.empty(), "--raw"}};
   std::vector<std::string> given;
   for (const auto& [is_given, name] : forms) {
@@ -105,9 +106,12 @@ void check_combinations(const Options& options) {
   }
   const bool is_many =
       options.arguments.size() > 1 || (!options.arguments.empty() && is_pattern(options.arguments[0]));
-  if (!given.empty() && given[0] == "--raw" && (options.command == param_get || options.command == get) &&
-      is_many) {
+  if (!given.empty() && given[0] == "--raw" &&
+      (options.command == list || (is_many && options.command != watch))) {
     throw CLI::ValidationError("--raw", "for one value only");
+  }
+  if (!options.expect_file.empty() && !options.arguments.empty()) {
+    throw CLI::ValidationError("--expect", "its file names the variables");
   }
 }
 
@@ -140,7 +144,12 @@ std::optional<int> parse_command_line(int argc, const char* const* argv, Options
     app.parse(static_cast<int>(words.size()), words.data());
     check_combinations(options);
   } catch (const CLI::Success& end) {
-    return app.exit(end);
+    const auto unknown = app.remaining(true);  // as in "quilctl help nothing"
+    if (unknown.empty()) {
+      return app.exit(end);
+    }
+    tools::report_usage_error(app, CLI::ExtrasError(unknown), words);
+    return static_cast<int>(ExitCode::usage);
   } catch (const CLI::ParseError& error) {
     tools::report_usage_error(app, error, words);
     return static_cast<int>(ExitCode::usage);

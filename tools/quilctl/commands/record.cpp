@@ -117,7 +117,7 @@ ExitCode record(const Options& options) {
   try {
     record_messages(options, bus, session, recorder);
   } catch (const Interrupted&) {
-    // The usual end.
+    // The normal way to stop: Ctrl-C.
   }
   recorder.remark(session.loss_notice());
   tools::note(std::to_string(recorder.count()) + " messages recorded");

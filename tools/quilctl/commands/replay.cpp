@@ -79,9 +79,9 @@ class RecordingPlayer {
     const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(echo_timeout_);
     if (!session_.wait_until([&] { return waiting_.size() <= rest; }, deadline)) {
       throw Failure(waiting_.size() == count_ ? ExitCode::refused : ExitCode::time_out,
-                    std::to_string(waiting_.size()) + " of " + std::to_string(count_) +
-                        " messages have not come back from the broker: its access rules deny us "
-                        "publishing or receiving them");
+                    "the broker did not return " + std::to_string(waiting_.size()) + " of " +
+                        std::to_string(count_) +
+                        " messages; its access rules probably deny publishing or receiving them");
     }
   }
 

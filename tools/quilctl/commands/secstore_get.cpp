@@ -23,9 +23,9 @@ ExitCode secstore_get(const Options& options) {
                                [&view](const Event& event) { view.handle(event); });
   if (!view.value()) {
     view.require_daemon();
-    throw Failure(ExitCode::no_value, "the " + options.secret +
-                                          " value has not been published or is empty, or the broker's access "
-                                          "rules deny us access");
+    throw Failure(ExitCode::no_value,
+                  "the " + options.secret +
+                      " value has not been published or is empty, or the broker's access rules deny access");
   }
   const std::string& value = *view.value();
   if (options.json) {

@@ -27,36 +27,37 @@ namespace {
 /// Prints the changes, or runs a command for each.
 class Changes {
  public:
-  Changes(const Options& options, const BusConnection& bus) : options_(options), bus_(bus) {
+  Changes(const Options& options, const BusConnection& bus, const MonitorSession& session)
+      : options_(options), bus_(bus), session_(session) {
     if (bus.is_local()) {
       clock_.use_local_clock();
     }
   }
 
-  void handle(const Event& event) {
+  /// Whether the event is a change that the user asked for.
+  bool handle(const Event& event) {
     if (event.kind == Event::Kind::settled) {
       note_unknown_names();
     }
     if (event.kind != Event::Kind::message) {
-      return;
+      return false;
     }
     const auto change = view_.take(event.text, event.message);
     if (change == VariableView::Change::faulty) {
       tools::note("cannot decode the message on " + event.text);
-      return;
+      return false;
     }
     if (event.text != topics::daemon_presence) {
       clock_.take(event.message);
     }
-    if (change == VariableView::Change::changed &&
-        matches_any(*variable_of(event.text), options_.arguments)) {
-      const std::string name(*variable_of(event.text));
-      ++count_;
-      report(event, {name, view_.find(name), tools::find_variable(name)});
+    if (change != VariableView::Change::changed ||
+        !matches_any(*variable_of(event.text), options_.arguments)) {
+      return false;
     }
+    const std::string name(*variable_of(event.text));
+    report(event, {name, view_.find(name), tools::find_variable(name)});
+    return true;
   }
-
-  [[nodiscard]] unsigned count() const noexcept { return count_; }
 
  private:
   void note_unknown_names() const {
@@ -87,7 +88,7 @@ class Changes {
   void run(const std::string& name, const std::optional<std::string>& value) const {
     const int code =
         run_shell_command(options_.exec, name, value ? std::optional(tools::printable(*value)) : value,
-                          [this](int handle) { bus_.wait_until_readable(handle); });
+                          [this](int handle) { return bus_.wait_until_readable(handle, session_.end()); });
     if (code != 0) {
       tools::note("the command for " + name + " ended with exit code " + std::to_string(code));
     }
@@ -95,76 +96,51 @@ class Changes {
 
   const Options& options_;
   const BusConnection& bus_;
+  const MonitorSession& session_;
   VariableView view_;
   UnitClock clock_;
-  unsigned count_ = 0;
 };
 
-void watch_lines(const Options& options, const BusConnection& bus, MonitorSession& session) {
-  Changes changes(options, bus);
-  while (session.goes_on(changes.count())) {
-    const auto event = session.next();
-    if (!session.notice().empty()) {
-      tools::note(session.notice());
-    }
-    if (event) {
-      changes.handle(*event);
+// False when a key ends the table.
+bool handle_keys(LiveTable& table, TerminalScreen& screen) {
+  for (KeyPress press = screen.next_key(); press.key != Key::none; press = screen.next_key()) {
+    if (!table.handle(press)) {
+      return false;
     }
   }
-  session.require_count(changes.count());
+  return true;
 }
 
-/// The table on the screen, and once more on the normal screen at the end.
-class ShownTable {
- public:
-  ShownTable(const Options& options, const BusConnection& bus, TerminalScreen& screen)
-      : screen_(screen), table_(bus.broker(), bus.is_local(), options.arguments) {}
-  ~ShownTable() {
-    if (!screen_.is_entered()) {
-      return;
+void show(LiveTable& table, TerminalScreen& screen, MonitorSession& session) {
+  while (session.goes_on(0) && handle_keys(table, screen)) {
+    const auto wake = screen.is_entered() ? table.redraw_due() : LiveTable::Clock::time_point::max();
+    const auto event = session.next(wake, screen.keyboard());
+    if (!session.notice().empty()) {
+      table.add_notice(session.notice());
     }
-    const std::size_t width = screen_.width();
-    screen_.leave();
-    for (const ScreenLine& line : table_.whole(width)) {
-      std::cout << for_terminal(line.text) << '\n';
+    if (event) {
+      table.handle(*event);
     }
-    std::cout << std::flush;
-  }
-  ShownTable(const ShownTable&) = delete;
-  ShownTable& operator=(const ShownTable&) = delete;
-
-  void run(MonitorSession& session) {
-    while (session.goes_on(0) && handle_keys()) {
-      const auto wake = screen_.is_entered() ? table_.redraw_due() : LiveTable::Clock::time_point::max();
-      const auto event = session.next(wake, screen_.keyboard());
-      if (!session.notice().empty()) {
-        table_.add_notice(session.notice());
-      }
-      if (event) {
-        table_.handle(*event);
-      }
-      if (session.was_up()) {
-        screen_.enter();
-      }
-      if (screen_.is_entered() && LiveTable::Clock::now() >= table_.redraw_due()) {
-        screen_.draw(table_.draw(screen_.width(), screen_.height()));
-      }
+    if (session.was_up()) {
+      screen.enter();
+    }
+    if (screen.is_entered() && LiveTable::Clock::now() >= table.redraw_due()) {
+      screen.draw(table.draw(screen.width(), screen.height()));
     }
   }
+}
 
- private:
-  bool handle_keys() {
-    for (KeyPress press = screen_.next_key(); press.key != Key::none; press = screen_.next_key()) {
-      if (!table_.handle(press)) {
-        return false;
-      }
-    }
-    return true;
+// What remains on the normal screen.
+void print_last(const LiveTable& table, TerminalScreen& screen) {
+  if (!screen.is_entered()) {
+    return;
   }
-
-  TerminalScreen& screen_;
-  LiveTable table_;
-};
+  const std::size_t width = screen.width();
+  screen.leave();
+  for (const ScreenLine& line : table.whole(width)) {
+    std::cout << for_terminal(line.text) << '\n';
+  }
+}
 
 }  // namespace
 
@@ -181,20 +157,25 @@ ExitCode watch(const Options& options) {
   bus.subscribe(topics::all_variables_filter);
   bus.subscribe(topics::daemon_presence);
   if (as_table) {
-    for (const std::string& filter : LiveTable::more_filters()) {
+    for (const char* const filter : LiveTable::more_filters) {
       bus.subscribe(filter);
     }
   }
   bus.connect();
   MonitorSession session(options, bus);
+  LiveTable table(bus.broker(), bus.is_local(), options.arguments);
   try {
     if (screen) {
-      ShownTable(options, bus, *screen).run(session);
+      show(table, *screen, session);
     } else {
-      watch_lines(options, bus, session);
+      Changes changes(options, bus, session);
+      session.run([&changes](const Event& event) { return changes.handle(event); });
     }
   } catch (const Interrupted&) {
-    // The usual end.
+    // The normal way to stop: Ctrl-C.
+  }
+  if (screen) {
+    print_last(table, *screen);
   }
   note_losses(session);
   return std::cout ? ExitCode::done : ExitCode::failure;

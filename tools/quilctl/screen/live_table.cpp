@@ -44,6 +44,14 @@ std::optional<bool> ignition_in(const Event& event) {
   return signal->data().front() != 0;
 }
 
+void remove_last_character(std::string& text) {
+  const auto is_continuation = [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80U; };
+  while (!text.empty() && is_continuation(text.back())) {
+    text.pop_back();
+  }
+  text.resize(text.empty() ? 0 : text.size() - 1);
+}
+
 }  // namespace
 
 LiveTable::LiveTable(std::string broker, bool is_local, std::vector<std::string> patterns)
@@ -51,11 +59,6 @@ LiveTable::LiveTable(std::string broker, bool is_local, std::vector<std::string>
   if (is_local) {
     clock_.use_local_clock();
   }
-}
-
-const std::vector<std::string>& LiveTable::more_filters() {
-  static const std::vector<std::string> filters = {topics::ignition, topics::parameter_answer};
-  return filters;
 }
 
 void LiveTable::handle(const Event& event) {
@@ -133,8 +136,8 @@ bool LiveTable::handle(const KeyPress& press) {
 }
 
 void LiveTable::handle_filter_key(const KeyPress& press) {
-  if (press.key == Key::backspace && !filter_.empty()) {
-    filter_.pop_back();
+  if (press.key == Key::backspace) {
+    remove_last_character(filter_);
   } else if (press.key == Key::letter && press.letter != '\0') {
     filter_ += press.letter;
   } else if (press.key == Key::escape) {
@@ -210,11 +213,11 @@ std::vector<ScreenLine> LiveTable::table_lines(std::size_t width) const {
 
 std::string LiveTable::key_line(std::size_t count) const {
   if (is_filter_edited_) {
-    return '/' + filter_ + "_  Enter keeps it, Esc clears it";
+    return '/' + tools::printable(filter_) + "_  Enter keeps it, Esc clears it";
   }
   const std::string range = std::to_string(std::min(top_ + 1, count)) + '-' +
                             std::to_string(std::min(top_ + room_, count)) + '/' + std::to_string(count);
-  return "q quit  / " + (filter_.empty() ? "filter" : filter_) +
+  return "q quit  / " + (filter_.empty() ? "filter" : tools::printable(filter_)) +
          "  s sort: " + order_names[static_cast<std::size_t>(order_)] + "  " + range;
 }
 

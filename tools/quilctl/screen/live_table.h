@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <deque>
 #include <map>
@@ -7,6 +8,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <ecu/tamu/com/topics.h>
 
 #include "quilctl/model/variable_rows.h"
 #include "quilctl/screen/terminal_screen.h"
@@ -24,7 +27,8 @@ class LiveTable {
   LiveTable(std::string broker, bool is_local, std::vector<std::string> patterns);
 
   /// The topics it needs besides those of the variables and of the daemon's presence.
-  [[nodiscard]] static const std::vector<std::string>& more_filters();
+  static constexpr std::array more_filters = {tamu::com::topics::ignition,
+                                              tamu::com::topics::parameter_answer};
 
   void handle(const Event& event);
   /// Scrolls (arrows, page keys, Home, End), edits the filter after "/", or sorts by something else ("s").

@@ -27,6 +27,7 @@ constexpr std::array handled_signals = {SIGTSTP, SIGWINCH};
 constexpr int escape_delay_ms = 25;  // between the characters of one key
 constexpr int escape_code = 27;
 constexpr int delete_code = 127;
+constexpr int last_byte = 0xff;  // of a character of several bytes; other keys have greater codes
 
 constexpr short colour_pair_of(Look look) {
   return static_cast<short>(static_cast<int>(look) + 1);
@@ -80,7 +81,7 @@ KeyPress key_of(int code) {
     case ERR:
       return {Key::none};
     default:
-      return {Key::letter, code >= ' ' && code <= '~' ? static_cast<char>(code) : '\0'};
+      return {Key::letter, code >= ' ' && code <= last_byte ? static_cast<char>(code) : '\0'};
   }
 }
 

@@ -18,7 +18,7 @@ struct ScreenLine {
   Look look = Look::plain;
 };
 
-/// A key; `letter` for all that have a character.
+/// A key; `letter` for each byte of a character.
 enum class Key { none, letter, up, down, page_up, page_down, home, end, backspace, enter, escape, resize };
 struct KeyPress {
   Key key = Key::none;

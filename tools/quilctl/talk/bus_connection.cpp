@@ -2,7 +2,9 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <array>
+#include <span>
 
 #include "quilctl/talk/client_configuration.h"
 #include "quilctl/talk/event_queue.h"
@@ -28,9 +30,17 @@ std::string sentence_for(com::ConnectionFailure failure) {
   }
 }
 
-timespec timespec_of(std::chrono::nanoseconds time) {
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
-  return {static_cast<time_t>(seconds.count()), static_cast<long>((time - seconds).count())};
+// Waits for one of the descriptors, a signal, or the deadline. The result is that of `ppoll`.
+int wait_for(std::span<pollfd> inputs, BusConnection::Clock::time_point deadline, const sigset_t& mask) {
+  if (deadline == BusConnection::Clock::time_point::max()) {
+    return ::ppoll(inputs.data(), inputs.size(), nullptr, &mask);
+  }
+  const auto left =
+      std::max(std::chrono::ceil<std::chrono::nanoseconds>(deadline - BusConnection::Clock::now()),
+               std::chrono::nanoseconds::zero());
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+  const timespec timeout{static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
+  return ::ppoll(inputs.data(), inputs.size(), &timeout, &mask);
 }
 
 }  // namespace
@@ -65,26 +75,26 @@ std::optional<Event> BusConnection::next(Clock::time_point deadline, int input, 
     if (auto event = events_->take()) {
       return event;
     }
-    const auto left = std::chrono::ceil<std::chrono::nanoseconds>(deadline - Clock::now());
-    if (left <= std::chrono::nanoseconds::zero()) {
+    if (Clock::now() >= deadline) {
       return std::nullopt;
     }
-    const timespec timeout = timespec_of(left);
     std::array<pollfd, 2> inputs{{{events_->fd(), POLLIN, 0}, {input, POLLIN, 0}}};
-    const int result = ::ppoll(inputs.data(), inputs.size(),
-                               deadline == Clock::time_point::max() ? nullptr : &timeout, &mask);
+    const int result = wait_for(inputs, deadline, mask);
     if (inputs[1].revents != 0 || (result < 0 && until_signal)) {
       return std::nullopt;
     }
   }
 }
 
-void BusConnection::wait_until_readable(int input) const {
+bool BusConnection::wait_until_readable(int input, Clock::time_point deadline) const {
   const sigset_t mask = termination_->wait_mask();
   pollfd readable{input, POLLIN, 0};
+  int result = 0;
   do {
     termination_->check();
-  } while (::ppoll(&readable, 1, nullptr, &mask) < 0);
+    result = wait_for({&readable, 1}, deadline, mask);
+  } while (result < 0);
+  return result > 0;
 }
 
 std::uint64_t BusConnection::take_lost() {

@@ -55,8 +55,9 @@ class BusConnection {
                                           bool until_signal = false);
   static constexpr int no_input = -1;
 
-  /// Returns as soon as the descriptor is readable; events wait meanwhile. Throws `Interrupted`.
-  void wait_until_readable(int input) const;
+  /// Whether the descriptor becomes readable before the deadline; events wait meanwhile. Throws
+  /// `Interrupted`.
+  [[nodiscard]] bool wait_until_readable(int input, Clock::time_point deadline) const;
 
   /// The number of messages dropped since the last call because they arrived faster than they were taken.
   [[nodiscard]] std::uint64_t take_lost();

@@ -2,9 +2,12 @@
 
 #include <fstream>
 #include <random>
+#include <sstream>
+
+#include <ecu/quil/settings.h>
 
 #include "common/hexadecimal.h"
-#include "quilctl/talk/daemon_config_file.h"
+#include "common/input_file.h"
 
 namespace ecu::ctl {
 
@@ -35,6 +38,16 @@ std::string new_client_identifier() {
 }
 
 }  // namespace
+
+std::unique_ptr<Configuration> read_configuration(const std::string& path) {
+  constexpr std::size_t max_size = std::size_t{1024} * 1024;
+  std::istringstream text(tools::read_file(path, max_size));
+  auto config = std::make_unique<Configuration>();
+  config->set_source_file(path);
+  tamu::config::set_config_from_input(config, text);
+  quil::fill_in_defaults(*config);
+  return config;
+}
 
 std::unique_ptr<Configuration> client_configuration(const BrokerOptions& options) {
   const std::string file = config_file_of(options);

@@ -9,6 +9,10 @@
 
 namespace ecu::ctl {
 
+/// Reads a configuration file of the daemon, with the daemon's defaults. The result also has the errors of
+/// the file. Throws `tools::InputError` when it cannot be read.
+[[nodiscard]] std::unique_ptr<tamu::config::Configuration> read_configuration(const std::string& path);
+
 /// The configuration of the bus client: the options, then the configuration file, then the defaults. Throws
 /// `Failure` when the configuration file has errors, `tools::InputError` when options are invalid or a file
 /// cannot be read.

@@ -50,12 +50,24 @@ std::optional<Event> MonitorSession::next_event(Clock::time_point wake, int inpu
   return bus_.next(wake, input, true);
 }
 
+MonitorSession::Clock::time_point MonitorSession::end() const {
+  return options_.timeout ? first_deadline_ : Clock::time_point::max();
+}
+
 bool MonitorSession::goes_on(unsigned shown) const {
-  const bool is_late = was_up_ && options_.timeout && Clock::now() >= first_deadline_;
+  const bool is_late = was_up_ && Clock::now() >= end();
   return std::cout && !is_late && (!options_.count || shown < *options_.count);
 }
 
-void MonitorSession::require_count(unsigned shown) const {
+void MonitorSession::run(const std::function<bool(const Event&)>& show) {
+  unsigned shown = 0;
+  while (goes_on(shown)) {
+    const auto event = next();
+    if (!notice_.empty()) {
+      tools::note(notice_);
+    }
+    shown += event && show(*event) ? 1 : 0;
+  }
   if (std::cout && options_.count && shown < *options_.count) {
     throw Failure(ExitCode::time_out, std::to_string(shown) + " of " + std::to_string(*options_.count) +
                                           " messages within the time of --timeout");

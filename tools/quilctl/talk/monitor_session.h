@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -24,11 +25,14 @@ class MonitorSession {
   [[nodiscard]] std::optional<Event> next(Clock::time_point wake = Clock::time_point::max(),
                                           int input = BusConnection::no_input);
 
-  /// Whether the command must go on: output works, and neither --count nor --timeout ends it. `shown`
-  /// messages have been shown.
+  /// Passes on each event, and prints the notices, until a signal, --count or --timeout ends the command or
+  /// output fails. `show` returns whether the event counts. Throws as `next` does, and `Failure` when the
+  /// time has passed before --count events.
+  void run(const std::function<bool(const Event&)>& show);
+  /// Whether output works, and neither --count nor --timeout ends the command. `shown` events have counted.
   [[nodiscard]] bool goes_on(unsigned shown) const;
-  /// Throws `Failure` when the time has passed before --count messages.
-  void require_count(unsigned shown) const;
+  /// The time at which --timeout ends the command.
+  [[nodiscard]] Clock::time_point end() const;
 
   /// Whether there has been a connection.
   [[nodiscard]] bool was_up() const noexcept { return was_up_; }

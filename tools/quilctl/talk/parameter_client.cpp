@@ -150,9 +150,10 @@ Parameters ParameterClient::await_reply() {
   if (!on_line_) {
     throw Failure(ExitCode::daemon_off_line, no_reply + "; no daemon has announced that it is on line");
   }
-  throw Failure(ExitCode::time_out, no_reply +
-                                        ": the daemon waits for the other side of its ports, or the broker's "
-                                        "access rules deny us access");
+  throw Failure(ExitCode::time_out,
+                no_reply +
+                    ": the daemon is waiting for the other side of its ports, or the broker's "
+                    "access rules deny access");
 }
 
 void ParameterClient::write(const Parameters& parameters) {

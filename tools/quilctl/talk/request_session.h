@@ -24,8 +24,8 @@ class RequestSession {
   RequestSession(const Options& options, std::initializer_list<std::string> filters, Handler on_message,
                  std::chrono::duration<double> default_timeout = std::chrono::seconds(5));
 
-  /// Handles messages until `is_done` holds; false when it does not by the time limit or an earlier
-  /// `deadline`.
+  /// Handles messages until `is_done` returns true; returns false if the time limit or the earlier `deadline`
+  /// expires first.
   [[nodiscard]] bool wait_until(const std::function<bool()>& is_done,
                                 Clock::time_point deadline = Clock::time_point::max());
 

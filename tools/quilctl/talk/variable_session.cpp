@@ -5,6 +5,8 @@
 #include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
+#include "common/notes.h"
+
 namespace ecu::ctl {
 
 namespace com = tamu::com;
@@ -44,6 +46,14 @@ void VariableSession::determine_clock() {
     (void)session_.bus().publish(topics::parameter_request, std::move(*message));
   }
   (void)session_.wait_until([this] { return clock_.known(); }, RequestSession::Clock::now() + clock_timeout);
+}
+
+void VariableSession::note_if_nothing_is_published() const {
+  if (view_.all().empty()) {
+    tools::note(
+        "no variable is published: no daemon has run with this broker, or the broker's access rules deny "
+        "access");
+  }
 }
 
 bool VariableSession::is_without_daemon() const {

@@ -19,6 +19,9 @@ class VariableSession {
   /// Asks the daemon for the unit's time, unless it is known. Without a reply, ages stay unknown.
   void determine_clock();
 
+  /// Informs the user when the bus holds no variable at all.
+  void note_if_nothing_is_published() const;
+
   /// Whether the daemon is known to be off line, or has never published anything.
   [[nodiscard]] bool is_without_daemon() const;
 
