@@ -9,7 +9,6 @@ namespace ecu::ctl {
 namespace {
 
 constexpr double max_speed = 1e6;
-
 constexpr const char* names_purpose = "names; * stands for any characters, ? for any one character";
 
 void add_format(CLI::App& command, Options& options) {

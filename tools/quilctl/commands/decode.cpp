@@ -13,7 +13,11 @@ namespace {
 
 constexpr const char* all_topics = "#";
 
-void print(const Options& options, const Event& event) {
+// Whether the event is a message.
+bool print(const Options& options, const Event& event) {
+  if (event.kind != Event::Kind::message) {
+    return false;
+  }
   Json decoded = decode(event.text, event.message, options.reveal);
   if (options.json) {
     decoded["at"] = iso_time(event.at);
@@ -23,6 +27,7 @@ void print(const Options& options, const Event& event) {
     print_decoded(std::cout, decoded);
     std::cout << std::endl;
   }
+  return true;
 }
 
 }  // namespace
@@ -33,13 +38,7 @@ ExitCode decode(const Options& options) {
   bus.connect();
   MonitorSession session(options, bus);
   try {
-    session.run([&options](const Event& event) {
-      const bool is_message = event.kind == Event::Kind::message;
-      if (is_message) {
-        print(options, event);
-      }
-      return is_message;
-    });
+    session.run([&options](const Event& event) { return print(options, event); });
   } catch (const Interrupted&) {
     // The normal way to stop: Ctrl-C.
   }

@@ -141,7 +141,7 @@ std::string verdict(const Expectation& expected, duration<double> time) {
 ExitCode list_expected(const Options& options) {
   const Expectation expected = read_expectation(options.expect_file);
   const auto begin = Clock::now();
-  VariableSession session(options, default_time_limit);
+  VariableSession session(options, true, default_time_limit);
   const auto limit = options.timeout.value_or(default_time_limit);
   const auto deadline = begin + std::chrono::duration_cast<Clock::duration>(limit);
   (void)session.session().wait_until([&] { return has_variables(expected, session.view()); });

@@ -51,7 +51,8 @@ void print(const Options& options, const VariableRow& row, const UnitClock& cloc
 }  // namespace
 
 ExitCode get(const Options& options) {
-  VariableSession session(options);
+  const bool with_ages = options.json || !options.format.empty();
+  VariableSession session(options, with_ages);
   require_known(session.view(), options.arguments);
   auto rows = variable_rows(session.view(), options.arguments);
   const bool must_wait = options.wait && !std::ranges::all_of(rows, has_value);
@@ -62,7 +63,7 @@ ExitCode get(const Options& options) {
       return std::ranges::all_of(rows, has_value);
     });
   }
-  if (options.json || !options.format.empty()) {
+  if (with_ages) {
     session.determine_clock();
   }
   const Variable fallback{.value = options.fallback};

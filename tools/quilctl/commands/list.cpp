@@ -1,5 +1,4 @@
 #include <iostream>
-#include <string>
 
 #include "common/notes.h"
 #include "quilctl/commands/commands.h"

@@ -2,8 +2,8 @@
 
 #include <chrono>
 #include <functional>
-#include <initializer_list>
 #include <string>
+#include <vector>
 
 #include "quilctl/base/options.h"
 #include "quilctl/talk/bus_connection.h"
@@ -21,7 +21,7 @@ class RequestSession {
   /// Connects, and returns once everything that the broker retains for `filters` has been passed to
   /// `on_message`. The waits pass on later messages. `default_timeout` applies unless the options have a
   /// time-out.
-  RequestSession(const Options& options, std::initializer_list<std::string> filters, Handler on_message,
+  RequestSession(const Options& options, const std::vector<std::string>& filters, Handler on_message,
                  std::chrono::duration<double> default_timeout = std::chrono::seconds(5));
 
   /// Handles messages until `is_done` returns true; returns false if the time limit or the earlier `deadline`

@@ -17,11 +17,18 @@ namespace {
 // Without a reply of the daemon in this time there are no ages.
 constexpr std::chrono::milliseconds clock_timeout{500};
 
+std::vector<std::string> filters(bool with_clock) {
+  return with_clock ? std::vector<std::string>{topics::all_variables_filter, topics::daemon_presence,
+                                               topics::parameter_answer}
+                    : std::vector<std::string>{topics::all_variables_filter, topics::daemon_presence};
+}
+
 }  // namespace
 
-VariableSession::VariableSession(const Options& options, std::chrono::duration<double> default_timeout)
+VariableSession::VariableSession(const Options& options, bool with_clock,
+                                 std::chrono::duration<double> default_timeout)
     : session_(
-          options, {topics::all_variables_filter, topics::daemon_presence, topics::parameter_answer},
+          options, filters(with_clock),
           [this](const Event& event) {
             if (view_.take(event.text, event.message) != VariableView::Change::faulty &&
                 event.text != topics::daemon_presence) {

@@ -8,8 +8,9 @@ namespace ecu::ctl {
 /// The variables for a command that asks and ends. Every wait keeps them up to date.
 class VariableSession {
  public:
-  /// Connects, and returns with everything that the broker retains; see `RequestSession`.
-  explicit VariableSession(const Options& options,
+  /// Connects, and returns with everything that the broker retains; see `RequestSession`. `determine_clock`
+  /// needs `with_clock`, which needs further access rights on the broker.
+  explicit VariableSession(const Options& options, bool with_clock = true,
                            std::chrono::duration<double> default_timeout = std::chrono::seconds(5));
 
   [[nodiscard]] const VariableView& view() const noexcept { return view_; }
