@@ -8,7 +8,7 @@
 #include "common/broker_options.h"
 
 /// Options and checks for their values. The library's own conversions accept more than users expect: nan,
-/// 0x10, blanks.
+/// 0x10, spaces.
 namespace ecu::tools {
 
 [[nodiscard]] CLI::Validator is_number();

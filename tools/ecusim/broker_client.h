@@ -8,7 +8,7 @@
 
 namespace ecu::sim {
 
-/// The program's connection to the bus. Make it before any thread is started, and only one: it blocks SIGINT
+/// The program's connection to the bus. Create only one, before starting any thread: it blocks SIGINT
 /// and SIGTERM in every thread of the process; they end `run`.
 class BrokerClient {
  public:

@@ -62,7 +62,7 @@ class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
     const tamu::MutexLock lock(mutex_);
     std::optional<Parameter> parameter = parameter_in(record);
     if (!parameter) {
-      tamu::logging::warning("A record that is no parameter was written, id ", record.id);
+      tamu::logging::warning("malformed parameter record received, id ", record.id);
     } else if (tamu::com::is_secure_storage_id(record.id)) {
       merge(written_secure_values_, std::move(*parameter));
     } else {

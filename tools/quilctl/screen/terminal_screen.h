@@ -25,7 +25,7 @@ struct KeyPress {
   char letter = 0;
 };
 
-/// The terminal's whole screen and its keyboard. Make it before any thread is started, and only one: it
+/// The terminal's whole screen and its keyboard. Create only one, before starting any thread: it
 /// blocks the signals of suspending and resizing in every thread of the process. They take effect while the
 /// bus connection waits.
 class TerminalScreen {

@@ -30,8 +30,8 @@ class BrokerFailure : public Failure {
   std::string broker_;
 };
 
-/// The program's connection to the bus. One thread takes its events, one after another. Make it before any
-/// thread is started, and only one: see `TerminationHandler`.
+/// The program's connection to the bus. One thread takes its events, one after another. Create only one,
+/// before starting any thread: see `TerminationHandler`.
 class BusConnection {
  public:
   using Clock = std::chrono::steady_clock;

@@ -9,8 +9,8 @@ struct Interrupted {
   int signal_number;
 };
 
-/// Takes over the signals that end the program, in every thread of the process: make it before any thread is
-/// started, and only one. They take effect while a wait uses `wait_mask`; a second signal ends the process.
+/// Takes over the signals that end the program, in every thread of the process: create only one, before
+/// starting any thread. They take effect while a wait uses `wait_mask`; a second signal ends the process.
 class TerminationHandler {
  public:
   TerminationHandler();
