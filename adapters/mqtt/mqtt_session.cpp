@@ -350,6 +350,11 @@ Failure MqttSession::explain_tls(const Fault& general) const {
   if (reachable_ || general.kind == ConnectionFailure::closed_by_peer) {
     return Fault{ConnectionFailure::tls, "no TLS handshake, does the peer speak TLS?"};
   }
+  // The library loads the files before the handshake; its reasons help only developers.
+  if (general.kind == ConnectionFailure::tls) {
+    return Fault{ConnectionFailure::tls,
+                 "cafile, certfile or keyfile is damaged, or the key belongs to another certificate"};
+  }
   return std::nullopt;
 }
 

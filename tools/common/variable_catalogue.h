@@ -1,13 +1,14 @@
 #pragma once
 
 #include <array>
+#include <nlohmann/json.hpp>
 #include <span>
 #include <string>
 #include <string_view>
 
-#include "quilctl/model/values.h"
+namespace ecu::tools {
 
-namespace ecu::ctl {
+using Json = nlohmann::ordered_json;
 
 /// Which values a variable may have. All are texts on the bus.
 struct ValueForm {
@@ -44,4 +45,4 @@ struct VariableInfo {
 /// The whole description.
 [[nodiscard]] Json json_of(const VariableInfo& info);
 
-}  // namespace ecu::ctl
+}  // namespace ecu::tools

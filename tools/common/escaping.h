@@ -5,7 +5,7 @@
 #include <string_view>
 
 /// Values are arbitrary bytes. These functions make them readable on a terminal.
-namespace ecu::ctl {
+namespace ecu::tools {
 
 /// Whether `bytes` are UTF-8 text (RFC 3629).
 [[nodiscard]] bool is_utf8(std::string_view bytes) noexcept;
@@ -18,4 +18,4 @@ namespace ecu::ctl {
 /// The inverse of `printable`; nothing for a text that has an invalid escape.
 [[nodiscard]] std::optional<std::string> from_printable(std::string_view text);
 
-}  // namespace ecu::ctl
+}  // namespace ecu::tools

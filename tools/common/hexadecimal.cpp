@@ -1,9 +1,9 @@
-#include "quilctl/base/hexadecimal.h"
+#include "common/hexadecimal.h"
 
 #include <array>
 #include <charconv>
 
-namespace ecu::ctl {
+namespace ecu::tools {
 
 std::string to_hex(std::string_view bytes) {
   constexpr std::string_view digits = "0123456789abcdef";
@@ -49,4 +49,4 @@ std::string to_hex_number(std::uint64_t number) {
   return {text.data(), result.ptr};
 }
 
-}  // namespace ecu::ctl
+}  // namespace ecu::tools

@@ -5,9 +5,11 @@
 #include <optional>
 #include <string>
 
-/// Checks for the values of options. The library's own conversions accept more than users expect: nan, 0x10,
-/// blanks.
-namespace ecu::ctl {
+#include "common/broker_options.h"
+
+/// Options and checks for their values. The library's own conversions accept more than users expect: nan,
+/// 0x10, spaces.
+namespace ecu::tools {
 
 [[nodiscard]] CLI::Validator is_number();
 [[nodiscard]] CLI::Validator is_digits();
@@ -21,4 +23,8 @@ namespace ecu::ctl {
 void add_seconds(CLI::App& command, const std::string& name,
                  std::optional<std::chrono::duration<double>>& target, const std::string& purpose);
 
-}  // namespace ecu::ctl
+/// Adds the options to a command line. With an `environment`, variables that begin with it are their
+/// defaults.
+void add_broker_options(CLI::App& app, BrokerOptions& options, const std::string& environment = "");
+
+}  // namespace ecu::tools

@@ -1,11 +1,13 @@
-#include "quilctl/model/variable_catalogue.h"
+#include "common/variable_catalogue.h"
 
 #include <algorithm>
 #include <array>
 
 #include <ecu/tamu/com/topics.h>
 
-namespace ecu::ctl {
+namespace ecu::tools {
+
+namespace topics = tamu::com::topics;
 
 namespace {
 
@@ -29,10 +31,8 @@ constexpr ValueForm one_of(std::span<const std::string_view> values, std::string
 constexpr std::string_view on_message = "with each message that has a value";
 constexpr std::string_view on_set_version = "with each message, unless all 16 bytes are 0xff";
 
-constexpr std::string_view properties = "rt/system/hw_properties";
-
 constexpr VariableInfo has(std::string_view name, std::string_view signal, std::string_view meaning) {
-  return {name, meaning, {properties}, signal, flag, on_message, "true"};
+  return {name, meaning, {topics::hardware_properties}, signal, flag, on_message, "true"};
 }
 
 constexpr VariableInfo version_of(std::string_view name, std::string_view topic, std::string_view meaning) {
@@ -42,7 +42,7 @@ constexpr VariableInfo version_of(std::string_view name, std::string_view topic,
 constexpr std::array catalogue{
     VariableInfo{"serialnumber",
                  "serial number of the unit",
-                 {"rt/system/rtc_ee"},
+                 {topics::serial_number},
                  "data",
                  {.type = "text",
                   .description = "ten digits, a dash before the last four",
@@ -51,7 +51,8 @@ constexpr std::array catalogue{
                  "123456-7890"},
     VariableInfo{"vehicleid",
                  "vehicle identification number (VIN)",
-                 {"rt/j1939can/rx/vi_00", "rt/j1939can/rx/vi_ee", "rt/j1939can/rx/vi_fe"},
+                 {topics::vehicle_identification_00, topics::vehicle_identification_ee,
+                  topics::vehicle_identification_fe},
                  "data, nof_bytes",
                  {.type = "text",
                   .description = "text of letters, digits, '-', '_' and '.'",
@@ -60,7 +61,7 @@ constexpr std::array catalogue{
                  "1M8GDM9AXKP042788"},
     VariableInfo{"hwversion",
                  "version of the hardware",
-                 {"rt/system/hw_variant"},
+                 {topics::hardware_variant},
                  "variant",
                  {.type = "text",
                   .description = "one to three characters, in lower case",
@@ -72,53 +73,53 @@ constexpr std::array catalogue{
                  {},
                  "",
                  {.type = "text", .description = "text, \"Unknown\" when it cannot be read"},
-                 "at the daemon's start",
+                 "at daemon start",
                  "r12"},
-    version_of("versionhypervisor", "rt/system/version_hypervisor", "version of the hypervisor"),
-    version_of("versioncsp", "rt/system/version_csp", "version of the chip support package"),
-    version_of("versiontelekernel", "rt/system/version_tele_kernel", "version of the telematics kernel"),
-    version_of("versionteledtb", "rt/system/version_tele_dtb", "version of the telematics device tree"),
-    version_of("versiontpakernel", "rt/system/version_linux_kernel", "version of the application kernel"),
-    version_of("versionupdatekernel", "rt/system/version_update_kernel", "version of the update kernel"),
-    version_of("versionupdatedtb", "rt/system/version_update_dtb", "version of the update device tree"),
+    version_of("versionhypervisor", topics::hypervisor_version, "version of the hypervisor"),
+    version_of("versioncsp", topics::csp_version, "version of the chip support package"),
+    version_of("versiontelekernel", topics::tele_kernel_version, "version of the telematics kernel"),
+    version_of("versionteledtb", topics::tele_dtb_version, "version of the telematics device tree"),
+    version_of("versiontpakernel", topics::linux_kernel_version, "version of the application kernel"),
+    version_of("versionupdatekernel", topics::update_kernel_version, "version of the update kernel"),
+    version_of("versionupdatedtb", topics::update_dtb_version, "version of the update device tree"),
     VariableInfo{"hwvariant",
                  "variant of the hardware",
-                 {"rt/system/hw_variant"},
+                 {topics::hardware_variant},
                  "variant",
                  text,
                  on_message,
                  "R08_B1"},
     VariableInfo{"vehiclevariant",
                  "variant of the vehicle's network",
-                 {"rt/system/network_variant"},
+                 {topics::network_variant},
                  "network_variant",
                  lower_case_text,
                  on_message,
                  "truck_hd"},
     VariableInfo{"vehicletype",
                  "type of the vehicle",
-                 {properties},
+                 {topics::hardware_properties},
                  "vehicle_type",
                  lower_case_text,
                  on_message,
                  "truck"},
     VariableInfo{"hwregion",
                  "region that the hardware is made for",
-                 {properties},
+                 {topics::hardware_properties},
                  "region",
                  lower_case_text,
                  on_message,
                  "eu"},
     VariableInfo{"modemtype",
                  "modem that is fitted",
-                 {properties},
+                 {topics::hardware_properties},
                  "modem_type",
                  one_of(modem_types, "NONE, 2G_3G, LTE_CAT4_L210, LTE_CAT4_L280, LTE_CAT6 or UNKNOWN"),
                  on_message,
                  "LTE_CAT6"},
     VariableInfo{"divantenna",
                  "diversity antenna that is fitted",
-                 {properties},
+                 {topics::hardware_properties},
                  "diversity_antenna",
                  one_of(antennas, "NONE, INTERNAL_R07, INTERNAL_R08, EXTERNAL_R07 or UNKNOWN"),
                  on_message,
@@ -142,14 +143,14 @@ constexpr std::array catalogue{
                  {},
                  "",
                  {.type = "text", .description = "text, as the parameter has it"},
-                 "at the daemon's start, and when system parameters have come",
+                 "at daemon start, and whenever system parameters arrive",
                  "TV-2026.11.0"},
 };
 
 }  // namespace
 
 std::string VariableInfo::topic() const {
-  return tamu::com::topics::variable_prefix + std::string(name);
+  return topics::variable_prefix + std::string(name);
 }
 
 std::span<const std::string_view> VariableInfo::sources() const noexcept {
@@ -192,4 +193,4 @@ Json json_of(const VariableInfo& info) {
   return object;
 }
 
-}  // namespace ecu::ctl
+}  // namespace ecu::tools

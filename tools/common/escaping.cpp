@@ -1,10 +1,10 @@
-#include "quilctl/base/escaping.h"
+#include "common/escaping.h"
 
 #include <ecu/tamu/text/utf8.h>
 
-#include "quilctl/base/hexadecimal.h"
+#include "common/hexadecimal.h"
 
-namespace ecu::ctl {
+namespace ecu::tools {
 
 namespace text = tamu::text;
 
@@ -72,4 +72,4 @@ std::optional<std::string> from_printable(std::string_view text) {
   return bytes;
 }
 
-}  // namespace ecu::ctl
+}  // namespace ecu::tools

@@ -1,8 +1,8 @@
-#include "quilctl/commands/option_checks.h"
+#include "common/option_checks.h"
 
 #include <ecu/tamu/com/topic.h>
 
-namespace ecu::ctl {
+namespace ecu::tools {
 
 namespace {
 
@@ -52,4 +52,25 @@ void add_seconds(CLI::App& command, const std::string& name,
       ->type_name("SECONDS");
 }
 
-}  // namespace ecu::ctl
+void add_broker_options(CLI::App& app, BrokerOptions& options, const std::string& environment) {
+  constexpr int max_port = 65'535;
+  const auto add = [&](const std::string& name, std::string& target, const std::string& variable,
+                       const std::string& type, const std::string& purpose) {
+    CLI::Option* const option = app.add_option(name, target, purpose)->check(is_not_empty())->type_name(type);
+    return environment.empty() ? option : option->envname(environment + variable);
+  };
+  add("--host", options.host, "HOST", "ADDRESS",
+      "the broker: HOST, HOST:PORT, mqtt://HOST, mqtts://HOST (TLS), or the path of its Unix-domain socket, "
+      "also "
+      "after unix:; default localhost");
+  add("--port", options.port, "PORT", "PORT", "port of the broker; default 1883, with TLS 8883")
+      ->check(is_digits())
+      ->check(CLI::Range(1, max_port));
+  add("--user", options.user, "USER", "NAME", "user name for the broker");
+  add("--password-file", options.password_file, "PASSWORD_FILE", "FILE", "its first line is the password");
+  add("--cafile", options.ca_file, "CAFILE", "FILE", "certificate authorities in PEM; turns TLS on");
+  add("--cert", options.certificate_file, "CERT", "FILE", "the client's certificate");
+  add("--key", options.key_file, "KEY", "FILE", "the client's key");
+}
+
+}  // namespace ecu::tools

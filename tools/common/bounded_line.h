@@ -4,7 +4,7 @@
 #include <istream>
 #include <string>
 
-namespace ecu::ctl {
+namespace ecu::tools {
 
 /// Like `std::getline`, but stops in a line of more than `max_size` bytes after the first byte that is too
 /// many.
@@ -17,4 +17,4 @@ inline bool read_line(std::istream& input, std::string& line, std::size_t max_si
   return !line.empty() || input.good();
 }
 
-}  // namespace ecu::ctl
+}  // namespace ecu::tools
