@@ -183,8 +183,7 @@ void Connection::report(bool lost, const std::string& reason) noexcept {
 }
 
 void Connection::retry_soon() {
-  backoff_.reset();
-  timer_ = Clock::now() + backoff_.next();
+  timer_ = Clock::now() + backoff_.restart();
 }
 
 void Connection::publish(const std::string& topic, const Message& message) noexcept {

@@ -45,6 +45,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
     bool wanted;
   };
 
+  void report_status(const std::string& text) const;
   void connection_up() override;
   void connection_down(ConnectionFailure failure, const std::string& reason) override;
   void message(const std::string& topic, Message message) override;
