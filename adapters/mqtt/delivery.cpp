@@ -36,6 +36,11 @@ void call(ISubscriptionObserver& observer, const QueuedMessage& message) noexcep
 
 }  // namespace
 
+// Looking for wildcards in every filter takes longer than all comparisons.
+bool Delivery::Route::matches(const std::string& topic) const {
+  return has_wildcard ? topic_matches(filter, topic) : filter == topic;
+}
+
 Delivery::Route* Delivery::find_route(const std::string& topic) {
   const auto found = std::find_if(routes_.begin(), routes_.end(),
                                   [&topic](const Route& route) { return route.filter == topic; });
@@ -59,8 +64,10 @@ bool Delivery::add(const std::string& topic, int max_qos,
   const auto recipient = recipient_of(observer);
   Route* const route = find_route(topic);
   if (route == nullptr) {
-    Route created{topic, max_qos, {}};
-    created.recipients.push_back(recipient);
+    Route created{.filter = topic,
+                  .has_wildcard = topic.find_first_of("+#") != std::string::npos,
+                  .max_qos = max_qos,
+                  .recipients = {recipient}};
     routes_.reserve(routes_.size() + 1);
     recipient->mailbox.add_topic(topic);
     routes_.push_back(std::move(created));
@@ -118,7 +125,7 @@ void Delivery::post(const std::string& topic, Message message) {
   ++posts_;
   std::shared_ptr<const QueuedMessage> queued;
   for (const Route& route : routes_) {
-    if (!topic_matches(route.filter, topic)) {
+    if (!route.matches(topic)) {
       continue;
     }
     if (!queued) {

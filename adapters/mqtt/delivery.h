@@ -96,8 +96,11 @@ class Delivery {
     std::shared_ptr<const QueuedMessage> current;  // the message of the present call; null between calls
   };
   struct Route {
+    [[nodiscard]] bool matches(const std::string& topic) const;
+
     std::string filter;
-    int max_qos = 0;
+    bool has_wildcard;
+    int max_qos;
     std::vector<std::shared_ptr<Recipient>> recipients;
   };
 
