@@ -220,9 +220,12 @@ Failure MqttSession::keep_alive() {
   return outcome(library_->loop_misc());
 }
 
-bool MqttSession::accepts(bool acknowledged) const {
-  return is_connected() && is_open() && !library_->want_write() &&
-         (!acknowledged || library_->pending().publications() < max_unacknowledged);
+bool MqttSession::accepts_publications() const {
+  return is_connected() && is_open() && !library_->want_write();
+}
+
+std::size_t MqttSession::room_for_acknowledged() const {
+  return max_unacknowledged - std::min(library_->pending().publications(), max_unacknowledged);
 }
 
 bool MqttSession::idle() const {

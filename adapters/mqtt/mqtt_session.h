@@ -54,8 +54,10 @@ class MqttSession {
   [[nodiscard]] std::chrono::steady_clock::time_point keep_alive_due() const;
   [[nodiscard]] Failure keep_alive();
 
-  /// Whether the connection accepts another publication of that quality of service now.
-  [[nodiscard]] bool accepts(bool acknowledged) const;
+  /// Whether the connection accepts publications now: everything before has been written.
+  [[nodiscard]] bool accepts_publications() const;
+  /// How many of them may be of quality of service 1.
+  [[nodiscard]] std::size_t room_for_acknowledged() const;
   /// Whether everything that was sent has been written and acknowledged.
   [[nodiscard]] bool idle() const;
 
