@@ -37,7 +37,7 @@ constexpr const char* fence_filter = "$echo";
 // The library counts whole seconds of its own clock.
 constexpr std::chrono::seconds clock_resolution{1};
 
-constexpr unsigned max_packets_per_read = 32;
+constexpr unsigned max_packets_per_read = 8;
 constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
 
 // The library sends nothing for an invalid topic or filter, and the session continues.

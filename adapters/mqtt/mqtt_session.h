@@ -37,7 +37,7 @@ class MqttSession {
   [[nodiscard]] int fd() const;
   [[nodiscard]] short wanted_events() const;
 
-  /// Reads and writes as far as the events that `poll` reported allow. Stops reading after 32 packets or 256
+  /// Reads and writes as far as the events that `poll` reported allow. Stops reading after 8 packets or 256
   /// KiB, so that one call neither overfills an observer's queue nor lasts as long as a flood; `more_to_read`
   /// is then true. A broker that puts several packets into one TLS record may exceed these limits.
   [[nodiscard]] Failure handle(short events);
