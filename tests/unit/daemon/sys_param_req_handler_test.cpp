@@ -59,7 +59,7 @@ class SysParamReqHandlerTest : public testing::Test {
   std::shared_ptr<tests::FakePort> port = std::make_shared<tests::FakePort>();
   int callbacks = 0;
   std::unique_ptr<SysParamReqHandler> handler = std::make_unique<SysParamReqHandler>(
-      client, port, [this] { ++callbacks; }, 200ms, 1ms);
+      client, port, [this] { ++callbacks; }, 30s, 1ms);
 };
 
 TEST_F(SysParamReqHandlerTest, SubscribesAndUnsubscribesAll) {
