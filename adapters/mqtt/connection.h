@@ -50,7 +50,7 @@ class Connection final {
 
   /// Each does nothing without a connection. If the connection fails during the call, the listener learns of
   /// it.
-  void publish(const std::string& topic, const Message& message) noexcept;
+  void publish(const std::string& topic, const Message& message, Clock::time_point now) noexcept;
   void subscribe(const std::string& filter, int max_qos) noexcept;
   void unsubscribe(const std::string& filter) noexcept;
   void request_fence(Fence fence) noexcept;

@@ -299,7 +299,7 @@ void MqttClient::send_publications() {
       }
       const auto handling = quarantine_.handle(publication, now);
       if (handling != Quarantine::Handling::withhold) {
-        connection_.publish(publication->topic, publication->message);
+        connection_.publish(publication->topic, publication->message, now);
       }
       if (handling == Quarantine::Handling::test) {
         connection_.request_fence(Fence::publication);

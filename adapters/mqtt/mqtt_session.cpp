@@ -232,7 +232,8 @@ bool MqttSession::idle() const {
   return !library_->want_write() && library_->pending().publications() == 0;
 }
 
-Failure MqttSession::publish(const std::string& topic, const Message& message) {
+Failure MqttSession::publish(const std::string& topic, const Message& message,
+                             std::chrono::steady_clock::time_point now) {
   int mid = 0;
   const int qos = message.acknowledged ? qos_acknowledged : 0;
   const int result = library_->publish(&mid, topic.c_str(), static_cast<int>(message.payload.size()),
@@ -244,7 +245,7 @@ Failure MqttSession::publish(const std::string& topic, const Message& message) {
   if (result == MOSQ_ERR_SUCCESS && message.acknowledged) {
     library_->pending().add({.mid = mid, .kind = PendingAnswers::Kind::publication});
   }
-  return written(result);
+  return written(result, now);
 }
 
 Failure MqttSession::subscribe(const std::string& filter, int max_qos) {
@@ -290,11 +291,11 @@ void MqttSession::uncork() const {
 }
 
 // The outcome of a call that writes packets.
-Failure MqttSession::written(int result) {
+Failure MqttSession::written(int result, std::chrono::steady_clock::time_point now) {
   if (result == MOSQ_ERR_SUCCESS) {
-    last_write_ = std::chrono::steady_clock::now();
+    last_write_ = now;
     if (!library_->want_write()) {
-      library_->pending().mark_sent(last_write_);
+      library_->pending().mark_sent(now);
     }
   }
   return outcome(result);

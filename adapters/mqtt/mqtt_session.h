@@ -61,8 +61,10 @@ class MqttSession {
   /// Whether everything that was sent has been written and acknowledged.
   [[nodiscard]] bool idle() const;
 
-  /// A message or topic that the library refuses is logged and does not fail the session.
-  [[nodiscard]] Failure publish(const std::string& topic, const Message& message);
+  /// A message or topic that the library refuses is logged and does not fail the session. `now` spares a look
+  /// at the clock for each of many publications.
+  [[nodiscard]] Failure publish(const std::string& topic, const Message& message,
+                                std::chrono::steady_clock::time_point now);
   [[nodiscard]] Failure subscribe(const std::string& filter, int max_qos);
   [[nodiscard]] Failure unsubscribe(const std::string& filter);
 
@@ -82,7 +84,8 @@ class MqttSession {
   [[nodiscard]] Failure configured(const char* what, int result) const;
   [[nodiscard]] Failure finish_connecting();
   [[nodiscard]] Failure read();
-  [[nodiscard]] Failure written(int result);
+  [[nodiscard]] Failure written(int result,
+                                std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
   [[nodiscard]] Failure outcome(int result);
   [[nodiscard]] Fault explain(Fault general) const;
   [[nodiscard]] Failure explain_tls(const Fault& general) const;
