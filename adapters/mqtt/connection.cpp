@@ -123,8 +123,10 @@ void Connection::use_addresses(LookupResult result) {
 }
 
 void Connection::open_session() {
+  // Counts as tried even if the session cannot be made.
+  const std::string& address = settings_.is_unix_socket() ? settings_.host : addresses_[next_address_++];
   session_.emplace(settings_, listener_);
-  check(session_->open(settings_.is_unix_socket() ? settings_.host : addresses_[next_address_++]));
+  check(session_->open(address));
 }
 
 void Connection::check(const Failure& failure) {

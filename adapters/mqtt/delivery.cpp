@@ -117,27 +117,43 @@ std::vector<Subscription> Delivery::subscriptions() const {
   return wanted;
 }
 
-void Delivery::post(const std::string& topic, Message message) {
-  const MutexLock lock(mutex_);
+// Calls `action` once for each recipient of a new message.
+template <class Action>
+void Delivery::for_each_recipient(const std::string& topic, Action action) {
   if (closed_) {
     return;
   }
   ++posts_;
-  std::shared_ptr<const QueuedMessage> queued;
   for (const Route& route : routes_) {
     if (!route.matches(topic)) {
       continue;
     }
+    for (const auto& recipient : route.recipients) {
+      if (std::exchange(recipient->last_post, posts_) != posts_) {
+        action(recipient, route.filter);
+      }
+    }
+  }
+}
+
+void Delivery::post(const std::string& topic, Message message) {
+  const MutexLock lock(mutex_);
+  std::shared_ptr<const QueuedMessage> queued;
+  for_each_recipient(topic, [&](const auto& recipient, const std::string& filter) TAMU_REQUIRES(mutex_) {
     if (!queued) {
       // NOLINTNEXTLINE(bugprone-use-after-move): only once, as `queued` is set then
       queued = std::make_shared<const QueuedMessage>(QueuedMessage{topic, std::move(message), posts_});
     }
-    for (const auto& recipient : route.recipients) {
-      if (std::exchange(recipient->last_post, posts_) != posts_) {
-        queue(recipient, route.filter, queued);
-      }
-    }
-  }
+    queue(recipient, filter, queued);
+  });
+}
+
+void Delivery::drop(const std::string& topic) {
+  const MutexLock lock(mutex_);
+  for_each_recipient(topic, [&](const auto& recipient, const std::string& filter) TAMU_REQUIRES(mutex_) {
+    recipient->mailbox.drop(filter);
+    has_losses_ = true;
+  });
 }
 
 void Delivery::queue(const std::shared_ptr<Recipient>& recipient, const std::string& filter,

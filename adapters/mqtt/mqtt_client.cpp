@@ -199,6 +199,10 @@ void MqttClient::message(const std::string& topic, Message message) {
   delivery_.post(topic, std::move(message));
 }
 
+void MqttClient::oversized_message(const std::string& topic) {
+  delivery_.drop(topic);
+}
+
 void MqttClient::lead() {
   while (!stop_requested_) {
     heartbeat_.beat();
