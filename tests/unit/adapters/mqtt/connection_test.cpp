@@ -187,7 +187,10 @@ TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
     std::function<void(Connection&)> send;
   };
   const std::vector<Request> requests{
-      {"PUBLISH a=1", [](Connection& connection) { connection.publish("a", text_message("1", true)); }},
+      {"PUBLISH a=1",
+       [](Connection& connection) {
+         connection.publish("a", text_message("1", true), Connection::Clock::now());
+       }},
       {"SUBSCRIBE a", [](Connection& connection) { connection.subscribe("a", 0); }},
       {"UNSUBSCRIBE a", [](Connection& connection) { connection.unsubscribe("a"); }},
       {"UNSUBSCRIBE $echo", [](Connection& connection) { connection.request_fence(Fence::publication); }},
@@ -244,7 +247,7 @@ TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndCostsNothingElse) {
     if (event == "in") {
       throw std::runtime_error("full");
     }
-    connection.publish("a/+", text_message("1"));
+    connection.publish("a/+", text_message("1"), Connection::Clock::now());
     connection.subscribe("a/#/b", 0);
     connection.unsubscribe("a/#/b");
     connection.subscribe("in", 0);
