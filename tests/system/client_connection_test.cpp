@@ -146,8 +146,11 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
     hear();
     return failure;
   }));
-  EXPECT_TRUE(puts_keep_alive_off([this] { return session->publish("out/x", raw_message("x")); }));
-  EXPECT_FALSE(puts_keep_alive_off([this] { return session->publish("not/a/+/topic", raw_message("x")); }));
+  const auto publish = [this](const std::string& topic) {
+    return session->publish(topic, raw_message("x"), std::chrono::steady_clock::now());
+  };
+  EXPECT_TRUE(puts_keep_alive_off([&] { return publish("out/x"); }));
+  EXPECT_FALSE(puts_keep_alive_off([&] { return publish("not/a/+/topic"); }));
   EXPECT_TRUE(puts_keep_alive_off([this] {
     bus.publish("in/a", "to be acknowledged", false, 1);
     hear();
