@@ -1,4 +1,4 @@
-#include "roundtrip/echo.h"
+#include "echo.h"
 
 #include <mosquittopp.h>
 #include <netinet/in.h>

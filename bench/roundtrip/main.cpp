@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
-#include "roundtrip/echo.h"
-#include "roundtrip/probe.h"
-#include "roundtrip/process_costs.h"
+#include "echo.h"
+#include "probe.h"
+#include "process_costs.h"
 #include "support/broker.h"
 #include "support/process.h"
 #include "support/temp_dir.h"

@@ -1,4 +1,4 @@
-#include "roundtrip/probe.h"
+#include "probe.h"
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -9,7 +9,7 @@
 
 #include <ecu/tamu/rt/signal_adapter.h>
 
-#include "roundtrip/echo.h"
+#include "echo.h"
 #include "support/rt_messages.h"
 
 namespace bench {

@@ -1,4 +1,4 @@
-#include "roundtrip/process_costs.h"
+#include "process_costs.h"
 
 #include <signal.h>
 #include <time.h>
