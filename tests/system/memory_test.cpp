@@ -1,8 +1,3 @@
-#include <chrono>
-#include <fstream>
-#include <string>
-#include <thread>
-
 #include "support/ports.h"
 #include "support/rt_messages.h"
 #include "system/daemon.h"

@@ -1,15 +1,14 @@
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <regex>
-#include <sstream>
 
 #include "logging/sink.h"
 #include "support/datagram_socket.h"
 #include "support/ports.h"
 #include "support/temp_dir.h"
+#include "support/testing.h"
 
 using namespace ecu::tamu;
 using namespace ecu::tamu::logging;
