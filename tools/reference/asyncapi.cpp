@@ -7,8 +7,8 @@
 
 #include <ecu/tamu/com/topics.h>
 
+#include "common/variable_catalogue.h"
 #include "common/version.h"
-#include "quilctl/model/variable_catalogue.h"
 
 namespace ecu::reference {
 
@@ -140,7 +140,7 @@ const std::vector<Channel> other_channels{
 };
 
 std::string quoted(std::string_view text) {
-  return ctl::Json(text).dump();
+  return tools::Json(text).dump();
 }
 
 /// The channel of a source topic; named by the end of its address.
@@ -155,12 +155,12 @@ Channel source_channel(std::string_view topic) {
 
 std::vector<Channel> all_channels() {
   std::vector<Channel> channels;
-  for (const ctl::VariableInfo& info : ctl::variables()) {
+  for (const tools::VariableInfo& info : tools::variables()) {
     channels.push_back(
         {std::string(info.name), info.topic(), std::string(info.meaning), "send", "value", ""});
   }
   channels.insert(channels.end(), other_channels.begin(), other_channels.end());
-  for (const ctl::VariableInfo& info : ctl::variables()) {
+  for (const tools::VariableInfo& info : tools::variables()) {
     for (const std::string_view topic : info.sources()) {
       if (std::ranges::find(channels, topic, &Channel::address) == channels.end()) {
         channels.push_back(source_channel(topic));
@@ -170,7 +170,7 @@ std::vector<Channel> all_channels() {
   return channels;
 }
 
-void write_value_message(std::ostream& out, const ctl::VariableInfo& info) {
+void write_value_message(std::ostream& out, const tools::VariableInfo& info) {
   out << "        name: ecu.tamu.pb.EcuVariable\n"
          "        payload:\n"
          "          type: object\n"
@@ -182,7 +182,7 @@ void write_value_message(std::ostream& out, const ctl::VariableInfo& info) {
          "              description: "
       << quoted(info.form.description) << '\n';
   if (!info.form.enumeration.empty()) {
-    out << "              enum: " << ctl::Json(info.form.enumeration).dump() << '\n';
+    out << "              enum: " << tools::Json(info.form.enumeration).dump() << '\n';
   }
   if (!info.form.pattern.empty()) {
     out << "              pattern: " << quoted(info.form.pattern) << '\n';
@@ -190,7 +190,7 @@ void write_value_message(std::ostream& out, const ctl::VariableInfo& info) {
   out << "              examples: [" << quoted(info.example) << "]\n"
       << "            timestamp: {$ref: \"#/components/schemas/Timestamp\"}\n";
   if (!info.sources().empty()) {
-    out << "        x-source: " << ctl::Json(info.sources()).dump()
+    out << "        x-source: " << tools::Json(info.sources()).dump()
         << "\n        x-signal: " << quoted(info.signal) << '\n';
   }
 }
@@ -199,7 +199,7 @@ void write_channel(std::ostream& out, const Channel& channel) {
   out << "  " << channel.name << ":\n    address: " << channel.address
       << "\n    description: " << quoted(channel.description) << "\n    messages:\n      message:\n";
   if (channel.message.empty()) {
-    write_value_message(out, *ctl::find_variable(channel.name));
+    write_value_message(out, *tools::find_variable(channel.name));
   } else {
     out << "        $ref: \"#/components/messages/" << channel.message << "\"\n";
   }

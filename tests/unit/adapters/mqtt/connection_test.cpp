@@ -25,6 +25,7 @@ class Listener final : public ConnectionListener {
     events.push_back("down: " + reason);
   }
   void message(const std::string& topic, Message /*message*/) override { happened(topic); }
+  void oversized_message(const std::string& topic) override { happened(topic); }
   void subscription_refused(const std::string& filter) override { happened("refused " + filter); }
   void fence_answered(Fence /*fence*/) override { happened("fence"); }
 
@@ -124,10 +125,12 @@ TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
        "user name: Malformed UTF-8"},
       {Reaction::answer,
        [](auto& settings) {
-         settings.presence = true;
-         settings.client_id = "+";
+         settings.presence = tests::presence_of("tested");
+         settings.presence->topic = "+";
        },
        ConnectionFailure::internal, "presence topic: Invalid function arguments provided."},
+      {Reaction::answer, [](auto& settings) { settings.client_id = "\xff"; }, ConnectionFailure::internal,
+       "invalid client identifier"},
       {Reaction::ignore, {}, ConnectionFailure::no_answer, "no answer"},
       {Reaction("\x20\x02\x00\x04"s),
        {},
@@ -144,6 +147,10 @@ TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
       // A ClientHello passes for the packet CONNECT, and the answer is a fatal alert.
       {Reaction("\x15\x03\x03\x00\x02\x02\x28"s), [&](auto& settings) { settings.cafile = authority.file(); },
        ConnectionFailure::tls, "the broker refuses the TLS handshake: handshake failure"},
+      {Reaction::answer,
+       [&](auto& settings) { settings.cafile = settings.certfile = settings.keyfile = authority.file(); },
+       ConnectionFailure::tls,
+       "cafile, certfile or keyfile is damaged, or the key belongs to another certificate"},
   };
   for (const auto& c : cases) {
     tests::ScriptedBroker broker([&](const std::string&) { return c.to_connect; });
