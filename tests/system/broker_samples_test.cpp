@@ -1,9 +1,4 @@
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <map>
 #include <regex>
-#include <sstream>
 
 #include <ecu/tamu/pb/messages.pb.h>
 
