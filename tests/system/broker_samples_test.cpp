@@ -40,7 +40,8 @@ std::string write_passwords(const TempDir& dir, const std::vector<std::string>& 
   return file;
 }
 
-const std::vector<std::string> users{"quil", "realtime", "configurator", "vault", "application", "engineer", "uplink"};
+const std::vector<std::string> users{"quil",        "realtime", "configurator", "vault",
+                                     "application", "engineer", "uplink"};
 
 const std::string socket_file = "/run/mqtt/broker.socket";
 const std::string password_file = "/etc/mosquitto/tolquil.passwd";
