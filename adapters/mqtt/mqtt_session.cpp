@@ -75,10 +75,9 @@ Failure MqttSession::configure() {
     }
   }
   if (settings_.presence) {
-    constexpr std::string_view off_line = topics::presence_offline;
-    const int result =
-        library_->will_set(settings_.presence_topic().c_str(), static_cast<int>(off_line.size()),
-                           off_line.data(), qos_acknowledged, true);
+    const std::string& lost = settings_.presence->lost;
+    const int result = library_->will_set(settings_.presence->topic.c_str(), static_cast<int>(lost.size()),
+                                          lost.data(), qos_acknowledged, true);
     if (auto failure = configured("presence topic", result)) {
       return failure;
     }

@@ -1,6 +1,8 @@
 #include "ports/received_bytes.h"
 
 #include <algorithm>
+#include <new>
+#include <utility>
 
 #include "ports/record_format.h"
 
@@ -19,18 +21,19 @@ constexpr std::size_t max_arrivals = 1100;
 
 }  // namespace
 
-ReceivedBytes::ReceivedBytes() : storage_(storage_size), crc_(storage_size) {
+ReceivedBytes::ReceivedBytes()
+    : storage_(std::make_unique_for_overwrite<char[]>(storage_size)), crc_(storage_size) {
   arrivals_.reserve(max_arrivals);
 }
 
 std::span<char> ReceivedBytes::room() noexcept {
-  if (empty() || storage_.size() - end_ < max_record_size) {
+  if (empty() || storage_size - end_ < max_record_size) {
     crc_.forget();
-    std::ranges::copy(bytes(), storage_.begin());
+    std::ranges::copy(bytes(), storage_.get());
     end_ = size();
     begin_ = 0;
   }
-  return std::span(storage_).subspan(end_);
+  return {storage_.get() + end_, storage_size - end_};
 }
 
 void ReceivedBytes::add(std::size_t count, TimePoint now) noexcept {
@@ -52,6 +55,18 @@ void ReceivedBytes::drop(std::size_t count) noexcept {
   dropped_ += count;
   arrivals_.erase(arrivals_.begin(),
                   std::ranges::find_if(arrivals_, [this](const Arrival& one) { return one.end > dropped_; }));
+}
+
+// A block of this size has pages of its own, which go when it is freed.
+bool ReceivedBytes::release_memory() noexcept {
+  std::unique_ptr<char[]> fresh(empty() ? new (std::nothrow) char[storage_size] : nullptr);
+  if (!fresh) {
+    return false;
+  }
+  storage_ = std::move(fresh);
+  crc_.forget();
+  begin_ = end_ = 0;
+  return true;
 }
 
 }  // namespace ecu::tamu::ipc

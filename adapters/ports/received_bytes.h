@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -10,8 +11,7 @@
 
 namespace ecu::tamu::ipc {
 
-/// The received bytes that are not used yet, and their arrival times. Only the constructor allocates; nothing
-/// else throws.
+/// The received bytes that are not used yet, and their arrival times. Only the constructor throws.
 class ReceivedBytes {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
@@ -25,9 +25,7 @@ class ReceivedBytes {
   /// Adds the first `count` bytes of `room`, which arrived at `now`.
   void add(std::size_t count, TimePoint now) noexcept;
 
-  [[nodiscard]] std::span<const char> bytes() const noexcept {
-    return std::span(storage_).subspan(begin_, size());
-  }
+  [[nodiscard]] std::span<const char> bytes() const noexcept { return {storage_.get() + begin_, size()}; }
   [[nodiscard]] std::size_t size() const noexcept { return end_ - begin_; }
   [[nodiscard]] bool empty() const noexcept { return begin_ == end_; }
 
@@ -35,6 +33,10 @@ class ReceivedBytes {
   [[nodiscard]] TimePoint first_arrival() const noexcept { return arrivals_.front().at; }
 
   void drop(std::size_t count) noexcept;
+
+  /// Gives the memory of earlier bytes back to the system. False, without effect, while there are bytes or
+  /// when memory runs out.
+  bool release_memory() noexcept;
 
   /// The CRC of the bytes whose CRC is `crc`, followed by a part of `bytes`.
   [[nodiscard]] std::uint32_t extend_crc(std::uint32_t crc, std::span<const char> range) noexcept {
@@ -47,7 +49,7 @@ class ReceivedBytes {
     TimePoint at;
   };
 
-  std::vector<char> storage_;
+  std::unique_ptr<char[]> storage_;  // not initialised: costs memory only as far as bytes arrive
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
   std::uint64_t dropped_ = 0;      // since construction

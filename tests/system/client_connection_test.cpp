@@ -102,6 +102,7 @@ class SessionTest : public testing::Test, public ConnectionListener {
   void connection_up() override {}
   void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {}
   void message(const std::string& /*topic*/, Message /*message*/) override { ++heard; }
+  void oversized_message(const std::string& /*topic*/) override { ++heard; }
   void subscription_refused(const std::string& /*filter*/) override {}
   void fence_answered(Fence /*fence*/) override { ++heard; }
 

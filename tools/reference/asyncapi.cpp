@@ -25,7 +25,8 @@ info:
   description: >-
     The topics of the environment-variable daemon of a vehicle telematics unit. "send" is what the daemon publishes,
     "receive" what it reads. Every protobuf body follows a header of 18 bytes, and every schema here describes the
-    decoded body. Programs for applications are in the examples of the package tolquil-dev.
+    decoded body. Programs for applications are in the examples of the package tolquil-dev. Topics that begin with
+    "fleet/" are what tolquil-uplink publishes at the broker of a fleet.
 defaultContentType: application/x-protobuf
 servers:
   unit:
@@ -33,6 +34,11 @@ servers:
     protocol: mqtt
     protocolVersion: 3.1.1
     description: the unit's broker; a unit may have a Unix-domain socket instead of the port
+  fleet:
+    host: fleet.example.com:8883
+    protocol: mqtts
+    protocolVersion: 3.1.1
+    description: the broker of a fleet
 )yaml";
 
 constexpr std::string_view components = R"yaml(components:
@@ -70,6 +76,19 @@ constexpr std::string_view components = R"yaml(components:
     Presence:
       contentType: text/plain
       payload: {type: string, enum: [online, offline]}
+    FleetVariable:
+      contentType: application/json
+      payload:
+        type: object
+        required: [value, since, stamp, daemon]
+        properties:
+          value: {type: string, examples: [1M8GDM9AXKP042788]}
+          since: {type: [string, "null"], format: date-time, description: "when the daemon first published it, UTC; null until the unit's clock is set"}
+          stamp: {type: integer, format: int64, description: the same in nanoseconds of the unit's CLOCK_BOOTTIME}
+          daemon: {type: [string, "null"], enum: [online, offline, null], description: the daemon's presence at that time}
+    FleetPresence:
+      contentType: text/plain
+      payload: {type: string, enum: [online, offline, lost]}
     Secret:
       contentType: application/octet-stream
       payload: {type: string, format: binary}
@@ -137,6 +156,13 @@ const std::vector<Channel> other_channels{
     {"ignition", topics::ignition, "the signal kl15: the ignition", "receive", "request", "SignalGroup"},
     {"vehicle_request", topics::vehicle_request, "requests the VIN from the vehicle network", "send", "event",
      "SignalGroup"},
+    {"fleet_variable", "fleet/{unit}/var/{name}", "a variable, published when its value changes", "send",
+     "confirmed", "FleetVariable"},
+    {"fleet_daemon", "fleet/{unit}/daemon", "the presence of the unit's daemon", "send", "confirmed",
+     "Presence"},
+    {"fleet_presence", "fleet/{unit}/presence",
+     R"("online"; "offline" after an orderly stop; "lost" as last will)", "send", "confirmed",
+     "FleetPresence"},
 };
 
 std::string quoted(std::string_view text) {
@@ -195,9 +221,22 @@ void write_value_message(std::ostream& out, const tools::VariableInfo& info) {
   }
 }
 
+void write_server_and_parameters(std::ostream& out, const Channel& channel) {
+  const bool is_of_fleet = channel.address.starts_with("fleet/");
+  out << "    servers: [{$ref: \"#/servers/" << (is_of_fleet ? "fleet" : "unit") << "\"}]\n";
+  if (is_of_fleet) {
+    out << "    parameters:\n      unit: {description: the unit's name}\n";
+  }
+  if (channel.address.ends_with("{name}")) {
+    out << "      name: {description: the variable's name}\n";
+  }
+}
+
 void write_channel(std::ostream& out, const Channel& channel) {
   out << "  " << channel.name << ":\n    address: " << channel.address
-      << "\n    description: " << quoted(channel.description) << "\n    messages:\n      message:\n";
+      << "\n    description: " << quoted(channel.description) << '\n';
+  write_server_and_parameters(out, channel);
+  out << "    messages:\n      message:\n";
   if (channel.message.empty()) {
     write_value_message(out, *tools::find_variable(channel.name));
   } else {

@@ -39,6 +39,7 @@ class Listener final : public ConnectionListener {
     events.push_back("down: " + reason);
   }
   void message(const std::string& topic, Message /*message*/) override { happened(topic); }
+  void oversized_message(const std::string& topic) override { happened(topic); }
   void subscription_refused(const std::string& filter) override { happened("refused " + filter); }
   void fence_answered(Fence /*fence*/) override { happened("fence"); }
 
@@ -138,10 +139,12 @@ TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
        "user name: Malformed UTF-8"},
       {Reaction::answer,
        [](auto& settings) {
-         settings.presence = true;
-         settings.client_id = "+";
+         settings.presence = tests::presence_of("tested");
+         settings.presence->topic = "+";
        },
        ConnectionFailure::internal, "presence topic: Invalid function arguments provided."},
+      {Reaction::answer, [](auto& settings) { settings.client_id = "\xff"; }, ConnectionFailure::internal,
+       "invalid client identifier"},
       {Reaction::ignore, {}, ConnectionFailure::no_answer, "no answer"},
       {Reaction("\x20\x02\x00\x04"s),
        {},

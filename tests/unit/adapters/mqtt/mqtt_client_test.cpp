@@ -78,7 +78,7 @@ TEST_F(ClientAgainstScriptTest, EachConnectionBringsSubscriptionsThenRetainedMes
   settings.username = "user";
   settings.password = "secret";
   settings.keepalive = 258s;
-  settings.presence = true;
+  settings.presence = tests::presence_of("tested");
   client.emplace(settings, nullptr);
   const auto observer = std::make_shared<FailingObserver>();
   client->subscribe("in/b", 1, observer);
@@ -111,7 +111,7 @@ TEST_F(ClientAgainstScriptTest, AStopLeavesTheOfflineThatItCannotSendToTheLastWi
       return packet.starts_with("PUBLISH a=") && !acknowledges ? Reaction::ignore : Reaction::answer;
     });
     MqttSettings settings = settings_for("127.0.0.1", broker->port());
-    settings.presence = true;
+    settings.presence = tests::presence_of("tested");
     client.emplace(settings, nullptr);
     client->connect();
     client->start();

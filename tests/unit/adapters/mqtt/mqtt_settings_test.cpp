@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <set>
 #include <string>
 #include <utility>
@@ -41,6 +42,22 @@ TEST(BackoffTest, APauseDoublesUpToTheLongestLessAtMostAQuarter) {
   }
 }
 
+TEST(BackoffTest, ASpreadMakesEveryPauseRandomButThatAfterACulprit) {
+  MqttSettings settings = settings_for("localhost");
+  settings.reconnect_spread = 60s;
+  Backoff backoff(settings);
+  Backoff::Duration shortest = 60s, longest = 0s;
+  for (int round = 0; round < 200; ++round) {
+    const Backoff::Duration pause = backoff.next();
+    shortest = std::min(shortest, pause);
+    longest = std::max(longest, pause);
+    EXPECT_LE(backoff.restart(), 100ms);
+  }
+  EXPECT_LT(shortest, 10s);
+  EXPECT_GT(longest, 50s);
+  EXPECT_LE(longest, 60s);
+}
+
 TEST(MqttSettingsTest, AreReadFromTheConfiguration) {
   ecu::tamu::config::Configuration config;
   const MqttSettings preset = read_settings(config);
@@ -48,7 +65,10 @@ TEST(MqttSettingsTest, AreReadFromTheConfiguration) {
   EXPECT_EQ(preset.keepalive, 60s);
   EXPECT_EQ(preset.answer_timeout, 60s);
   EXPECT_EQ(preset.connect_timeout, 10s);
-  EXPECT_TRUE(preset.presence);
+  ASSERT_TRUE(preset.presence);
+  EXPECT_THAT((std::vector{preset.presence->topic, preset.presence->online, preset.presence->offline,
+                           preset.presence->lost}),
+              ElementsAre("system/presence/", "online", "offline", "offline"));
   EXPECT_FALSE(preset.uses_tls());
   for (const auto& [key, value] : {std::pair{"host", "broker"},
                                    {"port", "8883"},
@@ -69,7 +89,6 @@ TEST(MqttSettingsTest, AreReadFromTheConfiguration) {
   EXPECT_EQ(read.keepalive, 7s);
   EXPECT_EQ(read.answer_timeout, 7s);
   EXPECT_FALSE(read.presence);
-  EXPECT_EQ(read.presence_topic(), "system/presence/tested");
   config.set_value("host", "/run/broker");
   EXPECT_EQ(read_settings(config).broker(), "/run/broker");
 }

@@ -103,6 +103,17 @@ TEST_F(QuarantineTest, ASmallerMessageOnTheTopicNeitherClearsTheCulpritNorIsWith
   EXPECT_EQ(quarantine.due(), now + 2s);
 }
 
+TEST_F(QuarantineTest, AMessageRefusedForItsContentsIsFoundAlthoughALargerOneHasPassed) {
+  EXPECT_FALSE(lose_by("other", "1"));
+  EXPECT_FALSE(lose_by("other", "1"));
+  for (const bool found : {false, false, true}) {
+    EXPECT_EQ(handled("a", "larger"), "passed");
+    EXPECT_EQ(lose_by("a", "bad"), found);
+  }
+  EXPECT_EQ(handled("a", "bad"), "withheld");
+  EXPECT_EQ(handled("a", "larger"), "passed");
+}
+
 TEST_F(QuarantineTest, TheSearchEndsAfterManyPublicationsThatPass) {
   EXPECT_FALSE(lose_by("0", ""));
   EXPECT_FALSE(lose_by("0", ""));
