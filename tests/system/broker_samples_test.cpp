@@ -283,8 +283,9 @@ TEST_F(BridgeTest, TheFleetHasTheVariablesAfterEitherSideRestartsAndNeverASecret
   unit.log_in("witness").publish("system/quil/secstore/getmaster", "hush", true, 1);
   send_variant("R08_B1");
   expect_kept("R08_B1");
-  Process decode({PROGRAM_DIR "/quilctl", "decode", variable, "--count", "1", "--config",
-                  dir.write("monitor.conf", client_configuration("monitor"))});
+  Process decode({PROGRAM_DIR "/quilctl", "decode", variable, "--count", "1", "--host",
+                  "mqtts://127.0.0.1:" + std::to_string(fleet_port.number()), "--cafile",
+                  certificate("authority"), "--cert", certificate("monitor"), "--key", key("monitor")});
   EXPECT_EQ(decode.wait(), 0) << decode.output();
   fleet.restart();
   expect_kept("R08_B1");
