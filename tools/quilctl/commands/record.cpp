@@ -93,7 +93,7 @@ void record_messages(const Options& options, const BusConnection& bus, MonitorSe
     (void)session.next();
   }
   // Keeps an existing file when the broker is unreachable.
-  recorder.begin(std::chrono::system_clock::now(), bus.broker());
+  recorder.begin(wall_clock_now(), bus.broker());
   const auto end = options.duration
                        ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*options.duration)
                        : Clock::time_point::max();

@@ -18,6 +18,14 @@ std::string with_milliseconds(std::chrono::system_clock::time_point at, const st
 
 }  // namespace
 
+// Not std::chrono::system_clock::now: on 32 bits its library reads the clock that ends in 2038.
+std::chrono::system_clock::time_point wall_clock_now() {
+  std::timespec time{};
+  ::clock_gettime(CLOCK_REALTIME, &time);
+  return std::chrono::system_clock::time_point(std::chrono::seconds(time.tv_sec) +
+                                               std::chrono::nanoseconds(time.tv_nsec));
+}
+
 std::string iso_time(std::chrono::system_clock::time_point at) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
   std::tm parts{};

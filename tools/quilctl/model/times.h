@@ -5,6 +5,9 @@
 
 namespace ecu::ctl {
 
+/// The time of day, also after 2038 on 32 bits.
+[[nodiscard]] std::chrono::system_clock::time_point wall_clock_now();
+
 /// A point in time to the millisecond, for JSON (ISO 8601, UTC) and for people (local time).
 [[nodiscard]] std::string iso_time(std::chrono::system_clock::time_point at);
 [[nodiscard]] std::string local_time(std::chrono::system_clock::time_point at);

@@ -117,7 +117,7 @@ void LiveTable::handle(const Event& event) {
 }
 
 void LiveTable::add_notice(const std::string& text) {
-  add_line(std::chrono::system_clock::now(), printable(text));
+  add_line(wall_clock_now(), printable(text));
   schedule_redraw();
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "quilctl/model/times.h"
+
 namespace ecu::ctl {
 
 namespace com = tamu::com;
@@ -57,7 +59,7 @@ std::uint64_t EventQueue::take_lost() {
 }
 
 void EventQueue::put(Event event) {
-  event.at = std::chrono::system_clock::now();
+  event.at = wall_clock_now();
   const tamu::MutexLock lock(mutex_);
   bytes_ += event.message.payload.size();
   waiting_.push_back(std::move(event));
