@@ -21,7 +21,8 @@ constexpr auto logger = logging::module("UBootVersionVariable");
 
 constexpr std::string_view uboot_name = "U-Boot";
 constexpr const char* unknown_version = "Unknown";
-constexpr off_t version_address = 0x900000;
+constexpr off_t version_address = UBOOT_ADDRESS;
+static_assert(version_address % 4096 == 0, "only whole pages can be mapped");
 
 // The text in the page at `version_address`.
 std::optional<std::string> map_text(const char* device) {
