@@ -1,0 +1,102 @@
+# shellcheck shell=bash
+# What the steps share. A step is a function that runs with `set -e`; its output is shown if it fails.
+
+readonly drop_ins=/etc/systemd/system/tolquil.service.d
+readonly configuration=/etc/morn/tolquil.conf
+readonly examples=/usr/share/doc/tolquil/examples
+
+# The seconds since the unit was switched on. The shell's own SECONDS ends in 2038.
+uptime_seconds() {
+  local uptime
+  read -r uptime _ </proc/uptime
+  echo "${uptime%.*}"
+}
+
+# wait_until COMMAND...: repeats the command until it succeeds. On a loaded machine this may take long.
+wait_until() {
+  local end=$(($(uptime_seconds) + 180))
+  until "$@" >/dev/null 2>&1; do
+    if (($(uptime_seconds) >= end)); then
+      echo "never: $*"
+      "$@"
+      return
+    fi
+    sleep 0.2
+  done
+}
+
+# equal EXPECTED ACTUAL
+equal() {
+  if [[ $1 != "$2" ]]; then
+    printf 'expected: %s\nactual:   %s\n' "$1" "$2"
+    return 1
+  fi
+}
+
+property() {
+  systemctl show --property "$1" --value tolquil
+}
+
+is_on_line() {
+  quilctl "$@" --timeout 20 status | grep 'on line'
+}
+
+status_text_is() {
+  # shellcheck disable=SC2053 # a pattern
+  [[ $(property StatusText) == $1 ]]
+}
+
+has_restarted() {
+  [[ $(property MainPID) != 0 && $(property MainPID) != "$1" ]] && systemctl is-active --quiet tolquil
+}
+
+# The journal from here on: mark=$(end_of_journal); logged_since "$mark" TEXT prints how often the daemon logged TEXT.
+end_of_journal() {
+  journalctl --sync
+  journalctl --quiet --lines 0 --show-cursor | sed -n 's/^-- cursor: //p'
+}
+
+logged_since() {
+  journalctl --sync
+  journalctl --quiet --unit tolquil --after-cursor "$1" --output cat | grep -c -- "$2" || true
+}
+
+# Restarts the service without counting towards its limit of starts.
+restart() {
+  systemctl reset-failed tolquil
+  systemctl restart tolquil
+}
+
+# with_changed_service COMMAND...: the command must succeed after the service has started with its present drop-ins.
+with_changed_service() {
+  systemctl daemon-reload
+  restart
+  "$@"
+}
+
+# ask_host WHAT: the host connects the far side of the ports, with its initial values, or disconnects it.
+ask_host() {
+  echo "ask $1" >/dev/ttyAMA0
+}
+
+# run_steps STEP...: until one fails, which show_failure then explains. The last line says that all have passed. Not for a
+# condition: there, `set -e` has no effect.
+run_steps() {
+  local step begin code
+  for step in "$@"; do
+    begin=$(uptime_seconds)
+    (
+      set -eu
+      "$step"
+    ) >/run/step.log 2>&1
+    code=$?
+    if ((code != 0)); then
+      echo "step $step failed with $code after $(($(uptime_seconds) - begin))"
+      cat /run/step.log
+      show_failure
+      return 1
+    fi
+    echo "step $step ok $(($(uptime_seconds) - begin))"
+  done
+  echo "unit passed"
+}
