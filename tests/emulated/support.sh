@@ -53,7 +53,7 @@ has_restarted() {
 # The journal from here on: mark=$(end_of_journal); logged_since "$mark" TEXT prints how often the daemon logged TEXT.
 end_of_journal() {
   journalctl --sync
-  journalctl --quiet --lines 0 --show-cursor | sed -n 's/^-- cursor: //p'
+  journalctl --lines 1 --show-cursor | sed -n 's/^-- cursor: //p'
 }
 
 logged_since() {
