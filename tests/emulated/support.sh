@@ -50,15 +50,10 @@ has_restarted() {
   [[ $(property MainPID) != 0 && $(property MainPID) != "$1" ]] && systemctl is-active --quiet tolquil
 }
 
-# The journal from here on: mark=$(end_of_journal); logged_since "$mark" TEXT prints how often the daemon logged TEXT.
-end_of_journal() {
+# How often the journal contains a text.
+count_logged() {
   journalctl --sync
-  journalctl --lines 1 --show-cursor | sed -n 's/^-- cursor: //p'
-}
-
-logged_since() {
-  journalctl --sync
-  journalctl --quiet --unit tolquil --after-cursor "$1" --output cat | grep -c -- "$2" || true
+  journalctl --quiet --output cat | grep -c -- "$1" || true
 }
 
 # Restarts the service without counting towards its limit of starts.
