@@ -1,6 +1,6 @@
 // Measures the path of a message through a real broker: the time from its publication to the arrival of the
 // last resulting variable, and the processor time that the process in between takes for each. Three processes
-// take turns in that place: the daemon; an echo over the transport client; and the floor, an echo that
+// take turns in that place: the daemon; an echo over the transport client; and the baseline, an echo that
 // publishes constants from the message callback of the MQTT library and does nothing else. All figures are
 // medians over several rounds.
 
@@ -179,13 +179,14 @@ class Probe {
     mosquitto_subscribe(client_.get(), nullptr, last_result_topic, 0);
   }
 
-  /// The time from the publication of a request to the arrival of its last result; nothing after `patience`.
-  [[nodiscard]] Microseconds round_trip(std::chrono::milliseconds patience = std::chrono::seconds(5)) {
+  /// The time from the publication of a request to the arrival of its last result; nothing after
+  /// `time_limit`.
+  [[nodiscard]] Microseconds round_trip(std::chrono::milliseconds time_limit = std::chrono::seconds(5)) {
     seen_ = false;
     const auto start = Clock::now();
     mosquitto_publish(client_.get(), nullptr, request_topic, static_cast<int>(request_.size()),
                       request_.data(), 0, false);
-    while (!seen_ && Clock::now() - start < patience) {
+    while (!seen_ && Clock::now() - start < time_limit) {
       mosquitto_loop(client_.get(), 20, 1);
     }
     if (!seen_) {
@@ -254,16 +255,16 @@ void print_table(const std::vector<Subject>& subjects,
     return median(std::move(values));
   };
   std::printf("%-28s %12s %7s %14s %7s\n", "", "latency us", "ratio", "cpu us/result", "ratio");
-  std::string floor;
+  std::string baseline;
   for (const Subject& subject : subjects) {
-    if (subject.name.starts_with("floor")) {
-      floor = subject.name;
+    if (subject.name.starts_with("baseline")) {
+      baseline = subject.name;
     }
     const double latency = middle(subject.name, &Figures::latency_us);
     const double cpu = middle(subject.name, &Figures::cpu_us_per_result);
     std::printf("%-28s %12.1f %7.2f %14.2f %7.2f\n", subject.name.c_str(), latency,
-                latency / middle(floor, &Figures::latency_us), cpu,
-                cpu / middle(floor, &Figures::cpu_us_per_result));
+                latency / middle(baseline, &Figures::latency_us), cpu,
+                cpu / middle(baseline, &Figures::cpu_us_per_result));
   }
 }
 
@@ -277,10 +278,10 @@ void compare(const std::string& host, int port, const std::string& daemon) {
   };
   const std::string daemon_name = "daemon, 1 result";
   const std::vector<Subject> subjects{
-      {"floor, 1 result", 1, echo(role_inline, 1)},
+      {"baseline, 1 result", 1, echo(role_inline, 1)},
       {"client, 1 result", 1, echo(role_client, 1)},
       {daemon_name, 1, {daemon, "-c", config}},
-      {"floor, 17 results", many_results, echo(role_inline, many_results)},
+      {"baseline, 17 results", many_results, echo(role_inline, many_results)},
       {"client, 17 results", many_results, echo(role_client, many_results)},
   };
   std::map<std::string, std::vector<Figures>> figures;

@@ -32,7 +32,7 @@ com::Message properties() {
   return group.message();
 }
 
-void hw_properties_floor(benchmark::State& state) {
+void hw_properties_baseline(benchmark::State& state) {
   const com::Message message = properties();
   pb::SignalGroup group;
   pb::EcuVariable variable;
@@ -46,7 +46,7 @@ void hw_properties_floor(benchmark::State& state) {
     }
   }
 }
-BENCHMARK(hw_properties_floor);
+BENCHMARK(hw_properties_baseline);
 
 void hw_properties_daemon(benchmark::State& state) {
   com::Message message = properties();

@@ -13,6 +13,7 @@
 
 #include "support/discarding_client.h"
 #include "support/fake_port.h"
+#include "support/rt_messages.h"
 
 namespace {
 
@@ -63,17 +64,22 @@ void merge_one_into_many(benchmark::State& state) {
 }
 BENCHMARK(merge_one_into_many)->RangeMultiplier(10)->Range(10, 10'000);
 
-void diff_of_a_write(benchmark::State& state) {
+void write_of_the_same(benchmark::State& state) {
   const auto port = std::make_shared<tests::FakePort>();
-  const SysParamContainer container(port, {}, SysParamReqHandler::answer_timeout);
+  const auto client = std::make_shared<tests::DiscardingClient>();
+  SysParamReqHandler handler(client, port, {});
   receive(*port, frame(state.range(0)));
-  const auto same = container.get_sysparams();
+  std::vector<SysParam> params;
+  for (const auto& signal : frame(state.range(0))) {
+    params.push_back(to_parameter(signal).second);
+  }
+  const auto same = to_message(std::move(params)).value();
   for ([[maybe_unused]] const auto _ : state) {
-    benchmark::DoNotOptimize(container.diff(same));
+    handler.message(ecu::tamu::com::topics::parameter_write, same);
   }
   per_parameter(state);
 }
-BENCHMARK(diff_of_a_write)->RangeMultiplier(10)->Range(10, 10'000);
+BENCHMARK(write_of_the_same)->RangeMultiplier(10)->Range(10, 10'000);
 
 void answer_all_parameters(benchmark::State& state) {
   const auto client = std::make_shared<tests::DiscardingClient>();
@@ -86,5 +92,19 @@ void answer_all_parameters(benchmark::State& state) {
   per_parameter(state);
 }
 BENCHMARK(answer_all_parameters)->RangeMultiplier(10)->Range(10, 10'000);
+
+void answer_one_parameter(benchmark::State& state) {
+  const auto client = std::make_shared<tests::DiscardingClient>();
+  const auto port = std::make_shared<tests::FakePort>();
+  SysParamReqHandler handler(client, port, {});
+  receive(*port, frame(1));
+  const auto request = tests::framed_by_hand(
+      "\x0a\x04"
+      "4096");
+  for ([[maybe_unused]] const auto _ : state) {
+    handler.message(ecu::tamu::com::topics::parameter_request, request);
+  }
+}
+BENCHMARK(answer_one_parameter);
 
 }  // namespace

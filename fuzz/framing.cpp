@@ -1,5 +1,8 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <type_traits>
+
+#include <ecu/tamu/com/message_fields.h>
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
@@ -39,6 +42,25 @@ Error expected_of_header(const com::Payload& payload, std::uint64_t& framing) {
   return (framing >> 32U) > payload.size() - 18 ? Error::bad_body : Error::success;
 }
 
+// Reading the fields one by one succeeds when parsing the whole does, and yields the same. A signal has a
+// required field, so its fields are no messages.
+template <class Body, class Result>
+void check_fields(const com::Message& message, const Result& whole) {
+  if constexpr (!std::is_same_v<Body, pb::Signal>) {
+    const auto fields = com::MessageFields<Body>::of(message.payload);
+    fuzz::require(fields.ok() == whole.ok, "the fields pass when the whole does");
+    if (whole.ok) {
+      Body merged;
+      fields->for_each([&merged](const Body& field) {
+        merged.MergeFrom(field);
+        return true;
+      });
+      fuzz::require(merged.SerializeAsString() == whole.body.SerializeAsString(),
+                    "the fields make up the whole");
+    }
+  }
+}
+
 template <class Body>
 void check(const com::Message& message) {
   std::uint64_t framing = 0;
@@ -51,6 +73,7 @@ void check(const com::Message& message) {
     return;
   }
   fuzz::require(result.ok || result.error == Error::bad_body, "a good header passes");
+  check_fields<Body>(message, result);
   fuzz::require(adapter.protocol_type() == (framing & 0xffffU), "the protocol type is the header's");
   if (!result.ok) {
     return;

@@ -17,7 +17,7 @@ namespace fuzz {
 /// Checks a condition for every input: ends the run with `text` unless `holds`.
 inline void require(bool holds, const char* text) {
   if (!holds) {
-    std::fprintf(stderr, "does not hold: %s\n", text);
+    (void)std::fprintf(stderr, "does not hold: %s\n", text);
     std::abort();
   }
 }
@@ -51,9 +51,10 @@ class Heap {
 
   /// Ends the run when more is in use than `before`, allowing for a tenth and a few buffers.
   void require_no_growth(std::size_t before) const {
-    constexpr std::size_t slack = 16 * 1024;
+    constexpr std::size_t slack = std::size_t{16} * 1024;
     if (in_use() > before + before / 10 + slack) {
-      std::fprintf(stderr, "does not hold: the heap in use grew from %zu to %zu bytes\n", before, in_use());
+      (void)std::fprintf(stderr, "does not hold: the heap in use grew from %zu to %zu bytes\n", before,
+                         in_use());
       std::abort();
     }
   }

@@ -153,7 +153,8 @@ class World {
 
  private:
   static std::string value_from(FuzzedDataProvider& input) {
-    return std::string(input.ConsumeIntegralInRange<std::size_t>(0, 20), input.ConsumeIntegral<char>());
+    std::string value(input.ConsumeIntegralInRange<std::size_t>(0, 20), input.ConsumeIntegral<char>());
+    return value;
   }
   static Param param_from(FuzzedDataProvider& input) {
     constexpr std::array<std::uint32_t, 6> ids{0, 1, 2, 3, 0xa009, 0xffffffff};
@@ -200,7 +201,8 @@ class World {
     Params params{param_from(input), param_from(input)};
     const bool wanted = port_->accepts || different(direct_model_.held, params).empty();
     expect_written(direct_model_.write(params, port_->accepts));
-    fuzz::require(direct_.update(std::move(params)) == wanted, "a write succeeds when the port takes it");
+    fuzz::require(direct_.update(tests::sequence(std::move(params))) == wanted,
+                  "a write succeeds when the port takes it");
   }
 
   // A request that would wait for an answer is not made.

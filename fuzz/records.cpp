@@ -105,7 +105,8 @@ Found parse(std::string_view bytes, const std::vector<std::uint8_t>& sizes, std:
   TimePoint now{};
   for (std::size_t piece = 0; !bytes.empty(); ++piece, now += step) {
     const std::span<char> room = parser.room();
-    const std::size_t wanted = sizes.empty() ? bytes.size() : min_size + sizes[piece % sizes.size()] * 41;
+    const std::size_t wanted =
+        sizes.empty() ? bytes.size() : min_size + std::size_t{sizes[piece % sizes.size()]} * 41;
     const std::size_t count = std::min({wanted, bytes.size(), room.size()});
     fuzz::require(count > 0, "there is room");
     std::copy_n(bytes.begin(), count, room.begin());

@@ -15,6 +15,9 @@ class Backoff {
  public:
   using Duration = std::chrono::milliseconds;
 
+  /// A connection that lasted so long is stable.
+  static constexpr std::chrono::seconds stable_after{5};
+
   explicit Backoff(const MqttSettings& settings)
       : longest_(settings.is_local() ? longest_local : longest_remote) {}
 
@@ -38,7 +41,6 @@ class Backoff {
   static constexpr Duration first{100};
   static constexpr Duration longest_local{500};
   static constexpr Duration longest_remote{5000};
-  static constexpr std::chrono::seconds stable_after{5};
   static constexpr int max_jitter_percent = 25;
 
   Duration longest_;

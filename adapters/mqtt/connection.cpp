@@ -15,9 +15,6 @@ namespace ecu::tamu::com::mqtt {
 namespace {
 
 int poll_timeout(Connection::Clock::time_point until) {
-  if (until == Connection::Clock::time_point::max()) {
-    return -1;
-  }
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Connection::Clock::now()).count();
   return static_cast<int>(std::clamp<decltype(left)>(left, 0, 3'600'000));
 }
@@ -33,7 +30,7 @@ void Connection::protect(Action action) noexcept {
   try {
     action();
   } catch (const std::bad_alloc&) {
-    fail({ConnectionFailure::internal, "out of memory"});
+    fail({ConnectionFailure::internal, out_of_memory});
   } catch (const std::exception& failure) {
     fail({ConnectionFailure::internal, failure.what()});
   } catch (...) {
@@ -84,9 +81,6 @@ void Connection::handle_session(short events) {
 }
 
 Connection::Clock::time_point Connection::next_timer() const {
-  if (closed_) {
-    return Clock::time_point::max();
-  }
   return is_up() ? session_->keep_alive_due() : timer_;
 }
 
@@ -110,8 +104,8 @@ void Connection::begin_attempt() {
   attempting_ = true;
   if (settings_.is_unix_socket() || next_address_ < addresses_.size()) {
     open_session();
-  } else if (is_local_knowledge(settings_.host)) {
-    use_addresses(look_up(settings_.host));
+  } else if (auto known = known_addresses(settings_.host); !known.empty()) {
+    use_addresses({std::move(known), ""});
   } else if (!lookup_) {
     lookup_.emplace(settings_.host, resolve_);
   }
@@ -153,6 +147,7 @@ void Connection::fail(const Fault& fault) noexcept {
     timer_ = Clock::now();
     return;
   }
+  end_if_memory_stays_short(fault, was_up);
   if (was_up) {
     backoff_.connection_lost(Clock::now() - up_since_);
     addresses_.clear();
@@ -160,6 +155,19 @@ void Connection::fail(const Fault& fault) noexcept {
   timer_ = Clock::now() + backoff_.next();
   report(was_up, fault.reason);
   listener_.connection_down(fault.kind, fault.reason);
+}
+
+// The supervisor's restart may help where the pauses have not. The line needs no heap.
+void Connection::end_if_memory_stays_short(const Fault& fault, bool was_up) noexcept {
+  const bool was_stable = was_up && Clock::now() - up_since_ >= Backoff::stable_after;
+  if (fault.reason != out_of_memory || was_stable) {
+    memory_failures_ = 0;
+  }
+  if (fault.reason == out_of_memory && ++memory_failures_ >= max_memory_failures) {
+    mqtt_log.log(logging::Level::alert, "no connection to ", settings_.host, " for lack of memory, ",
+                 max_memory_failures, " times in a row: the process ends");
+    std::terminate();
+  }
 }
 
 void Connection::report(bool lost, const std::string& reason) noexcept {

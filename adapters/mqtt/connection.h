@@ -24,6 +24,9 @@ class Connection final {
  public:
   using Clock = std::chrono::steady_clock;
 
+  /// After so many failures in a row for lack of memory the process ends with a line in the log.
+  static constexpr int max_memory_failures = 10;
+
   /// `settings` and `listener` must outlive the connection. The listener is called from inside `wait`, and
   /// `connection_down` also from inside every function that sends. It reports each failed attempt and each
   /// lost connection, so it may come without a `connection_up` before it.
@@ -48,7 +51,7 @@ class Connection final {
   void subscribe(const std::string& filter, int max_qos) noexcept;
   void unsubscribe(const std::string& filter) noexcept;
   void request_fence(Fence fence) noexcept;
-  /// Sends the DISCONNECT packet; `is_up` stays true until it has been written.
+  /// Sends the DISCONNECT packet, if the connection accepts it at once. Only `close` may follow.
   void disconnect() noexcept;
   void cork();
   void uncork();
@@ -61,7 +64,7 @@ class Connection final {
   /// Whether everything that was sent has been written and acknowledged.
   [[nodiscard]] bool idle() const { return !is_up() || session_->idle(); }
 
-  /// Whether the last `wait` left messages for the next one to read.
+  /// Whether the last `wait` left packets for the next one to read.
   [[nodiscard]] bool more_to_read() const { return session_ && session_->more_to_read(); }
 
   /// Closes the connection at once and for good.
@@ -77,6 +80,7 @@ class Connection final {
   void open_session();
   void use_addresses(LookupResult result);
   void check(const Failure& failure);
+  void end_if_memory_stays_short(const Fault& fault, bool was_up) noexcept;
   void report(bool lost, const std::string& reason) noexcept;
   [[nodiscard]] Clock::time_point next_timer() const;
   void run_timers();
@@ -94,7 +98,8 @@ class Connection final {
   std::optional<MqttSession> session_;  // while connected or connecting
   bool up_ = false;                     // the listener knows of the connection
   Clock::time_point up_since_;
-  std::string reported_;  // the reason for the missing connection that was logged last
+  int memory_failures_ = 0;  // in a row
+  std::string reported_;     // the reason for the missing connection that was logged last
   bool closed_ = false;
 };
 

@@ -7,8 +7,8 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// What a fence follows. A fence is a request that every broker must answer: the answer means that the broker
-/// has handled everything sent before it.
+/// The requests that a fence marks the end of. A fence is a request that every broker must answer; its answer
+/// shows that the broker has handled everything sent before.
 enum class Fence { subscriptions, publication };
 
 /// Observes a connection. Called by the thread that uses the connection. An exception from `message` costs

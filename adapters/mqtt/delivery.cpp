@@ -34,15 +34,6 @@ void call(ISubscriptionObserver& observer, const QueuedMessage& message) noexcep
   }
 }
 
-// If there is no memory for its text, a loss stays counted and is reported later.
-std::optional<Loss> loss_of(Mailbox& mailbox) noexcept {
-  try {
-    return mailbox.take_loss();
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
-}
-
 }  // namespace
 
 Delivery::Route* Delivery::find_route(const std::string& topic) {
@@ -56,8 +47,10 @@ std::shared_ptr<Delivery::Recipient> Delivery::recipient_of(
   const auto found = std::find_if(recipients_.begin(), recipients_.end(), [&observer](const auto& recipient) {
     return recipient->mailbox.observer() == observer.get();
   });
-  return found != recipients_.end() ? *found
-                                    : recipients_.emplace_back(std::make_shared<Recipient>(observer));
+  if (found != recipients_.end()) {
+    return *found;
+  }
+  return recipients_.emplace_back(std::make_shared<Recipient>(observer));
 }
 
 bool Delivery::add(const std::string& topic, int max_qos,
@@ -66,7 +59,8 @@ bool Delivery::add(const std::string& topic, int max_qos,
   const auto recipient = recipient_of(observer);
   Route* const route = find_route(topic);
   if (route == nullptr) {
-    Route created{topic, max_qos, {recipient}};
+    Route created{topic, max_qos, {}};
+    created.recipients.push_back(recipient);
     routes_.reserve(routes_.size() + 1);
     recipient->mailbox.add_topic(topic);
     routes_.push_back(std::move(created));
@@ -145,7 +139,7 @@ void Delivery::queue(const std::shared_ptr<Recipient>& recipient, const std::str
     ready_.push_back(recipient);
     recipient->scheduled = true;
   }
-  recipient->mailbox.put(filter, message);
+  has_losses_ = !recipient->mailbox.put(filter, message) || has_losses_;
 }
 
 std::uint64_t Delivery::posted() const {
@@ -168,54 +162,73 @@ bool Delivery::pending() const {
 
 bool Delivery::deliver_next() {
   std::shared_ptr<Recipient> recipient;  // may hold the last reference to the observer
-  MutexLock lock(mutex_);
-  if (ready_.empty()) {
-    return false;
+  std::size_t delivered_bytes = 0;
+  {
+    MutexLock lock(mutex_);
+    if (ready_.empty()) {
+      return false;
+    }
+    recipient = std::move(ready_.front());
+    ready_.pop_front();
+    delivered_bytes = serve(*recipient, lock);
+    recipient->scheduled = false;
+    if (!recipient->mailbox.has_topics()) {
+      std::erase(recipients_, recipient);
+    }
   }
-  recipient = std::move(ready_.front());
-  ready_.pop_front();
-  serve(*recipient, lock);
-  recipient->scheduled = false;
-  if (!recipient->mailbox.has_topics()) {
-    std::erase(recipients_, recipient);
-  }
+  release_free_memory(delivered_bytes);
   return true;
 }
 
-// Releases the lock of its caller during the calls. The analysis cannot know that the lock is that of mutex_.
-void Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THREAD_SAFETY_ANALYSIS {
+// Returns the bytes that it delivered. Releases the lock of its caller during the calls. The analysis cannot
+// know that the lock is that of mutex_.
+std::size_t Delivery::serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_NO_THREAD_SAFETY_ANALYSIS {
+  std::size_t delivered_bytes = 0;
   recipient.server = std::this_thread::get_id();
-  for (;;) {
-    recipient.current = recipient.mailbox.take();
-    const bool large = recipient.current && recipient.current->message.payload.size() > large_amount;
-    const std::optional<Loss> loss = loss_of(recipient.mailbox);
-    if (!recipient.current && !loss) {
-      break;
-    }
+  while ((recipient.current = recipient.mailbox.take())) {
+    delivered_bytes += recipient.current->message.payload.size();
     lock.unlock();
-    if (loss) {
-      report(*loss);
-    }
-    if (recipient.current) {
-      call(*recipient.mailbox.observer(), *recipient.current);
-    }
+    call(*recipient.mailbox.observer(), *recipient.current);
     lock.lock();
     recipient.current.reset();
     call_ended_.notify_all();
-    if (large) {
-      release_free_memory();
-    }
   }
   recipient.server = {};
+  return delivered_bytes;
 }
 
-void Delivery::report(const Loss& loss) noexcept {
+void Delivery::report_losses() {
+  report_all();
+  loss_log_.log_due();
+}
+
+// If there is no memory for its text, a loss stays counted and is reported later.
+std::optional<Loss> Delivery::take_loss() noexcept {
+  const MutexLock lock(mutex_);
+  if (!has_losses_) {
+    return std::nullopt;
+  }
   try {
-    loss_log_.add(loss);
-    on_loss_(loss);
-  } catch (const std::exception& failure) {
-    mqtt_log.error(loss.count, " messages dropped on topic ", loss.filter,
-                   ", not reported: ", failure.what());
+    for (const auto& recipient : recipients_) {
+      if (auto loss = recipient->mailbox.take_loss()) {
+        return loss;
+      }
+    }
+    has_losses_ = false;
+  } catch (const std::bad_alloc&) {
+  }
+  return std::nullopt;
+}
+
+void Delivery::report_all() noexcept {
+  while (const auto loss = take_loss()) {
+    try {
+      loss_log_.add(*loss);
+      on_loss_(*loss);
+    } catch (const std::exception& failure) {
+      mqtt_log.error(loss->count, " messages dropped on topic ", loss->filter,
+                     ", not reported: ", failure.what());
+    }
   }
 }
 
@@ -227,21 +240,15 @@ bool Delivery::is_calling_here() const {
 }
 
 void Delivery::close() {
-  std::vector<Loss> losses;
   {
     const MutexLock lock(mutex_);
     closed_ = true;
     ready_.clear();
     for (const auto& recipient : recipients_) {
       recipient->mailbox.clear();
-      while (auto loss = loss_of(recipient->mailbox)) {
-        losses.push_back(std::move(*loss));
-      }
     }
   }
-  for (const Loss& loss : losses) {
-    report(loss);
-  }
+  report_all();
   loss_log_.log_all();
 }
 

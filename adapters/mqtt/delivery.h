@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -32,8 +33,9 @@ class Delivery {
  public:
   using Clock = LossLog::Clock;
 
-  /// The delivering thread calls `on_loss` for messages that were dropped because an observer was too slow,
-  /// or because they exceed the limit of a queue. `now` is the clock for the interval between log lines.
+  /// `report_losses` and `close` call `on_loss` for messages that were dropped because an observer was too
+  /// slow, or because they exceed the limit of a queue. `now` is the clock for the interval between log
+  /// lines.
   explicit Delivery(
       std::function<void(const Loss&)> on_loss = [](const Loss&) {},
       std::function<Clock::time_point()> now = Clock::now)
@@ -71,11 +73,12 @@ class Delivery {
   /// Whether the calling thread is inside an observer's call.
   [[nodiscard]] bool is_calling_here() const;
 
-  /// When `log_losses` must be called; `max` when there is nothing to log.
+  /// When the next line about losses is due; `max` when there is none.
   [[nodiscard]] Clock::time_point losses_due() const { return loss_log_.due(); }
 
-  /// Logs what was dropped since the last line about each topic, if that line is old enough.
-  void log_losses() { loss_log_.log_due(); }
+  /// Reports what was dropped since the last call, also while an observer is being called. Logs what was
+  /// dropped since the last line about each topic, if that line is old enough.
+  void report_losses();
 
   /// Discards what waits, and reports what was dropped before; from then on nothing is queued. Calls in
   /// progress continue.
@@ -103,8 +106,9 @@ class Delivery {
       TAMU_REQUIRES(mutex_);
   void queue(const std::shared_ptr<Recipient>& recipient, const std::string& filter,
              const std::shared_ptr<const QueuedMessage>& message) TAMU_REQUIRES(mutex_);
-  void serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_REQUIRES(mutex_);
-  void report(const Loss& loss) noexcept;
+  [[nodiscard]] std::size_t serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_REQUIRES(mutex_);
+  [[nodiscard]] std::optional<Loss> take_loss() noexcept;
+  void report_all() noexcept;
 
   // Constant after construction.
   const std::function<void(const Loss&)> on_loss_;
@@ -120,6 +124,7 @@ class Delivery {
   std::vector<std::shared_ptr<Recipient>> recipients_ TAMU_GUARDED_BY(mutex_);
   std::deque<std::shared_ptr<Recipient>> ready_ TAMU_GUARDED_BY(mutex_);
   std::uint64_t posts_ TAMU_GUARDED_BY(mutex_) = 0;
+  bool has_losses_ TAMU_GUARDED_BY(mutex_) = false;  // in a mailbox, not reported yet
   bool closed_ TAMU_GUARDED_BY(mutex_) = false;
 };
 

@@ -19,7 +19,7 @@ struct Loss {
 
 /// Logs how many messages were dropped: one WARNING line per topic when a burst begins, and at most one per
 /// `interval` while it lasts. Each line counts the losses since the previous one; `log_due` writes the last
-/// line after the burst. Any thread.
+/// line after the burst. Thread-safe.
 class LossLog {
  public:
   using Clock = std::chrono::steady_clock;

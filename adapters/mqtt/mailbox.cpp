@@ -36,22 +36,25 @@ bool Mailbox::remove_topic(const std::string& filter) {
   return std::erase_if(queues_, [&filter](const TopicQueue& queue) { return queue.filter == filter; }) > 0;
 }
 
-void Mailbox::put(const std::string& filter, std::shared_ptr<const QueuedMessage> message) {
+bool Mailbox::put(const std::string& filter, std::shared_ptr<const QueuedMessage> message) {
   TopicQueue* const queue = find(filter);
   if (queue == nullptr) {
-    return;
+    return true;
   }
   const std::size_t bytes = size_of(*message);
   if (bytes > max_waiting_bytes) {
     ++queue->dropped;
-    return;
+    return false;
   }
   queue->waiting.push_back(std::move(message));
   queue->bytes += bytes;
+  bool all_fit = true;
   while (queue->waiting.size() > max_waiting_messages || queue->bytes > max_waiting_bytes) {
     take_oldest(*queue);
     ++queue->dropped;
+    all_fit = false;
   }
+  return all_fit;
 }
 
 std::shared_ptr<const QueuedMessage> Mailbox::take_oldest(TopicQueue& queue) noexcept {

@@ -41,9 +41,9 @@ class Mailbox {
   bool remove_topic(const std::string& filter);
   [[nodiscard]] bool has_topics() const noexcept { return !queues_.empty(); }
 
-  /// Appends a message that arrived on a subscribed topic. A message that exceeds the limit of a queue is
-  /// itself dropped.
-  void put(const std::string& filter, std::shared_ptr<const QueuedMessage> message);
+  /// Appends a message that arrived on a subscribed topic, and returns whether nothing had to be dropped for
+  /// the limits. A message that exceeds the limit of a queue is itself dropped.
+  [[nodiscard]] bool put(const std::string& filter, std::shared_ptr<const QueuedMessage> message);
 
   /// Removes the message that has waited longest; null when the mailbox is empty.
   [[nodiscard]] std::shared_ptr<const QueuedMessage> take() noexcept;

@@ -1,14 +1,14 @@
 #include "mqtt/mqtt_client.h"
 
 #include <algorithm>
-#include <csignal>
 #include <exception>
 #include <new>
 #include <string_view>
 #include <utility>
 
-#include <ecu/tamu/signal_mask.h>
+#include <ecu/tamu/com/topics.h>
 
+#include "mqtt/fault.h"
 #include "mqtt/mqtt_log.h"
 #include "system/supervised_wait.h"
 #include "system/supervision.h"
@@ -34,17 +34,6 @@ Message presence(std::string_view state) {
   return message;
 }
 
-// After the handler has reset itself, a termination signal ends the process, even in the middle of a stop.
-void let_default_termination_in() {
-  struct sigaction on_interrupt {};
-  struct sigaction on_terminate {};
-  ::sigaction(SIGINT, nullptr, &on_interrupt);
-  ::sigaction(SIGTERM, nullptr, &on_terminate);
-  if (on_interrupt.sa_handler == SIG_DFL && on_terminate.sa_handler == SIG_DFL) {
-    unblock_signals(termination_signals());
-  }
-}
-
 }  // namespace
 
 MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserver> observer)
@@ -54,11 +43,10 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
         if (observer_) {
           observer_->messages_dropped(loss.filter, loss.count);
         }
-        wake_.signal();  // the leader must log the next line about it
       }),
       connection_(settings_, *this),
       threads_([this] { lead(); }),
-      heartbeat_("mqtt", [this] { prod_leader(); }) {}
+      heartbeat_("mqtt", [this] { handle_wake_up_request(); }) {}
 
 MqttClient::~MqttClient() {
   stop();
@@ -75,7 +63,7 @@ void MqttClient::start() {
 
 void MqttClient::run() {
   wait_supervised(stop_);
-  let_default_termination_in();
+  unblock_default_termination();
   threads_.join();
 }
 
@@ -121,7 +109,7 @@ PublishResult MqttClient::publish(const std::string& topic, Message message) {
   return result;
 }
 
-// Slows an observer that publishes many messages down to the broker's pace.
+// Throttles an observer that publishes faster than the broker accepts.
 void MqttClient::wait_for_outbox_space(MutexLock& lock, const std::string& topic, bool acknowledged) {
   const auto waited_enough = [&]() TAMU_REQUIRES(mutex_) {
     return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full(topic, acknowledged);
@@ -155,7 +143,7 @@ void MqttClient::connection_up() {
   const MutexLock lock(mutex_);
   outbox_.connection_up();
   if (settings_.presence) {
-    outbox_.announce(settings_.presence_topic(), presence("online"));
+    outbox_.announce(settings_.presence_topic(), presence(topics::presence_online));
   }
   subscription_changes_.clear();
   for (Subscription& subscription : delivery_.subscriptions()) {
@@ -202,7 +190,7 @@ void MqttClient::fence_answered(Fence fence) {
       settled_after_ = delivery_.posted();
       return;
     case Fence::publication:
-      quarantine_.fence_answered();
+      quarantine_.fence_answered(Connection::Clock::now());
       return;
   }
 }
@@ -217,7 +205,7 @@ void MqttClient::lead() {
     if (!deliver()) {
       return;
     }
-    delivery_.log_losses();
+    delivery_.report_losses();
     report_settlement();
     send();
     sleep();
@@ -244,7 +232,7 @@ bool MqttClient::deliver() {
 
 // An observer may block for a long time. The network is not at fault then, even if no thread can take the
 // lead.
-void MqttClient::prod_leader() {
+void MqttClient::handle_wake_up_request() {
   if (threads_.cannot_be_relieved()) {
     heartbeat_.beat();
   }
@@ -264,7 +252,7 @@ void MqttClient::send() {
   try {
     send_all();
   } catch (const std::exception&) {
-    connection_.fail({ConnectionFailure::internal, "out of memory"});
+    connection_.fail({ConnectionFailure::internal, out_of_memory});
   }
 }
 
@@ -367,14 +355,16 @@ void MqttClient::close_connection() {
     const auto deadline = Connection::Clock::now() + close_timeout;
     if (settings_.presence) {
       const MutexLock lock(mutex_);
-      outbox_.announce(settings_.presence_topic(), presence("offline"));
+      outbox_.announce(settings_.presence_topic(), presence(topics::presence_offline));
     }
-    while (!all_sent() && Connection::Clock::now() < deadline) {
+    bool sent = all_sent();
+    while (!sent && Connection::Clock::now() < deadline) {
       connection_.wait(wake_, deadline);
+      sent = all_sent();
     }
-    connection_.disconnect();
-    while (connection_.is_up() && Connection::Clock::now() < deadline) {
-      connection_.wait(wake_, deadline);
+    // Without a DISCONNECT the broker publishes the last will in place of an "offline" that did not reach it.
+    if (sent || !settings_.presence) {
+      connection_.disconnect();
     }
   }
   connection_.close();

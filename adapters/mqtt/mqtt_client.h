@@ -53,7 +53,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
 
   void lead();
   [[nodiscard]] bool deliver();
-  void prod_leader();
+  void handle_wake_up_request();
   void send();
   void send_all();
   void report_settlement();

@@ -7,6 +7,7 @@
 
 #include <ecu/tamu/date_time.h>
 
+#include "mqtt/fault.h"
 #include "mqtt/mqtt_log.h"
 
 namespace ecu::tamu::com::mqtt {
@@ -35,7 +36,7 @@ void MqttLibrary::guard(Action action) noexcept {
     ++received_;
     action();
   } catch (const std::bad_alloc&) {
-    callback_failure_ = "out of memory";
+    callback_failure_ = out_of_memory;
   } catch (...) {
     callback_failure_ = "a packet could not be handled";
   }
@@ -50,7 +51,6 @@ void MqttLibrary::on_connect(int code) {
 
 void MqttLibrary::on_message(const mosquitto_message* message) {
   guard([&] {
-    ++messages_;
     bytes_ += static_cast<std::size_t>(message->payloadlen);
     acknowledged_ += message->qos > 0 ? 1U : 0U;
     try {

@@ -24,7 +24,6 @@ class MqttLibrary final : public mosqpp::mosquittopp {
 
   /// The number of callbacks, most of which report a packet.
   [[nodiscard]] unsigned received() const noexcept { return received_; }
-  [[nodiscard]] unsigned messages() const noexcept { return messages_; }
   /// The number of messages that the library must acknowledge.
   [[nodiscard]] unsigned acknowledged() const noexcept { return acknowledged_; }
   /// The total size of the messages' payloads.
@@ -53,7 +52,6 @@ class MqttLibrary final : public mosqpp::mosquittopp {
   ConnectionListener& listener_;
   PendingAnswers pending_;
   unsigned received_ = 0;
-  unsigned messages_ = 0;
   unsigned acknowledged_ = 0;
   std::size_t bytes_ = 0;
   bool accepted_ = false;

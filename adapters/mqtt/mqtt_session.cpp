@@ -18,8 +18,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <string_view>
+
+#include <ecu/tamu/com/topics.h>
 
 #include "mqtt/mqtt_library.h"
 #include "mqtt/mqtt_log.h"
@@ -36,54 +37,12 @@ constexpr const char* fence_filter = "$echo";
 // The library counts whole seconds of its own clock.
 constexpr std::chrono::seconds clock_resolution{1};
 
-constexpr unsigned max_messages_per_read = 32;
+constexpr unsigned max_packets_per_read = 32;
 constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
-
-// An end of file (no error number), a reset and a write that comes too late are the same event; which of them
-// appears is chance, and must not look like a new reason.
-Fault closed_by_peer() {
-  return {ConnectionFailure::closed_by_peer, "connection closed by the peer"};
-}
-
-Fault fault_of_errno(int error) {
-  return error == 0 || error == ECONNRESET || error == EPIPE
-             ? closed_by_peer()
-             : Fault{ConnectionFailure::unreachable, std::strerror(error)};
-}
 
 // The library sends nothing for an invalid topic or filter, and the session continues.
 bool is_malformed(int result) {
   return result == MOSQ_ERR_INVAL || result == MOSQ_ERR_MALFORMED_UTF8;
-}
-
-Fault fault_of(int result) {
-  switch (result) {
-    case MOSQ_ERR_ERRNO:
-      return fault_of_errno(errno);
-    case MOSQ_ERR_CONN_LOST:
-      return closed_by_peer();
-    case MOSQ_ERR_KEEPALIVE:  // the library has no text for this code
-      return {ConnectionFailure::no_answer, "no answer"};
-    case MOSQ_ERR_EAI:
-      return {ConnectionFailure::unreachable, mosqpp::strerror(result)};
-    case MOSQ_ERR_TLS:
-      return {ConnectionFailure::tls, mosqpp::strerror(result)};
-    case MOSQ_ERR_PROTOCOL:
-    case MOSQ_ERR_MALFORMED_PACKET:
-      return {ConnectionFailure::protocol, mosqpp::strerror(result)};
-    default:
-      return {ConnectionFailure::internal, mosqpp::strerror(result)};
-  }
-}
-
-// Codes of the CONNACK packet (MQTT 3.1.1, 3.2.2.3).
-Fault fault_of_refusal(int code) {
-  constexpr int bad_credentials = 4;
-  constexpr int not_authorised = 5;
-  const auto kind = code == bad_credentials  ? ConnectionFailure::bad_credentials
-                    : code == not_authorised ? ConnectionFailure::not_authorised
-                                             : ConnectionFailure::refused;
-  return {kind, mosqpp::connack_string(code)};
 }
 
 }  // namespace
@@ -102,7 +61,10 @@ Failure MqttSession::open(const std::string& address) {
   errno = 0;
   const int result = library_->connect_async(address.c_str(), settings_.port, keepalive);
   // With TLS the library writes at once, which clears the error from the socket without reporting it.
-  return errno == ECONNREFUSED ? Failure(fault_of_errno(errno)) : outcome(result);
+  if (errno == ECONNREFUSED) {
+    return fault_of_errno(errno);
+  }
+  return outcome(result);
 }
 
 Failure MqttSession::configure() {
@@ -113,7 +75,7 @@ Failure MqttSession::configure() {
     }
   }
   if (settings_.presence) {
-    constexpr std::string_view off_line = "offline";
+    constexpr std::string_view off_line = topics::presence_offline;
     const int result =
         library_->will_set(settings_.presence_topic().c_str(), static_cast<int>(off_line.size()),
                            off_line.data(), qos_acknowledged, true);
@@ -133,14 +95,14 @@ Failure MqttSession::configure_tls() {
   constexpr int verify_peer = 1;
   for (const int result :
        {library_->opts_set(MOSQ_OPT_SSL_CTX, tls_->handle()),
-        library_->tls_opts_set(verify_peer, nullptr, nullptr), library_->tls_insecure_set(false)}) {
-    if (auto failure = configured("TLS options", result)) {
-      return failure;
+        library_->tls_opts_set(verify_peer, nullptr, nullptr), library_->tls_insecure_set(false),
+        library_->tls_set(settings_.cafile.c_str(), nullptr, path_or_null(settings_.certfile),
+                          path_or_null(settings_.keyfile))}) {
+    if (result != MOSQ_ERR_SUCCESS) {
+      return explain(fault_of(result));
     }
   }
-  const int result = library_->tls_set(settings_.cafile.c_str(), nullptr, path_or_null(settings_.certfile),
-                                       path_or_null(settings_.keyfile));
-  return result == MOSQ_ERR_SUCCESS ? Failure() : explain(fault_of(result));
+  return std::nullopt;
 }
 
 Failure MqttSession::configured(const char* what, int result) const {
@@ -148,7 +110,9 @@ Failure MqttSession::configured(const char* what, int result) const {
     return std::nullopt;
   }
   Fault fault = explain(fault_of(result));
-  fault.reason.insert(0, std::string(what) + ": ");
+  if (fault.reason != out_of_memory) {
+    fault.reason.insert(0, std::string(what) + ": ");
+  }
   return fault;
 }
 
@@ -176,7 +140,8 @@ Failure MqttSession::handle(short events) {
     }
   }
   // Reading comes first: after a failed write, the peer's last data before it closed the connection is lost.
-  if ((events & POLLIN) != 0) {
+  // It also shows what an error or a hang-up means.
+  if ((events & ~POLLOUT) != 0) {
     if (auto failure = read()) {
       return failure;
     }
@@ -185,9 +150,6 @@ Failure MqttSession::handle(short events) {
     const bool has_packets = library_->want_write();
     const int result = library_->loop_write();
     return has_packets ? written(result) : outcome(result);
-  }
-  if ((events & POLLIN) == 0 && (events & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
-    return explain(closed_by_peer());
   }
   return std::nullopt;
 }
@@ -208,7 +170,7 @@ Failure MqttSession::finish_connecting() {
   reachable_ = true;
   char byte = 0;
   if (::recv(fd(), &byte, sizeof(byte), MSG_PEEK | MSG_DONTWAIT) == 0) {
-    return explain(closed_by_peer());
+    return explain(fault_of(MOSQ_ERR_CONN_LOST));
   }
   return std::nullopt;
 }
@@ -218,7 +180,7 @@ Failure MqttSession::read() {
   const bool was_connected = is_connected();
   // After a packet without a callback, TLS may hold further packets that poll does not report.
   const int tries = settings_.uses_tls() ? 2 : 1;
-  const unsigned first_message = library_->messages();
+  const unsigned first_packet = library_->received();
   const unsigned first_acknowledged = library_->acknowledged();
   const std::size_t first_byte = library_->bytes();
   for (int fruitless = 0; fruitless < tries;) {
@@ -227,7 +189,7 @@ Failure MqttSession::read() {
       return failure;
     }
     fruitless = library_->received() == before ? fruitless + 1 : 0;
-    if (library_->messages() - first_message >= max_messages_per_read ||
+    if (library_->received() - first_packet >= max_packets_per_read ||
         library_->bytes() - first_byte >= max_bytes_per_read) {
       more_to_read_ = true;
       break;
@@ -345,10 +307,16 @@ Failure MqttSession::outcome(int result) {
   }
   // A nearby, fast peer may fail the handshake during the first call.
   reachable_ = reachable_ || (result == MOSQ_ERR_TLS && tls_ && tls_->begun());
-  return result == MOSQ_ERR_SUCCESS ? Failure() : explain(fault_of(result));
+  if (result == MOSQ_ERR_SUCCESS) {
+    return std::nullopt;
+  }
+  return explain(fault_of(result));
 }
 
 Fault MqttSession::explain(Fault general) const {
+  if (general.reason == out_of_memory) {
+    return general;
+  }
   if (library_->refusal() != 0) {
     return fault_of_refusal(library_->refusal());
   }
@@ -368,8 +336,8 @@ Fault MqttSession::explain(Fault general) const {
   return general;
 }
 
-// The peer's last data before it ends the connection may get lost, and how that end appears is chance.
-// Neither may look like another reason. Nothing for a failure unrelated to TLS.
+// The peer's last data may be lost, and how the end of the connection shows depends on timing. Both must map
+// to one reason. Returns std::nullopt for a failure unrelated to TLS.
 Failure MqttSession::explain_tls(const Fault& general) const {
   if (!tls_->refusal().empty()) {
     return Fault{ConnectionFailure::tls, tls_->refusal()};

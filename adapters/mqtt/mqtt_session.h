@@ -9,6 +9,7 @@
 #include <ecu/tamu/com/message.h>
 
 #include "mqtt/connection_listener.h"
+#include "mqtt/fault.h"
 #include "mqtt/mqtt_settings.h"
 #include "mqtt/tls_context.h"
 
@@ -16,18 +17,9 @@ namespace ecu::tamu::com::mqtt {
 
 class MqttLibrary;
 
-/// Why a connection failed.
-struct Fault {
-  ConnectionFailure kind;
-  std::string reason;
-};
-
-/// Nothing when nothing failed.
-using Failure = std::optional<Fault>;
-
 /// One connection to the broker, from the first packet to the last (MQTT 3.1.1, clean session). A thin layer
-/// over the client library: the owner waits for the descriptor and calls `handle`. One thread at a time. A
-/// failed session cannot be used again.
+/// over the client library: the owner waits for the descriptor and calls `handle`. Not thread-safe. A failed
+/// session cannot be used again.
 class MqttSession {
  public:
   /// The maximum number of publications with quality of service 1 that await their acknowledgement.
@@ -45,9 +37,9 @@ class MqttSession {
   [[nodiscard]] int fd() const;
   [[nodiscard]] short wanted_events() const;
 
-  /// Reads and writes as far as the events that `poll` reported allow. Stops reading after 32 messages or 256
-  /// KiB, so that one call does not overfill an observer's queue; `more_to_read` is then true. A broker that
-  /// puts several packets into one TLS record may exceed these limits.
+  /// Reads and writes as far as the events that `poll` reported allow. Stops reading after 32 packets or 256
+  /// KiB, so that one call neither overfills an observer's queue nor lasts as long as a flood; `more_to_read`
+  /// is then true. A broker that puts several packets into one TLS record may exceed these limits.
   [[nodiscard]] Failure handle(short events);
   [[nodiscard]] bool more_to_read() const noexcept { return more_to_read_; }
 

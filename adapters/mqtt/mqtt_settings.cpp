@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <charconv>
+#include <cstring>
 
 namespace ecu::tamu::com::mqtt {
 
@@ -20,7 +21,8 @@ bool is_loopback_address(const std::string& text) {
     return ntohl(v4.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
   }
   in6_addr v6{};
-  return ::inet_pton(AF_INET6, text.c_str(), &v6) == 1 && IN6_IS_ADDR_LOOPBACK(&v6);
+  return ::inet_pton(AF_INET6, text.c_str(), &v6) == 1 &&
+         std::memcmp(&v6, &in6addr_loopback, sizeof(v6)) == 0;
 }
 
 }  // namespace
@@ -30,14 +32,19 @@ bool MqttSettings::is_local() const {
 }
 
 std::string MqttSettings::broker() const {
-  return is_unix_socket() ? host : host + ":" + std::to_string(port);
+  if (is_unix_socket()) {
+    return host;
+  }
+  return host + ":" + std::to_string(port);
 }
 
 MqttSettings read_settings(const config::Configuration& config) {
   MqttSettings settings;
   settings.client_id = config.get("client_name");
   settings.host = config.effective("host");
-  settings.port = settings.is_unix_socket() ? 0 : number_in(config.effective("port"));
+  if (!settings.is_unix_socket()) {
+    settings.port = number_in(config.effective("port"));
+  }
   settings.username = config.get("username");
   settings.password = config.get("password");
   settings.cafile = config.get("cafile");

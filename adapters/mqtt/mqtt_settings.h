@@ -3,6 +3,7 @@
 #include <chrono>
 #include <string>
 
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/config/configuration.h>
 
 namespace ecu::tamu::com::mqtt {
@@ -30,8 +31,8 @@ struct MqttSettings {
   [[nodiscard]] bool is_local() const;
   [[nodiscard]] bool uses_tls() const { return !cafile.empty(); }
 
-  /// The topic of the client's presence, "online" or "offline".
-  [[nodiscard]] std::string presence_topic() const { return "system/presence/" + client_id; }
+  /// The topic of the client's presence.
+  [[nodiscard]] std::string presence_topic() const { return topics::presence_prefix + client_id; }
 
   /// The broker as log lines name it.
   [[nodiscard]] std::string broker() const;

@@ -11,6 +11,7 @@
 
 #include <ecu/tamu/thread_safety.h>
 
+#include "mqtt/fault.h"
 #include "posix/event.h"
 
 namespace ecu::tamu::com::mqtt {
@@ -41,16 +42,17 @@ LookupResult look_up(const std::string& host) {
       result.addresses.emplace_back(text);
     }
   }
-  if (result.addresses.empty()) {
-    result.error = "host has no address";
-  }
   return result;
 }
 
-bool is_local_knowledge(const std::string& host) {
+std::vector<std::string> known_addresses(const std::string& host) {
+  if (host == "localhost") {
+    return {"::1", "127.0.0.1"};
+  }
   in6_addr address{};
-  return host == "localhost" || ::inet_pton(AF_INET, host.c_str(), &address) == 1 ||
-         ::inet_pton(AF_INET6, host.c_str(), &address) == 1;
+  const bool numeric =
+      ::inet_pton(AF_INET, host.c_str(), &address) == 1 || ::inet_pton(AF_INET6, host.c_str(), &address) == 1;
+  return numeric ? std::vector{host} : std::vector<std::string>();
 }
 
 NameLookup::NameLookup(std::string host, Resolver resolve) : state_(std::make_shared<State>()) {
@@ -60,7 +62,7 @@ NameLookup::NameLookup(std::string host, Resolver resolve) : state_(std::make_sh
     try {
       result = resolve(host);
     } catch (const std::exception&) {
-      result.error = "out of memory";
+      result.error = out_of_memory;
     }
     {
       const MutexLock lock(state->mutex);

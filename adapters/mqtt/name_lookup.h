@@ -37,7 +37,8 @@ class NameLookup {
 /// Asks the system's resolver. Blocks as long as a name server does not answer.
 [[nodiscard]] LookupResult look_up(const std::string& host);
 
-/// Whether the addresses of `host` are known without asking a name server.
-[[nodiscard]] bool is_local_knowledge(const std::string& host);
+/// The addresses of `host` that are known without the system's resolver, which may ask a name server even for
+/// "localhost"; empty when they must be looked up.
+[[nodiscard]] std::vector<std::string> known_addresses(const std::string& host);
 
 }  // namespace ecu::tamu::com::mqtt

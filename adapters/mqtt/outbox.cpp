@@ -3,7 +3,7 @@
 // service 1 move to `stalled_`, and later publications on their topics follow them there, so that the order
 // within a topic is kept. `stalled_` is therefore always older than `queue_` and is sent first.
 //
-// What it relies on: the owner's lock, and an owner that calls `connection_up` and `connection_lost` in turn.
+// What it relies on: the owner's lock, and an owner that calls `connection_lost` between two `connection_up`.
 
 #include "mqtt/outbox.h"
 
@@ -61,7 +61,9 @@ void Outbox::connection_up() {
 }
 
 void Outbox::connection_lost() noexcept {
-  connected_ = false;
+  if (!std::exchange(connected_, false)) {
+    return;  // the outage whose first drop was logged continues
+  }
   drop_reported_ = false;
   queue_.clear();
   stalled_.clear();

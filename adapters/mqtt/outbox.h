@@ -37,7 +37,7 @@ class Outbox {
   /// Queues every retained message, in the order of first publication.
   void connection_up();
 
-  /// Discards the queued publications.
+  /// Discards the queued publications. Does nothing while there is no connection.
   void connection_lost() noexcept;
 
   /// Queues a message that belongs to the present connection only, whatever its flags say.

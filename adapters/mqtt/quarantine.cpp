@@ -1,3 +1,17 @@
+// How it works: after two losses right after publications the search begins. A publication is then a test if
+// it is the first on its topic, or larger than those that passed: it goes out alone, followed by a fence. The
+// answer to the fence shows that it has passed, so messages up to its size on its topic are no longer tested.
+// A loss under test makes the topic a suspect; the second sets the message aside. When two topics were found
+// just before, one loss is enough, so that many denied topics do not hold up the others for long.
+//
+// On the topic of a suspect, smaller messages are handled as on any other topic, because a packet limit
+// allows them. Those of at least its size are always tested. When another one is set aside, further ones wait
+// for a pause that doubles each time, so that a topic with ever new values costs few connections. A suspect
+// is forgotten when such a message passes long after the last one was set aside.
+//
+// What it relies on: the broker judges by topic and size. After each loss everything is tested again, because
+// the broker may judge differently what passed before.
+
 #include "mqtt/quarantine.h"
 
 #include <algorithm>
@@ -14,6 +28,8 @@ namespace {
 // A single loss may have any cause, even during a test.
 constexpr int enough_losses = 2;
 
+constexpr int many_topics_found = 2;
+
 std::size_t hash_of(const std::string& topic) {
   return std::hash<std::string>()(topic);
 }
@@ -21,6 +37,16 @@ std::size_t hash_of(const std::string& topic) {
 // With any other failure the broker has not ended the connection.
 bool is_suspicious(ConnectionFailure failure) {
   return failure != ConnectionFailure::no_answer && failure != ConnectionFailure::internal;
+}
+
+// The first different message is tested at once.
+std::chrono::seconds pause_after(unsigned times_set_aside) {
+  if (times_set_aside == 0) {
+    return {};
+  }
+  constexpr unsigned enough_doublings = 9;
+  return std::min(Quarantine::longest_pause,
+                  Quarantine::first_pause * (1 << std::min(times_set_aside - 1, enough_doublings)));
 }
 
 }  // namespace
@@ -32,22 +58,30 @@ Quarantine::Digest Quarantine::digest_of(const Publication& publication) {
   return {bytes.size(), std::hash<std::string_view>()(bytes)};
 }
 
+bool Quarantine::has_passed(const Publication& publication) const {
+  const auto found = passed_.find(hash_of(publication.topic));
+  return found != passed_.end() && publication.message.payload.size() <= found->second;
+}
+
 Quarantine::Handling Quarantine::handle(const PublicationPtr& publication, Clock::time_point now) {
-  const std::string& topic = publication->topic;
-  const auto found = suspects_.empty() ? suspects_.end() : suspects_.find(topic);
-  if (found != suspects_.end()) {
+  const auto found = suspects_.empty() ? suspects_.end() : suspects_.find(publication->topic);
+  const bool suspicious = found != suspects_.end();
+  if (suspicious) {
     Suspect& suspect = found->second;
     suspect.withheld = nullptr;
     if (suspect.set_aside == digest_of(*publication)) {
       return Handling::withhold;
     }
-    if (now < suspect.retry_at) {
-      suspect.withheld = publication;
-      return Handling::withhold;
+    suspect.set_aside.reset();
+    if (publication->message.payload.size() >= suspect.size) {
+      if (now < suspect.retry_at) {
+        suspect.withheld = publication;
+        return Handling::withhold;
+      }
+      return begin_test(publication);
     }
-    return begin_test(publication);
   }
-  if (searching_ && !passed_.contains(hash_of(topic))) {
+  if ((searching_ || suspicious) && !has_passed(*publication)) {
     return begin_test(publication);
   }
   last_sent_ = now;
@@ -59,18 +93,31 @@ Quarantine::Handling Quarantine::begin_test(const PublicationPtr& publication) {
   return Handling::test;
 }
 
-void Quarantine::fence_answered() {
+void Quarantine::fence_answered(Clock::time_point now) {
   awaits_broker_ = false;
   if (!under_test_) {
     return;
   }
   const PublicationPtr passed = std::exchange(under_test_, nullptr);
-  suspects_.erase(passed->topic);
-  passed_.insert(hash_of(passed->topic));
+  clear_of_suspicion(*passed, now);
+  std::size_t& size = passed_[hash_of(passed->topic)];
+  size = std::max(size, passed->message.payload.size());
   if (passed_.size() > max_passed) {
     searching_ = false;
     losses_ = 0;
     passed_.clear();
+  }
+}
+
+// A message that is smaller than the one suspected proves nothing.
+void Quarantine::clear_of_suspicion(const Publication& passed, Clock::time_point now) {
+  const auto found = suspects_.find(passed.topic);
+  if (found == suspects_.end() || passed.message.payload.size() < found->second.size) {
+    return;
+  }
+  found->second.losses = 0;
+  if (found->second.times_set_aside == 0 || now >= found->second.retry_at + longest_pause) {
+    suspects_.erase(found);
   }
 }
 
@@ -89,7 +136,9 @@ bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point no
     return false;
   }
   Suspect& suspect = suspects_[tested->topic];
-  if (++suspect.losses < enough_losses) {
+  suspect.size = tested->message.payload.size();
+  const bool many_found = topics_found_ >= many_topics_found && now - last_found_ <= right_after;
+  if (++suspect.losses < enough_losses && !many_found) {
     return false;
   }
   set_aside(*tested, suspect, now);
@@ -97,14 +146,13 @@ bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point no
 }
 
 void Quarantine::set_aside(const Publication& publication, Suspect& suspect, Clock::time_point now) {
+  if (suspect.times_set_aside == 0) {
+    topics_found_ = now - last_found_ <= right_after ? topics_found_ + 1 : 1;
+    last_found_ = now;
+  }
   suspect.losses = 0;
   suspect.set_aside = digest_of(publication);
-  if (suspect.times_set_aside > 0) {
-    constexpr unsigned enough_doublings = 9;
-    suspect.retry_at =
-        now +
-        std::min(longest_pause, first_pause * (1 << std::min(suspect.times_set_aside - 1, enough_doublings)));
-  }
+  suspect.retry_at = now + pause_after(suspect.times_set_aside);
   ++suspect.times_set_aside;
   mqtt_log.error("broker ends the connection for the message on topic ", publication.topic, " (",
                  publication.message.payload.size(), " bytes): set aside until its value changes");
@@ -112,7 +160,8 @@ void Quarantine::set_aside(const Publication& publication, Suspect& suspect, Clo
 
 void Quarantine::attempt_failed() {
   losses_ = 0;
-  std::erase_if(suspects_, [](const auto& entry) { return !entry.second.set_aside; });
+  topics_found_ = 0;
+  std::erase_if(suspects_, [](const auto& entry) { return entry.second.times_set_aside == 0; });
   for (auto& [topic, suspect] : suspects_) {
     suspect.losses = 0;
   }

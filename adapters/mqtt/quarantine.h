@@ -5,7 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <unordered_set>
+#include <unordered_map>
 
 #include <ecu/tamu/com/connection_observer.h>
 
@@ -14,10 +14,8 @@
 namespace ecu::tamu::com::mqtt {
 
 /// Finds the publications for which a broker ends the connection, such as one that exceeds its packet limit
-/// or is on a denied topic, and withholds each until its topic has a different payload. After two losses
-/// right after publications the first publication on each topic is a test: it goes out alone, followed by a
-/// fence. A topic for which the connection was lost twice under test is set aside. Has no lock: one thread at
-/// a time uses it.
+/// or is on a denied topic, and withholds each until its topic has a different payload. quarantine.cpp
+/// describes the search. Has no lock: one thread at a time uses it.
 class Quarantine {
  public:
   using Clock = std::chrono::steady_clock;
@@ -47,7 +45,7 @@ class Quarantine {
   [[nodiscard]] bool testing() const noexcept { return awaits_broker_ || under_test_ != nullptr; }
 
   /// The broker has answered the fence: the publication under test, if any, has passed.
-  void fence_answered();
+  void fence_answered(Clock::time_point now);
 
   /// True when the loss set a publication aside, so that the client may reconnect at once.
   bool connection_lost(ConnectionFailure failure, Clock::time_point now);
@@ -68,24 +66,30 @@ class Quarantine {
     bool operator==(const Digest&) const = default;
   };
   struct Suspect {
-    int losses = 0;                   // under test, since it was set aside last
-    unsigned times_set_aside = 0;     // in a row
+    std::size_t size = 0;             // of the message for which the connection was lost last
+    int losses = 0;                   // under test, since a message was set aside or one of that size passed
+    unsigned times_set_aside = 0;     // since it became a suspect
     std::optional<Digest> set_aside;  // these bytes are withheld
-    Clock::time_point retry_at{};
-    PublicationPtr withheld;  // other bytes, until then
+    Clock::time_point retry_at{};     // messages of at least that size are withheld until then
+    PublicationPtr withheld;          // the newest of them
   };
 
   static Digest digest_of(const Publication& publication);
+  [[nodiscard]] bool has_passed(const Publication& publication) const;
   Handling begin_test(const PublicationPtr& publication);
+  void clear_of_suspicion(const Publication& passed, Clock::time_point now);
   void set_aside(const Publication& publication, Suspect& suspect, Clock::time_point now);
 
   int losses_ = 0;
-  bool searching_ = false;                  // every topic is tested once
-  bool awaits_broker_ = false;              // nothing was published on this connection yet
-  std::unordered_set<std::size_t> passed_;  // hashes of the topics that passed meanwhile
-  std::map<std::string, Suspect> suspects_;
+  bool searching_ = false;
+  bool awaits_broker_ = false;  // nothing was published on this connection yet
+  std::unordered_map<std::size_t, std::size_t>
+      passed_;                               // hash of the topic: largest size since the last loss
+  std::map<std::string, Suspect> suspects_;  // by topic
   PublicationPtr under_test_;
   Clock::time_point last_sent_;
+  int topics_found_ = 0;  // in a row, each within `right_after` of the one before
+  Clock::time_point last_found_;
 };
 
 }  // namespace ecu::tamu::com::mqtt

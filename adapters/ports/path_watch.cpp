@@ -3,24 +3,34 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
-#include <filesystem>
+#include <exception>
+#include <iterator>
 #include <span>
 #include <string_view>
+#include <system_error>
+#include <utility>
 
 namespace ecu::tamu::ipc {
 
 namespace {
 
-// Permissions count, too: a file is often created first and made readable afterwards.
-constexpr std::uint32_t changes = IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM | IN_ATTRIB |
-                                  IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+// What happens to the names in a folder. Permissions count, too: a file is often created first and made
+// readable afterwards.
+constexpr std::uint32_t folder_changes =
+    IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
+// What happens to a folder or a symbolic link itself.
+constexpr std::uint32_t own_changes = IN_DELETE_SELF | IN_MOVE_SELF;
+
+constexpr int max_links = 40;  // as for the kernel
 
 constexpr std::size_t buffer_size = 4096;
 
-// Events without a name concern the folder itself, or lost events.
+// Events without a name concern a folder or link itself, or lost events.
 bool concerns(std::span<const char> events, std::string_view name) noexcept {
   while (!events.empty()) {
     inotify_event event{};
@@ -34,20 +44,68 @@ bool concerns(std::span<const char> events, std::string_view name) noexcept {
   return false;
 }
 
+std::filesystem::path without_first(const std::filesystem::path& path) {
+  std::filesystem::path rest;
+  std::for_each(std::next(path.begin()), path.end(), [&rest](const auto& name) { rest /= name; });
+  return rest;
+}
+
 }  // namespace
 
 void PathWatch::set_path(const std::string& path) {
-  const std::filesystem::path parts(path);
   inotify_.reset();
-  folder_ = parts.has_parent_path() ? parts.parent_path().string() : ".";
-  name_ = parts.filename().string();
+  path_ = path;
 }
 
 bool PathWatch::renew() noexcept {
-  if (!inotify_) {
-    inotify_.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  posix::UniqueFd fresh(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  if (!fresh) {
+    return false;
   }
-  return inotify_ && ::inotify_add_watch(inotify_.get(), folder_.c_str(), changes) >= 0;
+  inotify_ = std::move(fresh);
+  try {
+    return follow_path();
+  } catch (const std::exception&) {
+    errno = ENOMEM;
+    return false;
+  }
+}
+
+// Everything is watched before it is examined, so that no change is missed in between.
+bool PathWatch::follow_path() {
+  int error = 0;
+  const auto watch = [this, &error](const std::filesystem::path& file, std::uint32_t changes) {
+    if (::inotify_add_watch(inotify_.get(), file.c_str(), changes | IN_MASK_ADD) < 0 && errno != ENOENT) {
+      error = errno;
+    }
+  };
+  std::filesystem::path folder = path_.is_absolute() ? "/" : ".";
+  std::filesystem::path rest = path_.relative_path();
+  std::filesystem::path last_folder;
+  for (int links = 0; !rest.empty() && links < max_links;) {
+    const std::filesystem::path file = folder / *rest.begin();
+    const std::filesystem::path after = without_first(rest);
+    watch(file, own_changes | IN_DONT_FOLLOW);
+    std::error_code ignored;
+    const auto type = std::filesystem::symlink_status(file, ignored).type();
+    if (type == std::filesystem::file_type::symlink) {
+      const std::filesystem::path target = std::filesystem::read_symlink(file, ignored);
+      folder = target.is_absolute() ? "/" : folder;
+      rest = target.relative_path() / after;
+      ++links;
+    } else if (type == std::filesystem::file_type::directory && !after.empty()) {
+      folder = file;
+      rest = after;
+    } else if (folder != last_folder) {
+      last_folder = folder;
+      name_ = rest.begin()->string();
+      watch(folder, folder_changes);
+    } else {
+      break;
+    }
+  }
+  errno = error;
+  return error == 0;
 }
 
 bool PathWatch::take_changes() noexcept {

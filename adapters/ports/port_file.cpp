@@ -108,7 +108,7 @@ std::ptrdiff_t write_some(int fd, std::span<const char> bytes) noexcept {
 
 Ready wait_for_input(const Inputs& inputs, Deadline deadline) noexcept {
   std::array fds = {pollfd{inputs.port, POLLIN, 0}, pollfd{inputs.stop, POLLIN, 0},
-                    pollfd{inputs.path, POLLIN, 0}, pollfd{inputs.prod, POLLIN, 0}};
+                    pollfd{inputs.path, POLLIN, 0}, pollfd{inputs.wake_up, POLLIN, 0}};
   if (!poll_until(fds, deadline)) {
     return {};
   }
@@ -116,7 +116,7 @@ Ready wait_for_input(const Inputs& inputs, Deadline deadline) noexcept {
           .port_readable = (fds[0].revents & POLLIN) != 0,
           .stop = fds[1].revents != 0,
           .path = fds[2].revents != 0,
-          .prod = fds[3].revents != 0};
+          .wake_up = fds[3].revents != 0};
 }
 
 bool wait_for_room(int fd, steady_clock::time_point deadline) noexcept {

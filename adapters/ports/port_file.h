@@ -38,8 +38,8 @@ inline constexpr int no_descriptor = -1;
 struct Inputs {
   int port = no_descriptor;
   int stop = no_descriptor;
-  int path = no_descriptor;  // readable when the path may name another file
-  int prod = no_descriptor;  // readable when the watchdog requests a sign of life
+  int path = no_descriptor;     // readable when the path may name another file
+  int wake_up = no_descriptor;  // readable when the watchdog requests a sign of life
 };
 
 /// The inputs that ended a wait; all false when the deadline has passed.
@@ -48,7 +48,7 @@ struct Ready {
   bool port_readable = false;  // false when the port has failed without data
   bool stop = false;
   bool path = false;
-  bool prod = false;
+  bool wake_up = false;
 };
 
 /// Waits until one of the inputs is readable or has failed; without a deadline there is no time limit.

@@ -1,14 +1,15 @@
-// How reception works. One thread waits in `poll` for the port, a stop request, a change in the port's folder
-// and a prod of the watchdog, without a time-out unless the parser holds bytes that have a deadline. The
-// bytes it reads pass through the parser to the consumer, on the same thread.
+// How reception works. One thread waits in `poll` for the port, a stop request, a change of the files that
+// the port's path leads through and a wake-up request of the watchdog, without a time limit unless the parser
+// holds bytes that have a deadline, or the system lacks the means to watch the path, which is then tried
+// again. The bytes it reads pass through the parser to the consumer, on the same thread.
 //
 // A port is closed (never opened), open or away. It goes away when it reports its end or an error, or when
 // its path no longer names the open file. What waits on that file is delivered first, and an incomplete
-// record is abandoned, because its rest cannot arrive. The port is then reopened: at once when the folder
-// shows that the path may name another file, else after a pause that grows with each attempt. A device whose
-// far side is absent can often be opened all the same, so a port is back only when a first read finds bytes,
-// or none yet, but not its end. A regular file that is away is kept open and read on when it has grown,
-// because a reopened file would be read from its beginning.
+// record is abandoned, because its rest cannot arrive. The port is then reopened: at once when the watch
+// shows that the path may name another file, else after a pause that grows with each attempt. A device can
+// often be opened although its peer is absent, so a port is back only if a first read finds bytes, or none
+// yet, but not the end of file. A regular file that is away is kept open, and read from the old offset after
+// it has grown, because a reopened file would be read from its beginning.
 //
 // What it relies on: the parser and the log do not throw (the parser allocates in its constructor only). This
 // side holds a FIFO's writing end, so the FIFO does not report its end whenever a writer closes it.
@@ -54,6 +55,18 @@ void show_away() noexcept {
   }
 }
 
+// Of what the system may have again later; there are few inotify instances for each user.
+bool is_shortage(int error) noexcept {
+  return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOSPC;
+}
+
+Deadline earlier(Deadline one, Deadline other) noexcept {
+  if (!one || !other) {
+    return one ? one : other;
+  }
+  return std::min(one, other);
+}
+
 bool has_failed(int port) noexcept {
   const Ready now = wait_for_input({.port = port}, steady_clock::now());
   return now.port && !now.port_readable;
@@ -66,6 +79,7 @@ bool PortReceiver::open(const std::string& path) {
   watch_.set_path(path);
   parser_.clear();
   state_ = open_port() ? State::open : State::closed;
+  set_status(status_part, state_ == State::open ? "" : "receive port closed");
   return state_ == State::open;
 }
 
@@ -75,7 +89,7 @@ void PortReceiver::receive() noexcept {
 }
 
 void PortReceiver::receive_and_reopen() noexcept {
-  guarded("supervision", [this] { heartbeat_.emplace("reader of " + path_, [this] { prod_.signal(); }); });
+  guarded("supervision", [this] { heartbeat_.emplace("reader of " + path_, [this] { wake_up_.signal(); }); });
   while (!serve() && state_ == State::away) {
     guarded("consumer", [this] { consumer_->finished(); });
     if (!wait_until_back()) {
@@ -94,15 +108,15 @@ void PortReceiver::finish() noexcept {
 // True when a stop was requested, false when the port is not or no longer open.
 bool PortReceiver::serve() noexcept {
   while (state_ == State::open) {
-    const Ready ready =
-        wait_for_input({.port = port_.get(), .stop = stop_.fd(), .path = watch_.fd(), .prod = prod_.fd()},
-                       parser_.deadline());
+    const Ready ready = wait_for_input(
+        {.port = port_.get(), .stop = stop_.fd(), .path = watch_.fd(), .wake_up = wake_up_.fd()},
+        earlier(parser_.deadline(), next_renewal_));
     if (ready.stop) {
       drain();
       return true;
     }
     beat(ready);
-    if (ready.path && watch_.take_changes() && !names_file(path_, port_.get())) {
+    if (may_have_changed(ready) && is_replaced()) {
       leave_replaced_port();
     } else if (ready.port) {
       serve_port(ready.port_readable);
@@ -178,9 +192,7 @@ void PortReceiver::deliver(TimePoint now) noexcept {
         break;
       case Event::end_of_frame:
         guarded("consumer", [this] { consumer_->frame_finished(); });
-        if (received_ - std::exchange(frame_end_, received_) > large_amount) {
-          release_free_memory();
-        }
+        release_free_memory(received_ - std::exchange(frame_end_, received_));
         break;
       case Event::damage:
         report_damage();
@@ -219,13 +231,12 @@ bool PortReceiver::wait_until_back() noexcept {
   milliseconds pause = pauses_.shortest;
   for (;;) {
     const Ready ready =
-        wait_for_input({.stop = stop_.fd(), .path = watch_.fd(), .prod = prod_.fd()}, next_attempt_);
+        wait_for_input({.stop = stop_.fd(), .path = watch_.fd(), .wake_up = wake_up_.fd()}, next_attempt_);
     if (ready.stop) {
       return false;
     }
     beat(ready);
-    const bool has_changed = ready.path && watch_.take_changes();
-    if (!has_changed && steady_clock::now() < next_attempt_) {
+    if (!may_have_changed(ready) && steady_clock::now() < next_attempt_) {
       continue;
     }
     if (reopen()) {
@@ -257,18 +268,36 @@ bool PortReceiver::reopen() noexcept {
 
 // The watch must begin first, so that it misses no change after the opening.
 bool PortReceiver::open_port() noexcept {
-  const int watch_error = watch_.renew() ? 0 : errno;
+  renew_watch();
   port_ = open_for_reading(path_, fifo_keeper_);
-  if (port_ && watch_error != 0 && !watch_failure_is_known_) {
-    logger.warning(path_, ": another file at this path will not be noticed: ", std::strerror(watch_error));
-    watch_failure_is_known_ = true;
-  }
   return static_cast<bool>(port_);
 }
 
+bool PortReceiver::may_have_changed(const Ready& ready) noexcept {
+  return (ready.path && watch_.take_changes()) || (next_renewal_ && *next_renewal_ <= steady_clock::now());
+}
+
+// The path may lead through other files than those that are watched. A change after this is noticed again.
+bool PortReceiver::is_replaced() noexcept {
+  renew_watch();
+  return !names_file(path_, port_.get());
+}
+
+void PortReceiver::renew_watch() noexcept {
+  const int error = watch_.renew() ? 0 : errno;
+  if (error != 0 && !watch_failure_is_known_) {
+    logger.warning(path_, ": cannot watch for a replaced file at this path: ", std::strerror(error));
+  }
+  watch_failure_is_known_ = error != 0;
+  next_renewal_.reset();
+  if (is_shortage(error)) {
+    next_renewal_ = steady_clock::now() + pauses_.longest;
+  }
+}
+
 void PortReceiver::beat(const Ready& ready) noexcept {
-  if (ready.prod) {
-    prod_.clear();
+  if (ready.wake_up) {
+    wake_up_.clear();
   }
   if (heartbeat_) {
     heartbeat_->beat();

@@ -64,6 +64,9 @@ class PortReceiver {
   [[nodiscard]] bool open_port() noexcept;
   void go_away(std::string_view reason, std::chrono::milliseconds pause) noexcept;
   void release_port() noexcept;
+  [[nodiscard]] bool may_have_changed(const Ready& ready) noexcept;
+  [[nodiscard]] bool is_replaced() noexcept;
+  void renew_watch() noexcept;
   [[nodiscard]] bool wait_until_back() noexcept;
   [[nodiscard]] bool reopen() noexcept;
   void beat(const Ready& ready) noexcept;
@@ -75,13 +78,14 @@ class PortReceiver {
   const ReopenPauses pauses_;
 
   // With their own synchronisation.
-  const posix::Event stop_;  // the stop request
-  const posix::Event prod_;  // the watchdog requests a sign of life
+  const posix::Event stop_;     // the stop request
+  const posix::Event wake_up_;  // the watchdog requests a sign of life
 
   // Used by the thread that opens and receives.
   std::string path_;
   PathWatch watch_;
   bool watch_failure_is_known_ = false;
+  Deadline next_renewal_;  // of a watch that the system lacked the means for
   State state_ = State::closed;
   posix::UniqueFd fifo_keeper_;
   posix::UniqueFd port_;  // held while a regular file is away

@@ -13,7 +13,7 @@
 
 namespace ecu::tamu::ipc::detail {
 
-/// Implements `QueuePortWriter` on a file descriptor. One thread at a time.
+/// Implements `QueuePortWriter` on a file descriptor. Not thread-safe.
 class PortSender {
  public:
   PortSender() = default;

@@ -10,7 +10,7 @@
 namespace ecu::tamu::ipc {
 
 /// Gives the writers of one port within this process access one after another, in the order of arrival: a
-/// writer of many records delays each of the others by one record at most. Any thread.
+/// writer of many records delays each of the others by one record at most. Thread-safe.
 class WriterQueue {
  public:
   /// The queue of the port at `path`: the same for the whole process as long as a pointer to it exists.

@@ -1,11 +1,8 @@
-#include <google/protobuf/io/coded_stream.h>
-#include <google/protobuf/wire_format_lite.h>
-
 #include <algorithm>
 #include <optional>
 #include <utility>
 
-#include <ecu/tamu/com/framing.h>
+#include <ecu/tamu/com/message_fields.h>
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
 #include <ecu/tamu/pb/messages.pb.h>
 #include <ecu/tamu/rt/signal_adapter.h>
@@ -16,7 +13,6 @@ namespace ecu::tamu::rt {
 
 namespace {
 
-using google::protobuf::internal::WireFormatLite;
 using Unpacked = Result<std::shared_ptr<const SignalGroup>, UnpackError>;
 
 // Several times the size of any message that the real-time side sends. A larger one is not kept, so that a
@@ -35,35 +31,6 @@ struct LastUnpacked {
     return result && timestamp == msg.timestamp && topic == other_topic && payload == msg.payload;
   }
 };
-
-constexpr std::uint32_t signal_tag =
-    WireFormatLite::MakeTag(pb::SignalGroup::kSignalFieldNumber, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
-
-// Calls `take` for each signal of the serialized group `body`; false when the group is malformed. The signals
-// share one object, because a parsed group of many small signals takes a multiple of its serialized size.
-template <class Take>
-bool for_each_signal(std::span<const std::uint8_t> body, Take take) {
-  google::protobuf::io::CodedInputStream input(body.data(), static_cast<int>(body.size()));
-  pb::Signal signal;
-  while (const std::uint32_t tag = input.ReadTag()) {
-    if (tag != signal_tag) {
-      if (!WireFormatLite::SkipField(&input, tag)) {
-        return false;
-      }
-      continue;
-    }
-    int size = 0;
-    if (!input.ReadVarintSizeAsInt(&size)) {
-      return false;
-    }
-    const auto rest = body.subspan(static_cast<std::size_t>(input.CurrentPosition()));
-    if (!input.Skip(size) || !signal.ParsePartialFromArray(rest.data(), size) || !signal.IsInitialized()) {
-      return false;
-    }
-    take(signal);
-  }
-  return input.ConsumedEntireMessage();
-}
 
 }  // namespace
 
@@ -135,12 +102,15 @@ Result<std::shared_ptr<const SignalGroup>, UnpackError> SignalAdapter::parse(con
     return static_cast<UnpackError>(body.error());
   }
   auto group = std::make_shared<SignalGroup>(SignalGroup(*entry));
-  const bool parsed = for_each_signal(*body, [&group](const pb::Signal& received) {
-    if (Signal* signal = group->set(received.name())) {
-      signal->data_.assign(received.data().begin(), received.data().end());
-      signal->value_ = received.value();
-      signal->status_ = received.status();
+  const bool parsed = com::for_each_field<pb::SignalGroup>(*body, [&group](const pb::SignalGroup& field) {
+    for (const pb::Signal& received : field.signal()) {
+      if (Signal* signal = group->set(received.name())) {
+        signal->data_.assign(received.data().begin(), received.data().end());
+        signal->value_ = received.value();
+        signal->status_ = received.status();
+      }
     }
+    return true;
   });
   if (!parsed) {
     return static_cast<UnpackError>(com::refuse_body());

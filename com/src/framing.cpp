@@ -22,6 +22,12 @@ std::uint64_t framing_word(std::uint16_t protocol_type, std::size_t body_size) {
          (std::uint64_t{body_size} << body_length_shift);
 }
 
+void write(const google::protobuf::MessageLite& message, std::span<std::uint8_t> room, const char* failure) {
+  if (!message.SerializeToArray(room.data(), static_cast<int>(room.size()))) {
+    throw std::runtime_error(failure);
+  }
+}
+
 Payload encode(const google::protobuf::MessageLite& body, std::uint16_t protocol_type, std::uint64_t now) {
   const std::size_t body_size = body.ByteSizeLong();
   if (body_size > std::numeric_limits<std::int32_t>::max()) {
@@ -32,12 +38,8 @@ Payload encode(const google::protobuf::MessageLite& body, std::uint16_t protocol
   header.set_send_time_ns(now);
 
   Payload payload(txf_header_size + body_size);
-  if (!header.SerializeToArray(payload.data(), txf_header_size)) {
-    throw std::runtime_error("unable to serialize TXFheader!");
-  }
-  if (!body.SerializeToArray(payload.data() + txf_header_size, static_cast<int>(body_size))) {
-    throw std::runtime_error("unable to serialize body!");
-  }
+  write(header, std::span(payload).first(txf_header_size), "unable to serialize TXFheader!");
+  write(body, std::span(payload).subspan(txf_header_size), "unable to serialize body!");
   return payload;
 }
 

@@ -116,9 +116,9 @@ bool HWVariantVariable::extract(const tamu::com::Message& msg) {
     logging::module(hw_variant_lookup.reporter).debug("data is empty or all 0xff or null, ignore.");
     return false;
   }
-  const std::string text = text_until_zero(signal->data());
+  std::string text = text_until_zero(signal->data());
   logging::info("HW Variant: '", text, "'");
-  set(text, msg.get_timestamp());
+  set(std::move(text), msg.get_timestamp());
   return true;
 }
 
@@ -134,9 +134,9 @@ bool NetworkVariantVariable::extract(const tamu::com::Message& msg) {
     logging::module(network_variant_lookup.reporter).debug("data is empty or all 0xff or nill, ignore.");
     return false;
   }
-  const std::string text = lower_case(text_until_zero(signal->data()));
+  std::string text = lower_case(text_until_zero(signal->data()));
   logging::info("NetworkVariant (VehicleVariant): '", text, "'");
-  set(text, msg.get_timestamp());
+  set(std::move(text), msg.get_timestamp());
   return true;
 }
 

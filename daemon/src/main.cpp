@@ -59,6 +59,7 @@ void configure_logging(const Configuration& config) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+  block_broken_pipe_signal();
   if (!parse_opts(argc, argv)) {
     usage();
     return EXIT_FAILURE;

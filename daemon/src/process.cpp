@@ -33,11 +33,16 @@ ProcessHolder& process() {
   return *holder;
 }
 
+void block_broken_pipe_signal() {
+  tamu::block_signals(tamu::signal_set(std::array{SIGPIPE}));
+}
+
 void limit_kept_memory() {
   constexpr int large_block = 64 * 1024;
   mallopt(M_MMAP_THRESHOLD, large_block);
   mallopt(M_TRIM_THRESHOLD, large_block);
   mallopt(M_TOP_PAD, large_block / 4);
+  mallopt(M_ARENA_MAX, 1);
 }
 
 void install_signal_handler() {
@@ -47,8 +52,7 @@ void install_signal_handler() {
   // Each handler blocks the other signal, so that the handler never interrupts itself in the middle of a
   // stop.
   action.sa_mask = tamu::termination_signals();
-  // The loss of the log's reader must not end the process.
-  tamu::block_signals(tamu::signal_set(std::array{SIGINT, SIGTERM, SIGPIPE}));
+  tamu::block_signals(tamu::termination_signals());
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
 }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <exception>
 #include <memory>
 
@@ -73,21 +74,26 @@ void QueuingPortHandler::init() {
   m_reader_thread = std::thread([this] { m_reader.reception_loop(); });
 }
 
-bool QueuingPortHandler::write(const std::vector<IpcSignal>& signals) {
-  logger.debug("Going to write ", signals.size(), " IPC signals to ", m_write_path);
+bool QueuingPortHandler::write(std::size_t count, const Sequence<IpcSignal>& signals) {
+  logger.debug("Going to write ", count, " IPC signals to ", m_write_path);
   tamu::ipc::QueuePortWriter<24u, Record> writer;
   if (!writer.open(m_write_path)) {
     logger.error("Unable to open Queueing Port for writing: ", m_write_path);
     return false;
   }
-  for (const IpcSignal& signal : signals) {
+  return signals([&](const IpcSignal& signal) {
     logger.debug("Write signal (id:0x", logging::hex(signal.id), ") with  payload size ", signal.data.size());
     if (m_writing_ended || !writer.transmit_data(signal)) {
       logger.error("Unable to write signal with id ", signal.id);
       return false;
     }
-  }
-  return true;
+    return true;
+  });
+}
+
+bool QueuingPortHandler::write(const std::vector<IpcSignal>& signals) {
+  return write(signals.size(),
+               [&signals](const auto& take) { return std::all_of(signals.begin(), signals.end(), take); });
 }
 
 void QueuingPortHandler::add_consumer(Consumer* consumer) {

@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
 
 #include <ecu/quil/sys_param_codec.h>
+#include <ecu/tamu/com/message_fields.h>
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
 #include <ecu/tamu/com/system_parameters.h>
 #include <ecu/tamu/logging/logging.h>
@@ -29,9 +31,9 @@ SysParamMessage framed(const Body& body) {
   return std::move(*message);
 }
 
-void fill(pb::SystemParameterEntry& entry, SysParam param) {
+void fill(pb::SystemParameterEntry& entry, const SysParam& param) {
   entry.set_ota_id(param.ota_id);
-  entry.set_value(std::move(param.payload));
+  entry.set_value(param.payload);
 }
 
 }  // namespace
@@ -70,26 +72,35 @@ SysParamMessage to_message(const SysParam& param) {
   return framed(entry);
 }
 
-SysParamMessage to_message(std::vector<SysParam> params) {
+SysParamMessage to_message(const std::vector<SysParam>& params) {
   pb::SystemParameterList list;
   list.mutable_entry()->Reserve(static_cast<int>(params.size()));
-  for (SysParam& param : params) {
-    fill(*list.add_entry(), std::move(param));
+  for (const SysParam& param : params) {
+    fill(*list.add_entry(), param);
   }
   return framed(list);
 }
 
-bool from_message_all(const tamu::com::Message& msg, std::vector<SysParam>& out) {
-  auto list = tamu::com::PbInternalMessageAdapter<pb::SystemParameterList>().deserialize(msg);
-  if (!list.ok) {
+std::optional<Sequence<SysParam>> from_message_all(const tamu::com::Message& msg) {
+  const auto list = tamu::com::MessageFields<pb::SystemParameterList>::of(msg.payload);
+  if (!list) {
     logger.error("Unable to deserialize SystemParameterList form com::Message");
-    return false;
+    return std::nullopt;
   }
-  for (pb::SystemParameterEntry& entry : *list.body.mutable_entry()) {
-    out.push_back({entry.ota_id(), std::move(*entry.mutable_value())});
-  }
-  logger.info(out.size(), " have been deserialized");
-  return true;
+  std::size_t count = 0;
+  list->for_each([&count](const pb::SystemParameterList& field) {
+    count += static_cast<std::size_t>(field.entry_size());
+    return true;
+  });
+  logger.info(count, " have been deserialized");
+  return [list = *list](const auto& take) {
+    return list.for_each([&take](pb::SystemParameterList& field) {
+      auto& entries = *field.mutable_entry();
+      return std::all_of(entries.begin(), entries.end(), [&take](pb::SystemParameterEntry& entry) {
+        return take({entry.ota_id(), std::move(*entry.mutable_value())});
+      });
+    });
+  };
 }
 
 }  // namespace ecu::quil

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include <ecu/quil/sys_param_container.h>
 #include <ecu/tamu/com/system_parameters.h>
 #include <ecu/tamu/logging/logging.h>
@@ -88,16 +90,16 @@ void SysParamContainer::settle() {
   m_state.set(m_sysparams.empty() ? ContainerState::EMPTY : ContainerState::SYNCED);
 }
 
-std::vector<SysParam> SysParamContainer::diff(const std::vector<SysParam>& incoming) const {
-  std::vector<SysParam> different;
+// For each parameter of `incoming`, in order, whether the copy lacks it or holds another value.
+std::vector<bool> SysParamContainer::diff(const Sequence<SysParam>& incoming) const {
+  std::vector<bool> differs;
   const tamu::MutexLock lock(m_sysparams_mutex);
-  for (const SysParam& param : incoming) {
+  incoming([&](const SysParam& param) TAMU_REQUIRES(m_sysparams_mutex) {
     const SysParam* same_id = m_sysparams.find(param.ota_id);
-    if (same_id == nullptr || *same_id != param) {
-      different.push_back(param);
-    }
-  }
-  return different;
+    differs.push_back(same_id == nullptr || *same_id != param);
+    return true;
+  });
+  return differs;
 }
 
 void SysParamContainer::merge(const std::vector<SysParam>& incoming) {
@@ -107,18 +109,18 @@ void SysParamContainer::merge(const std::vector<SysParam>& incoming) {
   }
 }
 
-bool SysParamContainer::update(std::vector<SysParam>&& params) {
-  const std::vector<SysParam> changed = diff(params);
-  if (changed.empty()) {
+bool SysParamContainer::update(const Sequence<SysParam>& params) {
+  const std::vector<bool> differs = diff(params);
+  const auto count = static_cast<std::size_t>(std::count(differs.begin(), differs.end(), true));
+  if (count == 0) {
     return true;
   }
   m_state.set(ContainerState::UPDATING);
-  std::vector<IpcSignal> signals;
-  signals.reserve(changed.size());
-  for (const SysParam& param : changed) {
-    signals.push_back(to_signal(param));
-  }
-  if (!m_port->write(signals)) {
+  const Sequence<IpcSignal> records = [&](const auto& take) {
+    auto next = differs.begin();
+    return params([&](const SysParam& param) { return !*next++ || take(to_signal(param)); });
+  };
+  if (!m_port->write(count, records)) {
     settle();
     return false;
   }

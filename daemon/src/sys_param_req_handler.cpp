@@ -4,7 +4,7 @@
 #include <utility>
 
 #include <ecu/quil/sys_param_req_handler.h>
-#include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/com/message_fields.h>
 #include <ecu/tamu/com/system_parameters.h>
 #include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
@@ -66,17 +66,20 @@ void SysParamReqHandler::message(const std::string& topic, const tamu::com::Mess
 }
 
 void SysParamReqHandler::answer_chosen(const tamu::com::Message& msg) {
-  const auto request = tamu::com::PbInternalMessageAdapter<tamu::pb::EcuVariableReq>().deserialize(msg);
-  if (!request.ok) {
+  const auto request = tamu::com::MessageFields<tamu::pb::EcuVariableReq>::of(msg.payload);
+  if (!request) {
     logger.warning("SystemParameter request payload could not be deserialized");
     return;
   }
-  for (const std::string& text : request.body.name()) {
+  request->for_each([this](const tamu::pb::EcuVariableReq& field) {
     if (is_stopped()) {
-      return;
+      return false;
     }
-    answer_one(text);
-  }
+    for (const std::string& text : field.name()) {
+      answer_one(text);
+    }
+    return true;
+  });
 }
 
 void SysParamReqHandler::answer_one(const std::string& text) {
@@ -114,12 +117,12 @@ void SysParamReqHandler::write(const tamu::com::Message& msg) {
     logger.info("Discarded request to write SysParams since they have gone out of sync with local cache");
     return;
   }
-  std::vector<SysParam> params;
-  if (!SysParamContainer::from_message_all(msg, params)) {
+  const auto params = SysParamContainer::from_message_all(msg);
+  if (!params) {
     logger.error("Unable to extract system-parameters from transport message.");
     return;
   }
-  if (!m_container.update(std::move(params))) {
+  if (!m_container.update(*params)) {
     logger.error("Unable to write SysParams to Queueing Port!");
   }
 }

@@ -50,9 +50,9 @@ Usage usage_of(int pid) {
 class Record {
  public:
   void add(const Usage& usage) {
-    std::printf("%6ld kB anonymous %6ld kB pss %4ld descriptors %4ld threads\n", usage.anonymous_kilobytes,
-                usage.pss_kilobytes, usage.descriptors, usage.threads);
-    std::fflush(stdout);
+    (void)std::printf("%6ld kB anonymous %6ld kB pss %4ld descriptors %4ld threads\n",
+                      usage.anonymous_kilobytes, usage.pss_kilobytes, usage.descriptors, usage.threads);
+    (void)std::fflush(stdout);
     samples_.push_back(usage);
   }
 
@@ -125,8 +125,8 @@ class Soak {
     const std::string number = std::to_string(round_);
     publish_signals(number);
     write_parameter(number);
-    far_side_.write(FarSide::parameter(0x11, number) + "damaged" + FarSide::parameter(2, number));
-    far_side_.write(FarSide::parameter(0x12, std::string(round_ * 997 % 30'000, 'p')).substr(9));
+    far_side_.write(parameter_record(0x11, number) + "damaged" + parameter_record(2, number));
+    far_side_.write(parameter_record(0x12, std::string(round_ * 997 % 30'000, 'p')).substr(9));
     far_side_.write_top_version("TV " + number);
     ask(number);
     // The daemon should be busy, not flooded.
@@ -197,7 +197,7 @@ class Soak {
     if (!bus_->wait_for_text(presence_topic, "online")) {
       return false;
     }
-    const auto end = Clock::now() + patience;
+    const auto end = Clock::now() + time_limit;
     while (!answers_once()) {
       if (Clock::now() >= end) {
         return false;
@@ -239,7 +239,7 @@ int main(int argc, char* argv[]) {
     std::from_chars(text.data(), text.data() + text.size(), minutes);
   }
   if (minutes < 1) {
-    std::fputs("soak: usage: soak MINUTES\n", stderr);
+    (void)std::fputs("soak: usage: soak MINUTES\n", stderr);
     return 1;
   }
   return tests::Soak().run(std::chrono::minutes(minutes));

@@ -59,7 +59,7 @@ BusClient::BusClient(int port, const std::string& id, const std::string& user, c
   }
   library_->loop_start();
   std::unique_lock lock(mutex_);
-  if (!changed_.wait_for(lock, patience, [this] { return answer_.has_value(); }) || *answer_ != 0) {
+  if (!changed_.wait_for(lock, time_limit, [this] { return answer_.has_value(); }) || *answer_ != 0) {
     throw std::runtime_error("no login");
   }
 }
@@ -81,7 +81,7 @@ void BusClient::subscribe(const std::string& filter, int qos) {
   const auto granted = [&] {
     return std::find(subscribed_.begin(), subscribed_.end(), mid) != subscribed_.end();
   };
-  if (!changed_.wait_for(lock, patience, granted)) {
+  if (!changed_.wait_for(lock, time_limit, granted)) {
     throw std::runtime_error("no subscription to " + filter);
   }
 }

@@ -43,7 +43,7 @@ class BusClient {
 
   /// The first message on `topic` that satisfies `wanted` and was not returned before.
   std::optional<BusMessage> wait_for(const std::string& topic, const Predicate& wanted = nullptr,
-                                     std::chrono::milliseconds timeout = patience);
+                                     std::chrono::milliseconds timeout = time_limit);
   /// Whether a message with this payload arrives.
   bool wait_for_text(const std::string& topic, std::string_view text);
 

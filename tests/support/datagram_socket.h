@@ -5,8 +5,10 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,7 +19,8 @@
 
 namespace tests {
 
-/// The socket of a service manager or the system log. Its path is removed with it.
+/// The socket of a service manager or the system log. Its path is removed with it. A path that begins with
+/// '@' is in the abstract namespace.
 class DatagramSocket {
  public:
   DatagramSocket() : DatagramSocket(std::string()) {}
@@ -27,7 +30,9 @@ class DatagramSocket {
         socket_(ecu::tamu::posix::checked_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket")) {
     name_.sun_family = AF_UNIX;
     path_.copy(name_.sun_path, sizeof(name_.sun_path) - 1);
-    EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&name_), sizeof(name_)), 0);
+    std::replace(name_.sun_path, name_.sun_path + 1, '@', '\0');
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path_.size());
+    EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&name_), size), 0);
   }
   ~DatagramSocket() { ::unlink(path_.c_str()); }
   DatagramSocket(const DatagramSocket&) = delete;
@@ -69,9 +74,9 @@ class DatagramSocket {
  private:
   template <class Wanted>
   bool wait(Wanted wanted) const {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = std::chrono::steady_clock::now() + time_limit;
     while (std::chrono::steady_clock::now() < deadline) {
-      const auto datagram = receive(patience);
+      const auto datagram = receive(time_limit);
       if (!datagram || wanted(*datagram)) {
         return datagram.has_value();
       }

@@ -1,35 +1,23 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
-#include <ecu/tamu/com/transport_client.h>
+#include "support/fake_client.h"
 
 namespace tests {
 
 /// A client without a broker that only counts publications.
-class DiscardingClient final : public ecu::tamu::com::ITransportClient {
+class DiscardingClient final : public FakeClient {
  public:
-  using Observer = std::shared_ptr<ecu::tamu::com::ISubscriptionObserver>;
-
-  void connect() override {}
-  void start() override {}
-  void run() override {}
-  void stop() override {}
-  void subscribe(const std::string& /*topic*/, int /*max_qos*/, Observer /*observer*/) override {}
-  void unsubscribe(const std::string& /*topic*/, const Observer& /*observer*/) override {}
-  ecu::tamu::com::PublishResult publish(const std::string& /*topic*/,
-                                        ecu::tamu::com::Message /*message*/) override {
-    ++published_;
+  ecu::tamu::com::PublishResult publish(const std::string& /*topic*/, Message /*message*/) override {
+    ++published_count_;
     return ecu::tamu::com::PublishResult::success;
   }
-  [[nodiscard]] bool connected() const override { return true; }
-
-  [[nodiscard]] std::uint64_t published() const noexcept { return published_; }
+  [[nodiscard]] std::uint64_t published() const noexcept { return published_count_; }
 
  private:
-  std::uint64_t published_ = 0;
+  std::uint64_t published_count_ = 0;
 };
 
 }  // namespace tests

@@ -41,6 +41,16 @@ inline std::string wire(std::uint32_t id, std::string_view data) {
   ecu::tamu::ipc::encode_record(record(id, data), bytes);
   return {bytes.begin(), bytes.end()};
 }
+/// The bytes of a record with a system parameter.
+inline std::string parameter_record(std::uint32_t id, const std::string& value) {
+  std::string payload;
+  for (const std::size_t number : {std::size_t{id}, value.size()}) {
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+      payload += static_cast<char>(number >> shift & 0xffU);
+    }
+  }
+  return wire(id, payload + value);
+}
 inline std::string end_mark() {
   const auto mark = ecu::tamu::ipc::end_of_frame();
   return {mark.begin(), mark.end()};
@@ -80,6 +90,7 @@ class PseudoTerminal {
     ::tcsetattr(far_side_.get(), TCSANOW, &raw);
   }
   [[nodiscard]] std::string path() const { return ::ptsname(far_side_.get()); }
+  [[nodiscard]] int fd() const noexcept { return far_side_.get(); }
   void write(std::string_view bytes) const { (void)!::write(far_side_.get(), bytes.data(), bytes.size()); }
 
  private:
@@ -108,7 +119,7 @@ class PortLog final : public ecu::tamu::ipc::IDataConsumer<ecu::tamu::ipc::IpcSi
   /// Waits until the text ends with `end`; fails the test when it never does.
   void wait_for(std::string_view end) {
     std::unique_lock lock(mutex_);
-    EXPECT_TRUE(changed_.wait_for(lock, patience, [&] { return text_.ends_with(end); })) << text_;
+    EXPECT_TRUE(changed_.wait_for(lock, time_limit, [&] { return text_.ends_with(end); })) << text_;
   }
 
  private:

@@ -14,7 +14,7 @@
 namespace tests {
 
 /// How long a test waits for an expected event.
-inline constexpr std::chrono::seconds patience{20};
+inline constexpr std::chrono::seconds time_limit{20};
 
 /// A child process whose output is read all the time, so that it never blocks on it. Ends with its owner, and
 /// with the thread that started it. One thread at a time.
@@ -27,14 +27,14 @@ class Process {
   void signal(int number) const;
 
   /// The exit status, or the number of the signal that ended it, negated; nothing while it is running.
-  std::optional<int> wait(std::chrono::milliseconds timeout = patience);
+  std::optional<int> wait(std::chrono::milliseconds timeout = time_limit);
 
   /// Its output on standard output and standard error so far.
   [[nodiscard]] std::string output() const;
   [[nodiscard]] std::string standard_output() const;
 
   /// Whether `text` has been written `times` times before the time is over or the process ends.
-  bool wait_for_output(std::string_view text, int times = 1, std::chrono::milliseconds timeout = patience);
+  bool wait_for_output(std::string_view text, int times = 1, std::chrono::milliseconds timeout = time_limit);
 
  private:
   void read_output();

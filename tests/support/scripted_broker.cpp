@@ -46,7 +46,13 @@ struct Packet {
     }
   }
 
-  [[nodiscard]] std::string answer() const {
+  [[nodiscard]] std::string without_identifier() const {
+    const bool has_identifier = type == publish ? qos > 0 : type == subscribe || type == unsubscribe;
+    const std::size_t at = type == publish ? 2 + number_at(body, 0) : 0;
+    return has_identifier ? std::string(body).erase(at, 2) : body;
+  }
+
+  [[nodiscard]] std::string answer(bool refuses) const {
     using namespace std::string_literals;
     switch (type) {
       case connect:
@@ -54,7 +60,7 @@ struct Packet {
       case publish:
         return qos == 0 ? "" : "\x40\x02"s + identifier_at(2 + number_at(body, 0));
       case subscribe:
-        return "\x90\x03"s + identifier_at(0) + "\x00"s;
+        return "\x90\x03"s + identifier_at(0) + (refuses ? "\x80"s : "\x00"s);
       case unsubscribe:
         return "\xb0\x02"s + identifier_at(0);
       case pingreq:
@@ -127,23 +133,28 @@ void ScriptedBroker::serve_connection(int fd) {
     {
       const std::lock_guard lock(mutex_);
       packets_.push_back(packet.name());
-      bytes_ += bytes + *body;
+      bytes_ += bytes + packet.without_identifier();
       changed_.notify_all();
     }
     const Reaction reaction = script_(packet.name());
-    if (reaction == Reaction::close) {
+    if (reaction.kind == Reaction::close) {
       return;
     }
-    const std::string answer = reaction == Reaction::answer ? packet.answer() : "";
-    if (::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL) < 0) {
+    const bool is_answered = reaction.kind == Reaction::answer || reaction.kind == Reaction::refuse;
+    const std::string answer =
+        is_answered ? packet.answer(reaction.kind == Reaction::refuse) : reaction.bytes;
+    // A client that has gone may have sent more before.
+    if (!answer.empty() && ::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL) < 0) {
       return;
+    }
+    while (reaction.kind == Reaction::send && read(fd, 1)) {
     }
   }
 }
 
 bool ScriptedBroker::wait_for(const std::string& packet, int times) {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, patience,
+  return changed_.wait_for(lock, time_limit,
                            [&] { return std::count(packets_.begin(), packets_.end(), packet) >= times; });
 }
 

@@ -18,7 +18,15 @@ namespace tests {
 /// "DISCONNECT".
 class ScriptedBroker {
  public:
-  enum class Reaction { answer, ignore, close };
+  /// What follows a packet: the regular answer, the refusal of a subscription, nothing, the end of the
+  /// connection, or `bytes`, after which the broker only reads.
+  struct Reaction {
+    enum Kind { answer, refuse, ignore, close, send };
+    Reaction(Kind what) : kind(what) {}  // NOLINT(google-explicit-constructor): a script returns a kind
+    explicit Reaction(std::string text) : kind(send), bytes(std::move(text)) {}
+    Kind kind;
+    std::string bytes;
+  };
   /// Called by the broker's thread for each packet.
   using Script = std::function<Reaction(const std::string& packet)>;
 
@@ -31,7 +39,7 @@ class ScriptedBroker {
   bool wait_for(const std::string& packet, int times = 1);
   /// All packets, in order.
   [[nodiscard]] std::vector<std::string> packets() const;
-  /// The bytes of all that came.
+  /// The bytes of all that came, without the packet identifiers, which the client chooses.
   [[nodiscard]] std::string bytes() const;
 
  private:

@@ -8,7 +8,6 @@
 #include <ecu/tamu/pb/messages.pb.h>
 
 #include "support/authority.h"
-#include "support/ports.h"
 #include "system/daemon.h"
 
 namespace tests {
@@ -166,23 +165,6 @@ TEST(BrokerSamplesTest, WithoutAnAccessListOnlyTheSocketAdmitsClients) {
   EXPECT_THROW(Broker(installed(dir, samples)), std::runtime_error) << "logins that would not be asked for";
 }
 
-TEST(BrokerSamplesTest, TheDaemonWorksThroughTheSocketWithItsLogin) {
-  UnitBroker unit;
-  Fifo to_daemon(unit.dir, "receive"), from_daemon(unit.dir, "send");
-  to_daemon.open();
-  from_daemon.open();
-  BusClient vault = unit.log_in("vault"), application = unit.log_in("application"),
-            realtime = unit.log_in("realtime");
-  vault.subscribe("#");
-  application.subscribe("#");
-  Daemon daemon(unit.config("qpread = " + to_daemon.path() + "\nqpwrite = " + from_daemon.path()));
-  ASSERT_TRUE(application.wait_for_text(presence_topic, "online")) << daemon.output();
-  vault.publish("system/quil/secstore/setmaster", "hush", false, 1);
-  EXPECT_TRUE(vault.wait_for_text("system/quil/secstore/getmaster", "hush"));
-  realtime.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
-  EXPECT_TRUE(application.wait_for("system/var/hwvariant"));
-}
-
 TEST(BrokerSamplesTest, ALoginThatTakesTheDaemonsClientIdentifierDoesNotEndTheDaemonsConnection) {
   UnitBroker unit;
   BusClient witness = unit.log_in("witness");
@@ -193,7 +175,7 @@ TEST(BrokerSamplesTest, ALoginThatTakesTheDaemonsClientIdentifierDoesNotEndTheDa
   intruder.publish("system/presence/application", "online", false, 1);
   BusClient realtime = unit.log_in("realtime", "quil");
   witness.subscribe("system/var/hwvariant");
-  realtime.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+  realtime.publish("rt/system/hw_variant", hardware_variant("R08_B1"));
   EXPECT_TRUE(witness.wait_for("system/var/hwvariant"));
   EXPECT_FALSE(heard(witness, presence_topic, "offline"));
 }
@@ -237,9 +219,7 @@ class BridgeTest : public testing::Test {
   void expect_kept(const std::string& value) {
     BusClient monitor(fleet.port(), "", "monitor", "monitor");
     monitor.subscribe("#");
-    EXPECT_TRUE(monitor.wait_for(variable, [&](const BusMessage& kept) {
-      return kept.payload.find(value) != std::string::npos;
-    })) << value;
+    EXPECT_TRUE(comes(monitor, variable, value)) << value;
     for (const BusMessage& kept : monitor.history()) {
       EXPECT_TRUE(kept.topic.starts_with(unit_tree + "system/var/") || kept.topic == unit_tree + "connected")
           << kept.topic;
@@ -250,7 +230,7 @@ class BridgeTest : public testing::Test {
     BusClient realtime = unit.log_in("realtime");
     realtime.subscribe("system/presence/#");
     ASSERT_TRUE(realtime.wait_for_text(presence_topic, "online"));
-    realtime.publish("rt/system/hw_variant", Group().bytes("variant", value).message().payload);
+    realtime.publish("rt/system/hw_variant", hardware_variant(value));
   }
 
   TempDir dir;

@@ -44,7 +44,7 @@ class Recorder final : public com::ISubscriptionObserver {
 
   bool wait_for(std::size_t calls) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, patience, [&] { return seen_.size() >= calls; });
+    return changed_.wait_for(lock, time_limit, [&] { return seen_.size() >= calls; });
   }
   std::vector<std::string> seen() {
     const std::lock_guard lock(mutex_);
@@ -122,7 +122,7 @@ class ClientTest : public testing::Test {
   void stop() {
     client->stop();
     if (running.valid()) {
-      ASSERT_EQ(running.wait_for(patience), std::future_status::ready);
+      ASSERT_EQ(running.wait_for(time_limit), std::future_status::ready);
     }
   }
   com::PublishResult publish(const std::string& topic, const std::string& text, bool retained = false) {
@@ -143,7 +143,7 @@ class ClientTest : public testing::Test {
 };
 
 inline bool returns_soon(const std::future<void>& call) {
-  return call.wait_for(patience) == std::future_status::ready;
+  return call.wait_for(time_limit) == std::future_status::ready;
 }
 inline bool has_returned(const std::future<void>& call) {
   return call.wait_for(std::chrono::milliseconds(50)) == std::future_status::ready;

@@ -51,6 +51,8 @@ TEST(CommandLineTest, OptionsThatEndTheProgramHaveTheirExitCodeAndText) {
     }
     EXPECT_EQ(written, text) << testing::PrintToString(options);
   }
+  const std::string without_reader = R"(exec > >(:); wait $!; exec "$0" -L extra)";
+  EXPECT_EQ(Process({"/bin/bash", "-c", without_reader, program}).wait(), 1);
 }
 
 TEST(CommandLineTest, QuilctlNamesTheInvalidWord) {
@@ -113,23 +115,6 @@ TEST(CommandLineTest, TheCommandLineOverridesTheFileAndALaterOptionAnEarlierOne)
         << config << testing::PrintToString(options) << daemon.output();
     EXPECT_EQ(count(daemon.output(), "logmode"), 0) << daemon.output();
   }
-}
-
-// The system log's socket has a fixed path, so the program gets its own /dev.
-TEST(CommandLineTest, TheSystemLogReceivesTheLinesUnlessAnotherLogIsSelected) {
-  const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
-  if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
-    GTEST_SKIP() << "no mount namespace to be had";
-  }
-  const TempDir dir;
-  DatagramSocket system_log;
-  const std::string file = dir.write("conf", "host = /no/such/socket\nlogmode = bad\n");
-  Process process(
-      {"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, system_log.path(), program, "-c", file});
-  constexpr int daemon_notice = 3 * 8 + 5;
-  EXPECT_TRUE(system_log.wait_for('<' + std::to_string(daemon_notice) + '>'));
-  EXPECT_TRUE(system_log.wait_for("/no/such/socket"));
-  EXPECT_EQ(process.output(), "");
 }
 
 }  // namespace

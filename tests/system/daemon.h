@@ -4,11 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <ecu/tamu/com/framing.h>
+#include <ecu/tamu/pb/messages.pb.h>
 
 #include "posix/event.h"
 #include "support/broker.h"
@@ -19,6 +24,12 @@
 #include "support/temp_dir.h"
 
 namespace tests {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool sanitized = true;
+#else
+inline constexpr bool sanitized = false;
+#endif
 
 inline const std::string program = PROGRAM_DIR "/tolquil";
 inline const std::string presence_topic = "system/presence/quil";
@@ -69,6 +80,18 @@ class SystemTest : public testing::Test {
   BusClient bus{broker.port()};
 };
 
+/// A number from a file of /proc, by its name.
+inline long number_in(const std::filesystem::path& file, const std::string& name) {
+  std::ifstream status(file);
+  for (std::string word; status >> word;) {
+    if (word == name + ':') {
+      status >> word;
+      return std::stol(word);
+    }
+  }
+  return 0;
+}
+
 /// The lines of a log without their times.
 inline std::vector<std::string> lines_of(const std::string& log) {
   std::istringstream text(log);
@@ -77,6 +100,23 @@ inline std::vector<std::string> lines_of(const std::string& log) {
     lines.push_back(line.substr(line.find(' ') + 1));
   }
   return lines;
+}
+
+inline ecu::tamu::com::Payload framed(const google::protobuf::MessageLite& body) {
+  return ecu::tamu::com::frame(body, ecu::tamu::com::pb_protocol_type).value().payload;
+}
+
+inline ecu::tamu::com::Payload hardware_variant(const std::string& value) {
+  return Group().bytes("variant", value).message().payload;
+}
+
+/// Whether a message with `value` arrives on `topic` within `time`.
+inline bool comes(BusClient& bus, const std::string& topic, const std::string& value,
+                  std::chrono::milliseconds time = time_limit) {
+  const auto carries = [&value](const BusMessage& message) {
+    return message.payload.find(value) != std::string::npos;
+  };
+  return bus.wait_for(topic, carries, time).has_value();
 }
 
 }  // namespace tests

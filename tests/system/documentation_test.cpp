@@ -1,5 +1,7 @@
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
 
@@ -133,6 +135,78 @@ TEST(DocumentationTest, TheInstalledConfigurationHasEveryKeyAndTheDaemonAcceptsI
   DatagramSocket manager;
   Daemon daemon(config, {}, {"NOTIFY_SOCKET=" + manager.path()});
   EXPECT_TRUE(manager.wait_for("READY=1"));
+}
+
+/// The cells of the table below a heading, by row.
+std::vector<std::vector<std::string>> table_below(const std::string& heading, const std::string& text) {
+  const auto start = text.find('\n' + heading + "\n");
+  EXPECT_NE(start, std::string::npos) << heading;
+  std::istringstream lines(text.substr(start, text.find("\n#", start + 1) - start));
+  std::vector<std::vector<std::string>> rows;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("| ")) {
+      std::istringstream cells(line.substr(2));
+      for (rows.emplace_back(); std::getline(cells, line, '|');) {
+        rows.back().push_back(line);
+      }
+    }
+  }
+  rows.erase(rows.begin());
+  return rows;
+}
+
+TEST(DocumentationTest, TheReferenceFilesAreWrittenFromTheTablesOfThisVersion) {
+  const TempDir dir;
+  EXPECT_EQ(Process({PROGRAM_DIR "/write_reference", dir.path("")}).wait(), 0);
+  for (const std::string name : {"asyncapi.yaml", "catalogue.json"}) {
+    std::ifstream file(dir.path(name));
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), contents("docs/" + name))
+        << "write it again with " PROGRAM_DIR "/write_reference docs";
+  }
+}
+
+TEST(DocumentationTest, TheAsyncApiFileAndTheInterfacesHaveTheSameTopics) {
+  const std::string yaml = contents("docs/asyncapi.yaml"), text = contents("docs/interfaces.md");
+  const std::regex channel(R"re(\n  (\w+):\n    address: (system/var/|\S+))re"),
+      operation(R"re(action: (\w+)\n    channel: \{\$ref: "#/channels/(\w+)"\}\n.*Traits/(\w+)"\})re");
+  std::map<std::string, std::string> addresses;
+  for (std::sregex_iterator each(yaml.begin(), yaml.end(), channel), end; each != end; ++each) {
+    addresses[(*each)[1]] = (*each)[2];
+  }
+  std::map<std::string, std::string> quality{
+      {"value", " 0, retained "}, {"confirmed", " 1, retained "}, {"event", " 0 "}, {"request", ""}};
+  std::set<std::string> described, documented;
+  for (std::sregex_iterator each(yaml.begin(), yaml.end(), operation), end; each != end; ++each) {
+    described.insert((*each)[1].str() + ' ' + addresses[(*each)[2]] + quality[(*each)[3]]);
+  }
+  for (const auto& [heading, action] : {std::pair{"### Read", "receive "}, {"### Published", "send "}}) {
+    for (const auto& row : table_below(heading, text)) {
+      for (const std::string& topic : all(row.front(), "`([^`]+)`")) {
+        documented.insert(action + topic + (row.size() == 3 && *action == 's' ? row.back() : ""));
+      }
+    }
+  }
+  EXPECT_EQ(described, documented);
+}
+
+TEST(DocumentationTest, TheCatalogueHasTheDocumentedVariablesAndFormsThatTheirValuesMatch) {
+  const auto expected = nlohmann::json::parse(contents("tools/ecusim/default_scenario.json"))["expect"];
+  std::set<std::string> names, documented;
+  for (const auto& variable : nlohmann::json::parse(contents("docs/catalogue.json"))) {
+    const std::string name = variable["name"];
+    names.insert(name);
+    const std::string example = variable["example"];
+    for (const std::string& value : {example, expected.value(name, example)}) {
+      const auto values = variable.value("enumeration", std::vector<std::string>{value});
+      EXPECT_THAT(values, Contains(value)) << name;
+      EXPECT_TRUE(std::regex_match(value, std::regex(variable.value("pattern", ".+"))))
+          << name << ' ' << value;
+    }
+  }
+  for (const auto& row : table_below("### Variables", contents("docs/interfaces.md"))) {
+    documented.merge(all(row.front(), "`([a-z0-9]+)`"));
+  }
+  EXPECT_EQ(names, documented);
 }
 
 }  // namespace

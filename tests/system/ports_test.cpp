@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <optional>
 
-#include <ecu/tamu/com/framing.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
 #include "daemon.h"
@@ -12,26 +11,7 @@
 namespace {
 
 using namespace tests;
-namespace com = ecu::tamu::com;
 namespace pb = ecu::tamu::pb;
-
-/// The bytes of a system parameter in a record.
-std::string param(std::uint32_t id, const std::string& value) {
-  std::string bytes;
-  for (const std::uint32_t number : {id, static_cast<std::uint32_t>(value.size())}) {
-    for (unsigned shift = 0; shift < 32; shift += 8) {
-      bytes += static_cast<char>(number >> shift & 0xffU);
-    }
-  }
-  return bytes + value;
-}
-std::string param_record(std::uint32_t id, const std::string& value) {
-  return wire(id, param(id, value));
-}
-
-com::Payload framed(const google::protobuf::MessageLite& body) {
-  return com::frame(body, com::pb_protocol_type).value().payload;
-}
 
 /// A broker, a far side of both ports, and the daemon between them.
 class PortsTest : public SystemTest {
@@ -39,18 +19,12 @@ class PortsTest : public SystemTest {
   PortsTest() {
     to_daemon.open();
     from_daemon.open();
-    to_daemon.write(param_record(0xa009, "TV 1") + param_record(0x11, "old") + end_mark());
+    to_daemon.write(parameter_record(0xa009, "TV 1") + parameter_record(0x11, "old") + end_mark());
   }
 
   // The daemon publishes presence after its subscriptions.
   bool is_up() { return bus.wait_for_text(presence_topic, "online"); }
   void ask_for_all() { bus.publish("system/quil/request/sysparams", std::string_view()); }
-  bool answered_with(const std::string& value) {
-    return bus
-        .wait_for("system/sysparams",
-                  [&](const BusMessage& message) { return message.payload.find(value) != std::string::npos; })
-        .has_value();
-  }
   void write_param(const std::string& value) {
     pb::SystemParameterList list;
     list.add_entry()->set_ota_id(0x11);
@@ -73,33 +47,29 @@ class PortsTest : public SystemTest {
 };
 
 TEST_F(PortsTest, ParametersAreRequestedWrittenAndReadBack) {
-  ASSERT_TRUE(bus.wait_for("system/var/topversion", [](const BusMessage& message) {
-    return message.payload.find("TV 1") != std::string::npos;
-  }));
+  ASSERT_TRUE(comes(bus, "system/var/topversion", "TV 1"));
   ASSERT_TRUE(is_up());
   ask_for_all();
-  EXPECT_TRUE(answered_with("old"));
+  EXPECT_TRUE(comes(bus, "system/sysparams", "old"));
   pb::EcuVariableReq request;
   request.add_name("17");
   bus.publish("system/quil/request/sysparam", framed(request));
   EXPECT_TRUE(bus.wait_for("system/sysparam/"));
   write_param("new");
-  EXPECT_EQ(written(), param_record(0x11, "new") + end_mark());
-  to_daemon.write(param_record(0x11, "new") + param_record(0xa009, "TV 2") + end_mark());
-  EXPECT_TRUE(bus.wait_for("system/var/topversion", [](const BusMessage& message) {
-    return message.payload.find("TV 2") != std::string::npos;
-  }));
+  EXPECT_EQ(written(), parameter_record(0x11, "new") + end_mark());
+  to_daemon.write(parameter_record(0x11, "new") + parameter_record(0xa009, "TV 2") + end_mark());
+  EXPECT_TRUE(comes(bus, "system/var/topversion", "TV 2"));
   ask_for_all();
-  EXPECT_TRUE(answered_with("new"));
+  EXPECT_TRUE(comes(bus, "system/sysparams", "new"));
 }
 
 TEST_F(PortsTest, SecretsAreRelayedBothWaysAndNeverLogged) {
   ASSERT_TRUE(is_up());
-  to_daemon.write(wire(2, param(2, "hush-master")) + end_mark());
+  to_daemon.write(parameter_record(2, "hush-master") + end_mark());
   EXPECT_TRUE(bus.wait_for_text("system/quil/secstore/getmaster", "hush-master"));
   bus.publish("system/quil/secstore/setremote", "hush-remote");
   EXPECT_TRUE(bus.wait_for_text("system/quil/secstore/getremote", "hush-remote"));
-  EXPECT_EQ(written(), wire(3, param(3, "hush-remote")) + end_mark());
+  EXPECT_EQ(written(), parameter_record(3, "hush-remote") + end_mark());
   EXPECT_EQ(daemon.output().find("hush"), std::string::npos);
 }
 
@@ -108,7 +78,7 @@ TEST_F(PortsTest, ARequestThatWaitsForAnAnswerDelaysNothingElse) {
   write_param("unanswered");
   EXPECT_FALSE(written().empty());
   ask_for_all();
-  bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+  bus.publish("rt/system/hw_variant", hardware_variant("R08_B1"));
   EXPECT_TRUE(bus.wait_for("system/var/hwvariant"));
   bus.publish("rt/io/kl15", Group().message().payload);
   EXPECT_TRUE(daemon.wait_for_output("ERROR no signal: kl15 on topic: rt/io/kl15"));
@@ -117,32 +87,6 @@ TEST_F(PortsTest, ARequestThatWaitsForAnAnswerDelaysNothingElse) {
   EXPECT_FALSE(bus.wait_for("system/sysparams", nullptr, std::chrono::milliseconds(0)));
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.wait(), 0);
-}
-
-TEST_F(PortsTest, DamageAndAReconnectingFarSideLoseNoWholeRecord) {
-  ASSERT_TRUE(is_up());
-  const std::string record = param_record(0x11, "whole");
-  to_daemon.write("noise" + record.substr(0, 20));
-  to_daemon.open();
-  to_daemon.write(record + end_mark());
-  EXPECT_TRUE(daemon.wait_for_output("25 bytes dropped, they are no whole record"));
-  ASSERT_TRUE(daemon.wait_for_output("frame finished, 1 parameters"));
-  ask_for_all();
-  EXPECT_TRUE(answered_with("whole"));
-}
-
-TEST_F(PortsTest, ARecreatedReceiveFifoIsReadAtOnce) {
-  ASSERT_TRUE(is_up());
-  ::unlink(to_daemon.path().c_str());
-  const std::string port = "[tamu.ipc.queueport] " + to_daemon.path() + ": receive port ";
-  EXPECT_TRUE(daemon.wait_for_output("WARNING " + port + "away: the path no longer names the open file"));
-  Fifo anew(dir, "receive");
-  anew.open();
-  anew.write(param_record(0x11, "anew") + end_mark());
-  EXPECT_TRUE(daemon.wait_for_output("NOTICE " + port + "is back"));
-  ASSERT_TRUE(daemon.wait_for_output("frame finished, 1 parameters"));
-  ask_for_all();
-  EXPECT_TRUE(answered_with("anew"));
 }
 
 TEST_F(SystemTest, TheServiceManagerShowsThatAReceivePortIsAwayAndBack) {
@@ -158,12 +102,10 @@ TEST_F(SystemTest, TheServiceManagerShowsThatAReceivePortIsAwayAndBack) {
   EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
   EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
   far_side.emplace();
-  far_side->write(param_record(0xa009, "TV back") + end_mark());
+  far_side->write(parameter_record(0xa009, "TV back") + end_mark());
   replace_link(dir.path("receive"), far_side->path());
   EXPECT_TRUE(manager.wait_for_exactly("STATUS=on line"));
-  EXPECT_TRUE(bus.wait_for("system/var/topversion", [](const BusMessage& message) {
-    return message.payload.find("TV back") != std::string::npos;
-  }));
+  EXPECT_TRUE(comes(bus, "system/var/topversion", "TV back"));
 }
 
 TEST_F(SystemTest, DaemonAndSimulatorReconnectWhicheverIsRestarted) {
@@ -179,24 +121,17 @@ TEST_F(SystemTest, DaemonAndSimulatorReconnectWhicheverIsRestarted) {
                                                "--host", "127.0.0.1", "--port", std::to_string(broker.port()),
                                                "--ports", dir.path("")});
   };
-  const auto is_published = [&](const std::string& version) {
-    return bus
-        .wait_for(
-            "system/var/topversion",
-            [&](const BusMessage& message) { return message.payload.find(version) != std::string::npos; })
-        .has_value();
-  };
   start_simulator("TV 1");
   while (!std::filesystem::exists(dir.path("telematics_param_send")) &&
          !simulator->wait(std::chrono::milliseconds(5))) {
   }
   std::optional<Daemon> daemon(std::in_place, config(ports));
-  ASSERT_TRUE(is_published("TV 1"));
+  ASSERT_TRUE(comes(bus, "system/var/topversion", "TV 1"));
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   simulator->signal(SIGTERM);
   ASSERT_EQ(simulator->wait(), 0);
   start_simulator("TV 2");
-  ASSERT_TRUE(is_published("TV 2"));
+  ASSERT_TRUE(comes(bus, "system/var/topversion", "TV 2"));
   // Twice, because the simulator may see the daemon for the first time only after the first restart.
   for (int restart = 0; restart < 2; ++restart) {
     daemon->signal(SIGKILL);
@@ -205,7 +140,7 @@ TEST_F(SystemTest, DaemonAndSimulatorReconnectWhicheverIsRestarted) {
     daemon.emplace(config(ports));
     ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   }
-  EXPECT_TRUE(is_published("TV 2"));
+  EXPECT_TRUE(comes(bus, "system/var/topversion", "TV 2"));
 }
 
 /// The daemon sends its first request when the ignition has been on for a whole period of 12 s.

@@ -50,7 +50,7 @@ TEST_F(QuilctlWatchTest, ASignalEndsEveryWait) {
       source.publish("flood", std::string(1000, 'x'));
     }
   });
-  EXPECT_TRUE(decode.wait_for_output("flood", 1000));
+  EXPECT_TRUE(decode.wait_for_output("flood", 50));
   decode.signal(SIGTERM);
   EXPECT_EQ(decode.wait(), 0);
   ended = true;

@@ -18,7 +18,7 @@ class StalledLogTest : public SystemTest {
   }
 
   void expect_variable() {
-    bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+    bus.publish("rt/system/hw_variant", hardware_variant("R08_B1"));
     EXPECT_TRUE(bus.wait_for("system/var/hwvariant"));
   }
 
@@ -26,26 +26,21 @@ class StalledLogTest : public SystemTest {
   Fifo log{dir, "log"};
 };
 
-TEST_F(StalledLogTest, DelaysNeitherVariablesNorTheStop) {
+TEST_F(StalledLogTest, DelaysNothingAndReceivesTheNumberOfLostLinesOnceItIsReadAgain) {
   Daemon daemon(config(), {"-L", "-v"}, into_log());
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   expect_variable();
-  daemon.signal(SIGTERM);
-  EXPECT_EQ(daemon.wait(std::chrono::milliseconds(4000)), 0);
-  EXPECT_TRUE(bus.wait_for_text(presence_topic, "offline"));
   EXPECT_EQ(log.read().find_first_not_of('.'), std::string::npos);
-}
-
-TEST_F(StalledLogTest, ReceivesTheNumberOfLostLinesOnceItIsReadAgain) {
-  Daemon daemon(config(), {"-L", "-v"}, into_log());
-  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
-  (void)log.read();
   expect_variable();
   const auto lines = lines_of(log.read());
   ASSERT_FALSE(lines.empty());
   EXPECT_THAT(lines.front(),
               testing::MatchesRegex(R"(WARNING \[tamu\.logging\] [1-9][0-9]* lines? lost: .*)"));
   EXPECT_THAT(lines, testing::Contains(testing::HasSubstr("HW Variant")));
+  log.write(std::string(1 << 20, '.'));
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(std::chrono::milliseconds(4000)), 0);
+  EXPECT_TRUE(bus.wait_for_text(presence_topic, "offline"));
 }
 
 TEST_F(StalledLogTest, DoesNotDisableTheSecondSignal) {
@@ -60,20 +55,23 @@ TEST_F(StalledLogTest, DoesNotDisableTheSecondSignal) {
 }
 
 // The system log's socket has a fixed path, so the program gets its own /dev.
-TEST_F(StalledLogTest, DelaysNothingWhenItIsTheSystemLog) {
+TEST_F(StalledLogTest, DelaysNothingWhenItIsTheSystemLogWhichIsTheDefault) {
   const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
   if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
     GTEST_SKIP() << "no mount namespace available";
   }
   const DatagramSocket system_log;
   system_log.fill();
-  Daemon daemon(config(), {"-v"}, {"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, system_log.path()});
+  Daemon daemon(config("logmode = bad\n"), {"-v"},
+                {"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, system_log.path()});
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   while (system_log.receive()) {
   }
   expect_variable();
   EXPECT_TRUE(system_log.wait_for(" lost: "));
+  EXPECT_TRUE(system_log.wait_for("<30>"));  // daemon.info
   EXPECT_TRUE(system_log.wait_for("HW Variant"));
+  EXPECT_EQ(daemon.output(), "");
   system_log.fill();
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.wait(std::chrono::milliseconds(4000)), 0);

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include <ecu/tamu/com/port_names.h>
 #include <ecu/tamu/com/system_parameters.h>
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/thread_safety.h>
@@ -18,6 +19,7 @@
 namespace ecu::sim {
 
 namespace ipc = tamu::ipc;
+namespace port_names = tamu::com::port_names;
 
 namespace {
 
@@ -103,8 +105,8 @@ class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
 };
 
 Hypervisor::Hypervisor(PortsSetup setup, const std::string& folder, const FifoAccess& access)
-    : receive_port_(folder + "/telematics_param_receive", access),
-      send_port_(folder + "/telematics_param_send", access),
+    : receive_port_(folder + '/' + port_names::parameter_receive, access),
+      send_port_(folder + '/' + port_names::parameter_send, access),
       reader_([&] {
         auto storage = std::make_unique<Storage>(std::move(setup), frames_);
         storage_ = storage.get();

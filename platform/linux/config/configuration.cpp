@@ -37,7 +37,7 @@ Fault error_in(int line, std::string text) {
   return {line, false, std::move(text)};
 }
 
-constexpr std::string_view blanks = " \t\r\v\f";
+constexpr std::string_view white_space = " \t\r\v\f";
 
 bool is_number_within(std::string_view value, std::uint64_t from, std::uint64_t to) {
   const std::optional<std::uint64_t> number = text::parse_number(value);
@@ -86,11 +86,11 @@ constexpr ValueRule value_rules[] = {
 };
 
 std::string_view trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(blanks);
+  const std::size_t first = text.find_first_not_of(white_space);
   if (first == std::string_view::npos) {
     return {};
   }
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+  return text.substr(first, text.find_last_not_of(white_space) - first + 1);
 }
 
 std::optional<std::string_view> unquoted(std::string_view text) {
@@ -108,7 +108,7 @@ std::optional<std::pair<std::string_view, std::string_view>> split(std::string_v
   }
   const std::string_view key = trimmed(line.substr(0, separator));
   const std::optional<std::string_view> value = unquoted(trimmed(line.substr(separator + 1)));
-  if (key.empty() || key.find_first_of(blanks) != std::string_view::npos || !value) {
+  if (key.empty() || key.find_first_of(white_space) != std::string_view::npos || !value) {
     return std::nullopt;
   }
   return std::pair(key, *value);
@@ -122,7 +122,7 @@ std::string_view clipped(std::string_view text) {
 
 // The part of a malformed line that a log line may show: anything after the first word may be a password.
 std::string_view showable(std::string_view line) {
-  return clipped(line.substr(0, std::min(line.find('='), line.find_first_of(blanks))));
+  return clipped(line.substr(0, std::min(line.find('='), line.find_first_of(white_space))));
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ struct Timestamp {
 
 /// Composes one line of at most 4 KiB, without the heap. A longer text is cut after the last character or
 /// escape that fits, and the line then ends in "... (N bytes left out)"; N counts the bytes before they were
-/// escaped. One thread at a time.
+/// escaped. Not thread-safe.
 class LineBuilder {
  public:
   static constexpr std::size_t max_size = 4096;  // including the prefix and the newline

@@ -15,8 +15,8 @@
 namespace ecu::tamu::logging {
 
 /// Where lines go. Writing never waits for the reader: a line that the target does not accept at once is lost
-/// and counted. The first line that it accepts again is a WARNING with the number lost, whatever the log's
-/// level. Any thread.
+/// and counted. Before the next accepted line, a WARNING reports the number of lost lines regardless of the
+/// log level. Thread-safe.
 class Sink {
  public:
   virtual ~Sink() = default;

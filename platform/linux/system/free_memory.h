@@ -1,19 +1,12 @@
 #pragma once
 
-#include <malloc.h>
-
 #include <cstddef>
 
 namespace ecu::tamu {
 
-/// More bytes than this at once are worth a call of `release_free_memory` after they were handled.
-inline constexpr std::size_t large_amount = std::size_t{16} * 1024;
-
-/// Gives memory that is free back to the system. The allocator keeps many small blocks, such as those of a
-/// parsed message, until a thread happens to free a large one at the end of its heap.
-inline void release_free_memory() noexcept {
-  constexpr std::size_t reserve = 0;
-  ::malloc_trim(reserve);
-}
+/// Gives memory that is free back to the system, after input of `bytes` was handled: at once when that is
+/// much, else if it was not done in the last second, because a small message may replace large values. The
+/// allocator alone keeps small blocks, such as those of a parsed message. Any thread.
+void release_free_memory(std::size_t bytes) noexcept;
 
 }  // namespace ecu::tamu

@@ -10,7 +10,7 @@ namespace ecu::tamu {
 namespace {
 
 struct Registry {
-  Mutex mutex;  // held while a loop is prodded, so that no loop is prodded after its end
+  Mutex mutex;  // held while a loop is woken, so that no loop is woken after its end
 
   // Guarded by mutex.
   std::vector<Heartbeat*> heartbeats TAMU_GUARDED_BY(mutex);
@@ -23,8 +23,8 @@ Registry& registry() {
 
 }  // namespace
 
-Heartbeat::Heartbeat(std::string name, std::function<void()> prod)
-    : name_(std::move(name)), prod_(std::move(prod)) {
+Heartbeat::Heartbeat(std::string name, std::function<void()> wake_up)
+    : name_(std::move(name)), wake_up_(std::move(wake_up)) {
   const MutexLock lock(registry().mutex);
   registry().heartbeats.push_back(this);
 }
@@ -41,7 +41,7 @@ std::string check_heartbeats() {
     if (!heartbeat->beaten_.exchange(false)) {
       silent += (silent.empty() ? "" : ", ") + heartbeat->name_;
     }
-    heartbeat->prod_();
+    heartbeat->wake_up_();
   }
   return silent;
 }

@@ -1,6 +1,7 @@
 #include "system/supervised_wait.h"
 
 #include <poll.h>
+#include <signal.h>
 
 #include <optional>
 
@@ -21,6 +22,11 @@ timespec to_timespec(Microseconds time) {
           static_cast<long>(std::chrono::nanoseconds(time - seconds).count())};
 }
 
+bool has_default_action(int signal_number) {
+  struct sigaction action {};
+  return ::sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL;
+}
+
 }  // namespace
 
 void wait_supervised(const posix::Event& event) {
@@ -28,7 +34,7 @@ void wait_supervised(const posix::Event& event) {
   if (const auto period = watchdog_period()) {
     watchdog.emplace(*period);
   }
-  timespec timeout = to_timespec(watchdog ? watchdog->feed() : Microseconds::zero());
+  timespec timeout = to_timespec(watchdog ? watchdog->check() : Microseconds::zero());
   const sigset_t mask = mask_without(termination_signals());
   pollfd fd{event.fd(), POLLIN, 0};
   for (;;) {
@@ -37,8 +43,14 @@ void wait_supervised(const posix::Event& event) {
       return;
     }
     if (ready == 0) {
-      timeout = to_timespec(watchdog->feed());
+      timeout = to_timespec(watchdog->check());
     }
+  }
+}
+
+void unblock_default_termination() {
+  if (has_default_action(SIGINT) && has_default_action(SIGTERM)) {
+    unblock_signals(termination_signals());
   }
 }
 

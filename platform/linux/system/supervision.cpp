@@ -43,7 +43,7 @@ struct Address {
   socklen_t size = 0;
 };
 
-// Of a text that is not empty: a path, or behind "@" a name in the abstract namespace.
+// The socket address for `text`, which must not be empty: a path, or "@" and an abstract name.
 std::optional<Address> to_address(std::string_view text) noexcept {
   Address address;
   if (text.size() > sizeof address.name.sun_path || (text.front() != '/' && text.front() != '@')) {

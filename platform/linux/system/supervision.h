@@ -11,7 +11,7 @@ namespace ecu::tamu {
 
 /// Sets one part of the status text that the service manager shows, for instance the state of the broker
 /// connection; an empty text removes it. The parts are joined with "; " in the order of their names, and sent
-/// when the result changes (`STATUS=`). Control characters are sent as blanks. A text is not sent when there
+/// when the result changes (`STATUS=`). Control characters are sent as spaces. A text is not sent when there
 /// is no memory for it.
 void set_status(std::string_view part, std::string_view text) noexcept;
 
@@ -21,8 +21,8 @@ void notify_stopping() noexcept;
 /// Reports that the process is alive (`WATCHDOG=1`); due once every `watchdog_period`.
 void notify_watchdog() noexcept;
 
-/// Half of the time after which the manager considers the process dead (WATCHDOG_USEC). Nothing when the
-/// manager does not watch, or watches another process (WATCHDOG_PID).
+/// Half of the time after which the manager considers the process dead (WATCHDOG_USEC). Returns std::nullopt
+/// if the manager does not watch, or watches another process (WATCHDOG_PID).
 [[nodiscard]] std::optional<std::chrono::microseconds> watchdog_period() noexcept;
 
 }  // namespace ecu::tamu

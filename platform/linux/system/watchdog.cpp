@@ -15,7 +15,7 @@ constexpr auto logger = logging::module("tamu.supervision");
 
 }  // namespace
 
-std::chrono::microseconds Watchdog::feed() {
+std::chrono::microseconds Watchdog::check() {
   std::string silent = check_heartbeats();
   if (silent.empty()) {
     notify_watchdog();

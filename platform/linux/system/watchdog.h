@@ -5,15 +5,16 @@
 
 namespace ecu::tamu {
 
-/// Feeds the service manager's watchdog while every `Heartbeat` goes round. Used by one thread at a time.
+/// Notifies the service manager's watchdog as long as every supervised loop completes its cycles. Not
+/// thread-safe.
 class Watchdog {
  public:
   explicit Watchdog(std::chrono::microseconds period) : period_(period) {}
 
-  /// Sends `WATCHDOG=1` if every loop has gone round since the last call; otherwise logs the silent ones when
-  /// they have changed. Returns when to call this again: after the period, or sooner while a loop is late, as
-  /// the manager waits for two periods only.
-  [[nodiscard]] std::chrono::microseconds feed();
+  /// Sends `WATCHDOG=1` if every loop has completed a cycle since the last call; otherwise logs the stalled
+  /// loops if they are not those of the last line. Returns when to call this again: after the period, or
+  /// sooner while a loop is late, because the manager waits for two periods only.
+  [[nodiscard]] std::chrono::microseconds check();
 
  private:
   const std::chrono::microseconds period_;

@@ -7,8 +7,8 @@
 
 namespace ecu::tamu::text {
 
-/// The decimal number in `digits`. Nothing when there is any other character (a sign or a blank included), no
-/// digit at all, or when the number does not fit.
+/// The decimal number in `digits`. Returns std::nullopt if there is any other character (a sign or a space
+/// included), no digit at all, or if the number does not fit.
 [[nodiscard]] inline std::optional<std::uint64_t> parse_number(std::string_view digits) noexcept {
   std::uint64_t number = 0;
   const char* const end = digits.data() + digits.size();

@@ -18,7 +18,7 @@ namespace {
 
 using namespace ecu::tamu::com::mqtt;
 
-constexpr std::chrono::seconds patience{20};
+constexpr std::chrono::seconds time_limit{20};
 
 /// In each cycle the leader makes one call, which the test defines, until it returns false. Before each call
 /// there are no more threads than the leader, one stand-in and those inside calls.
@@ -40,12 +40,12 @@ class LeaderThreadsTest : public testing::Test {
 
   void lead() {
     for (;;) {
-      EXPECT_TRUE(wait_for_alive_outside_calls(2));
+      EXPECT_TRUE(wait_for_alive(2, true));
       const int number = ++calls;  // before it can be relieved
       threads.begin_calls();
-      change_in_calls(1);
+      change(in_calls, 1);
       const bool go_on = call(number);
-      change_in_calls(-1);
+      change(in_calls, -1);
       if (!go_on) {
         threads.finish();
       }
@@ -64,42 +64,34 @@ class LeaderThreadsTest : public testing::Test {
       --creations_to_fail;
       throw std::bad_alloc();
     }
-    change_alive(1);
+    change(alive, 1);
     return std::thread([this, body] {
       body();
-      change_alive(-1);
+      change(alive, -1);
     });
   }
 
   /// Waits inside a call until another thread has made the next one.
   bool relieved(int number) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = std::chrono::steady_clock::now() + time_limit;
     while (calls == number && std::chrono::steady_clock::now() < deadline) {
       std::this_thread::yield();
     }
     return calls > number;
   }
   /// Whether no more threads are left, once those that are about to end have ended.
-  bool wait_for_alive(int count) {
+  bool wait_for_alive(int count, bool outside_calls = false) {
     std::unique_lock lock(mutex);
-    return changed.wait_for(lock, patience, [&] { return alive <= count; });
-  }
-  bool wait_for_alive_outside_calls(int count) {
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, patience, [&] { return alive - in_calls <= count; });
+    return changed.wait_for(lock, time_limit,
+                            [&] { return alive - (outside_calls ? in_calls : 0) <= count; });
   }
   int alive_now() {
     const std::lock_guard lock(mutex);
     return alive;
   }
-  void change_alive(int by) {
+  void change(int& number, int by) {
     const std::lock_guard lock(mutex);
-    alive += by;
-    changed.notify_all();
-  }
-  void change_in_calls(int by) {
-    const std::lock_guard lock(mutex);
-    in_calls += by;
+    number += by;
     changed.notify_all();
   }
 
@@ -175,6 +167,7 @@ TEST_F(LeaderThreadsTest, ThreadsOfCallsThatBlockedAtOnceEndAfterwards) {
   release.set_value();
   EXPECT_TRUE(wait_for_alive(2));
   go_on = false;
+  threads.join();  // before the end of what the calls refer to
 }
 
 TEST_F(LeaderThreadsTest, StartThrowsWhenTheFirstThreadCannotBeCreated) {

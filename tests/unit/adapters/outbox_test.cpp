@@ -53,6 +53,7 @@ TEST_F(OutboxTest, AnOutageDropsUnretainedMessagesWithOneLogLine) {
   for (int outage = 0; outage < 2; ++outage) {
     const auto log = tests::logged_lines([this] {
       EXPECT_EQ(push("a", "1", false), PublishResult::not_connected);
+      outbox.connection_lost();  // an attempt has failed
       EXPECT_EQ(push("b", "2", false), PublishResult::not_connected);
     });
     EXPECT_THAT(

@@ -48,7 +48,7 @@ class QuarantineTest : public testing::Test {
         return "withheld";
       case Handling::test:
         EXPECT_TRUE(quarantine.testing());
-        quarantine.fence_answered();
+        quarantine.fence_answered(now);
         EXPECT_FALSE(quarantine.testing());
         return "passed";
     }
@@ -78,11 +78,40 @@ TEST_F(QuarantineTest, AfterTwoLossesTheCulpritIsFoundAndTheOthersPass) {
     EXPECT_EQ(handled("good", "1"), "passed");
     EXPECT_EQ(handled("good", "2"), "sent");
     EXPECT_EQ(handled("bad", "123"), "passed");
-    EXPECT_EQ(handled("bad", "12345"), "sent");
+    EXPECT_EQ(handled("bad", "12345"), "passed");
   });
   EXPECT_THAT(log,
               ElementsAre("ERROR [tamu.com.mqtt] broker ends the connection for the message on topic bad "
                           "(5 bytes): set aside until its value changes"));
+}
+
+TEST_F(QuarantineTest, ASmallerMessageOnTheTopicNeitherClearsTheCulpritNorIsWithheld) {
+  const std::string large(60'000, 'x');
+  int losses = 0;
+  const auto log = tests::logged_lines([&] {
+    for (const bool found : {false, false, false, true, false, true, false, true}) {
+      now += 1s;  // the longest pause meanwhile
+      EXPECT_EQ(handled("answers", "small"), losses < 2 ? "sent" : "passed");
+      EXPECT_EQ(lose_by("answers", large + std::to_string(losses++)), found);
+    }
+    EXPECT_EQ(handled("answers", "small"), "passed");
+    EXPECT_EQ(handled("answers", "tiny"), "sent");
+    EXPECT_EQ(handled("answers", "larger"), "passed");
+    EXPECT_EQ(handled("answers", large + "8"), "withheld");
+  });
+  EXPECT_THAT(log, testing::SizeIs(3));
+  EXPECT_EQ(quarantine.due(), now + 2s);
+}
+
+TEST_F(QuarantineTest, TheSearchEndsAfterManyPublicationsThatPass) {
+  EXPECT_FALSE(lose_by("0", ""));
+  EXPECT_FALSE(lose_by("0", ""));
+  for (std::size_t topic = 0; topic <= Quarantine::max_passed; ++topic) {
+    EXPECT_EQ(handled(std::to_string(topic), ""), "passed");
+  }
+  EXPECT_EQ(handled("another", ""), "sent");
+  EXPECT_FALSE(lose());
+  EXPECT_EQ(handled("another", ""), "sent");
 }
 
 TEST_F(QuarantineTest, SeveralCulpritsAreFoundOneAfterAnother) {
@@ -91,6 +120,11 @@ TEST_F(QuarantineTest, SeveralCulpritsAreFoundOneAfterAnother) {
   EXPECT_EQ(handled("bad", "1"), "withheld");
   EXPECT_TRUE(lose_by("worse", "1"));
   EXPECT_EQ(handled("good", "1"), "passed");
+  EXPECT_TRUE(lose_by("third", "1"));  // by now one loss is enough
+  now += Quarantine::right_after;
+  EXPECT_TRUE(lose_by("fourth", "1"));
+  now += Quarantine::right_after + 1ms;
+  EXPECT_FALSE(lose_by("fifth", "1"));
 }
 
 TEST_F(QuarantineTest, LossesWithAnotherCauseSetNothingAside) {
@@ -130,7 +164,7 @@ TEST_F(QuarantineTest, ALossBeforeTheFirstPublicationOfAConnectionSetsNothingAsi
     EXPECT_FALSE(lose());
   }
   EXPECT_TRUE(quarantine.connection_made());
-  quarantine.fence_answered();
+  quarantine.fence_answered(now);
   EXPECT_FALSE(quarantine.testing());
   EXPECT_FALSE(lose_by("a", "1"));
   EXPECT_TRUE(lose_by("a", "1"));
@@ -154,6 +188,10 @@ TEST_F(QuarantineTest, ATopicThatKeepsFailingIsRetriedAfterDoublingPauses) {
   now += 16s;
   EXPECT_EQ(handled("bad", "good"), "passed");
   EXPECT_EQ(quarantine.due(), Quarantine::Clock::time_point::max());
+  set_aside("bad", "1");  // a single pass does not end the pauses
+  EXPECT_EQ(handled("bad", "2"), "withheld");
+  now += 32s + Quarantine::longest_pause;
+  EXPECT_EQ(handled("bad", "good"), "passed");
   set_aside("bad", "1");
   EXPECT_EQ(handled("bad", "2"), "passed");
 }

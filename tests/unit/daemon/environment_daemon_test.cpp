@@ -149,7 +149,11 @@ TEST_F(EnvironmentDaemonTest, AnEntryThatTakesNoValueDoesNotAffectTheOthers) {
   const auto log = lines_of(
       [this] { daemon->message("rt/system/hw_variant", tests::Group().bytes("variant", "R8").message()); });
   EXPECT_THAT(published_topics(), ElementsAre("system/var/hwvariant"));
-  EXPECT_THAT(log, testing::Contains("DEBUG Unable to extract EcuVar from topic: rt/system/hw_variant"));
+  EXPECT_THAT(log, ElementsAre("INFO Received data for EcuVar hwversion (from rt/system/hw_variant)",
+                               "NOTICE [HWVersionVariable] Received string too short",
+                               "DEBUG Unable to extract EcuVar from topic: rt/system/hw_variant",
+                               "INFO Received data for EcuVar hwvariant (from rt/system/hw_variant)",
+                               "INFO HW Variant: 'R8'"));
 }
 
 TEST_F(EnvironmentDaemonTest, IgnoresOtherTopicsSilently) {

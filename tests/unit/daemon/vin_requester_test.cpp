@@ -25,7 +25,7 @@ using ecu::tamu::com::PublishResult;
 using testing::ElementsAre;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto patience = 20s;
+constexpr auto time_limit = 20s;
 constexpr const char* request_topic = "rt/j1939can/tx/rqst_fb_ee";
 
 /// Lets a test wait for requests that are published, or refused.
@@ -56,7 +56,7 @@ struct Bus final : tests::FakeClient, ecu::tamu::diag::PgnRequestClient {
   Clock::time_point wait_for_attempts(int more) {
     std::unique_lock lock(mutex);
     const int wanted = attempts + more;
-    EXPECT_TRUE(changed.wait_for(lock, patience, [&] { return attempts >= wanted; }));
+    EXPECT_TRUE(changed.wait_for(lock, time_limit, [&] { return attempts >= wanted; }));
     return last_time;
   }
 
@@ -160,14 +160,14 @@ TEST_F(VinRequesterTest, ANotificationRestartsThePeriodWithoutARequest) {
   constexpr auto period = 40ms;
   start(period);
   kl15("\x01");
-  Clock::time_point request, notification;
-  do {  // until the notification arrives before the period's end
-    request = bus->wait_for_attempts(1);
-    std::this_thread::sleep_until(request + period / 2);
-    notification = Clock::now();
+  bool restarted = false;
+  for (int i = 0; i < 10 && !restarted; ++i) {  // a loaded machine may deliver a notification too late
+    std::this_thread::sleep_until(bus->wait_for_attempts(1) + period / 2);
+    const auto notification = Clock::now();
     notify();
-  } while (Clock::now() >= request + period);
-  EXPECT_GE(bus->wait_for_attempts(1), notification + period);
+    restarted = bus->wait_for_attempts(1) >= notification + period;
+  }
+  EXPECT_TRUE(restarted);
 }
 
 // A notification of the requester needs the mutex, so a call that ends while the test holds it has not
@@ -175,21 +175,21 @@ TEST_F(VinRequesterTest, ANotificationRestartsThePeriodWithoutARequest) {
 TEST_F(VinRequesterTest, OnlyAnAcceptedVinRestartsThePeriod) {
   start(1h);
   VinVariableJ1939Ecu variable("00", mutex, wakeup, running, 2);
-  const auto extract = [&](std::string_view data, double count) {
-    return std::async(
-        std::launch::async,
-        [&variable, message = tests::Group().bytes("data", data).value("nof_bytes", count).message()] {
-          return variable.extract(message);
-        });
-  };
+  std::vector<std::future<void>> calls;  // end at the latest without the lock
   std::unique_lock lock(*mutex);
-  std::async(std::launch::async, [this] { kl15("\x01"); }).get();
-  EXPECT_FALSE(extract("*", 1).get());
-  EXPECT_FALSE(extract("A", 0).get());
-  auto accepted = extract("A", 1);
-  EXPECT_EQ(wakeup->wait_for(lock, 30s), std::cv_status::no_timeout);
-  lock.unlock();
-  EXPECT_FALSE(accepted.get());
+  const auto extract = [&](const char* data, double count) {
+    const auto message = tests::Group().bytes("data", data).value("nof_bytes", count).message();
+    return [&variable, message] { EXPECT_FALSE(variable.extract(message)); };
+  };
+  const auto notifies = [&](const auto& call) {
+    calls.push_back(std::async(std::launch::async, call));
+    return calls.back().wait_for(time_limit / 4) != std::future_status::ready;
+  };
+  ASSERT_FALSE(notifies([this] { kl15("\x01"); }));
+  ASSERT_FALSE(notifies(extract("*", 1)));
+  ASSERT_FALSE(notifies(extract("A", 0)));
+  calls.push_back(std::async(std::launch::async, extract("A", 1)));
+  EXPECT_EQ(wakeup->wait_for(lock, time_limit), std::cv_status::no_timeout);
 }
 
 TEST_F(VinRequesterTest, EndsByItselfOnceTheVinIsConfirmed) {
@@ -201,7 +201,7 @@ TEST_F(VinRequesterTest, EndsByItselfOnceTheVinIsConfirmed) {
   const auto message = tests::Group().bytes("data", "A").value("nof_bytes", 1).message();
   EXPECT_FALSE(variable.extract(message));
   EXPECT_TRUE(variable.extract(message));
-  for (const auto deadline = Clock::now() + patience; requester_thread_exists();) {
+  for (const auto deadline = Clock::now() + time_limit; requester_thread_exists();) {
     ASSERT_LT(Clock::now(), deadline);
     std::this_thread::yield();
   }

@@ -2,13 +2,13 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <termios.h>
 
 #include <regex>
 #include <sstream>
 
 #include "logging/sink.h"
 #include "support/datagram_socket.h"
+#include "support/ports.h"
 #include "support/temp_dir.h"
 
 using namespace ecu::tamu;
@@ -118,14 +118,9 @@ TEST(LogSinkTest, PipeThatCannotBeReopenedDoesNotBlockEither) {
 }
 
 TEST(LogSinkTest, UnreadTerminalLosesLinesAndReceivesTheirNumber) {
-  const UniqueFd master(::posix_openpt(O_RDWR | O_NOCTTY));
-  ASSERT_TRUE(::grantpt(master.get()) == 0 && ::unlockpt(master.get()) == 0);
-  const UniqueFd terminal(::open(::ptsname(master.get()), O_RDWR | O_NOCTTY));
-  termios raw{};
-  ::tcgetattr(terminal.get(), &raw);
-  ::cfmakeraw(&raw);
-  ::tcsetattr(terminal.get(), TCSANOW, &raw);
-  expect_that_the_loss_is_counted(terminal.get(), master.get());
+  const tests::PseudoTerminal far_side;
+  const UniqueFd terminal(::open(far_side.path().c_str(), O_RDWR | O_NOCTTY));
+  expect_that_the_loss_is_counted(terminal.get(), far_side.fd());
 }
 
 TEST(LogSinkTest, SocketThatTakesPartsOfLinesCountsEveryLostLine) {

@@ -11,6 +11,7 @@
 #include <ecu/tamu/application.h>
 
 #include "support/captured_log.h"
+#include "support/datagram_socket.h"
 #include "system/heartbeat.h"
 #include "system/supervised_wait.h"
 #include "system/watchdog.h"
@@ -18,6 +19,7 @@
 using namespace ecu::tamu;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using namespace std::string_literals;
 using tests::logged_by;
 
 namespace {
@@ -28,49 +30,32 @@ void set_environment(const char* name, const std::string& value) {
   ::setenv(name, value.c_str(), 1);
 }
 
-// The service manager's end, at a path or behind '@' in the abstract namespace.
-class Manager {
+// The service manager's end.
+class Manager : public tests::DatagramSocket {
  public:
-  explicit Manager(const std::string& name) {
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    name.copy(address.sun_path, sizeof address.sun_path);
-    address.sun_path[0] = name[0] == '@' ? '\0' : name[0];
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
-    EXPECT_EQ(::bind(channel_.get(), reinterpret_cast<const sockaddr*>(&address), size), 0);
-    set_environment("NOTIFY_SOCKET", name);
+  explicit Manager(const std::string& name = "") : DatagramSocket(name) {
+    set_environment("NOTIFY_SOCKET", path());
   }
   ~Manager() { ::unsetenv("NOTIFY_SOCKET"); }
 
-  [[nodiscard]] std::string received(int flags = 0) const {
-    std::array<char, 256> text{};
-    const auto size = ::recv(channel_.get(), text.data(), text.size(), flags);
-    return {text.data(), static_cast<std::size_t>(std::max<decltype(size)>(size, 0))};
-  }
   [[nodiscard]] std::vector<std::string> all_received() const {
     std::vector<std::string> all;
-    for (std::string text; !(text = received(MSG_DONTWAIT)).empty();) {
-      all.push_back(text);
+    while (auto text = receive()) {
+      all.push_back(*std::move(text));
     }
     return all;
   }
-
- private:
-  posix::UniqueFd channel_{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
 
 }  // namespace
 
 TEST(SupervisionTest, NotificationsReachTheManagersSocket) {
-  const std::string path = testing::TempDir() + "tolquil_notify_" + own_pid;
-  for (const std::string& name : {path, "@tolquil_notify_" + own_pid}) {
+  for (const std::string& name : {""s, "@tolquil_notify_" + own_pid}) {
     const Manager manager(name);
     application_starting(), application_ready(), notify_watchdog(), notify_stopping();
-    EXPECT_EQ(manager.received(), "STATUS=Starting");
-    EXPECT_EQ(manager.received(), "READY=1\nSTATUS=Running");
-    EXPECT_EQ(manager.received(), "WATCHDOG=1");
-    EXPECT_EQ(manager.received(), "STOPPING=1");
+    EXPECT_THAT(manager.all_received(),
+                ElementsAre("STATUS=Starting", "READY=1\nSTATUS=Running", "WATCHDOG=1", "STOPPING=1"));
   }
-  ::unlink(path.c_str());
 }
 
 TEST(SupervisionTest, UnreachableManagerIsReportedAndBlocksNobody) {
@@ -90,7 +75,7 @@ TEST(SupervisionTest, UnreachableManagerIsReportedAndBlocksNobody) {
 }
 
 TEST(SupervisionTest, StatusTextJoinsItsPartsAndIsSentWhenItChanges) {
-  const Manager manager("@tolquil_status_" + own_pid);
+  const Manager manager;
   set_status("port", "no receive port");
   set_status("broker", "on line");
   set_status("port", "receive port away since 14:02");
@@ -108,52 +93,52 @@ TEST(SupervisionTest, StatusTextJoinsItsPartsAndIsSentWhenItChanges) {
                           "STATUS=receive port away since 14:02", "STATUS=", "READY=1\nSTATUS=Running"));
 }
 
-TEST(SupervisionTest, WatchdogIsFedOnlyWhileEveryLoopIsAlive) {
-  const Manager manager("@tolquil_watchdog_" + own_pid);
+TEST(SupervisionTest, WatchdogIsNotifiedOnlyWhileEveryLoopIsAlive) {
+  const Manager manager;
   set_environment("WATCHDOG_USEC", "20000");
   const posix::Event stop;
-  std::promise<void> prodded_often;
-  int prods = 0;
+  std::promise<void> woken_often;
+  int wake_ups = 0;
   Heartbeat lively("lively", [&lively] { lively.beat(); });
   Heartbeat stuck("stuck", [&] {
-    if (++prods == 5) {
-      prodded_often.set_value();
+    if (++wake_ups == 5) {
+      woken_often.set_value();
     }
   });
   std::jthread main;
   const auto log = tests::logged_lines([&] {
     main = std::jthread([&stop] { wait_supervised(stop); });
-    prodded_often.get_future().wait();
+    woken_often.get_future().wait();
   });
   EXPECT_THAT(log, ElementsAre("ERROR [tamu.supervision] no sign of life for 10 ms: stuck"));
   EXPECT_THAT(manager.all_received(), ElementsAre("WATCHDOG=1"));
   stuck.beat();
-  EXPECT_EQ(manager.received(), "WATCHDOG=1");
+  EXPECT_EQ(manager.receive(std::chrono::seconds(20)), "WATCHDOG=1");
   stop.signal();
   main.join();
   ::unsetenv("WATCHDOG_USEC");
 }
 
 TEST(SupervisionTest, WatchdogChecksAgainSoonWhileALoopIsSilent) {
-  const Manager manager("@tolquil_late_" + own_pid);
+  const Manager manager;
   Heartbeat first("first", [] {}), second("second", [] {});
   Watchdog watchdog(std::chrono::seconds(8));
-  const auto feed = [&](bool first_beats, bool second_beats) {
+  const auto check = [&](bool first_beats, bool second_beats) {
     if (first_beats) {
       first.beat();
     }
     if (second_beats) {
       second.beat();
     }
-    return watchdog.feed();
+    return watchdog.check();
   };
   const auto log = tests::logged_lines([&] {
-    EXPECT_EQ(feed(true, true), std::chrono::seconds(8));
-    EXPECT_EQ(feed(true, false), std::chrono::seconds(1));
-    EXPECT_EQ(feed(true, false), std::chrono::seconds(1));
-    EXPECT_EQ(feed(false, false), std::chrono::seconds(1));
-    EXPECT_EQ(feed(true, true), std::chrono::seconds(8));
-    EXPECT_EQ(feed(true, false), std::chrono::seconds(1));
+    EXPECT_EQ(check(true, true), std::chrono::seconds(8));
+    EXPECT_EQ(check(true, false), std::chrono::seconds(1));
+    EXPECT_EQ(check(true, false), std::chrono::seconds(1));
+    EXPECT_EQ(check(false, false), std::chrono::seconds(1));
+    EXPECT_EQ(check(true, true), std::chrono::seconds(8));
+    EXPECT_EQ(check(true, false), std::chrono::seconds(1));
   });
   const std::string silent = "ERROR [tamu.supervision] no sign of life for 8000 ms: ";
   EXPECT_THAT(log, ElementsAre(silent + "second", silent + "first, second", silent + "second"));

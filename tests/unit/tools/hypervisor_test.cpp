@@ -3,19 +3,16 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <condition_variable>
 #include <filesystem>
-#include <mutex>
 
 #include "ecusim/daemon_return.h"
+#include "support/ports.h"
 #include "support/temp_dir.h"
 
 namespace ecu::sim {
 namespace {
 
 using tamu::ipc::IpcSignal;
-using Reader = tamu::ipc::QueuePortReader<24u, tamu::ipc::signal_t_dyn<24u>>;
-using Writer = tamu::ipc::QueuePortWriter<24u, tamu::ipc::signal_t_dyn<24u>>;
 
 IpcSignal record(std::uint32_t id, const std::string& value) {
   const auto byte = [](std::size_t number) { return static_cast<char>(number); };
@@ -24,40 +21,20 @@ IpcSignal record(std::uint32_t id, const std::string& value) {
   return signal;
 }
 
-/// The received records: "ID:VALUE " for a parameter, "ID " for a record without payload, "|" for the end of
-/// a frame.
-class Journal {
- public:
-  void add(const std::string& text) {
-    const std::lock_guard lock(mutex_);
-    text_ += text;
-    changed_.notify_all();
-  }
-  std::string wait_for(std::size_t size) {
-    std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, std::chrono::seconds(20), [&] { return text_.size() >= size; });
-    return text_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::string text_;  // guarded by mutex_
-};
-
+/// Passes parameters on without the beginnings of their payloads, which it compares.
 class Consumer final : public tamu::ipc::IDataConsumer<IpcSignal> {
  public:
-  explicit Consumer(Journal& journal) : journal_(journal) {}
+  explicit Consumer(tests::PortLog& log) : log_(log) {}
   void consume(const IpcSignal& signal) override {
     const std::string value(signal.data.begin() + (signal.data.empty() ? 0 : 8), signal.data.end());
     EXPECT_TRUE(signal.data.empty() || signal.data == record(signal.id, value).data);
-    journal_.add(std::to_string(signal.id) + (signal.data.empty() ? " " : ":" + value + " "));
+    log_.consume(tests::record(signal.id, value));
   }
   void finished() override {}
-  void frame_finished() override { journal_.add("|"); }
+  void frame_finished() override { log_.frame_finished(); }
 
  private:
-  Journal& journal_;
+  tests::PortLog& log_;
 };
 
 class HypervisorTest : public testing::Test {
@@ -72,19 +49,22 @@ class HypervisorTest : public testing::Test {
     receiver_ = std::jthread([this] { reader_.reception_loop(); });
   }
   void write(const std::vector<IpcSignal>& records) const {
-    Writer writer;
+    tests::Writer writer;
     EXPECT_TRUE(writer.open(folder_.path("telematics_param_send")));
     for (const IpcSignal& signal : records) {
       EXPECT_TRUE(writer.transmit_data(signal));
     }
   }
-  void expect(const std::string& journal) { EXPECT_EQ(journal_.wait_for(journal.size()), journal); }
+  void expect(const std::string& all) {
+    log_.wait_for(all);
+    EXPECT_EQ(log_.text(), all);
+  }
   void TearDown() override { reader_.request_stop(); }
 
   const tests::TempDir folder_;
-  Journal journal_;
+  tests::PortLog log_;
   std::optional<Hypervisor> hypervisor_;
-  Reader reader_{std::make_unique<Consumer>(journal_)};
+  tests::Reader reader_{std::make_unique<Consumer>(log_)};
   std::jthread receiver_;
 };
 
@@ -139,7 +119,7 @@ TEST_F(HypervisorTest, FifosHaveTheRequestedAccess) {
 TEST_F(HypervisorTest, DamageAndWholeRecordsReachTheReader) {
   start(two_parameters + R"(, "torn_record": true, "wrong_crc": true, "empty_record": true)");
   read();
-  expect("127 127:long value 9: |");
+  expect("127: 127:long value 9: |");
 }
 
 TEST_F(HypervisorTest, FrameMayLackItsEnd) {

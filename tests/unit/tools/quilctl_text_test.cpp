@@ -134,9 +134,11 @@ TEST(QuilctlCatalogue, HoldsWhatTheDaemonPublishes) {
     published.insert({publication.topic.substr(std::string_view("system/var/").size()), ""});
   }
   for (const VariableInfo& info : variables()) {
-    std::istringstream topics(info.source_topic.empty() ? "," : std::string(info.source_topic));
-    for (std::string topic; std::getline(topics >> std::ws, topic, ',');) {
-      described.insert({std::string(info.name), topic});
+    for (const std::string_view topic : info.sources()) {
+      described.insert({std::string(info.name), std::string(topic)});
+    }
+    if (info.sources().empty()) {
+      described.insert({std::string(info.name), ""});
     }
   }
   EXPECT_EQ(described, published);

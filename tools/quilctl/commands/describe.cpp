@@ -9,16 +9,10 @@ namespace ecu::ctl {
 namespace {
 
 void print(const VariableInfo& info) {
-  std::cout << info.name << "\n  " << info.meaning << "\n  kind       " << info.kind << "\n  source     "
-            << (info.source_topic.empty() ? "-" : info.source_topic)
+  std::cout << info.name << "\n  " << info.meaning << "\n  topic      " << info.topic() << "\n  form       "
+            << info.form.description << "\n  source     " << info.sources_text()
             << (info.signal.empty() ? "" : ", signal ") << info.signal << "\n  published  "
             << info.published_when << "\n  example    " << info.example << '\n';
-}
-
-Json json_of(const VariableInfo& info) {
-  return {{"name", info.name},      {"meaning", info.meaning}, {"source", info.source_topic},
-          {"signal", info.signal},  {"kind", info.kind},       {"published_when", info.published_when},
-          {"example", info.example}};
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ const std::vector<std::string>& variable_headings() {
 std::vector<std::string> columns_of(const VariableRow& row, const UnitClock& clock) {
   const auto age = age_of(row, clock);
   return {printable(row.name), shown_value(row.value()), age ? age_text(std::chrono::nanoseconds(*age)) : "-",
-          row.info == nullptr || row.info->source_topic.empty() ? "-" : std::string(row.info->source_topic)};
+          row.info == nullptr ? "-" : row.info->sources_text()};
 }
 
 Json json_of(const VariableRow& row, const UnitClock& clock) {
@@ -46,7 +46,7 @@ Json json_of(const VariableRow& row, const UnitClock& clock) {
   object["published"] = row.variable != nullptr;
   object["timestamp_ns"] = row.value() ? Json(row.variable->timestamp) : Json(nullptr);
   object["age_s"] = age ? Json(static_cast<double>(*age) / ns_per_s) : Json(nullptr);
-  object["source"] = row.info == nullptr ? Json(nullptr) : Json(row.info->source_topic);
+  object["source"] = row.info == nullptr ? Json(nullptr) : Json(row.info->sources());
   return object;
 }
 

@@ -15,11 +15,10 @@ enum class VariableSource : std::uint32_t {
   SIGNAL = 2,    // from messages on the variable's topic
 };
 
-/// One value that the daemon publishes on "system/var/" + name. Has no lock: one thread at a time calls the
-/// operations of a variable.
+/// One value that the daemon publishes on "system/var/" + name. Not thread-safe.
 class EnvironmentVariable {
  public:
-  /// A variable without a value. `topic` is empty for a variable that no message feeds.
+  /// A variable without a value. `topic` is empty for a variable that no message changes.
   EnvironmentVariable(std::string name, std::string topic, VariableSource source);
   virtual ~EnvironmentVariable() = default;
 
@@ -27,8 +26,7 @@ class EnvironmentVariable {
   EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
 
   /// Takes the value from a message received on `topic()`. True when a value was stored, which must then be
-  /// published. False, after a line in the log, when the message is ignored; value and timestamp do not
-  /// change.
+  /// published. Logs one line and returns false if the message is ignored; value and timestamp do not change.
   virtual bool extract(const tamu::com::Message& msg);
 
   /// The current value; empty until there is one.
@@ -37,8 +35,8 @@ class EnvironmentVariable {
   /// When the current value was received or set, in nanoseconds since boot; 0 until there is one.
   [[nodiscard]] virtual std::uint64_t timestamp() const;
 
-  /// The framed `EcuVariable`, with both fields unset while the value is empty. Nothing, after a line in the
-  /// log, when it cannot be serialized.
+  /// The framed `EcuVariable`, with both fields unset while the value is empty. Logs one line and returns
+  /// std::nullopt if it cannot be serialized.
   [[nodiscard]] virtual std::optional<tamu::com::Message> to_message() const;
 
   [[nodiscard]] const std::string& name() const noexcept { return m_name; }

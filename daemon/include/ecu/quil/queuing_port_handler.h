@@ -1,10 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <ecu/quil/sequence.h>
 #include <ecu/tamu/ipc/data_consumer.h>
 #include <ecu/tamu/ipc/ipc_signal.h>
 #include <ecu/tamu/ipc/queue_port.h>
@@ -35,9 +37,11 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   /// the process.
   virtual void init();
 
-  /// Writes the records to the send port in order. False, after an ERROR line, when the port cannot be opened
-  /// or a record cannot be written; the records after it are dropped. May be called from any thread.
-  [[nodiscard]] virtual bool write(const std::vector<IpcSignal>& signals);
+  /// Writes the `count` records to the send port in order. False, after an ERROR line, when the port cannot
+  /// be opened or a record cannot be written; the records after it are dropped. May be called from any
+  /// thread.
+  [[nodiscard]] virtual bool write(std::size_t count, const Sequence<IpcSignal>& signals);
+  [[nodiscard]] bool write(const std::vector<IpcSignal>& signals);
 
   /// Requests the end of reception and lets no further record be written: a `write` in progress fails after
   /// its current record. Does not wait. May be called from the signal handler, but not while `init` runs.
@@ -63,7 +67,7 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
   std::atomic_bool m_writing_ended = false;
 };
 
-/// Represents the handler where the platform's reader wants to own its consumer.
+/// Forwards to the handler, because the platform's reader owns its consumer.
 class ConsumerWrapper final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal> {
  public:
   explicit ConsumerWrapper(QueuingPortHandler* handler) : m_handler(handler) {}

@@ -19,13 +19,13 @@ struct SignalLookup {
   std::string_view reported_signal;  // its name in the log
 };
 
-/// The signals that `msg` carries on `topic`. Null, after one ERROR line, when it cannot be unpacked.
+/// The signals that `msg` carries on `topic`. Logs one ERROR line and returns null if it cannot be unpacked.
 [[nodiscard]] std::shared_ptr<const tamu::rt::SignalGroup> unpack_group(const SignalLookup& lookup,
                                                                         const std::string& topic,
                                                                         const tamu::com::Message& msg);
 
-/// The signal of a group that was received on `topic`. Null, after one ERROR line, when the group does not
-/// hold it.
+/// The signal of a group that was received on `topic`. Logs one ERROR line and returns null if the group does
+/// not hold it.
 [[nodiscard]] const tamu::rt::Signal* find_signal(const SignalLookup& lookup, const std::string& topic,
                                                   const tamu::rt::SignalGroup& group);
 

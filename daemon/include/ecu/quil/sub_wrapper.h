@@ -6,8 +6,8 @@
 
 namespace ecu::quil {
 
-/// Represents its owner where the transport wants to share the observer. The owner unsubscribes it before its
-/// own destruction.
+/// Forwards to its owner, because the transport shares the ownership of its observers. The owner unsubscribes
+/// it before its own destruction.
 class SubWrapper final : public tamu::com::ISubscriptionObserver {
  public:
   explicit SubWrapper(tamu::com::ISubscriptionObserver* owner) : m_owner(owner) {}

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <utility>
 #include <vector>
 
+#include <ecu/quil/sequence.h>
 #include <ecu/quil/sys_params.h>
 #include <ecu/tamu/com/message.h>
 #include <ecu/tamu/ipc/ipc_signal.h>
@@ -16,7 +18,7 @@ namespace ecu::quil {
 using SysParamMessage = tamu::Result<tamu::com::Message, int>;
 
 /// The parameter that a record carries. The record's length field is ignored: the value extends to the end of
-/// the record. False, after an ERROR line, for a record that is too short for an identifier.
+/// the record. Logs an ERROR line and returns false if the record is too short for an identifier.
 [[nodiscard]] std::pair<bool, SysParam> to_parameter(const tamu::ipc::IpcSignal& signal);
 
 /// The record of `param`, whose signal identifier is the parameter's.
@@ -24,10 +26,10 @@ using SysParamMessage = tamu::Result<tamu::com::Message, int>;
 
 /// One `SystemParameterEntry`, or one `SystemParameterList`, with identifiers and values.
 [[nodiscard]] SysParamMessage to_message(const SysParam& param);
-[[nodiscard]] SysParamMessage to_message(std::vector<SysParam> params);
+[[nodiscard]] SysParamMessage to_message(const std::vector<SysParam>& params);
 
-/// Appends the parameters of a `SystemParameterList` to `out`. False, after an ERROR line, for another
-/// message.
-[[nodiscard]] bool from_message_all(const tamu::com::Message& msg, std::vector<SysParam>& out);
+/// The parameters of a `SystemParameterList`, which are read from `msg` one by one, in each call of the
+/// sequence again. Nothing, after an ERROR line, for another message.
+[[nodiscard]] std::optional<Sequence<SysParam>> from_message_all(const tamu::com::Message& msg);
 
 }  // namespace ecu::quil

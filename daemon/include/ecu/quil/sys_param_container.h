@@ -48,11 +48,11 @@ class SysParamContainer final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSi
   }
   [[nodiscard]] static IpcSignal to_signal(const SysParam& param) { return quil::to_signal(param); }
   [[nodiscard]] static MessageResult to_message(const SysParam& param) { return quil::to_message(param); }
-  [[nodiscard]] static MessageResult to_message(std::vector<SysParam> params) {
-    return quil::to_message(std::move(params));
+  [[nodiscard]] static MessageResult to_message(const std::vector<SysParam>& params) {
+    return quil::to_message(params);
   }
-  [[nodiscard]] static bool from_message_all(const tamu::com::Message& msg, std::vector<SysParam>& out) {
-    return quil::from_message_all(msg, out);
+  [[nodiscard]] static std::optional<Sequence<SysParam>> from_message_all(const tamu::com::Message& msg) {
+    return quil::from_message_all(msg);
   }
 
   /// Collects one parameter of a frame. A frame above the limits is dropped up to its end, with one ERROR
@@ -61,14 +61,12 @@ class SysParamContainer final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSi
   void finished() override;
   void frame_finished() override;
 
-  /// The parameters of `incoming` that the copy does not hold with the same value, in their order.
-  [[nodiscard]] std::vector<SysParam> diff(const std::vector<SysParam>& incoming) const;
   /// Takes `incoming` into the copy. Parameters are never removed.
   void merge(const std::vector<SysParam>& incoming);
 
   /// Writes the parameters that differ from the copy to the real-time side, which answers with a frame. True
-  /// when nothing had to be written or the port accepted the write.
-  [[nodiscard]] bool update(std::vector<SysParam>&& params);
+  /// when nothing had to be written or the port accepted the write. `params` may be called several times.
+  [[nodiscard]] bool update(const Sequence<SysParam>& params);
 
   /// All parameters of the copy, in the order of first arrival.
   [[nodiscard]] std::vector<SysParam> get_sysparams() const;
@@ -83,6 +81,7 @@ class SysParamContainer final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSi
   void collect(SysParam param);
   void merge_frame();
   void settle();
+  [[nodiscard]] std::vector<bool> diff(const Sequence<SysParam>& incoming) const;
 
   // Constant after construction.
   const std::shared_ptr<QueuingPortHandler> m_port;

@@ -37,8 +37,8 @@ class SysParamReqHandler final : public tamu::com::ISubscriptionObserver {
   /// the wait. Called on a delivery thread of the client.
   void message(const std::string& topic, const tamu::com::Message& msg) override;
 
-  /// The value of the top-version parameter; empty, after a WARNING line, when there is none. Does not wait
-  /// for a write or a frame. May be called from any thread.
+  /// The value of the top-version parameter; if there is none, logs a WARNING line and returns an empty text.
+  /// Does not wait for a write or a frame. May be called from any thread.
   [[nodiscard]] std::string get_top_version() const;
 
   /// Ends the requests in progress without further answers. May be called from the signal handler.

@@ -10,9 +10,9 @@ namespace ecu::quil {
 /// text.
 [[nodiscard]] std::string uboot_version(std::string_view text);
 
-/// The version that U-Boot left at 9 MiB in the memory behind `device`; the page there may lack a zero byte.
-/// "Unknown" when it left none, or, after one line in the log, when the memory cannot be read. The device
-/// stays open and the page mapped for the life of the process.
+/// The version that U-Boot stored at 9 MiB in the memory that `device` maps; the page need not contain a zero
+/// byte. "Unknown" if it stored none. If the memory cannot be read, logs one line and returns "Unknown". The
+/// device stays open and the page mapped for the life of the process.
 [[nodiscard]] std::string read_uboot_version(const char* device);
 
 }  // namespace ecu::quil

@@ -23,7 +23,7 @@ namespace ecu::quil {
 class VINRequesterThread {
  public:
   /// Mutex, condition variable and run flag are shared with the variables that receive the VIN. The period is
-  /// `wait_seconds` times `second`, which only tests shorten.
+  /// `wait_seconds` * `second`; tests pass a shorter `second`.
   VINRequesterThread(std::shared_ptr<tamu::com::ITransportClient> client, std::shared_ptr<std::mutex> mutex,
                      std::shared_ptr<std::condition_variable> wakeup,
                      std::shared_ptr<std::atomic_bool> running,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <utility>
 #include <variant>
 
@@ -23,8 +24,14 @@ class [[nodiscard]] Result {
   const T& operator*() const& { return value(); }
   const T* operator->() const { return &value(); }
 
-  /// The error; throws std::bad_variant_access when there is a value.
-  [[nodiscard]] const E& error() const { return std::get<1>(state_); }
+  /// The error. Must not be called when there is a value, which ends the process.
+  [[nodiscard]] const E& error() const noexcept {
+    const E* const error = std::get_if<1>(&state_);
+    if (error == nullptr) {
+      std::terminate();
+    }
+    return *error;
+  }
 
  private:
   std::variant<T, E> state_;

@@ -14,7 +14,7 @@ namespace ecu::tamu {
 void block_signals(const sigset_t& signals) noexcept;
 void unblock_signals(const sigset_t& signals) noexcept;
 
-/// The present mask without `signals`: with it a wait such as `ppoll` lets them in.
+/// The current mask without `signals`, to pass to a wait such as `ppoll` so that they can interrupt it.
 [[nodiscard]] sigset_t mask_without(const sigset_t& signals) noexcept;
 
 }  // namespace ecu::tamu

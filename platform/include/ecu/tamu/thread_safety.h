@@ -25,7 +25,7 @@
 #define TAMU_EXCLUDES(...) TAMU_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 /// The caller of the function holds the mutex, and no longer does afterwards.
 #define TAMU_RELEASE(...) TAMU_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
-/// For a function that is right although the analysis cannot follow it; the reason stands beside it.
+/// For a correct function that the analysis cannot follow; add a comment with the reason.
 #define TAMU_NO_THREAD_SAFETY_ANALYSIS TAMU_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace ecu::tamu {

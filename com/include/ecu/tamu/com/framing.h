@@ -36,8 +36,8 @@ inline constexpr std::size_t txf_header_size = 18;
 /// The protocol type of every message that this system sends.
 inline constexpr std::uint16_t pb_protocol_type = 1;
 
-/// The message that carries `body` after a header of `protocol_type`, stamped with the time since boot.
-/// Returns nothing, after one line in the log, when `body` cannot be serialized.
+/// The message that carries `body` after a header of `protocol_type`, stamped with the time since boot. Logs
+/// one line and returns std::nullopt if `body` cannot be serialized.
 [[nodiscard]] std::optional<Message> frame(const google::protobuf::MessageLite& body,
                                            std::uint16_t protocol_type) noexcept;
 

@@ -8,9 +8,11 @@ namespace ecu::tamu::com::topics {
 inline constexpr const char* variable_prefix = "system/var/";
 inline constexpr const char* all_variables_filter = "system/var/#";
 
-/// Whether a client is on line: followed by its client identifier.
+/// Whether a client is on line: followed by its client identifier. The payload is one of the two texts.
 inline constexpr const char* presence_prefix = "system/presence/";
 inline constexpr const char* daemon_presence = "system/presence/quil";
+inline constexpr const char* presence_online = "online";
+inline constexpr const char* presence_offline = "offline";
 
 /// System parameters: requests to the daemon, and its answers. The answers to a request for chosen parameters
 /// differ by the identifier inside; their topic has nothing after the slash.

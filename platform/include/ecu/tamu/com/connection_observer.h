@@ -18,8 +18,8 @@ enum class ConnectionFailure {
   internal,         ///< A failure on this side, such as a lack of memory.
 };
 
-/// Observes a client's connection to its broker. Called on a thread of the transport, one call after another
-/// except where noted; a call must not block.
+/// Observes a client's connection to its broker. Called on the transport's leader, the thread that runs the
+/// connection at the time, one call after another except where noted; a call must not block.
 class IConnectionObserver {
  public:
   virtual ~IConnectionObserver() = default;
@@ -40,7 +40,8 @@ class IConnectionObserver {
   virtual void subscriptions_settled() = 0;
 
   /// A subscriber was too slow: this number of the oldest messages that waited for it on `filter` were
-  /// dropped. May be called at the same time as the others.
+  /// dropped. Called on the transport thread that serves the subscriber, possibly at the same time as the
+  /// other functions.
   virtual void messages_dropped(const std::string& filter, std::uint64_t count) = 0;
 };
 

@@ -41,7 +41,7 @@ class ITransportClient {
   /// Starts the threads that maintain the connection and deliver messages. Called once.
   virtual void start() = 0;
 
-  /// Blocks until `stop`; lets SIGINT and SIGTERM in only while it waits. When it returns, no observer is
+  /// Blocks until `stop`; unblocks SIGINT and SIGTERM only while it waits. When it returns, no observer is
   /// being called, none will be, and the connection is closed. The caller must have blocked both signals.
   virtual void run() = 0;
 

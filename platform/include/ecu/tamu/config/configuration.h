@@ -18,11 +18,11 @@ struct Fault {
   std::string text;
 };
 
-/// The program's settings: text values by key, from a file and from the program itself. One thread at a time.
+/// The program's settings: text values by key, from a file and from the program itself. Not thread-safe.
 ///
-/// Each line of a file has the form `key = value`. Blanks around both are dropped. A value may be enclosed in
+/// Each line of a file has the form `key = value`. Spaces around both are ignored. A value may be enclosed in
 /// double quotes, which may not occur anywhere else. A line that begins with `#` is a comment. A key contains
-/// no blank, a line no zero byte. If a key is given twice, the first value counts.
+/// no white space, a line no zero byte. If a key is given twice, the first value counts.
 class Configuration {
  public:
   /// The value of `key`: the one stored by the program, else the file's, else the default. Empty when unset.

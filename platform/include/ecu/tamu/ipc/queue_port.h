@@ -70,9 +70,9 @@ class QueuePortReader {
   /// The body of a receiving thread, which it names: receives until a stop is requested, before or after its
   /// start, and calls `finished`. It reopens a port that goes away, with one NOTICE line when the port is
   /// back: at once when its path names another file, else after pauses that grow from 1 to 5 s. A stop
-  /// request ends a pause at once. A regular file is read on when it has grown, and from its beginning when
-  /// it was replaced. If the system has no file watch left (one WARNING line), a replaced file is noticed
-  /// only when the old one reports its end.
+  /// request ends a pause at once. A grown regular file is read from the old offset, a replaced one from its
+  /// beginning. If the system has no file watch left (one WARNING line), a replaced file is noticed only when
+  /// the old one reports its end.
   void reception_loop();
 
  private:
@@ -85,8 +85,8 @@ template <unsigned HeaderSize, class Record>
 class QueuePortWriter {
  public:
   QueuePortWriter();
-  /// Ends the frame when a record was transmitted, and closes the port. The mark waits for room as a record
-  /// does, but not after a record that has failed.
+  /// Writes the end-of-frame mark if a record was transmitted, then closes the port. Waits for room like a
+  /// record, but not if a record has failed.
   ~QueuePortWriter();
 
   QueuePortWriter(const QueuePortWriter&) = delete;
@@ -96,10 +96,10 @@ class QueuePortWriter {
   /// open before is closed as by the destructor. A regular file is appended to.
   [[nodiscard]] bool open(const std::string& path);
 
-  /// Writes one record. False, after a WARNING line with the reason, when it cannot be written whole: the
-  /// payload is too large, the port stays full or in use by another writer for 1 s, or the far side is gone.
-  /// The writers of one process take turns in the order of arrival, record by record. After a failure the
-  /// port may hold a part of the record, which readers drop.
+  /// Writes one record. Logs a WARNING line with the reason and returns false if it cannot be written whole:
+  /// the payload is too large, the port stays full or in use by another writer for 1 s, or the far side is
+  /// gone. The writers of one process take turns in the order of arrival, record by record. After a failure
+  /// the port may hold a part of the record, which readers drop.
   [[nodiscard]] bool transmit_data(const IpcSignal& signal);
 
  private:

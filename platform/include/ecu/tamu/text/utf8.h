@@ -13,7 +13,7 @@ struct Character {
 };
 
 /// The character at the beginning of `text`, which must not be empty. Accepts well-formed UTF-8 only (RFC
-/// 3629): no overlong form, no surrogate, nothing above U+10FFFF. Any thread.
+/// 3629): no overlong form, no surrogate, nothing above U+10FFFF.
 [[nodiscard]] Character first_character(std::string_view text) noexcept;
 
 /// Whether `code` is a control character: U+0000 to U+001F or U+007F to U+009F.

@@ -1,0 +1,40 @@
+// vin [HOST [PORT]]: prints the VIN, or why there is none. For a Unix-domain socket: its path, and port 0.
+#include <mosquittopp.h>
+
+#include <iostream>
+#include <string>
+
+#include <ecu/tamu/pb/messages.pb.h>
+
+constexpr std::size_t header_size = 18;
+
+void show(const std::string& text) {
+  std::cout << text << std::endl;
+}
+
+struct VinReader : mosqpp::mosquittopp {
+  void on_connect(int code) override {
+    show(code == 0 ? "no value yet" : mosqpp::connack_string(code));
+    // Each time: a restarted broker knows no subscription. Presence last: what it says is true now.
+    subscribe(nullptr, "system/var/vehicleid", 0);
+    subscribe(nullptr, "system/presence/quil", 1);
+  }
+  void on_disconnect(int) override { show("no connection"); }
+  void on_message(const mosquitto_message* message) override {
+    const std::string payload(static_cast<const char*>(message->payload), message->payloadlen);
+    ecu::tamu::pb::EcuVariable variable;
+    if (payload == "offline") {
+      show("daemon off line");
+    } else if (payload.size() >= header_size && variable.ParseFromString(payload.substr(header_size))) {
+      show(variable.has_value() ? variable.value() : "no value yet");
+    }
+  }
+};
+
+int main(int argc, char** argv) {
+  mosqpp::lib_init();
+  show("no connection");
+  VinReader reader;
+  reader.connect_async(argc > 1 ? argv[1] : "localhost", argc > 2 ? std::stoi(argv[2]) : 1883);
+  return reader.loop_forever();  // only after an error that stays
+}

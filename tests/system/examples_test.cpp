@@ -1,0 +1,90 @@
+#include <algorithm>
+#include <optional>
+#include <ostream>
+
+#include "system/daemon.h"
+
+namespace tests {
+namespace {
+
+/// A program of examples/.
+struct Example {
+  std::string command;     // HOST and PORT follow
+  bool shows_loss = true;  // of its connection
+};
+
+void PrintTo(const Example& example, std::ostream* out) {
+  *out << example.command;
+}
+
+class ExamplesTest : public SystemTest, public testing::WithParamInterface<Example> {
+ public:
+  ~ExamplesTest() override {
+    example.signal(SIGTERM);
+    example.wait();
+  }
+
+ protected:
+  /// In a folder with the messages for Python, with the tools of this build. "timeout" passes the signal that
+  /// ends it on to all processes of a shell script.
+  ExamplesTest()
+      : example({"/usr/bin/env", "PATH=" PROGRAM_DIR ":" SOURCE_DIR "/examples:/usr/bin:/bin",
+                 "PYTHONPATH=" + python_messages(), "/usr/bin/timeout", "100", GetParam().command,
+                 "127.0.0.1", std::to_string(broker.port())}) {}
+  [[nodiscard]] std::string python_messages() const {
+    Process protoc({"/usr/bin/protoc", "--proto_path=" SOURCE_DIR "/platform/proto",
+                    "--python_out=" + dir.path(""), "ecu/tamu/pb/messages.proto"});
+    EXPECT_EQ(protoc.wait(), 0);
+    return dir.path("");
+  }
+  /// As often as the daemon wants it confirmed.
+  static void publish_vin(BusClient& vehicle, std::string_view vin) {
+    for (int i = 0; i < 5; ++i) {
+      vehicle.publish(
+          "rt/j1939can/rx/vi_00",
+          Group().bytes("data", vin).value("nof_bytes", static_cast<double>(vin.size())).message().payload);
+    }
+  }
+
+  void expect_output(const std::string& text) {
+    EXPECT_TRUE(example.wait_for_output(text)) << "no " << text << "in\n" << example.output();
+  }
+
+  TempDir dir;
+  Process example;
+};
+
+TEST_P(ExamplesTest, PrintsTheVinAndItsChangesAndWhyThereIsNone) {
+  std::optional<Daemon> daemon(config());
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  expect_output("no value yet\n");
+  publish_vin(bus, "1M8GDM9AXKP042788");
+  expect_output("1M8GDM9AXKP042788\n");
+  publish_vin(bus, "WDB9634031L738254");
+  expect_output("WDB9634031L738254\n");
+  broker.stop();
+  if (GetParam().shows_loss) {
+    expect_output("no connection\n");
+  }
+  broker.start();
+  BusClient vehicle(broker.port());
+  vehicle.subscribe(presence_topic);
+  ASSERT_TRUE(vehicle.wait_for_text(presence_topic, "online"));
+  publish_vin(vehicle, "YV2RT40A8HB828261");
+  expect_output("YV2RT40A8HB828261\n");
+  daemon.reset();
+  expect_output("daemon off line\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ExamplesTest,
+                         testing::Values(Example{"vin.py"}, Example{"vin-by-hand.py"}, Example{CPP_EXAMPLE},
+                                         Example{"vin-quilctl.sh"}, Example{"vin-mosquitto.sh", false}),
+                         [](const auto& each) {
+                           std::string name = each.param.command.substr(each.param.command.rfind('/') + 1);
+                           std::ranges::replace_if(
+                               name, [](char c) { return std::isalnum(c) == 0; }, '_');
+                           return name;
+                         });
+
+}  // namespace
+}  // namespace tests

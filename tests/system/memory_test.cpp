@@ -1,0 +1,119 @@
+#include <chrono>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "support/ports.h"
+#include "support/rt_messages.h"
+#include "system/daemon.h"
+
+namespace tests {
+namespace {
+
+constexpr int message_kilobytes = 1000;
+
+/// `entry` again and again, in a body of at most `message_kilobytes`.
+std::string repeated(std::string_view entry) {
+  std::string body;
+  while (body.size() + entry.size() <= std::size_t{message_kilobytes} * 1024) {
+    body += entry;
+  }
+  return body;
+}
+
+/// The record of a system parameter below 0x10000.
+std::string parameter(std::uint32_t id, const std::string& value) {
+  return wire(id, std::string{static_cast<char>(id), static_cast<char>(id >> 8U), 0, 0, 0, 0, 0, 0} + value);
+}
+
+class MemoryTest : public SystemTest {
+ protected:
+  void SetUp() override {
+    send.open();
+    receive.open();
+    ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+    ordinary_messages();
+  }
+
+  [[nodiscard]] std::string proc(const std::string& file) const {
+    return "/proc/" + std::to_string(daemon.pid()) + "/" + file;
+  }
+  [[nodiscard]] long anonymous() const { return number_in(proc("smaps_rollup"), "Anonymous"); }
+
+  void publish(const std::string& topic, std::string_view body) {
+    bus.publish(topic, framed_by_hand(body).payload);
+  }
+
+  /// Returns when each observer has handled all messages so far.
+  void wait_until_handled() {
+    bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+    ASSERT_TRUE(bus.wait_for("system/var/hwvariant"));
+    bus.publish("system/quil/request/sysparams", "");
+    ASSERT_TRUE(bus.wait_for("system/sysparams"));
+  }
+
+  void receive_frame(const std::string& value) {
+    std::string frame = parameter(0, "");
+    for (std::uint32_t id = 100; id < 120; ++id) {
+      frame += parameter(id, value);
+    }
+    frame += parameter(0xa009, "TV 1") + end_mark();
+    for (std::size_t sent = 0; sent < frame.size();) {
+      const ssize_t count = ::write(receive.fd(), frame.data() + sent, frame.size() - sent);
+      sent += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    ASSERT_TRUE(comes(bus, "system/var/topversion", "TV 1"));  // not the empty one of the start
+  }
+
+  void ordinary_messages() {
+    receive_frame("value");
+    publish("system/quil/request/sysparam",
+            "\x0a\x05"
+            "40969");
+    ASSERT_TRUE(bus.wait_for("system/sysparam/"));
+    bus.publish("rt/system/network_variant", Group().bytes("network_variant", "BUS").message().payload);
+    wait_until_handled();
+  }
+
+  TempDir dir;
+  Fifo receive{dir, "receive"}, send{dir, "send"};
+  Daemon daemon{config("qpread = " + receive.path() + "\nqpwrite = " + send.path() + "\n"), {"-l", "EMERG"}};
+};
+
+// While a message arrives, the library holds it twice and the client once.
+TEST_F(MemoryTest, AMessageCostsAFewTimesItsSizeAndNothingLater) {
+  if (sanitized) {
+    GTEST_SKIP() << "a sanitizer has its own allocator";
+  }
+  constexpr long receive_buffers = 64;  // which the first large record fills
+  const long allowed = anonymous() * 11 / 10 + receive_buffers;
+  const struct {
+    std::string topic, body;
+  } attacks[] = {
+      {"rt/system/network_variant", repeated({"\x0a\x02\x0a\0", 4})},
+      {"rt/system/network_variant", body_bytes(Group().bytes("network_variant", repeated("x")).message())},
+      {"system/quil/request/sysparam", repeated("\x0a\x01"
+                                                "8")},
+      {"system/quil/request/sysparam", repeated({"\x0a\0", 2}) + '\x0a'},
+      {"system/quil/request/sysparam", "\x0a\x80\xc0\x3e" + repeated("x")},
+      {"system/sysparams/write", repeated({"\x0a\0", 2})},
+      {"system/sysparams/write", repeated({"\x0a\0", 2}) + '\x0a'},
+  };
+  for (const auto& [topic, body] : attacks) {
+    std::ofstream(proc("clear_refs")) << 5;  // the peak begins anew
+    const long resident = number_in(proc("status"), "VmRSS");
+    publish(topic, body);
+    wait_until_handled();
+    EXPECT_LT(number_in(proc("status"), "VmHWM") - resident, 5 * message_kilobytes)
+        << topic << " " << testing::PrintToString(body.substr(0, 8));
+  }
+  receive_frame(std::string(60000, 'x'));
+  const auto end = std::chrono::steady_clock::now() + time_limit;
+  do {
+    ordinary_messages();
+  } while (anonymous() > allowed && std::chrono::steady_clock::now() < end);
+  EXPECT_LE(anonymous(), allowed);
+}
+
+}  // namespace
+}  // namespace tests
