@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 
 namespace ecu::tamu {
 
 /// Gives memory that is free back to the system, after input of `bytes` was handled: at once when that is
 /// much, else if it was not done in the last second, because a small message may replace large values. The
 /// allocator alone keeps small blocks, such as those of a parsed message. Any thread.
-void release_free_memory(std::size_t bytes) noexcept;
+void release_free_memory(std::uint64_t bytes) noexcept;
 
 }  // namespace ecu::tamu
