@@ -19,18 +19,19 @@ constexpr std::size_t max_arrivals = 1100;
 
 }  // namespace
 
-ReceivedBytes::ReceivedBytes() : storage_(storage_size), crc_(storage_size) {
+ReceivedBytes::ReceivedBytes()
+    : storage_(std::make_unique_for_overwrite<char[]>(storage_size)), crc_(storage_size) {
   arrivals_.reserve(max_arrivals);
 }
 
 std::span<char> ReceivedBytes::room() noexcept {
-  if (empty() || storage_.size() - end_ < max_record_size) {
+  if (empty() || storage_size - end_ < max_record_size) {
     crc_.forget();
-    std::ranges::copy(bytes(), storage_.begin());
+    std::ranges::copy(bytes(), storage_.get());
     end_ = size();
     begin_ = 0;
   }
-  return std::span(storage_).subspan(end_);
+  return {storage_.get() + end_, storage_size - end_};
 }
 
 void ReceivedBytes::add(std::size_t count, TimePoint now) noexcept {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -25,9 +26,7 @@ class ReceivedBytes {
   /// Adds the first `count` bytes of `room`, which arrived at `now`.
   void add(std::size_t count, TimePoint now) noexcept;
 
-  [[nodiscard]] std::span<const char> bytes() const noexcept {
-    return std::span(storage_).subspan(begin_, size());
-  }
+  [[nodiscard]] std::span<const char> bytes() const noexcept { return {storage_.get() + begin_, size()}; }
   [[nodiscard]] std::size_t size() const noexcept { return end_ - begin_; }
   [[nodiscard]] bool empty() const noexcept { return begin_ == end_; }
 
@@ -47,7 +46,7 @@ class ReceivedBytes {
     TimePoint at;
   };
 
-  std::vector<char> storage_;
+  std::unique_ptr<char[]> storage_;  // not initialised: pages that no byte has reached cost nothing
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
   std::uint64_t dropped_ = 0;      // since construction
