@@ -11,6 +11,7 @@
 #include "quilctl/model/variable_view.h"
 #include "quilctl/talk/parameter_client.h"
 #include "quilctl/talk/request_session.h"
+#include "quilctl/talk/service_status.h"
 
 namespace ecu::ctl {
 
@@ -29,6 +30,7 @@ struct Status {
   std::size_t with_value = 0;
   std::optional<std::string> vin;
   std::optional<std::size_t> parameters;  // none: no reply
+  std::optional<std::string> service;     // none: not a service of this machine
 };
 
 Status read_variables(const Options& options) {
@@ -57,8 +59,11 @@ const char* shown(const std::optional<bool>& daemon_on_line) {
 
 void print(const Status& status) {
   std::cout << "broker      " << status.broker << ", reachable\n"
-            << "daemon      " << shown(status.daemon_on_line) << '\n'
-            << "variables   " << status.with_value << " of " << variables().size() << " have a value\n"
+            << "daemon      " << shown(status.daemon_on_line) << '\n';
+  if (status.service) {
+    std::cout << "service     " << printable(*status.service) << '\n';
+  }
+  std::cout << "variables   " << status.with_value << " of " << variables().size() << " have a value\n"
             << "VIN         " << (status.vin ? printable(*status.vin) : "not known") << '\n'
             << "parameters  "
             << (status.parameters ? std::to_string(*status.parameters) + " cached" : "no reply") << '\n';
@@ -67,6 +72,7 @@ void print(const Status& status) {
 Json json_of(const Status& status) {
   Json object{{"broker", status.broker}, {"reachable", true}};
   object["daemon_on_line"] = status.daemon_on_line ? Json(*status.daemon_on_line) : Json(nullptr);
+  object["service"] = json_value(status.service);
   object["variables_with_value"] = status.with_value;
   object["variables_known"] = variables().size();
   object["vin"] = json_value(status.vin);
@@ -82,6 +88,7 @@ Status read_status(const Options& options) {
   if (status.parameters) {
     status.daemon_on_line = true;
   }
+  status.service = service_status(status.broker);
   return status;
 }
 
