@@ -15,11 +15,25 @@ reopens_a_port_that_hangs_up() {
   back=$(count_logged 'receive port is back')
   ask_host disconnect
   wait_until status_text_is '*receive port away since ??:??'
+  quilctl status | grep '^service .*receive port away since'
   ask_host connect
   wait_until status_text_is 'on line'
   equal $((away + 1)) "$(count_logged 'receive port away')"
   equal $((back + 1)) "$(count_logged 'receive port is back')"
   quilctl param set 0xa003=hex:01020304
+}
+
+# The driver lets the device go and takes it again: the nodes vanish and others appear.
+survives_nodes_that_vanish() {
+  local device driver=/sys/bus/virtio/drivers/virtio_console
+  device=$(basename "$driver"/virtio*)
+  echo "$device" >$driver/unbind
+  wait_until status_text_is '*receive port away since ??:??'
+  echo "$device" >$driver/bind
+  ask_host disconnect
+  ask_host connect
+  wait_until status_text_is 'on line'
+  quilctl param set 0xa003=hex:0a0b0c0d
 }
 
 # The top version belongs to the far side, so a restarted daemon does not have it until the far side sends it again.

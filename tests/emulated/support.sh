@@ -12,16 +12,16 @@ uptime_seconds() {
   echo "${uptime%.*}"
 }
 
-# wait_until COMMAND...: repeats the command until it succeeds. On a loaded machine this may take long.
+# wait_until COMMAND...: repeats the command until it succeeds. Emulated on a loaded machine, this may take minutes.
 wait_until() {
-  local end=$(($(uptime_seconds) + 180))
+  local end=$(($(uptime_seconds) + 600))
   until "$@" >/dev/null 2>&1; do
     if (($(uptime_seconds) >= end)); then
       echo "never: $*"
       "$@"
       return
     fi
-    sleep 0.2
+    sleep 1
   done
 }
 
@@ -33,12 +33,23 @@ equal() {
   fi
 }
 
+# at_most NAME FIGURE LIMIT: the figure appears on the console, too.
+at_most() {
+  echo "figure $1 $2, at most $3" | tee /dev/ttyAMA0
+  (($2 <= $3))
+}
+
 property() {
   systemctl show --property "$1" --value tolquil
 }
 
+# Emulated on a loaded machine, the default limit of a few seconds is too short.
+quilctl() {
+  command quilctl --timeout 120 "$@"
+}
+
 is_on_line() {
-  quilctl "$@" --timeout 20 status | grep 'on line'
+  quilctl "$@" status | grep 'on line'
 }
 
 status_text_is() {
