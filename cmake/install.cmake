@@ -9,7 +9,12 @@ install(FILES deploy/tolquil.conf DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tolqu
 
 set(programs tolquil)
 if(TOLQUIL_TOOLS)
-  list(APPEND programs quilctl ecusim)
+  list(APPEND programs quilctl ecusim tolquil-uplink)
+  install(FILES deploy/tolquil-uplink.service DESTINATION lib/systemd/system)
+  install(FILES deploy/tolquil-uplink.sysusers DESTINATION lib/sysusers.d RENAME tolquil-uplink.conf)
+  install(FILES deploy/tolquil-uplink.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/morn)
+  install(FILES docs/fleet.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tolquil-uplink)
+  install(PROGRAMS deploy/fleet/fleet-certificates DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tolquil-uplink/examples)
   install(FILES docs/ecusim.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/ecusim)
   install(FILES tools/ecusim/default_scenario.json
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/ecusim/examples)

@@ -9,7 +9,6 @@
 #include <ecu/tamu/com/topics.h>
 
 #include "fuzz/fuzz.h"
-#include "quilctl/model/decoded_text.h"
 
 // Decodes a message on each topic of the bus for people and for programs.
 namespace {

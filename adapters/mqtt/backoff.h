@@ -10,7 +10,7 @@ namespace ecu::tamu::com::mqtt {
 
 /// The pauses between attempts to connect: 100 ms, doubling to 500 ms for a broker on this machine, whose
 /// return must be noticed soon, and to 5 s for any other. Each is shortened at random by up to a quarter, so
-/// that clients do not reconnect in step.
+/// that clients do not reconnect in step. With a spread of reconnections, each pause is random within it.
 class Backoff {
  public:
   using Duration = std::chrono::milliseconds;
@@ -19,21 +19,28 @@ class Backoff {
   static constexpr std::chrono::seconds stable_after{5};
 
   explicit Backoff(const MqttSettings& settings)
-      : longest_(settings.is_local() ? longest_local : longest_remote) {}
+      : longest_(settings.is_local() ? longest_local : longest_remote), spread_(settings.reconnect_spread) {}
 
   [[nodiscard]] Duration next() {
+    if (spread_ > Duration::zero()) {
+      return Duration(std::uniform_int_distribution<Duration::rep>(0, spread_.count())(random_));
+    }
     const Duration pause = pause_;
     pause_ = std::min(2 * pause_, longest_);
-    return pause - pause * std::uniform_int_distribution<int>(0, max_jitter_percent)(random_) / 100;
+    return shortened(pause);
   }
 
-  void reset() noexcept { pause_ = first; }
+  /// The shortest pause, even with a spread; the next ones start from it.
+  [[nodiscard]] Duration restart() {
+    pause_ = 2 * first;
+    return shortened(first);
+  }
 
   /// To be called when a connection that lasted `held` is lost. After a stable one the pauses start again at
   /// the shortest.
   void connection_lost(std::chrono::nanoseconds held) noexcept {
     if (held >= stable_after) {
-      reset();
+      pause_ = first;
     }
   }
 
@@ -43,7 +50,12 @@ class Backoff {
   static constexpr Duration longest_remote{5000};
   static constexpr int max_jitter_percent = 25;
 
+  Duration shortened(Duration pause) {
+    return pause - pause * std::uniform_int_distribution<int>(0, max_jitter_percent)(random_) / 100;
+  }
+
   Duration longest_;
+  Duration spread_;
   Duration pause_ = first;
   std::minstd_rand random_{std::random_device()()};
 };

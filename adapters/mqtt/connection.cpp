@@ -123,8 +123,10 @@ void Connection::use_addresses(LookupResult result) {
 }
 
 void Connection::open_session() {
+  // Counts as tried even if the session cannot be made.
+  const std::string& address = settings_.is_unix_socket() ? settings_.host : addresses_[next_address_++];
   session_.emplace(settings_, listener_);
-  check(session_->open(settings_.is_unix_socket() ? settings_.host : addresses_[next_address_++]));
+  check(session_->open(address));
 }
 
 void Connection::check(const Failure& failure) {
@@ -181,8 +183,7 @@ void Connection::report(bool lost, const std::string& reason) noexcept {
 }
 
 void Connection::retry_soon() {
-  backoff_.reset();
-  timer_ = Clock::now() + backoff_.next();
+  timer_ = Clock::now() + backoff_.restart();
 }
 
 void Connection::publish(const std::string& topic, const Message& message) noexcept {

@@ -23,6 +23,8 @@ class ConnectionListener {
   /// inside every function that sends. Must not throw.
   virtual void connection_down(ConnectionFailure failure, const std::string& reason) = 0;
   virtual void message(const std::string& topic, Message message) = 0;
+  /// A message has arrived that is larger than `max_waiting_bytes`, so that nothing could queue it.
+  virtual void oversized_message(const std::string& topic) = 0;
   virtual void subscription_refused(const std::string& filter) = 0;
   virtual void fence_answered(Fence fence) = 0;
 };

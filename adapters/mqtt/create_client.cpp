@@ -11,11 +11,12 @@ namespace ecu::tamu::com {
 
 std::shared_ptr<ITransportClient> create_client(const std::unique_ptr<config::Configuration>& config,
                                                 TransportType type,
-                                                std::shared_ptr<IConnectionObserver> observer) {
+                                                std::shared_ptr<IConnectionObserver> observer,
+                                                const ClientTraits& traits) {
   if (type != TransportType::mqtt) {
     throw std::invalid_argument("unknown transport type");
   }
-  return std::make_shared<mqtt::MqttClient>(mqtt::read_settings(*config), std::move(observer));
+  return std::make_shared<mqtt::MqttClient>(mqtt::read_settings(*config, traits), std::move(observer));
 }
 
 void library_init() {

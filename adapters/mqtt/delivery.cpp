@@ -36,6 +36,11 @@ void call(ISubscriptionObserver& observer, const QueuedMessage& message) noexcep
 
 }  // namespace
 
+// Looking for wildcards in every filter takes longer than all comparisons.
+bool Delivery::Route::matches(const std::string& topic) const {
+  return has_wildcard ? topic_matches(filter, topic) : filter == topic;
+}
+
 Delivery::Route* Delivery::find_route(const std::string& topic) {
   const auto found = std::find_if(routes_.begin(), routes_.end(),
                                   [&topic](const Route& route) { return route.filter == topic; });
@@ -59,8 +64,10 @@ bool Delivery::add(const std::string& topic, int max_qos,
   const auto recipient = recipient_of(observer);
   Route* const route = find_route(topic);
   if (route == nullptr) {
-    Route created{topic, max_qos, {}};
-    created.recipients.push_back(recipient);
+    Route created{.filter = topic,
+                  .has_wildcard = topic.find_first_of("+#") != std::string::npos,
+                  .max_qos = max_qos,
+                  .recipients = {recipient}};
     routes_.reserve(routes_.size() + 1);
     recipient->mailbox.add_topic(topic);
     routes_.push_back(std::move(created));
@@ -110,27 +117,43 @@ std::vector<Subscription> Delivery::subscriptions() const {
   return wanted;
 }
 
-void Delivery::post(const std::string& topic, Message message) {
-  const MutexLock lock(mutex_);
+// Calls `action` once for each recipient of a new message.
+template <class Action>
+void Delivery::for_each_recipient(const std::string& topic, Action action) {
   if (closed_) {
     return;
   }
   ++posts_;
-  std::shared_ptr<const QueuedMessage> queued;
   for (const Route& route : routes_) {
-    if (!topic_matches(route.filter, topic)) {
+    if (!route.matches(topic)) {
       continue;
     }
+    for (const auto& recipient : route.recipients) {
+      if (std::exchange(recipient->last_post, posts_) != posts_) {
+        action(recipient, route.filter);
+      }
+    }
+  }
+}
+
+void Delivery::post(const std::string& topic, Message message) {
+  const MutexLock lock(mutex_);
+  std::shared_ptr<const QueuedMessage> queued;
+  for_each_recipient(topic, [&](const auto& recipient, const std::string& filter) TAMU_REQUIRES(mutex_) {
     if (!queued) {
       // NOLINTNEXTLINE(bugprone-use-after-move): only once, as `queued` is set then
       queued = std::make_shared<const QueuedMessage>(QueuedMessage{topic, std::move(message), posts_});
     }
-    for (const auto& recipient : route.recipients) {
-      if (std::exchange(recipient->last_post, posts_) != posts_) {
-        queue(recipient, route.filter, queued);
-      }
-    }
-  }
+    queue(recipient, filter, queued);
+  });
+}
+
+void Delivery::drop(const std::string& topic) {
+  const MutexLock lock(mutex_);
+  for_each_recipient(topic, [&](const auto& recipient, const std::string& filter) TAMU_REQUIRES(mutex_) {
+    recipient->mailbox.drop(filter);
+    has_losses_ = true;
+  });
 }
 
 void Delivery::queue(const std::shared_ptr<Recipient>& recipient, const std::string& filter,

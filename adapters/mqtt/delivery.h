@@ -58,6 +58,9 @@ class Delivery {
   /// Queues a message for every observer whose subscription matches, once for each.
   void post(const std::string& topic, Message message);
 
+  /// Counts a message for every observer whose subscription matches as dropped, without queueing it.
+  void drop(const std::string& topic);
+
   /// How many messages have been posted.
   [[nodiscard]] std::uint64_t posted() const;
 
@@ -96,14 +99,19 @@ class Delivery {
     std::shared_ptr<const QueuedMessage> current;  // the message of the present call; null between calls
   };
   struct Route {
+    [[nodiscard]] bool matches(const std::string& topic) const;
+
     std::string filter;
-    int max_qos = 0;
+    bool has_wildcard;
+    int max_qos;
     std::vector<std::shared_ptr<Recipient>> recipients;
   };
 
   Route* find_route(const std::string& topic) TAMU_REQUIRES(mutex_);
   std::shared_ptr<Recipient> recipient_of(const std::shared_ptr<ISubscriptionObserver>& observer)
       TAMU_REQUIRES(mutex_);
+  template <class Action>
+  void for_each_recipient(const std::string& topic, Action action) TAMU_REQUIRES(mutex_);
   void queue(const std::shared_ptr<Recipient>& recipient, const std::string& filter,
              const std::shared_ptr<const QueuedMessage>& message) TAMU_REQUIRES(mutex_);
   [[nodiscard]] std::size_t serve(Recipient& recipient, MutexLock& lock) noexcept TAMU_REQUIRES(mutex_);

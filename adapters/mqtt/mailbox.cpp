@@ -57,6 +57,12 @@ bool Mailbox::put(const std::string& filter, std::shared_ptr<const QueuedMessage
   return all_fit;
 }
 
+void Mailbox::drop(const std::string& filter) noexcept {
+  if (TopicQueue* const queue = find(filter)) {
+    ++queue->dropped;
+  }
+}
+
 std::shared_ptr<const QueuedMessage> Mailbox::take_oldest(TopicQueue& queue) noexcept {
   std::shared_ptr<const QueuedMessage> message = std::move(queue.waiting.front());
   queue.waiting.pop_front();

@@ -45,6 +45,9 @@ class Mailbox {
   /// the limits. A message that exceeds the limit of a queue is itself dropped.
   [[nodiscard]] bool put(const std::string& filter, std::shared_ptr<const QueuedMessage> message);
 
+  /// Counts a message that arrived on a subscribed topic as dropped.
+  void drop(const std::string& filter) noexcept;
+
   /// Removes the message that has waited longest; null when the mailbox is empty.
   [[nodiscard]] std::shared_ptr<const QueuedMessage> take() noexcept;
 

@@ -23,9 +23,6 @@ constexpr std::chrono::milliseconds close_timeout{1000};
 // How long a publication from an observer's call waits for a broker that accepts nothing.
 constexpr std::chrono::seconds outbox_space_timeout{1};
 
-// The client's part of the service manager's status text.
-constexpr std::string_view broker_status = "broker";
-
 Message presence(std::string_view state) {
   Message message;
   message.acknowledged = true;
@@ -133,8 +130,13 @@ void MqttClient::wake_leader(MutexLock& lock) TAMU_NO_THREAD_SAFETY_ANALYSIS {
   }
 }
 
+void MqttClient::report_status(const std::string& text) const {
+  const std::string caption = settings_.name.empty() ? "" : settings_.name + ": ";
+  set_status("broker" + settings_.name, caption + text);
+}
+
 void MqttClient::connection_up() {
-  set_status(broker_status, "on line");
+  report_status("on line");
   if (observer_) {
     observer_->connection_up();
     fence_wanted_ = true;
@@ -143,7 +145,7 @@ void MqttClient::connection_up() {
   const MutexLock lock(mutex_);
   outbox_.connection_up();
   if (settings_.presence) {
-    outbox_.announce(settings_.presence_topic(), presence(topics::presence_online));
+    outbox_.announce(settings_.presence->topic, presence(settings_.presence->online));
   }
   subscription_changes_.clear();
   for (Subscription& subscription : delivery_.subscriptions()) {
@@ -164,7 +166,7 @@ void MqttClient::connection_down(ConnectionFailure failure, const std::string& r
   fence_wanted_ = false;
   first_fence_wanted_ = false;
   try {
-    set_status(broker_status, "broker not reachable: " + reason);
+    report_status("broker not reachable: " + reason);
     if (!was_up) {
       quarantine_.attempt_failed();
     } else if (quarantine_.connection_lost(failure, Connection::Clock::now())) {
@@ -197,6 +199,10 @@ void MqttClient::fence_answered(Fence fence) {
 
 void MqttClient::message(const std::string& topic, Message message) {
   delivery_.post(topic, std::move(message));
+}
+
+void MqttClient::oversized_message(const std::string& topic) {
+  delivery_.drop(topic);
 }
 
 void MqttClient::lead() {
@@ -355,7 +361,7 @@ void MqttClient::close_connection() {
     const auto deadline = Connection::Clock::now() + close_timeout;
     if (settings_.presence) {
       const MutexLock lock(mutex_);
-      outbox_.announce(settings_.presence_topic(), presence(topics::presence_offline));
+      outbox_.announce(settings_.presence->topic, presence(settings_.presence->offline));
     }
     bool sent = all_sent();
     while (!sent && Connection::Clock::now() < deadline) {

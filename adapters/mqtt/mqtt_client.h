@@ -45,9 +45,11 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
     bool wanted;
   };
 
+  void report_status(const std::string& text) const;
   void connection_up() override;
   void connection_down(ConnectionFailure failure, const std::string& reason) override;
   void message(const std::string& topic, Message message) override;
+  void oversized_message(const std::string& topic) override;
   void subscription_refused(const std::string& filter) override;
   void fence_answered(Fence fence) override;
 

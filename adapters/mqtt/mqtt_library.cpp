@@ -1,13 +1,18 @@
 #include "mqtt/mqtt_library.h"
 
+#include <mosquitto.h>
+
+#include <cerrno>
 #include <cstdint>
 #include <exception>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 #include <ecu/tamu/date_time.h>
 
 #include "mqtt/fault.h"
+#include "mqtt/mailbox.h"
 #include "mqtt/mqtt_log.h"
 
 namespace ecu::tamu::com::mqtt {
@@ -24,10 +29,26 @@ void report_lost_message(const char* topic, const char* reason) noexcept {
   }
 }
 
+// The identifier as the library takes it. The library's constructor accesses its object even if the object
+// could not be created. Creating one first shows whether it can be.
+const char* checked(const std::string& client_id) {
+  const char* const id = client_id.empty() ? nullptr : client_id.c_str();
+  errno = 0;
+  mosquitto* const object = ::mosquitto_new(id, true, nullptr);
+  if (object == nullptr) {
+    if (errno == ENOMEM) {
+      throw std::bad_alloc();
+    }
+    throw std::runtime_error("invalid client identifier");
+  }
+  ::mosquitto_destroy(object);
+  return id;
+}
+
 }  // namespace
 
 MqttLibrary::MqttLibrary(const std::string& client_id, ConnectionListener& listener)
-    : mosqpp::mosquittopp(client_id.empty() ? nullptr : client_id.c_str(), true), listener_(listener) {}
+    : mosqpp::mosquittopp(checked(client_id), true), listener_(listener) {}
 
 // Nothing may unwind through the library's C code.
 template <class Action>
@@ -54,6 +75,11 @@ void MqttLibrary::on_message(const mosquitto_message* message) {
     bytes_ += static_cast<std::size_t>(message->payloadlen);
     acknowledged_ += message->qos > 0 ? 1U : 0U;
     try {
+      // The library holds the message twice. A third copy is made only if there is use for it.
+      if (static_cast<std::size_t>(message->payloadlen) > max_waiting_bytes) {
+        listener_.oversized_message(message->topic);
+        return;
+      }
       const auto* bytes = static_cast<const std::uint8_t*>(message->payload);
       Message received;
       received.acknowledged = message->qos > 0;

@@ -75,10 +75,9 @@ Failure MqttSession::configure() {
     }
   }
   if (settings_.presence) {
-    constexpr std::string_view off_line = topics::presence_offline;
-    const int result =
-        library_->will_set(settings_.presence_topic().c_str(), static_cast<int>(off_line.size()),
-                           off_line.data(), qos_acknowledged, true);
+    const std::string& lost = settings_.presence->lost;
+    const int result = library_->will_set(settings_.presence->topic.c_str(), static_cast<int>(lost.size()),
+                                          lost.data(), qos_acknowledged, true);
     if (auto failure = configured("presence topic", result)) {
       return failure;
     }
@@ -350,6 +349,11 @@ Failure MqttSession::explain_tls(const Fault& general) const {
   }
   if (reachable_ || general.kind == ConnectionFailure::closed_by_peer) {
     return Fault{ConnectionFailure::tls, "no TLS handshake, does the peer speak TLS?"};
+  }
+  // The library loads the files before the handshake; its reasons help only developers.
+  if (general.kind == ConnectionFailure::tls) {
+    return Fault{ConnectionFailure::tls,
+                 "cafile, certfile or keyfile is damaged, or the key belongs to another certificate"};
   }
   return std::nullopt;
 }

@@ -5,6 +5,8 @@
 #include <charconv>
 #include <cstring>
 
+#include <ecu/tamu/com/topics.h>
+
 namespace ecu::tamu::com::mqtt {
 
 namespace {
@@ -38,7 +40,7 @@ std::string MqttSettings::broker() const {
   return host + ":" + std::to_string(port);
 }
 
-MqttSettings read_settings(const config::Configuration& config) {
+MqttSettings read_settings(const config::Configuration& config, const ClientTraits& traits) {
   MqttSettings settings;
   settings.client_id = config.get("client_name");
   settings.host = config.effective("host");
@@ -52,7 +54,13 @@ MqttSettings read_settings(const config::Configuration& config) {
   settings.keyfile = config.get("keyfile");
   settings.keepalive = std::chrono::seconds(number_in(config.effective("keepalive")));
   settings.answer_timeout = settings.keepalive;
-  settings.presence = config.effective("presence") != "no";
+  settings.reconnect_spread = traits.reconnect_spread;
+  settings.name = traits.name;
+  settings.presence = traits.presence;
+  if (!settings.presence && config.effective("presence") != "no") {
+    settings.presence = {topics::presence_prefix + settings.client_id, topics::presence_online,
+                         topics::presence_offline, topics::presence_offline};
+  }
   return settings;
 }
 

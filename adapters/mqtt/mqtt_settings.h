@@ -1,9 +1,10 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 
-#include <ecu/tamu/com/topics.h>
+#include <ecu/tamu/com/transport_client.h>
 #include <ecu/tamu/config/configuration.h>
 
 namespace ecu::tamu::com::mqtt {
@@ -20,7 +21,11 @@ struct MqttSettings {
   std::string certfile;
   std::string keyfile;
   std::chrono::seconds keepalive{};
-  bool presence = true;
+  std::optional<Presence> presence;
+  /// The longest pause before an attempt to reconnect; 0: see Backoff.
+  std::chrono::milliseconds reconnect_spread{0};
+  /// Distinguishes the clients of one process in the service manager's status text.
+  std::string name;
   /// How long an attempt to connect may take, from the lookup of the host's name on.
   std::chrono::milliseconds connect_timeout{10'000};
   /// How long the broker may take for a mandatory answer; `read_settings` sets it to the keep-alive.
@@ -31,14 +36,12 @@ struct MqttSettings {
   [[nodiscard]] bool is_local() const;
   [[nodiscard]] bool uses_tls() const { return !cafile.empty(); }
 
-  /// The topic of the client's presence.
-  [[nodiscard]] std::string presence_topic() const { return topics::presence_prefix + client_id; }
-
   /// The broker as log lines name it.
   [[nodiscard]] std::string broker() const;
 };
 
 /// Reads the settings from a verified configuration; unset keys have their defaults.
-[[nodiscard]] MqttSettings read_settings(const config::Configuration& config);
+[[nodiscard]] MqttSettings read_settings(const config::Configuration& config,
+                                         const ClientTraits& traits = {});
 
 }  // namespace ecu::tamu::com::mqtt

@@ -9,8 +9,9 @@
 // for a pause that doubles each time, so that a topic with ever new values costs few connections. A suspect
 // is forgotten when such a message passes long after the last one was set aside.
 //
-// What it relies on: the broker judges by topic and size. After each loss everything is tested again, because
-// the broker may judge differently what passed before.
+// What it relies on: the broker judges by topic and size. If it refuses a message that was not tested, for
+// its contents for example, the last message before the loss makes its topic a suspect, too. After each loss
+// everything is tested again, because the broker may judge differently what passed before.
 
 #include "mqtt/quarantine.h"
 
@@ -85,6 +86,9 @@ Quarantine::Handling Quarantine::handle(const PublicationPtr& publication, Clock
     return begin_test(publication);
   }
   last_sent_ = now;
+  if (searching_) {
+    last_untested_ = {publication->topic, publication->message.payload.size()};
+  }
   return Handling::send;
 }
 
@@ -95,13 +99,13 @@ Quarantine::Handling Quarantine::begin_test(const PublicationPtr& publication) {
 
 void Quarantine::fence_answered(Clock::time_point now) {
   awaits_broker_ = false;
+  last_untested_ = {};
   if (!under_test_) {
     return;
   }
   const PublicationPtr passed = std::exchange(under_test_, nullptr);
   clear_of_suspicion(*passed, now);
-  std::size_t& size = passed_[hash_of(passed->topic)];
-  size = std::max(size, passed->message.payload.size());
+  passed_[hash_of(passed->topic)] = passed->message.payload.size();
   if (passed_.size() > max_passed) {
     searching_ = false;
     losses_ = 0;
@@ -109,20 +113,27 @@ void Quarantine::fence_answered(Clock::time_point now) {
   }
 }
 
-// A message that is smaller than the one suspected proves nothing.
+// Only a message of the same size shows that another cause ended the connection. A larger one shows that no
+// limit was exceeded, and a smaller one shows nothing.
 void Quarantine::clear_of_suspicion(const Publication& passed, Clock::time_point now) {
   const auto found = suspects_.find(passed.topic);
-  if (found == suspects_.end() || passed.message.payload.size() < found->second.size) {
+  if (found == suspects_.end()) {
     return;
   }
-  found->second.losses = 0;
-  if (found->second.times_set_aside == 0 || now >= found->second.retry_at + longest_pause) {
+  Suspect& suspect = found->second;
+  const std::size_t size = passed.message.payload.size();
+  if (size == suspect.size) {
+    suspect.losses = 0;
+  }
+  if (suspect.times_set_aside == 0 ? size == suspect.size
+                                   : size >= suspect.size && now >= suspect.retry_at + longest_pause) {
     suspects_.erase(found);
   }
 }
 
 bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point now) {
   const PublicationPtr tested = std::exchange(under_test_, nullptr);
+  const auto [last_topic, last_size] = std::exchange(last_untested_, {});
   for (auto& [topic, suspect] : suspects_) {
     suspect.withheld = nullptr;
   }
@@ -133,6 +144,9 @@ bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point no
   searching_ = searching_ || ++losses_ >= enough_losses;
   passed_.clear();
   if (!tested) {
+    if (!last_topic.empty()) {
+      suspects_[last_topic].size = last_size;
+    }
     return false;
   }
   Suspect& suspect = suspects_[tested->topic];

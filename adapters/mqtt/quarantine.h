@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 #include <ecu/tamu/com/connection_observer.h>
 
@@ -88,6 +89,7 @@ class Quarantine {
   std::map<std::string, Suspect> suspects_;  // by topic
   PublicationPtr under_test_;
   Clock::time_point last_sent_;
+  std::pair<std::string, std::size_t> last_untested_;  // topic and size, during a search
   int topics_found_ = 0;  // in a row, each within `right_after` of the one before
   Clock::time_point last_found_;
 };

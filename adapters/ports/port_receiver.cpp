@@ -192,7 +192,7 @@ void PortReceiver::deliver(TimePoint now) noexcept {
         break;
       case Event::end_of_frame:
         guarded("consumer", [this] { consumer_->frame_finished(); });
-        release_free_memory(received_ - std::exchange(frame_end_, received_));
+        release_memory();
         break;
       case Event::damage:
         report_damage();
@@ -201,6 +201,14 @@ void PortReceiver::deliver(TimePoint now) noexcept {
         break;
     }
   }
+}
+
+void PortReceiver::release_memory() noexcept {
+  const std::uint64_t bytes = received_ - released_;
+  if (bytes <= large_amount || parser_.release_memory()) {
+    released_ = received_;
+  }
+  release_free_memory(bytes);
 }
 
 void PortReceiver::report_damage() noexcept {

@@ -58,6 +58,7 @@ class PortReceiver {
   [[nodiscard]] bool read_once() noexcept;
   void take(std::size_t count) noexcept;
   void deliver(TimePoint now) noexcept;
+  void release_memory() noexcept;
   void report_damage() noexcept;
   void finish() noexcept;
 
@@ -90,9 +91,9 @@ class PortReceiver {
   posix::UniqueFd fifo_keeper_;
   posix::UniqueFd port_;  // held while a regular file is away
   RecordParser parser_;
-  std::uint64_t received_ = 0;   // bytes since construction
-  std::uint64_t frame_end_ = 0;  // of those, when a frame ended last
-  TimePoint next_attempt_;       // to open a port that is away
+  std::uint64_t received_ = 0;  // bytes since construction
+  std::uint64_t released_ = 0;  // of those, when memory was released last
+  TimePoint next_attempt_;      // to open a port that is away
   std::optional<Heartbeat> heartbeat_;
 };
 

@@ -1,6 +1,8 @@
 #include "ports/received_bytes.h"
 
 #include <algorithm>
+#include <new>
+#include <utility>
 
 #include "ports/record_format.h"
 
@@ -53,6 +55,18 @@ void ReceivedBytes::drop(std::size_t count) noexcept {
   dropped_ += count;
   arrivals_.erase(arrivals_.begin(),
                   std::ranges::find_if(arrivals_, [this](const Arrival& one) { return one.end > dropped_; }));
+}
+
+// A block of this size has pages of its own, which go when it is freed.
+bool ReceivedBytes::release_memory() noexcept {
+  std::unique_ptr<char[]> fresh(empty() ? new (std::nothrow) char[storage_size] : nullptr);
+  if (!fresh) {
+    return false;
+  }
+  storage_ = std::move(fresh);
+  crc_.forget();
+  begin_ = end_ = 0;
+  return true;
 }
 
 }  // namespace ecu::tamu::ipc

@@ -11,8 +11,7 @@
 
 namespace ecu::tamu::ipc {
 
-/// The received bytes that are not used yet, and their arrival times. Only the constructor allocates; nothing
-/// else throws.
+/// The received bytes that are not used yet, and their arrival times. Only the constructor throws.
 class ReceivedBytes {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
@@ -35,6 +34,10 @@ class ReceivedBytes {
 
   void drop(std::size_t count) noexcept;
 
+  /// Gives the memory of earlier bytes back to the system. False, without effect, while there are bytes or
+  /// when memory runs out.
+  bool release_memory() noexcept;
+
   /// The CRC of the bytes whose CRC is `crc`, followed by a part of `bytes`.
   [[nodiscard]] std::uint32_t extend_crc(std::uint32_t crc, std::span<const char> range) noexcept {
     return crc_.extend(crc, range);
@@ -46,7 +49,7 @@ class ReceivedBytes {
     TimePoint at;
   };
 
-  std::unique_ptr<char[]> storage_;  // not initialised: pages that no byte has reached cost nothing
+  std::unique_ptr<char[]> storage_;  // not initialised: costs memory only as far as bytes arrive
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
   std::uint64_t dropped_ = 0;      // since construction

@@ -16,14 +16,36 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <new>
 #include <string_view>
+#include <vector>
 
 #include "ports/record_format.h"
 
 namespace ecu::tamu::ipc {
 
+namespace {
+
+// Slightly more than needed: a block of this size has pages of its own, which go when it is freed.
+std::vector<char> room_for_payload() {
+  std::vector<char> room;
+  room.reserve(max_record_size);
+  return room;
+}
+
+}  // namespace
+
 RecordParser::RecordParser() {
-  record_.data.reserve(Record::max_payload_size);
+  record_.data = room_for_payload();
+}
+
+bool RecordParser::release_memory() noexcept {
+  try {
+    std::vector<char> fresh = room_for_payload();
+    return received_.release_memory() && (record_.data.swap(fresh), true);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 void RecordParser::clear() noexcept {

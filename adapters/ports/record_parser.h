@@ -60,8 +60,12 @@ class RecordParser {
   /// When `next` must be called even if no byte arrives; nothing when all bytes are used.
   [[nodiscard]] std::optional<TimePoint> deadline() const noexcept;
 
-  /// Valid until the next call of `next`.
+  /// Valid until the next call of `next` or `release_memory`.
   [[nodiscard]] const IpcSignal& record() const noexcept { return record_; }
+
+  /// Gives the memory of earlier records back to the system. False, without effect, while bytes are left or
+  /// when memory runs out.
+  bool release_memory() noexcept;
 
  private:
   enum class Verdict { foreign, incomplete, whole };
@@ -73,7 +77,7 @@ class RecordParser {
   Event deliver() noexcept;
 
   ReceivedBytes received_;
-  IpcSignal record_;         // has room for the largest payload
+  IpcSignal record_;         // always has room for the largest payload
   std::size_t damage_ = 0;   // bytes dropped and not reported yet
   TimePoint damaged_since_;  // when the first of them arrived
 };

@@ -28,8 +28,10 @@ void write(const google::protobuf::MessageLite& message, std::span<std::uint8_t>
   }
 }
 
-Payload encode(const google::protobuf::MessageLite& body, std::uint16_t protocol_type, std::uint64_t now) {
-  const std::size_t body_size = body.ByteSizeLong();
+template <class Parts>
+Payload encode(const Parts& parts, std::uint16_t protocol_type, std::uint64_t now) {
+  std::size_t body_size = 0;
+  parts([&body_size](const google::protobuf::MessageLite& part) { body_size += part.ByteSizeLong(); });
   if (body_size > std::numeric_limits<std::int32_t>::max()) {
     throw std::runtime_error("unable to serialize body!");
   }
@@ -39,8 +41,25 @@ Payload encode(const google::protobuf::MessageLite& body, std::uint16_t protocol
 
   Payload payload(txf_header_size + body_size);
   write(header, std::span(payload).first(txf_header_size), "unable to serialize TXFheader!");
-  write(body, std::span(payload).subspan(txf_header_size), "unable to serialize body!");
+  std::span<std::uint8_t> room = std::span(payload).subspan(txf_header_size);
+  parts([&room](const google::protobuf::MessageLite& part) {
+    write(part, room, "unable to serialize body!");
+    room = room.subspan(static_cast<std::size_t>(part.GetCachedSize()));
+  });
   return payload;
+}
+
+template <class Parts>
+std::optional<Message> frame_body(const Parts& parts, std::uint16_t protocol_type) noexcept {
+  try {
+    const std::uint64_t now = DateTime::time_since_boot_ns();
+    return make_message(now, encode(parts, protocol_type, now));
+  } catch (const std::runtime_error& failure) {
+    logger.error(failure.what());
+  } catch (...) {
+    logger.log(logging::Level::emerg, "Unable to allocate memory for serialization!");
+  }
+  return std::nullopt;
 }
 
 // protobuf's own ParseFromArray writes to standard error when a required field is missing.
@@ -62,15 +81,11 @@ Error refuse(Error error, logging::Level level, std::string_view text) noexcept 
 
 std::optional<Message> frame(const google::protobuf::MessageLite& body,
                              std::uint16_t protocol_type) noexcept {
-  try {
-    const std::uint64_t now = DateTime::time_since_boot_ns();
-    return make_message(now, encode(body, protocol_type, now));
-  } catch (const std::runtime_error& failure) {
-    logger.error(failure.what());
-  } catch (...) {
-    logger.log(logging::Level::emerg, "Unable to allocate memory for serialization!");
-  }
-  return std::nullopt;
+  return frame_body([&body](const auto& take) { take(body); }, protocol_type);
+}
+
+std::optional<Message> frame_parts(const BodyParts& parts, std::uint16_t protocol_type) noexcept {
+  return frame_body(parts, protocol_type);
 }
 
 Result<std::span<const std::uint8_t>, Error> framed_body(std::span<const std::uint8_t> payload,

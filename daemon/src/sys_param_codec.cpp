@@ -21,11 +21,9 @@ constexpr auto logger = tamu::logging::module("SysParam");
 constexpr std::size_t id_size = sizeof(std::uint32_t);
 constexpr std::size_t value_offset = tamu::com::parameter_value_offset;
 
-template <class Body>
-SysParamMessage framed(const Body& body) {
-  auto message = tamu::com::PbInternalMessageAdapter<Body>().serialize(body);
+SysParamMessage result_of(std::optional<tamu::com::Message> message) {
   if (!message) {
-    // The adapter reports no reason. Only the body can prevent serialization, hence this code.
+    // The framing reports no reason. Only the body can prevent serialization, hence this code.
     return static_cast<int>(tamu::com::err::PbInternalDeserializationError::bad_body);
   }
   return std::move(*message);
@@ -69,16 +67,20 @@ tamu::ipc::IpcSignal to_signal(const SysParam& param) {
 SysParamMessage to_message(const SysParam& param) {
   pb::SystemParameterEntry entry;
   fill(entry, param);
-  return framed(entry);
+  return result_of(tamu::com::PbInternalMessageAdapter<pb::SystemParameterEntry>().serialize(entry));
 }
 
+// Entry by entry, because the values together may be large.
 SysParamMessage to_message(const std::vector<SysParam>& params) {
-  pb::SystemParameterList list;
-  list.mutable_entry()->Reserve(static_cast<int>(params.size()));
-  for (const SysParam& param : params) {
-    fill(*list.add_entry(), param);
-  }
-  return framed(list);
+  const tamu::com::BodyParts parts = [&params](const auto& take) {
+    pb::SystemParameterList part;
+    pb::SystemParameterEntry& entry = *part.add_entry();
+    for (const SysParam& param : params) {
+      fill(entry, param);
+      take(part);
+    }
+  };
+  return result_of(tamu::com::frame_parts(parts, tamu::com::pb_protocol_type));
 }
 
 std::optional<Sequence<SysParam>> from_message_all(const tamu::com::Message& msg) {

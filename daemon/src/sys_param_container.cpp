@@ -71,9 +71,9 @@ void SysParamContainer::frame_finished() {
 
 void SysParamContainer::merge_frame() {
   // Taken out first, so that the next frame starts empty and without the memory of this one.
-  const SysParams frame = std::exchange(m_frame_params, {});
+  SysParams frame = std::exchange(m_frame_params, {});
   try {
-    merge(frame.all());
+    merge(std::move(frame).all());
   } catch (...) {
     settle();
     throw;
@@ -102,10 +102,10 @@ std::vector<bool> SysParamContainer::diff(const Sequence<SysParam>& incoming) co
   return differs;
 }
 
-void SysParamContainer::merge(const std::vector<SysParam>& incoming) {
+void SysParamContainer::merge(std::vector<SysParam> incoming) {
   const tamu::MutexLock lock(m_sysparams_mutex);
-  for (const SysParam& param : incoming) {
-    m_sysparams.put(param);
+  for (SysParam& param : incoming) {
+    m_sysparams.put(std::move(param));
   }
 }
 
@@ -130,6 +130,11 @@ bool SysParamContainer::update(const Sequence<SysParam>& params) {
 std::vector<SysParam> SysParamContainer::get_sysparams() const {
   const tamu::MutexLock lock(m_sysparams_mutex);
   return m_sysparams.all();
+}
+
+SysParamContainer::MessageResult SysParamContainer::all_to_message() const {
+  const tamu::MutexLock lock(m_sysparams_mutex);
+  return to_message(m_sysparams.all());
 }
 
 std::optional<SysParam> SysParamContainer::find(std::uint32_t ota_id) const {

@@ -103,7 +103,7 @@ void SysParamReqHandler::answer_all() {
   if (!wait_until_settled()) {
     return;
   }
-  auto message = SysParamContainer::to_message(m_container.get_sysparams());
+  auto message = m_container.all_to_message();
   if (!message) {
     logger.error("Unable to serialize SystemParameterList, error: ", message.error());
     return;

@@ -70,14 +70,14 @@ VINRequesterThread::VINRequesterThread(std::shared_ptr<tamu::com::ITransportClie
                                        std::shared_ptr<std::condition_variable> wakeup,
                                        std::shared_ptr<std::atomic_bool> running,
                                        std::shared_ptr<tamu::diag::PgnRequestClient> pgn_client,
-                                       unsigned int wait_seconds, std::chrono::milliseconds second)
+                                       unsigned int wait_seconds, std::function<Clock::time_point()> now)
     : m_client(std::move(client)),
       m_mutex(std::move(mutex)),
       m_wakeup(std::move(wakeup)),
       m_running(std::move(running)),
       m_pgn_client(std::move(pgn_client)),
       m_wait_seconds(wait_seconds),
-      m_second(second) {}
+      m_now(std::move(now)) {}
 
 VINRequesterThread::~VINRequesterThread() {
   stop();
@@ -136,15 +136,13 @@ void VINRequesterThread::vin_requester() {
 }
 
 bool VINRequesterThread::is_wait_for_vin_timeout() {
-  using Clock = std::chrono::steady_clock;
-
   auto lock = locked(m_mutex);
   if (!*m_running) {
     return false;
   }
-  const auto deadline = Clock::now() + m_wait_seconds * m_second;
+  const auto deadline = m_now() + std::chrono::seconds(m_wait_seconds);
   m_wakeup->wait_until(lock, deadline);
-  return Clock::now() >= deadline;
+  return m_now() >= deadline;
 }
 
 bool VINRequesterThread::send_pgn_request_for_VIN() {

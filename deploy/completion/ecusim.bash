@@ -6,7 +6,7 @@ _ecusim_command() {
   local word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     case $word in
-      play | watch | scenario)
+      play | scenario)
         echo "$word"
         return
         ;;
@@ -15,12 +15,13 @@ _ecusim_command() {
   echo none
 }
 
+_ecusim_play='-h --help --host --port --user --password-file --cafile --cert --key --ports --group --mode'
+
 # The possible words: the options and, before a command, the commands.
 _ecusim_words() {
   case $(_ecusim_command) in
-    none) echo 'play watch scenario -h --help -V --version --host --port --ports --group --mode' ;;
-    play) echo '-h --help --host --port --ports --group --mode' ;;
-    watch) echo '-h --help --host --port --once --timeout' ;;
+    none) echo "play scenario -V --version $_ecusim_play" ;;
+    play) echo "$_ecusim_play" ;;
     scenario) echo '-h --help' ;;
   esac
 }
@@ -46,7 +47,11 @@ _ecusim() {
     --group)
       mapfile -t COMPREPLY < <(compgen -g -- "$current")
       ;;
-    --port | --timeout | --mode) ;;
+    --password-file | --cafile | --cert | --key)
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -f -- "$current")
+      ;;
+    --port | --user | --mode) ;;
     *)
       mapfile -t COMPREPLY < <(compgen -W "$(_ecusim_words)" -- "$current")
       if [[ $current != -* && $(_ecusim_command) != scenario ]]; then

@@ -21,7 +21,7 @@ _quilctl_command() {
     esac
     before=$word
     case $command/$word in
-      /list | /get | /watch | /describe | /param | /secstore | /status | /check | /decode | /record | /replay) command=$word ;;
+      /list | /get | /watch | /describe | /param | /secstore | /status | /check | /decode | /record | /replay | /help) command=$word ;;
       param/get | param/list | param/set | secstore/get | secstore/set) command+=" $word" ;;
       'secstore get/master' | 'secstore get/remote' | 'secstore set/master' | 'secstore set/remote') command+=" $word" ;;
     esac
@@ -36,8 +36,9 @@ _quilctl_options() {
     echo --json
   fi
   case $1 in
-    get) echo '--wait --raw' ;;
-    watch) echo '--table --raw' ;;
+    list) echo '--format --raw --shell --expect' ;;
+    get) echo '--wait --default --format --raw' ;;
+    watch) echo '--table --count --exec --format --raw' ;;
     'param get') echo '--raw' ;;
     'secstore get'*) echo '--reveal --raw' ;;
     decode) echo '--count --reveal' ;;
@@ -48,8 +49,8 @@ _quilctl_options() {
 
 _quilctl_arguments() {
   case $1 in
-    '') echo 'list get watch describe param secstore status check decode record replay' ;;
-    get | watch | describe) _quilctl_variables ;;
+    '' | help) echo 'list get watch describe param secstore status check decode record replay help' ;;
+    list | get | watch | describe) _quilctl_variables ;;
     param) echo 'get list set' ;;
     secstore) echo 'get set' ;;
     'secstore get' | 'secstore set') echo 'master remote' ;;
@@ -75,12 +76,12 @@ _quilctl() {
       mapfile -t COMPREPLY < <(compgen -A hostname -- "$current"; compgen -f -- "$current")
       return
       ;;
-    --password-file | --cafile | --cert | --key | --config)
+    --password-file | --cafile | --cert | --key | --config | --expect)
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
-    --port | --user | --timeout | --wait | --count | --duration | --speed) return ;;
+    --port | --user | --timeout | --wait | --default | --format | --exec | --count | --duration | --speed) return ;;
     --topics)
       mapfile -t COMPREPLY < <(compgen -W 'rt/# system/#' -- "$current")
       return

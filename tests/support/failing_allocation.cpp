@@ -20,6 +20,15 @@ void* operator new(std::size_t size) {
   throw std::bad_alloc();
 }
 
+// The sanitizer's own does not call the one above.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  try {
+    return ::operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 void operator delete(void* memory) noexcept {
   std::free(memory);
 }

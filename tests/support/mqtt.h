@@ -23,8 +23,12 @@ inline ecu::tamu::com::mqtt::MqttSettings settings_for(const std::string& host, 
   settings.host = host;
   settings.port = port;
   settings.keepalive = std::chrono::seconds(60);
-  settings.presence = false;
   return settings;
+}
+
+/// The default one of the client with this identifier.
+inline ecu::tamu::com::Presence presence_of(const std::string& client_id) {
+  return {"system/presence/" + client_id, "online", "offline", "offline"};
 }
 
 }  // namespace tests

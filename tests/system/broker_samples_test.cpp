@@ -7,7 +7,7 @@
 
 #include <ecu/tamu/pb/messages.pb.h>
 
-#include "support/authority.h"
+#include "system/client_fixture.h"
 #include "system/daemon.h"
 
 namespace tests {
@@ -45,7 +45,8 @@ std::string write_passwords(const TempDir& dir, const std::vector<std::string>& 
   return file;
 }
 
-const std::vector<std::string> users{"quil", "realtime", "configurator", "vault", "application", "engineer"};
+const std::vector<std::string> users{"quil",        "realtime", "configurator", "vault",
+                                     "application", "engineer", "uplink"};
 
 const std::string socket_file = "/run/mqtt/broker.socket";
 const std::string password_file = "/etc/mosquitto/tolquil.passwd";
@@ -108,9 +109,9 @@ TEST(BrokerSamplesTest, EachTopicHasItsWritersAndReadersAndNoOthers) {
   struct Rule {
     std::string topic, writers, readers;
   };
-  const std::string everybody = "quil realtime configurator vault application engineer";
+  const std::string everybody = "quil realtime configurator vault application engineer uplink";
   const std::vector<Rule> rules{
-      {"system/var/hwversion", "quil", "quil configurator application engineer"},
+      {"system/var/hwversion", "quil", "quil configurator application engineer uplink"},
       {"system/presence/quil", "quil", everybody},
       {"system/quil/secstore/setmaster", "vault", "quil"},
       {"system/quil/secstore/setremote", "vault", "quil"},
@@ -191,36 +192,64 @@ TEST(BrokerSamplesTest, AnOversizedMessageIsDroppedAndItsSenderStaysConnected) {
   EXPECT_EQ(witness.history().size(), 1U);
 }
 
-// ---- the bridge ----
+// ---- the fleet ----
 
-/// The fleet's broker, and a unit's broker with a bridge to it.
-class BridgeTest : public testing::Test {
+/// The fleet's broker, which knows each unit by its certificate.
+class FleetTest : public testing::Test {
  protected:
   const std::string id = "unit-0042";
   const std::string unit_tree = "fleet/" + id + '/';
-  const std::string variable = unit_tree + "system/var/hwvariant";
 
+  /// Of the fleet's authority, its broker, or a unit.
+  [[nodiscard]] std::string certificate(const std::string& name) const {
+    return dir.path("certificates/" + name + ".pem");
+  }
+  [[nodiscard]] std::string key(const std::string& name) const {
+    return dir.path("certificates/" + name + ".key");
+  }
   std::string fleet_configuration() {
-    const std::string certificate = authority.certify("IP:127.0.0.1");
-    const auto lines = certificate.find('\n');
-    return sample("fleet.conf",
+    Process script({SOURCE_DIR "/deploy/fleet/fleet-certificates", dir.path("certificates"), "127.0.0.1", id,
+                    "unit-0001"});
+    EXPECT_EQ(script.wait(), 0) << script.output();
+    return "password_file " + write_passwords(dir, {"monitor"}) + '\n' +
+           sample("fleet.conf",
                   {{"listener 8883", "listener " + std::to_string(fleet_port.number()) + " 127.0.0.1"},
-                   {"certfile /etc/mosquitto/certs/fleet.pem", certificate.substr(0, lines)},
-                   {"keyfile /etc/mosquitto/certs/fleet.key", certificate.substr(lines + 1)},
-                   {"/etc/mosquitto/fleet.passwd", write_passwords(dir, {id, "monitor", "unit-0001"})},
+                   {"/etc/mosquitto/certs/fleet.pem", certificate("broker")},
+                   {"/etc/mosquitto/certs/fleet.key", key("broker")},
+                   {"/etc/mosquitto/ca_certificates/units.pem", certificate("authority")},
                    {"/etc/mosquitto/fleet.acl", SOURCE_DIR "/deploy/broker/fleet.acl"}});
   }
-  std::string bridge_configuration(Edits edits) const {
-    edits.emplace_back("fleet.example.com:8883", "127.0.0.1:" + std::to_string(fleet_port.number()));
-    edits.emplace_back("/etc/mosquitto/ca_certificates/fleet.pem", authority.file());
-    return sample("bridge.conf", edits);
+  /// For a client of the fleet's broker with this unit's certificate.
+  [[nodiscard]] std::string client_configuration(const std::string& unit) const {
+    return config_for(fleet_port.number(), "cafile = " + certificate("authority") + "\ncertfile = " +
+                                               certificate(unit) + "\nkeyfile = " + key(unit) + '\n');
+  }
+
+  TempDir dir;
+  LoopbackPort fleet_port;
+  Broker fleet{fleet_configuration()};
+  BusClient monitor{fleet.port(), "", "monitor", "monitor"};
+};
+
+class BridgeTest : public FleetTest {
+ protected:
+  const std::string variable = unit_tree + "system/var/hwvariant";
+
+  /// Of a bridge with the certificate of `owner`.
+  std::string bridge_configuration(const std::string& owner, const Edits& edits) {
+    Edits all{{"fleet.example.com:8883", "127.0.0.1:" + std::to_string(fleet_port.number())},
+              {"/etc/mosquitto/ca_certificates/fleet.pem", certificate("authority")},
+              {"/etc/mosquitto/certs/unit-0001.pem", certificate(owner)},
+              {"/etc/mosquitto/certs/unit-0001.key", key(owner)}};
+    all.insert(all.end(), edits.begin(), edits.end());
+    return sample("bridge.conf", all);
   }
   /// Whether the fleet's broker has retained the unit's variable, and nothing else.
   void expect_kept(const std::string& value) {
-    BusClient monitor(fleet.port(), "", "monitor", "monitor");
-    monitor.subscribe("#");
-    EXPECT_TRUE(comes(monitor, variable, value)) << value;
-    for (const BusMessage& kept : monitor.history()) {
+    BusClient reader(fleet.port(), "", "monitor", "monitor");
+    reader.subscribe("#");
+    EXPECT_TRUE(comes(reader, variable, value)) << value;
+    for (const BusMessage& kept : reader.history()) {
       EXPECT_TRUE(kept.topic.starts_with(unit_tree + "system/var/") || kept.topic == unit_tree + "connected")
           << kept.topic;
     }
@@ -233,11 +262,7 @@ class BridgeTest : public testing::Test {
     realtime.publish("rt/system/hw_variant", hardware_variant(value));
   }
 
-  TempDir dir;
-  Authority authority;
-  LoopbackPort fleet_port;
-  Broker fleet{fleet_configuration()};
-  UnitBroker unit{bridge_configuration({{"unit-0001", id}, {"change-me", id}})};
+  UnitBroker unit{bridge_configuration(id, {{"unit-0001", id}})};
 };
 
 TEST_F(BridgeTest, TheFleetHasTheVariablesAfterEitherSideRestartsAndNeverASecret) {
@@ -252,19 +277,56 @@ TEST_F(BridgeTest, TheFleetHasTheVariablesAfterEitherSideRestartsAndNeverASecret
   expect_kept("R08_B2");
 }
 
-TEST_F(BridgeTest, AUnitCannotActAsAnotherAndItsPresenceIsVisible) {
-  BusClient monitor(fleet.port(), "", "monitor", "monitor");
+TEST_F(BridgeTest, AUnitsPresenceIsVisibleEvenIfAnotherTakesItsIdentifier) {
   monitor.subscribe("#");
   EXPECT_TRUE(monitor.wait_for_text(unit_tree + "connected", "1"));
-  BusClient forger(fleet.port(), "", "unit-0001", "unit-0001");
-  forger.publish(variable, "forged", false, 1);
-  const UnitBroker impostor(
-      bridge_configuration({{"clientid unit-0001", "clientid " + id}, {"change-me", "unit-0001"}}));
+  const UnitBroker impostor(bridge_configuration("unit-0001", {{"clientid unit-0001", "clientid " + id}}));
   EXPECT_TRUE(monitor.wait_for_text("fleet/unit-0001/connected", "1"));
-  EXPECT_FALSE(heard(monitor, variable, "forged"));
   EXPECT_FALSE(heard(monitor, unit_tree + "connected", "0")) << "its connection was ended";
   unit.broker.stop();
   EXPECT_TRUE(monitor.wait_for_text(unit_tree + "connected", "0"));
+}
+
+TEST_F(FleetTest, AHostileUnitNeitherForgesNorReadsNorDisturbsAnother) {
+  Broker unit_broker;
+  BusClient unit(unit_broker.port());
+  monitor.subscribe("#");
+  Process uplink(
+      {PROGRAM_DIR "/tolquil-uplink", "-c",
+       dir.write("uplink.conf", client_configuration(id) + "unit = " + id +
+                                    "\nmin_interval = 0\nbus_host = " + unit_broker.socket_path())});
+  ASSERT_TRUE(monitor.wait_for_text(unit_tree + "presence", "online")) << uplink.output();
+
+  auto config = std::make_unique<ecu::tamu::config::Configuration>();
+  std::istringstream text(client_configuration("unit-0001") + "client_name = " + id);
+  set_config_from_input(config, text);
+  const auto hostile =
+      com::create_client(config, com::TransportType::mqtt, nullptr,
+                         {.presence = com::Presence{unit_tree + "presence", "forged", "forged", "forged"}});
+  const auto spy = std::make_shared<Recorder>(nullptr);
+  hostile->subscribe("#", 1, spy);
+  hostile->subscribe(unit_tree + "#", 1, spy);
+  hostile->connect();
+  hostile->start();
+  const auto publish = [&](const std::string& topic, const std::string& payload) {
+    com::Message message = raw_message(payload);
+    message.retained = true;
+    (void)hostile->publish(topic, std::move(message));
+  };
+  for (int i = 0; i < 1000; ++i) {
+    publish(unit_tree + "var/vehicleid", "forged " + std::to_string(i));
+  }
+  publish("fleet/unit-0001/var/vehicleid", "its own");
+  ASSERT_TRUE(monitor.wait_for_text("fleet/unit-0001/var/vehicleid", "its own"));
+  ecu::tamu::pb::EcuVariable variable;
+  variable.set_value("1M8GDM9AXKP042788");
+  unit.publish("system/var/vehicleid", framed(variable));
+  EXPECT_TRUE(comes(monitor, unit_tree + "var/vehicleid", R"({"value":"1M8GDM9AXKP042788",)"));
+  for (const BusMessage& message : monitor.history()) {
+    EXPECT_EQ(message.payload.find("forged"), std::string::npos) << message.topic;
+    EXPECT_NE(message.payload, "lost");
+  }
+  EXPECT_TRUE(spy->seen().empty());
 }
 
 }  // namespace

@@ -67,6 +67,7 @@ TEST(DocumentationTest, EverythingInTheHelpIsInTheManPageAndBothCompletions) {
            Tool{"tolquil", "-H", "tolquil.8"},
            Tool{"ecusim", "--help", "ecusim.1"},
            Tool{"quilctl", "--help", "quilctl.1"},
+           Tool{"tolquil-uplink", "--help", "tolquil-uplink.8"},
        }) {
     const auto told = words(man_page(page)), in_bash = words(contents("deploy/completion/" + name + ".bash")),
                in_zsh = words(contents("deploy/completion/_" + name));
@@ -81,7 +82,7 @@ TEST(DocumentationTest, EverythingInTheHelpIsInTheManPageAndBothCompletions) {
 TEST(DocumentationTest, CompletionForZshWorksMoreThanOnce) {
   // Zsh runs the file as the body of a function, the first time only: local names of that run no longer exist
   // afterwards.
-  for (const std::string name : {"tolquil", "ecusim", "quilctl"}) {
+  for (const std::string name : {"tolquil", "ecusim", "quilctl", "tolquil-uplink"}) {
     EXPECT_THAT(all(contents("deploy/completion/_" + name), "^(local|typeset|declare|integer)\\b"),
                 testing::IsEmpty())
         << name;
@@ -103,13 +104,13 @@ TEST(DocumentationTest, CompletionOffersSuitableWords) {
            {"tolquil --config = mine.t", "mine.txt"},
            {"ecusim s", "scenario"},
            {"ecusim m", "mine.json"},
-           {"ecusim watch --p", "--port"},
-           {"ecusim play --p", "--port --ports"},
+           {"ecusim scenario --v", ""},
+           {"ecusim play --p", "--port --password-file --ports"},
            {"ecusim scenario m", ""},
            {"quilctl re", "record replay"},
            {"quilctl --host x param s", "set"},
            {"quilctl secstore get --r", "--reveal --raw"},
-           {"quilctl list --r", ""},
+           {"quilctl status --r", ""},
            {"quilctl --user get --config = list secs", "secstore"},
            {"quilctl secstore set master @ m", "@mine.json @mine.txt"},
            {"quilctl check mine.t", "mine.txt"},
@@ -135,6 +136,17 @@ TEST(DocumentationTest, TheInstalledConfigurationHasEveryKeyAndTheDaemonAcceptsI
   DatagramSocket manager;
   Daemon daemon(config, {}, {"NOTIFY_SOCKET=" + manager.path()});
   EXPECT_TRUE(manager.wait_for("READY=1"));
+}
+
+TEST(DocumentationTest, TheUplinksConfigurationHasEveryKeyAndIsAccepted) {
+  const std::string config = contents("deploy/tolquil-uplink.conf");
+  const auto keys = all(config, "^#([a-z_]+) =");
+  EXPECT_THAT(words(man_page("tolquil-uplink.conf.5")), testing::IsSupersetOf(keys));
+  const TempDir dir;
+  const std::string all_set =
+      std::regex_replace(config, std::regex("^#([a-z_]+ =)", std::regex::multiline), "$1");
+  Process check({PROGRAM_DIR "/tolquil-uplink", "--check", "-c", dir.write("uplink.conf", all_set)});
+  EXPECT_EQ(check.wait(), 0) << check.output();
 }
 
 /// The cells of the table below a heading, by row.

@@ -4,7 +4,6 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
-#include <thread>
 
 #include <ecu/tamu/date_time.h>
 
@@ -80,7 +79,7 @@ TEST_F(StopTest, ASignalAtAnyMomentOfTheStartEndsIt) {
   const auto step = (Clock::now() - began) / (moments - 5);
   for (int i = 0; i < moments; ++i) {
     Daemon daemon(config());
-    std::this_thread::sleep_for(i * step);
+    EXPECT_FALSE(daemon.wait(std::chrono::duration_cast<milliseconds>(i * step)));
     daemon.signal(SIGTERM);
     const auto status = daemon.wait();
     // Before the handler is installed, the default action ends it.
@@ -214,9 +213,9 @@ TEST_F(ResourceTest, AnIdleDaemonSleeps) {
   long before = 0;
   for (long now = sleeps(daemon.pid()); now != before; now = sleeps(daemon.pid())) {
     before = now;
-    std::this_thread::sleep_for(milliseconds(300));
+    EXPECT_FALSE(daemon.wait(milliseconds(300)));
   }
-  std::this_thread::sleep_for(milliseconds(1500));
+  EXPECT_FALSE(daemon.wait(milliseconds(1500)));
   EXPECT_EQ(sleeps(daemon.pid()), before);
 }
 

@@ -26,8 +26,14 @@ TEST_F(QuilctlTest, DistinguishesAValueFromNoValueAndFromAnUnknownName) {
   EXPECT_EQ(call({"get", "hwvariant", "--raw"}).out, "R08_B1");
   EXPECT_EQ(json_of({"get", "topversion", "--wait", "20", "--json"})["value"], "TV 1");
   EXPECT_THAT(call({"get", "vehicleid"}, 4).all, HasSubstr("quilctl: vehicleid has no value\n"));
-  EXPECT_THAT(call({"get", "nothing"}, 3).all, HasSubstr("no variable is named nothing"));
-  EXPECT_EQ(call({"get", "#"}, 3).out, "");
+  EXPECT_THAT(call({"get", "nothing"}, 3).all, HasSubstr("no variable is named 'nothing'"));
+  EXPECT_THAT(call({"get", "vehicelid"}, 3).all, HasSubstr("'vehicelid'; did you mean 'vehicleid'?\n"));
+  EXPECT_EQ(call({"get", "topv*", "hwvariant"}).out, "topversion  TV 1\nhwvariant  R08_B1\n");
+  EXPECT_EQ(call({"get", "hwversion", "vehicleid"}, 4).out, "hwversion  r08\n");
+  EXPECT_EQ(call({"get", "hwversion", "vehicleid", "--default", "?"}).out, "hwversion  r08\nvehicleid  ?\n");
+  EXPECT_EQ(call({"list", "vehicleid", "hwv*", "--shell"}).out,
+            "unset vehicleid\nhwversion='r08'\nhwvariant='R08_B1'\n");
+  EXPECT_EQ(call({"list", "hwvariant", "--format", "{topic} {value}"}).out, "system/var/hwvariant R08_B1\n");
   EXPECT_EQ(call({"get", "vehicleid", "--wait", "0.2"}, 27).out, "");
   bus.publish("system/var/odd", "junk", true, 1);
   EXPECT_THAT(call({"get", "odd"}, 1).all, HasSubstr("cannot decode the message on system/var/odd"));
@@ -37,13 +43,37 @@ TEST_F(QuilctlTest, DistinguishesAValueFromNoValueAndFromAnUnknownName) {
   for (std::string line; std::getline(lines, line);) {
     listed[Json::parse(line)["name"]] = Json::parse(line);
   }
-  EXPECT_EQ(listed.size(), 31u);
+  EXPECT_EQ(listed.size(), 32u) << "those of the catalogue, and the one that cannot be decoded";
   EXPECT_EQ(listed["hwversion"]["value"], "r08");
   EXPECT_LT(listed["hwversion"]["age_s"], 60);
   EXPECT_EQ(listed["vehicleid"]["value"], nullptr);
   EXPECT_THAT(call({"list"}).out, HasSubstr("\nhwvariant            R08_B1 "));
-  EXPECT_EQ(call({"status"}).code, 0);
+  const std::string status = call({"status"}).out;
+  EXPECT_THAT(status, HasSubstr("reachable (address from --host)\ndaemon      on line, started "));
+  EXPECT_THAT(status, HasSubstr("\nno value    serialnumber vehicleid versionhypervisor "));
   EXPECT_EQ(json_of({"status", "--json"})["parameters_cached"], 2);
+}
+
+TEST_F(QuilctlTest, AListWaitsForTheExpectedValues) {
+  start_surroundings(two_parameters + "}");
+  start_daemon();
+  const std::string expect =
+      dir.write("expect", R"({"expect": {"hwversion": "r08", "vehicleid": "", "sysparam/17": "\u0000ab"}})");
+  Process list(command({"list", "--expect", expect}));
+  publish_variant("R08_B1");
+  call({"get", "topversion", "--wait", "20"});
+  call({"param", "set", "17=hex:006162"});
+  EXPECT_EQ(list.wait(), 0);
+  EXPECT_THAT(list.standard_output(),
+              testing::ContainsRegex("hwversion +r08 .*\nsysparam/17 +\\\\x00ab "
+                                     "(.|\n)*\n2 variables and 1 parameter as expected after [0-9.]+ s\n$"));
+  publish_variant("R09_C1");
+  call({"get", "hwversion"});
+  EXPECT_THAT(
+      call({"list", "--expect", expect, "--timeout", "0.5"}, 1).all,
+      HasSubstr(
+          "hwversion: expected \"r08\", has \"r09\"\nquilctl: 1 of 3 values not as expected within 0.5 s\n"));
+  EXPECT_EQ(call({"list", "--expect", dir.write("expect", "[")}, 2).out, "");
 }
 
 TEST_F(QuilctlTest, ReportsAMissingDaemonOrBrokerAtOnce) {
@@ -51,14 +81,14 @@ TEST_F(QuilctlTest, ReportsAMissingDaemonOrBrokerAtOnce) {
        std::vector<std::vector<std::string>>{{"get", "vehicleid"}, {"param", "list", "--timeout", "2"}}) {
     EXPECT_EQ(call(words, 6).code, 6);
   }
-  EXPECT_THAT(call({"list"}).all, HasSubstr("quilctl: no variable is published: "));
+  EXPECT_THAT(call({"list"}, 6).all, HasSubstr("quilctl: no variable is published: "));
   EXPECT_THAT(call({"status", "--json", "--timeout", "2"}, 6).out, HasSubstr(R"("daemon_on_line":null,)"));
   const auto without_value = Group().message().payload;
   bus.publish("system/var/topversion", std::string(without_value.begin(), without_value.end()), true, 1);
   EXPECT_EQ(call({"get", "vehicleid"}, 4).out, "") << "a daemon without presence has run";
   bus.publish(presence_topic, "offline", true);
   EXPECT_THAT(call({"param", "set", "1=2"}, 6).all, HasSubstr("quilctl: the daemon is off line\n"));
-  EXPECT_THAT(call({"list"}).all, HasSubstr("the daemon is off line"));
+  EXPECT_THAT(call({}, 6).all, HasSubstr("the daemon is off line")) << "lists";
   broker.stop();
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"list"}, {"watch"}, {"status"}, {"decode"}, {"secstore", "get", "master"}}) {
@@ -78,10 +108,17 @@ TEST_F(QuilctlTest, ReportsAMissingDaemonOrBrokerAtOnce) {
 TEST_F(QuilctlTest, InvalidArgumentsAreWrongUsage) {
   const std::string faulty = dir.write("faulty", "host = a\nport = 0\n");
   for (const std::vector<std::string>& words :
-       std::vector<std::vector<std::string>>{{},
-                                             {"nothing"},
+       std::vector<std::vector<std::string>>{{"nothing"},
                                              {"get"},
-                                             {"get", "a", "b"},
+                                             {"get", "a", "b", "--raw"},
+                                             {"get", "a*", "--raw"},
+                                             {"list", "--shell", "--json"},
+                                             {"list", "--format", "{nam}"},
+                                             {"watch", "--exec", "true", "--table"},
+                                             {"watch", "--table", "--count", "1"},
+                                             {"list", "--raw"},
+                                             {"list", "--expect", faulty, "vehicleid"},
+                                             {"help", "nothing"},
                                              {"list", "--port", "0"},
                                              {"list", "--port", "0x10"},
                                              {"list", "--timeout", "nan"},
@@ -96,7 +133,6 @@ TEST_F(QuilctlTest, InvalidArgumentsAreWrongUsage) {
                                              {"list", "--user", "u", "--password-file", dir.path("absent")},
                                              {"list", "--user", "u", "--password-file", "/dev/zero"},
                                              {"list", "--config", "/dev/zero"},
-                                             {"list", "--raw"},
                                              {"get", "a", "--raw", "--json"},
                                              {"param", "get", "1", "2", "--raw"},
                                              {"param", "get", "12abc"},

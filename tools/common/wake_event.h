@@ -9,7 +9,8 @@
 
 namespace ecu::tools {
 
-/// A flag that `poll` can wait for. Any thread may use it.
+/// A flag that `poll` can wait for. Any thread may use it. The platform's own event is out of reach:
+/// libraries of tools see the seam only, and the seam has no descriptors.
 class WakeEvent {
  public:
   /// Throws std::system_error when the process has no descriptors left.

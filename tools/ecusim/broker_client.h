@@ -1,25 +1,19 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
-#include <string>
 
 #include <ecu/tamu/com/transport_client.h>
 
+#include "common/broker_options.h"
+
 namespace ecu::sim {
 
-/// The address of the broker.
-struct BrokerAddress {
-  std::string host = "localhost";  // or the path of its Unix-domain socket, beginning with '/'
-  std::uint16_t port = 1883;
-};
-
-/// The program's connection to the bus. Make it before any thread is started, and only one: it blocks SIGINT
+/// The program's connection to the bus. Create only one, before starting any thread: it blocks SIGINT
 /// and SIGTERM in every thread of the process; they end `run`.
 class BrokerClient {
  public:
-  /// `role` becomes part of the client identifier.
-  BrokerClient(const BrokerAddress& broker, const std::string& role);
+  /// Throws `tools::InputError` when options are invalid.
+  explicit BrokerClient(const tools::BrokerOptions& broker);
   ~BrokerClient();
   BrokerClient(const BrokerClient&) = delete;
   BrokerClient& operator=(const BrokerClient&) = delete;

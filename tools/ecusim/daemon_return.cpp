@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <string_view>
 
+#include <ecu/tamu/com/topics.h>
+
 namespace ecu::sim {
 
 void DaemonReturn::message(const std::string& /*topic*/, const tamu::com::Message& msg) {
-  constexpr std::string_view on_line = "online";
-  if (!std::ranges::equal(msg.payload, on_line)) {
+  if (!std::ranges::equal(msg.payload, std::string_view(tamu::com::topics::presence_online))) {
     return;
   }
   if (has_been_on_line_) {

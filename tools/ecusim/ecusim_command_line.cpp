@@ -4,25 +4,25 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <span>
 #include <string_view>
 
+#include "common/option_checks.h"
+#include "common/usage_error.h"
 #include "common/version.h"
 
 namespace ecu::sim {
 
 namespace {
 
-constexpr int max_port = 65'535;
-constexpr double max_timeout_s = 86'400;
-
 constexpr const char* description =
     "Simulates the environment of the daemon: the real-time side of the unit and the vehicle on the bus, "
     "and\n"
-    "the other side of the queueing ports. Shows the variables that the daemon publishes.";
+    "the other side of the queueing ports.";
 
 constexpr const char* scenario_help = R"(A scenario is a JSON file:
   {
-    "expect": {"hwversion": "r08"},             expected by watch --once
+    "expect": {"hwversion": "r08"},             checked by quilctl list
     "messages": [
       {"topic": "rt/system/hw_variant",
        "at_ms": 0,                              first publication, after the start; default 0
@@ -49,7 +49,7 @@ constexpr const char* scenario_help = R"(A scenario is a JSON file:
 Vehicle and ports have further keys for faults: see docs/ecusim.md.
 `ecusim scenario` prints the built-in scenario.
 
-Exit codes: 0 done; 1 failure, or an expected variable is missing; 2 wrong usage or an invalid scenario.)";
+Exit codes: 0 done; 1 failure; 2 wrong usage or an invalid scenario.)";
 
 template <class Number>
 std::optional<Number> parse(std::string_view text, int base) {
@@ -75,19 +75,9 @@ void set_mode(FifoAccess& access, const std::string& octal) {
   access.mode = *mode;
 }
 
-void add_bus_options(CLI::App& command, Options& options) {
-  command.add_option("SCENARIO", options.scenario_path, "JSON file; default: the built-in scenario");
-  command
-      .add_option("--host", options.broker.host,
-                  "the broker's host, or the path of its Unix-domain socket, beginning with '/'")
-      ->capture_default_str();
-  command.add_option("--port", options.broker.port, "the broker's port")
-      ->capture_default_str()
-      ->check(CLI::Range(1, max_port));
-}
-
 void add_play_options(CLI::App& command, Options& options) {
-  add_bus_options(command, options);
+  command.add_option("SCENARIO", options.scenario_path, "JSON file; default: the built-in scenario");
+  tools::add_broker_options(command, options.broker);
   CLI::Option* const ports = command
                                  .add_option("--ports", options.ports_folder,
                                              "existing folder for the queueing ports; default: no ports")
@@ -105,21 +95,6 @@ void add_play_options(CLI::App& command, Options& options) {
       ->needs(ports);
 }
 
-void add_commands(CLI::App& app, Options& options, double& timeout_s) {
-  add_play_options(app, options);
-  CLI::App& play = *app.add_subcommand("play", "publish the scenario's messages (default command)");
-  add_play_options(play, options);
-  app.add_subcommand("scenario", "print the built-in scenario");
-  CLI::App& watch = *app.add_subcommand("watch", "print the variables that the daemon publishes");
-  add_bus_options(watch, options);
-  CLI::Option* const once =
-      watch.add_flag("--once", options.once, "exit 0 once every expected variable has arrived");
-  watch.add_option("--timeout", timeout_s, "time limit of --once in seconds")
-      ->capture_default_str()
-      ->check(CLI::Range(0.0, max_timeout_s))
-      ->needs(once);
-}
-
 }  // namespace
 
 std::optional<int> parse_command_line(int argc, const char* const* argv, Options& options) {
@@ -127,18 +102,19 @@ std::optional<int> parse_command_line(int argc, const char* const* argv, Options
   app.footer(scenario_help);
   app.require_subcommand(0, 1);
   app.set_version_flag("-V,--version", tools::release_version());
-  double timeout_s = options.timeout.count();
-  add_commands(app, options, timeout_s);
+  add_play_options(app, options);
+  add_play_options(*app.add_subcommand("play", "publish the scenario's messages (default command)"), options);
+  app.add_subcommand("scenario", "print the built-in scenario");
   try {
     app.parse(argc, argv);
-  } catch (const CLI::ParseError& end) {
-    return app.exit(end) == 0 ? exit_done : exit_usage;
+  } catch (const CLI::Success& end) {
+    return app.exit(end);
+  } catch (const CLI::ParseError& error) {
+    tools::report_usage_error(app, error, std::span(argv, static_cast<std::size_t>(argc)));
+    return exit_usage;
   }
-  options.timeout = std::chrono::duration<double>(timeout_s);
   if (app.got_subcommand("scenario")) {
     options.command = Command::scenario;
-  } else if (app.got_subcommand("watch")) {
-    options.command = Command::watch;
   }
   return std::nullopt;
 }

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <chrono>
 #include <optional>
 #include <string>
 
-#include "ecusim/broker_client.h"
+#include "common/broker_options.h"
 #include "ecusim/fifo.h"
 
 namespace ecu::sim {
@@ -13,17 +12,15 @@ inline constexpr int exit_done = 0;
 inline constexpr int exit_failure = 1;
 inline constexpr int exit_usage = 2;  // also for an invalid scenario
 
-enum class Command { play, scenario, watch };
+enum class Command { play, scenario };
 
 /// The command line.
 struct Options {
   Command command = Command::play;
   std::string scenario_path;  // empty: the built-in scenario
-  BrokerAddress broker;
+  tools::BrokerOptions broker;
   std::string ports_folder;  // empty: no queueing ports
   FifoAccess ports_access;
-  bool once = false;
-  std::chrono::duration<double> timeout = std::chrono::seconds(20);
 };
 
 /// Reads the command line into `options`. Returns an exit code when the program must not continue, because

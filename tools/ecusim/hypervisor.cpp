@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <memory>
@@ -12,6 +13,7 @@
 #include <ecu/tamu/com/port_names.h>
 #include <ecu/tamu/com/system_parameters.h>
 #include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/signal_mask.h>
 #include <ecu/tamu/thread_safety.h>
 
 #include "ecusim/port_frame.h"
@@ -22,13 +24,6 @@ namespace ipc = tamu::ipc;
 namespace port_names = tamu::com::port_names;
 
 namespace {
-
-void block_sigpipe() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
 
 void merge(std::vector<Parameter>& kept, Parameter parameter) {
   bool is_known = false;
@@ -67,7 +62,7 @@ class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
     const tamu::MutexLock lock(mutex_);
     std::optional<Parameter> parameter = parameter_in(record);
     if (!parameter) {
-      tamu::logging::warning("A record that is no parameter was written, id ", record.id);
+      tamu::logging::warning("malformed parameter record received, id ", record.id);
     } else if (tamu::com::is_secure_storage_id(record.id)) {
       merge(written_secure_values_, std::move(*parameter));
     } else {
@@ -129,7 +124,7 @@ void Hypervisor::send_parameters_again() {
 
 void Hypervisor::send(const std::stop_token& stop) {
   pthread_setname_np(pthread_self(), "port sender");
-  block_sigpipe();
+  tamu::block_signals(tamu::signal_set(std::array{SIGPIPE}));
   while (const std::optional<tamu::com::Payload> frame = frames_.pop(stop)) {
     if (!receive_port_.write(*frame, stop)) {
       return;

@@ -52,7 +52,7 @@ struct VehicleSetup {
 
   // Faults.
   bool silent = false;                          // no answers
-  bool padding = false;                         // blanks and a delimiter after the VIN
+  bool padding = false;                         // spaces and a delimiter after the VIN
   std::optional<std::int64_t> wrong_vin_every;  // every Nth answer of the first unit carries another VIN
   std::optional<Change> change_after;           // permanent change of the first unit's VIN
   std::optional<ControlUnit> second;            // answers too

@@ -20,7 +20,7 @@ std::optional<unsigned> hex_digit(char digit) {
   return static_cast<unsigned>(lower <= '9' ? lower - '0' : lower - 'a' + 10);
 }
 
-// Two digits a byte, blanks between bytes.
+// Two digits a byte, spaces between bytes.
 std::optional<Payload> parse_hex(std::string_view text) {
   Payload bytes;
   while (!text.empty()) {

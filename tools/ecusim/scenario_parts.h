@@ -14,7 +14,7 @@
 /// The parts of a scenario, each read by a function that throws `Fault` for the first error.
 namespace ecu::sim {
 
-/// A member with pairs of hexadecimal digits, optionally separated by blanks; nothing when it is missing.
+/// A member with pairs of hexadecimal digits, optionally separated by spaces; nothing when it is missing.
 [[nodiscard]] std::optional<tamu::com::Payload> read_hex(const ObjectReader& reader, std::string_view key);
 
 /// The bytes of an object's "text", "hex" or "bytes"; nothing when it has none of them.

@@ -26,7 +26,7 @@ constexpr const char* vin_size_signal = "nof_bytes";
 
 // Vehicle Identification, 0xFEEC (SAE J1939-71), as 32 bits in little-endian order.
 constexpr std::array<std::uint8_t, 4> vehicle_identification = {0xec, 0xfe, 0x00, 0x00};
-// Some control units pad the VIN with blanks before the delimiter that ends it.
+// Some control units pad the VIN with spaces before the delimiter that ends it.
 constexpr const char* padding = "   *";
 
 bool is_vin_request(const std::string& topic, const com::Message& msg) {

@@ -7,8 +7,8 @@
 
 #include <ecu/tamu/com/topics.h>
 
+#include "common/variable_catalogue.h"
 #include "common/version.h"
-#include "quilctl/model/variable_catalogue.h"
 
 namespace ecu::reference {
 
@@ -25,7 +25,8 @@ info:
   description: >-
     The topics of the environment-variable daemon of a vehicle telematics unit. "send" is what the daemon publishes,
     "receive" what it reads. Every protobuf body follows a header of 18 bytes, and every schema here describes the
-    decoded body. Programs for applications are in the examples of the package tolquil-dev.
+    decoded body. Programs for applications are in the examples of the package tolquil-dev. Topics that begin with
+    "fleet/" are what tolquil-uplink publishes at the broker of a fleet.
 defaultContentType: application/x-protobuf
 servers:
   unit:
@@ -33,6 +34,11 @@ servers:
     protocol: mqtt
     protocolVersion: 3.1.1
     description: the unit's broker; a unit may have a Unix-domain socket instead of the port
+  fleet:
+    host: fleet.example.com:8883
+    protocol: mqtts
+    protocolVersion: 3.1.1
+    description: the broker of a fleet
 )yaml";
 
 constexpr std::string_view components = R"yaml(components:
@@ -70,6 +76,19 @@ constexpr std::string_view components = R"yaml(components:
     Presence:
       contentType: text/plain
       payload: {type: string, enum: [online, offline]}
+    FleetVariable:
+      contentType: application/json
+      payload:
+        type: object
+        required: [value, since, stamp, daemon]
+        properties:
+          value: {type: string, examples: [1M8GDM9AXKP042788]}
+          since: {type: [string, "null"], format: date-time, description: "when the daemon first published it, UTC; null until the unit's clock is set"}
+          stamp: {type: integer, format: int64, description: the same in nanoseconds of the unit's CLOCK_BOOTTIME}
+          daemon: {type: [string, "null"], enum: [online, offline, null], description: the daemon's presence at that time}
+    FleetPresence:
+      contentType: text/plain
+      payload: {type: string, enum: [online, offline, lost]}
     Secret:
       contentType: application/octet-stream
       payload: {type: string, format: binary}
@@ -137,10 +156,17 @@ const std::vector<Channel> other_channels{
     {"ignition", topics::ignition, "the signal kl15: the ignition", "receive", "request", "SignalGroup"},
     {"vehicle_request", topics::vehicle_request, "requests the VIN from the vehicle network", "send", "event",
      "SignalGroup"},
+    {"fleet_variable", "fleet/{unit}/var/{name}", "a variable, published when its value changes", "send",
+     "confirmed", "FleetVariable"},
+    {"fleet_daemon", "fleet/{unit}/daemon", "the presence of the unit's daemon", "send", "confirmed",
+     "Presence"},
+    {"fleet_presence", "fleet/{unit}/presence",
+     R"("online"; "offline" after an orderly stop; "lost" as last will)", "send", "confirmed",
+     "FleetPresence"},
 };
 
 std::string quoted(std::string_view text) {
-  return ctl::Json(text).dump();
+  return tools::Json(text).dump();
 }
 
 /// The channel of a source topic; named by the end of its address.
@@ -155,12 +181,12 @@ Channel source_channel(std::string_view topic) {
 
 std::vector<Channel> all_channels() {
   std::vector<Channel> channels;
-  for (const ctl::VariableInfo& info : ctl::variables()) {
+  for (const tools::VariableInfo& info : tools::variables()) {
     channels.push_back(
         {std::string(info.name), info.topic(), std::string(info.meaning), "send", "value", ""});
   }
   channels.insert(channels.end(), other_channels.begin(), other_channels.end());
-  for (const ctl::VariableInfo& info : ctl::variables()) {
+  for (const tools::VariableInfo& info : tools::variables()) {
     for (const std::string_view topic : info.sources()) {
       if (std::ranges::find(channels, topic, &Channel::address) == channels.end()) {
         channels.push_back(source_channel(topic));
@@ -170,7 +196,7 @@ std::vector<Channel> all_channels() {
   return channels;
 }
 
-void write_value_message(std::ostream& out, const ctl::VariableInfo& info) {
+void write_value_message(std::ostream& out, const tools::VariableInfo& info) {
   out << "        name: ecu.tamu.pb.EcuVariable\n"
          "        payload:\n"
          "          type: object\n"
@@ -182,7 +208,7 @@ void write_value_message(std::ostream& out, const ctl::VariableInfo& info) {
          "              description: "
       << quoted(info.form.description) << '\n';
   if (!info.form.enumeration.empty()) {
-    out << "              enum: " << ctl::Json(info.form.enumeration).dump() << '\n';
+    out << "              enum: " << tools::Json(info.form.enumeration).dump() << '\n';
   }
   if (!info.form.pattern.empty()) {
     out << "              pattern: " << quoted(info.form.pattern) << '\n';
@@ -190,16 +216,29 @@ void write_value_message(std::ostream& out, const ctl::VariableInfo& info) {
   out << "              examples: [" << quoted(info.example) << "]\n"
       << "            timestamp: {$ref: \"#/components/schemas/Timestamp\"}\n";
   if (!info.sources().empty()) {
-    out << "        x-source: " << ctl::Json(info.sources()).dump()
+    out << "        x-source: " << tools::Json(info.sources()).dump()
         << "\n        x-signal: " << quoted(info.signal) << '\n';
+  }
+}
+
+void write_server_and_parameters(std::ostream& out, const Channel& channel) {
+  const bool is_of_fleet = channel.address.starts_with("fleet/");
+  out << "    servers: [{$ref: \"#/servers/" << (is_of_fleet ? "fleet" : "unit") << "\"}]\n";
+  if (is_of_fleet) {
+    out << "    parameters:\n      unit: {description: the unit's name}\n";
+  }
+  if (channel.address.ends_with("{name}")) {
+    out << "      name: {description: the variable's name}\n";
   }
 }
 
 void write_channel(std::ostream& out, const Channel& channel) {
   out << "  " << channel.name << ":\n    address: " << channel.address
-      << "\n    description: " << quoted(channel.description) << "\n    messages:\n      message:\n";
+      << "\n    description: " << quoted(channel.description) << '\n';
+  write_server_and_parameters(out, channel);
+  out << "    messages:\n      message:\n";
   if (channel.message.empty()) {
-    write_value_message(out, *ctl::find_variable(channel.name));
+    write_value_message(out, *tools::find_variable(channel.name));
   } else {
     out << "        $ref: \"#/components/messages/" << channel.message << "\"\n";
   }

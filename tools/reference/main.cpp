@@ -2,7 +2,7 @@
 #include <iostream>
 #include <string>
 
-#include "quilctl/model/variable_catalogue.h"
+#include "common/variable_catalogue.h"
 #include "reference/asyncapi.h"
 
 namespace {
@@ -10,7 +10,7 @@ namespace {
 // A JSON array with a variable on each line.
 std::string catalogue() {
   std::string text;
-  for (const ecu::ctl::VariableInfo& info : ecu::ctl::variables()) {
+  for (const ecu::tools::VariableInfo& info : ecu::tools::variables()) {
     text += (text.empty() ? "[\n" : ",\n") + json_of(info).dump();
   }
   return text + "\n]\n";

@@ -166,26 +166,14 @@ void SyslogSink::begin_line(LineBuilder& line, Level level) const noexcept {
   line.append_literal("]: ");
 }
 
+// Each line goes to the path, not over a connection: a new log daemon may have taken the path over while the
+// old socket is still open.
 bool SyslogSink::take(std::string_view line) noexcept {
-  const auto try_send = [&]() TAMU_REQUIRES(mutex_) {
-    return ::send(socket_.get(), line.data(), line.size(), MSG_NOSIGNAL) >= 0;
-  };
-  if (socket_ && try_send()) {
-    return true;
+  if (!socket_) {
+    socket_.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   }
-  // A full socket has a reader. Any other error means that the log daemon is gone; a new one may have
-  // started.
-  const bool is_full = socket_ && (errno == EAGAIN || errno == ENOBUFS);
-  return !is_full && connect() && try_send();
-}
-
-bool SyslogSink::connect() noexcept {
-  socket_.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-  if (socket_ &&
-      ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address_), sizeof address_) != 0) {
-    socket_.reset();
-  }
-  return static_cast<bool>(socket_);
+  return ::sendto(socket_.get(), line.data(), line.size(), MSG_NOSIGNAL,
+                  reinterpret_cast<const sockaddr*>(&address_), sizeof address_) >= 0;
 }
 
 void SyslogSink::forget_target() noexcept {

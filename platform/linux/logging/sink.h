@@ -74,7 +74,7 @@ class StreamSink final : public Sink {
 };
 
 /// The system log, with lines as syslog(3) writes them: identity tolquil with the process identifier,
-/// facility daemon. Reconnects to a log daemon that restarts.
+/// facility daemon. Each line goes to the log daemon that has the path then.
 class SyslogSink final : public Sink {
  public:
   /// `path`, of at most 107 bytes, names the log daemon's datagram socket.
@@ -84,8 +84,6 @@ class SyslogSink final : public Sink {
   void begin_line(LineBuilder& line, Level level) const noexcept override;
   bool take(std::string_view line) noexcept override TAMU_REQUIRES(mutex_);
   void forget_target() noexcept override TAMU_REQUIRES(mutex_);
-
-  bool connect() noexcept TAMU_REQUIRES(mutex_);
 
   sockaddr_un address_{};
   posix::UniqueFd socket_ TAMU_GUARDED_BY(mutex_);

@@ -9,7 +9,6 @@ namespace ecu::tamu {
 
 void release_free_memory(std::uint64_t bytes) noexcept {
   using Clock = std::chrono::steady_clock;
-  constexpr std::uint64_t large_amount = 16 * 1024;
   constexpr std::chrono::seconds interval(1);
   constexpr std::size_t reserve = 0;
   static std::atomic<Clock::time_point> last_release{};

@@ -220,11 +220,15 @@ TEST_F(SysParamContainerTest, MessagesCarryListsOfParameters) {
   const Params params{{1, "one"}, {2, "\0\xff"s}, {3, ""}};
   const auto message = SysParamContainer::to_message(params).value();
   Params read;
-  SysParamContainer::from_message_all(message).value()([&read](const SysParam& param) {
-    read.push_back(param);
-    return true;
-  });
-  EXPECT_EQ(read, params);
+  const auto sequence = SysParamContainer::from_message_all(message).value();
+  for (const bool to_the_end : {true, false}) {
+    EXPECT_EQ(sequence([&](const SysParam& param) {
+                read.push_back(param);
+                return to_the_end || param.ota_id != 2;
+              }),
+              to_the_end);
+  }
+  EXPECT_EQ(read, (Params{params[0], params[1], params[2], params[0], params[1]}));
   const auto log = tests::logged_lines([] { EXPECT_FALSE(SysParamContainer::from_message_all({})); });
   EXPECT_EQ(log.back(), "ERROR [SysParam] Unable to deserialize SystemParameterList form com::Message");
 }

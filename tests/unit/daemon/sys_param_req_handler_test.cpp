@@ -59,7 +59,7 @@ class SysParamReqHandlerTest : public testing::Test {
   std::shared_ptr<tests::FakePort> port = std::make_shared<tests::FakePort>();
   int callbacks = 0;
   std::unique_ptr<SysParamReqHandler> handler = std::make_unique<SysParamReqHandler>(
-      client, port, [this] { ++callbacks; }, 200ms, 1ms);
+      client, port, [this] { ++callbacks; }, 30s, 1ms);
 };
 
 TEST_F(SysParamReqHandlerTest, SubscribesAndUnsubscribesAll) {
@@ -83,8 +83,13 @@ TEST_F(SysParamReqHandlerTest, EveryCachedIdentifierIsAnsweredInTheOrderOfTheReq
       ElementsAre(
           "WARNING [SysParam] Unable to convert 'abc' to string, unable to response for this id!",
           "WARNING [SysParam] Unable to convert '99999999999' to string, unable to response for this id!"));
-  EXPECT_EQ(send(request, tests::raw_message("x")).back(),
-            "WARNING [SysParam] SystemParameter request payload could not be deserialized");
+  const std::size_t answered = client->published.size();
+  for (const auto& message : {tests::raw_message("x"), tests::framed_by_hand("\x0a\x01"
+                                                                             "7\x0a")}) {
+    EXPECT_EQ(send(request, message).back(),
+              "WARNING [SysParam] SystemParameter request payload could not be deserialized");
+  }
+  EXPECT_EQ(client->published.size(), answered);
 }
 
 TEST_F(SysParamReqHandlerTest, AllParametersAreAnsweredInOneListEvenWhenThereAreNone) {

@@ -47,75 +47,86 @@ struct Bus final : tests::FakeClient, ecu::tamu::diag::PgnRequestClient {
   std::string error_str(const Error& /*error*/) const override { return "not now"; }
 
   void count(std::optional<Message> request) {
-    const std::lock_guard lock(mutex);
     last_request = std::move(request);
-    last_time = Clock::now();
     ++attempts;
-    changed.notify_all();
-  }
-  Clock::time_point wait_for_attempts(int more) {
-    std::unique_lock lock(mutex);
-    const int wanted = attempts + more;
-    EXPECT_TRUE(changed.wait_for(lock, time_limit, [&] { return attempts >= wanted; }));
-    return last_time;
   }
 
-  std::mutex mutex;  // guards all below
-  std::condition_variable changed;
+  // The requester's thread changes these before it looks at the clock again.
   std::optional<Message> last_request;  // none when the last attempt was refused
-  Clock::time_point last_time;
   int attempts = 0;
-  std::atomic_bool refuse = false;
+  bool refuse = false;
 };
 
-bool requester_thread_exists() {
+/// The state of the requester's thread in /proc: 'S' while it sleeps, 0 when there is no such thread.
+char thread_state() {
   for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-    std::string name;
-    std::getline(std::ifstream(task.path() / "comm") >> std::ws, name);
-    if (name == "vin-requester") {
-      return true;
+    std::string stat;
+    std::getline(std::ifstream(task.path() / "stat"), stat);
+    if (const auto name = stat.find("(vin-requester) "); name != std::string::npos) {
+      return stat[name + 16];
     }
   }
-  return false;
+  return 0;
 }
 
+void await_thread_state(char state) {
+  for (const auto deadline = Clock::now() + time_limit; thread_state() != state; std::this_thread::yield()) {
+    ASSERT_LT(Clock::now(), deadline);
+  }
+}
+
+/// The period of an hour passes on the test's clock only.
 class VinRequesterTest : public testing::Test {
  protected:
-  std::unique_ptr<VINRequesterThread> make(std::chrono::milliseconds period) {
-    return std::make_unique<VINRequesterThread>(bus, mutex, wakeup, running, bus, 1, period);
-  }
-  void start(std::chrono::milliseconds period) {
-    requester = make(period);
+  void start() {
+    requester = std::make_unique<VINRequesterThread>(bus, mutex, wakeup, running, bus, 3600, [this] {
+      ++looks;
+      looked.notify_all();
+      return now;
+    });
     requester->init();
+  }
+  /// Lets the time pass and notifies the requester; returns when it waits again. The requester looks at the
+  /// clock at the begin and at the end of each wait, with the mutex held.
+  void notify_after(std::chrono::seconds time) {
+    std::unique_lock lock(*mutex);
+    ASSERT_TRUE(looked.wait_for(lock, time_limit, [this] { return looks % 2 == 1; }));
+    now += time;
+    wakeup->notify_all();
+    ASSERT_TRUE(looked.wait_for(lock, time_limit, [this, next = looks + 2] { return looks >= next; }));
   }
   void kl15(std::string_view data, std::uint32_t status = 3) {
     bus->last_observer->message("rt/io/kl15", tests::Group().bytes("kl15", data).status(status).message());
-  }
-  void notify() {
-    const std::lock_guard lock(*mutex);
-    wakeup->notify_all();
   }
 
   std::shared_ptr<Bus> bus = std::make_shared<Bus>();
   std::shared_ptr<std::mutex> mutex = std::make_shared<std::mutex>();
   std::shared_ptr<std::condition_variable> wakeup = std::make_shared<std::condition_variable>();
   std::shared_ptr<std::atomic_bool> running = std::make_shared<std::atomic_bool>(false);
+  std::condition_variable looked;
+  Clock::time_point now = Clock::now();  // guarded by the mutex, like looks
+  int looks = 0;
   std::unique_ptr<VINRequesterThread> requester;
 };
 
-TEST_F(VinRequesterTest, RequestsTheVinWhileTheIgnitionIsOn) {
-  start(1ms);
+TEST_F(VinRequesterTest, RequestsTheVinOncePerPeriodWhileTheIgnitionIsOn) {
+  start();
   EXPECT_TRUE(*running);
   EXPECT_THAT(bus->subscribed, ElementsAre("rt/io/kl15"));
-  std::this_thread::sleep_for(10ms);
+  notify_after(1h);
   EXPECT_EQ(bus->attempts, 0);
   kl15("\x02");
-  bus->wait_for_attempts(3);
+  notify_after(1h);
+  notify_after(2h);
+  EXPECT_EQ(bus->attempts, 2);
+  notify_after(59min);
+  notify_after(59min);  // restarts the period
+  EXPECT_EQ(bus->attempts, 2);
+  notify_after(1h);
+  EXPECT_EQ(bus->attempts, 3);
   kl15({"\0", 1});
-  const int before = (std::lock_guard(bus->mutex), bus->attempts);
-  std::this_thread::sleep_for(10ms);
-  requester->stop();
-  EXPECT_LE(bus->attempts, before + 1);  // one may have been in progress
+  notify_after(1h);
+  EXPECT_EQ(bus->attempts, 3);
   EXPECT_EQ(tests::body_bytes(*bus->last_request),
             "\x0a\x22\x0a\x18parametergroupnumberrqst\x12\x04\xec\xfe\0\0\x20\x03"s);
   EXPECT_FALSE(bus->last_request->retained);
@@ -124,7 +135,7 @@ TEST_F(VinRequesterTest, RequestsTheVinWhileTheIgnitionIsOn) {
 }
 
 TEST_F(VinRequesterTest, ABadIgnitionMessageIsReportedAndChangesNothing) {
-  start(1ms);
+  start();
   kl15("\x01");
   const auto log = tests::logged_lines([this] {
     kl15({"\0", 1}, 2);
@@ -135,45 +146,30 @@ TEST_F(VinRequesterTest, ABadIgnitionMessageIsReportedAndChangesNothing) {
   EXPECT_THAT(log, testing::IsSupersetOf({"ERROR ERROR signal not ok", "ERROR ERROR signal not ok",
                                           "ERROR ERROR no signal: kl15 on topic: rt/io/kl15",
                                           "ERROR ERROR message not okay on topic: rt/io/kl15"}));
-  bus->wait_for_attempts(2);
+  notify_after(1h);
+  EXPECT_EQ(bus->attempts, 1);
 }
 
 TEST_F(VinRequesterTest, ARefusedTokenIsReportedAndRequestedAgain) {
   bus->refuse = true;
   const auto log = tests::logged_lines([this] {
-    start(1ms);
+    start();
     kl15("\x01");
-    bus->wait_for_attempts(2);
+    notify_after(1h);
+    notify_after(1h);
     requester->stop();
   });
-  std::vector<std::string> expected{"DEBUG Start thread wait 1 seconds to Receive VIN"};
-  for (int i = 0; i < bus->attempts; ++i) {
-    expected.emplace_back("ERROR Unable to acquire PGN request token: not now");
-    expected.emplace_back("ERROR Error request VIN on topic: rt/j1939can/tx/rqst_fb_ee");
-  }
-  expected.emplace_back("NOTICE Stop vin thread");
-  EXPECT_EQ(log, expected);
+  const std::string refused = "ERROR Unable to acquire PGN request token: not now",
+                    failed = "ERROR Error request VIN on topic: rt/j1939can/tx/rqst_fb_ee";
+  EXPECT_THAT(log, ElementsAre("DEBUG Start thread wait 3600 seconds to Receive VIN", refused, failed,
+                               refused, failed, "NOTICE Stop vin thread"));
   EXPECT_FALSE(bus->last_request);
-}
-
-TEST_F(VinRequesterTest, ANotificationRestartsThePeriodWithoutARequest) {
-  constexpr auto period = 40ms;
-  start(period);
-  kl15("\x01");
-  bool restarted = false;
-  for (int i = 0; i < 10 && !restarted; ++i) {  // a loaded machine may deliver a notification too late
-    std::this_thread::sleep_until(bus->wait_for_attempts(1) + period / 2);
-    const auto notification = Clock::now();
-    notify();
-    restarted = bus->wait_for_attempts(1) >= notification + period;
-  }
-  EXPECT_TRUE(restarted);
 }
 
 // A notification of the requester needs the mutex, so a call that ends while the test holds it has not
 // notified.
 TEST_F(VinRequesterTest, OnlyAnAcceptedVinRestartsThePeriod) {
-  start(1h);
+  start();
   VinVariableJ1939Ecu variable("00", mutex, wakeup, running, 2);
   std::vector<std::future<void>> calls;  // end at the latest without the lock
   std::unique_lock lock(*mutex);
@@ -193,18 +189,14 @@ TEST_F(VinRequesterTest, OnlyAnAcceptedVinRestartsThePeriod) {
 }
 
 TEST_F(VinRequesterTest, EndsByItselfOnceTheVinIsConfirmed) {
-  start(1ms);
-  kl15("\x01");
-  bus->wait_for_attempts(1);
-  EXPECT_TRUE(requester_thread_exists());
+  start();
+  await_thread_state('S');
   VinVariableJ1939Ecu variable("00", mutex, wakeup, running, 2);
   const auto message = tests::Group().bytes("data", "A").value("nof_bytes", 1).message();
   EXPECT_FALSE(variable.extract(message));
   EXPECT_TRUE(variable.extract(message));
-  for (const auto deadline = Clock::now() + time_limit; requester_thread_exists();) {
-    ASSERT_LT(Clock::now(), deadline);
-    std::this_thread::yield();
-  }
+  (std::lock_guard(*mutex), wakeup->notify_all());  // as the end of the period does
+  await_thread_state(0);
   const auto log = tests::logged_lines([this] {
     requester->stop();
     requester->stop();
@@ -213,10 +205,9 @@ TEST_F(VinRequesterTest, EndsByItselfOnceTheVinIsConfirmed) {
 }
 
 TEST_F(VinRequesterTest, StopsAtOnceAtAnyMoment) {
-  make(1h)->stop();
   for (int i = 0; i < 3000; ++i) {
-    start(1h);
-    notify();
+    start();
+    (std::lock_guard(*mutex), wakeup->notify_all());
     const auto instant = Clock::now() + i * 20ns;
     while (Clock::now() < instant) {
     }
@@ -227,22 +218,17 @@ TEST_F(VinRequesterTest, StopsAtOnceAtAnyMoment) {
 
 TEST_F(VinRequesterTest, DoesNotBeginAPeriodOnceTheFlagIsCleared) {
   std::unique_lock lock(*mutex);
-  start(1h);
-  while (!requester_thread_exists()) {
-    std::this_thread::yield();
-  }
-  std::this_thread::sleep_for(1ms);  // so that it is most likely at the mutex
+  start();
+  await_thread_state('S');  // at the mutex
   *running = false;
   lock.unlock();
-  while (requester_thread_exists()) {
-    std::this_thread::yield();
-  }
+  await_thread_state(0);
 }
 
 TEST_F(VinRequesterTest, ASecondInitEndsTheProcess) {
   EXPECT_DEATH(
       {
-        start(1h);
+        start();
         requester->init();
       },
       "terminate called");

@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <filesystem>
 #include <regex>
 #include <sstream>
 
@@ -158,7 +159,7 @@ TEST(LogSinkTest, ResetMakesTheSinkExamineItsTargetAgain) {
   EXPECT_THAT(drain(second_reader.get()), MatchesRegex("[^ ]*Z NOTICE two\n"));
 }
 
-TEST(LogSinkTest, SystemLogReceivesLinesLikeSyslogAndAgainAfterARestart) {
+TEST(LogSinkTest, SystemLogReceivesLinesLikeSyslogAndAgainAfterARestartOrReplacement) {
   const TempDir dir;
   SyslogSink sink(dir.path("log"));
   std::string beginning = R"(<28>[A-Z][a-z][a-z] [ 123][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] tolquil\[)";
@@ -173,6 +174,10 @@ TEST(LogSinkTest, SystemLogReceivesLinesLikeSyslogAndAgainAfterARestart) {
     }
     EXPECT_THAT(log.receive().value_or(""), MatchesRegex(beginning + R"(\[m\] 100%s\\x0a)"));
     EXPECT_EQ(log.receive(), std::nullopt);
+    std::filesystem::rename(log.path(), dir.path("old"));
+    const DatagramSocket replacement(dir.path("log"));
+    sink.write(Level::notice, {}, {"replaced"});
+    EXPECT_THAT(replacement.receive().value_or(""), testing::EndsWith("]: replaced"));
   }
 }
 

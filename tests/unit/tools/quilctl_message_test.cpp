@@ -6,7 +6,6 @@
 #include <ecu/tamu/date_time.h>
 
 #include "quilctl/base/failure.h"
-#include "quilctl/model/decoded_text.h"
 #include "quilctl/model/decoding.h"
 #include "quilctl/model/recording.h"
 #include "quilctl/model/variable_view.h"

@@ -7,16 +7,23 @@
 #include <sstream>
 
 #include <ecu/quil/environment_daemon.h>
+#include <ecu/tamu/com/framing.h>
+#include <ecu/tamu/date_time.h>
+#include <ecu/tamu/pb/messages.pb.h>
 
+#include "common/broker_options.h"
+#include "common/escaping.h"
+#include "common/hexadecimal.h"
 #include "common/input_file.h"
-#include "quilctl/base/escaping.h"
+#include "common/variable_catalogue.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/hexadecimal.h"
 #include "quilctl/base/value_input.h"
+#include "quilctl/model/line_format.h"
 #include "quilctl/model/times.h"
-#include "quilctl/model/variable_catalogue.h"
 #include "quilctl/screen/display_width.h"
+#include "quilctl/screen/live_table.h"
 #include "quilctl/screen/text_table.h"
+#include "quilctl/talk/client_configuration.h"
 #include "support/captured_log.h"
 #include "support/fake_client.h"
 #include "support/temp_dir.h"
@@ -24,6 +31,7 @@
 namespace {
 
 using namespace ecu::ctl;
+using namespace ecu::tools;
 using namespace std::string_literals;
 using testing::Contains;
 using testing::ElementsAre;
@@ -78,6 +86,13 @@ TEST(QuilctlText, IdentifiersAndValuesAreParsedStrictly) {
 }
 
 TEST(QuilctlText, TextsAreCutToTheWidthOfTheTerminal) {
+  ::setenv("LC_ALL", "C", 1);
+  use_terminal_encoding();
+  EXPECT_EQ(for_terminal("grüße 車"), "gr??e ??");
+  EXPECT_EQ(cut_to_width("車車車", 4), "車~");
+  ::setenv("LC_ALL", "C.UTF-8", 1);
+  use_terminal_encoding();
+  EXPECT_EQ(for_terminal("grüße 車"), "grüße 車");
   EXPECT_EQ(display_width("grüße"), 5u);
   EXPECT_EQ(display_width("車a"), 3u);
   EXPECT_EQ(cut_to_width("abcdef", 6), "abcdef");
@@ -110,6 +125,122 @@ TEST(QuilctlText, AgesUseTheLargestUnitThatFits) {
   EXPECT_EQ(age_text(60s), "1 min");
   EXPECT_EQ(age_text(59min), "59 min");
   EXPECT_EQ(age_text(47h), "1 d");
+}
+
+TEST(QuilctlText, AFormatHasFieldsAndEscapes) {
+  UnitClock clock;
+  clock.use_local_clock();
+  const Variable variable{.value = "it's\n", .timestamp = ecu::tamu::DateTime::time_since_boot_ns()};
+  const VariableRow row{"vin", &variable, nullptr};
+  EXPECT_EQ(formatted(R"({name}\t{value}\\{age}\n{topic})", row, clock, false),
+            "vin\tit's\\x0a\\0 s\nsystem/var/vin");
+  EXPECT_EQ(formatted("{value}", row, clock, true), "it's\n");
+  EXPECT_THAT(formatted("{time}", row, clock, false), testing::MatchesRegex("20[-0-9]+ [0-9:.]+"));
+  EXPECT_EQ(formatted("{value}{age}{time}", {"vin"}, clock, false), "--");
+  EXPECT_EQ(shell_assignment(row), R"(vin='it'\''s\x0a')");
+  EXPECT_EQ(shell_assignment({"vin"}), "unset vin");
+  for (const std::string wrong : {"{nam}", "{name", R"(\x)", "\\"}) {
+    EXPECT_THAT(fault_of_format(wrong), testing::StartsWith("unknown ")) << wrong;
+  }
+}
+
+TEST(BrokerOptions, AnAddressHasManyForms) {
+  for (const auto& [text, host, port, is_tls] :
+       std::vector<std::tuple<std::string, std::string, std::string, bool>>{
+           {"unit7", "unit7", "", false},
+           {"unit7:1884", "unit7", "1884", false},
+           {"fe80::1", "fe80::1", "", false},
+           {"[fe80::1]", "fe80::1", "", false},
+           {"[fe80::1]:1884", "fe80::1", "1884", false},
+           {"mqtt://unit7/", "unit7", "", false},
+           {"mqtts://unit7:8884", "unit7", "8884", true},
+           {"/run/a.sock", "/run/a.sock", "", false},
+           {"unix:/run/a.sock", "/run/a.sock", "", false},
+           {"unix:///run/a.sock", "/run/a.sock", "", false}}) {
+    const BrokerAddress address = parse_broker_address(text);
+    EXPECT_EQ(std::tie(address.host, address.port, address.is_tls), std::tie(host, port, is_tls)) << text;
+  }
+  for (const std::string wrong : {"unit7:", "unit7:0", "unit7:65536", "unit7:1x", "[fe80::1", "[fe80::1]1884",
+                                  ":1884", "http://unit7", "mqtt://", "unix:relative"}) {
+    EXPECT_THROW((void)parse_broker_address(wrong), BrokerOptionsError) << wrong;
+  }
+}
+
+TEST(BrokerOptions, OptionsOverrideTheConfigurationOfTheUnit) {
+  const tests::TempDir dir;
+  const std::string pem = dir.write("ca.pem", "-----BEGIN CERTIFICATE-----\n");
+  ecu::ctl::BrokerOptions options;
+  const auto configured = [&options] {
+    const auto config = client_configuration(options);
+    return config->effective("username") + '@' + broker_address(*config) + " from " +
+           address_origin(options, *config);
+  };
+  EXPECT_EQ(configured(), "@localhost:1883 from default");
+  options.unit_config_file = dir.write("unit.conf", "host = unit\nport = 1\nusername = quil\npassword = x\n");
+  EXPECT_EQ(configured(), "quil@unit:1 from " + options.unit_config_file);
+  options.ca_file = pem;
+  EXPECT_EQ(configured(), "quil@unit:1 from " + options.unit_config_file);
+  options.user = "me";
+  EXPECT_EQ(client_configuration(options)->effective("password"), "") << "that of the other user";
+  options.host = "other";
+  EXPECT_EQ(configured(), "me@other:8883 from --host");
+  options.host_is_inherited = true;
+  options.port = "2";
+  EXPECT_EQ(configured(), "me@other:2 from QUILCTL_HOST");
+  options.host = "[::1]:3";
+  EXPECT_EQ(configured(), "me@[::1]:3 from QUILCTL_HOST");
+  options.ca_file = dir.write("no.pem", "text");
+  EXPECT_THROW((void)configured(), InputError);
+}
+
+TEST(QuilctlTable, FollowsTheBusAndTheKeyboard) {
+  LiveTable table("broker:1", true, {"has*", "hw*"});
+  const auto shown = [&table](std::size_t width = 60, std::size_t height = 9) {
+    std::string text;
+    for (const ScreenLine& line : table.draw(width, height)) {
+      text += line.text + '\n';
+    }
+    return text;
+  };
+  const auto press = [&table](const std::string& letters) {
+    for (const char letter : letters) {
+      EXPECT_TRUE(table.handle(KeyPress{Key::letter, letter}));
+    }
+  };
+  EXPECT_THAT(shown(), testing::StartsWith("NO CONNECTION  daemon unknown  0 of 31 values  broker:1\n"));
+  table.handle(Event{Event::Kind::up, {}, {}, {}});
+  table.handle(Event{Event::Kind::settled, {}, {}, {}});
+  ecu::tamu::pb::EcuVariable body;
+  body.set_value("true");
+  body.set_timestamp(1);
+  const auto message = ecu::tamu::com::frame(body, ecu::tamu::com::pb_protocol_type).value();
+  table.handle(Event{Event::Kind::message, "system/var/haseth2", message, {}});
+  EXPECT_THAT(shown(), testing::HasSubstr("q quit  / filter  s sort: none  1-5/16\n"));
+  EXPECT_TRUE(table.handle(KeyPress{Key::page_down}));
+  EXPECT_TRUE(table.handle(KeyPress{Key::up}));
+  EXPECT_THAT(shown(), testing::AllOf(testing::HasSubstr("5-9/16"), testing::HasSubstr("\n* haseth2 ")));
+  EXPECT_TRUE(table.handle(KeyPress{Key::end}));
+  EXPECT_THAT(shown(), testing::HasSubstr("12-16/16"));
+  press("sss");
+  EXPECT_TRUE(table.handle(KeyPress{Key::home}));
+  EXPECT_THAT(shown(), testing::ContainsRegex("SOURCE *\n\\* haseth2 .*\n  haswifibt")) << "by last change";
+  press("/qetü");
+  EXPECT_TRUE(table.handle(KeyPress{Key::backspace}));
+  press("hx");
+  EXPECT_THAT(shown(), testing::HasSubstr("\n/qethx_"));
+  EXPECT_TRUE(table.handle(KeyPress{Key::escape}));
+  press("/eth2");
+  EXPECT_TRUE(table.handle(KeyPress{Key::enter}));
+  EXPECT_THAT(shown(), testing::AllOf(testing::HasSubstr("/ eth2  s sort: change  1-1/1"),
+                                      testing::Not(testing::HasSubstr("hwversion"))));
+  EXPECT_FALSE(table.handle(KeyPress{Key::letter, 'q'}));
+  for (std::size_t size = 0; size < 80; ++size) {
+    const auto lines = table.draw(size, size);
+    EXPECT_LE(lines.size(), size);
+    for (const ScreenLine& line : lines) {
+      EXPECT_LE(display_width(line.text), std::max<std::size_t>(size, 2));
+    }
+  }
 }
 
 TEST(QuilctlCatalogue, HoldsWhatTheDaemonPublishes) {

@@ -5,20 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "common/broker_options.h"
 #include "quilctl/base/failure.h"
 
 namespace ecu::ctl {
 
 /// How to reach the broker. An empty member takes its value from the configuration file, or else the default.
-struct BrokerOptions {
+struct BrokerOptions : tools::BrokerOptions {
   std::string config_file;
-  std::string host;  // name, address, or the path of a Unix-domain socket
-  std::string port;
-  std::string user;
-  std::string password_file;
-  std::string ca_file;
-  std::string certificate_file;
-  std::string key_file;
+  std::string unit_config_file;    // applies without a host, a port and `config_file`, when it is readable
+  bool host_is_inherited = false;  // from the environment
 };
 
 struct Options;
@@ -39,6 +35,11 @@ struct Options {
 
   std::vector<std::string> arguments;                     // names, patterns, identifiers or ID=VALUE
   std::optional<std::chrono::duration<double>> wait;      // for a value
+  std::optional<std::string> fallback;                    // in place of a missing value
+  std::string format;                                     // of a line; see `formatted`
+  bool shell = false;                                     // assignments for a shell
+  std::string expect_file;                                // names and values to wait for
+  std::string exec;                                       // command to run for each change
   bool table = false;                                     // a table that is redrawn
   bool reveal = false;                                    // show or record secrets
   std::string secret;                                     // value of the secure storage: master or remote

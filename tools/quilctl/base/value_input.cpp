@@ -5,9 +5,9 @@
 
 #include <ecu/tamu/com/system_parameters.h>
 
+#include "common/hexadecimal.h"
 #include "common/input_file.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/hexadecimal.h"
 
 namespace ecu::ctl {
 
@@ -23,7 +23,7 @@ std::string unchecked_value(std::string_view argument) {
   if (!argument.starts_with(hex_prefix)) {
     return std::string(argument);
   }
-  auto bytes = from_hex(argument.substr(hex_prefix.size()));
+  auto bytes = tools::from_hex(argument.substr(hex_prefix.size()));
   if (!bytes) {
     throw Failure(ExitCode::usage, "'" + std::string(argument) + "': each byte needs two hexadecimal digits");
   }

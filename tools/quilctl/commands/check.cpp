@@ -6,11 +6,11 @@
 #include <ecu/quil/settings.h>
 #include <ecu/tamu/config/configuration.h>
 
+#include "common/escaping.h"
 #include "common/input_file.h"
-#include "quilctl/base/escaping.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/values.h"
-#include "quilctl/talk/daemon_config_file.h"
+#include "quilctl/talk/client_configuration.h"
 
 namespace ecu::ctl {
 
@@ -41,14 +41,14 @@ void print(const Options& options, const Fault& fault) {
     print_json({{"file", json_value(options.file)},
                 {"line", fault.line},
                 {"level", level},
-                {"text", printable(fault.text)}});
+                {"text", tools::printable(fault.text)}});
     return;
   }
   std::cout << options.file << ':';
   if (fault.line > 0) {
     std::cout << fault.line << ':';
   }
-  std::cout << ' ' << level << ": " << printable(fault.text) << '\n';
+  std::cout << ' ' << level << ": " << tools::printable(fault.text) << '\n';
 }
 
 void print_setting(const Options& options, const std::string& key, const std::string& value) {
@@ -57,7 +57,7 @@ void print_setting(const Options& options, const std::string& key, const std::st
   if (options.json) {
     print_json({{"key", key}, {"value", json_value(shown)}});
   } else {
-    std::cout << key << " = " << printable(shown) << '\n';
+    std::cout << key << " = " << tools::printable(shown) << '\n';
   }
 }
 

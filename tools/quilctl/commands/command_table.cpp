@@ -1,29 +1,63 @@
 #include "quilctl/commands/command_table.h"
 
+#include "common/option_checks.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/commands/option_checks.h"
+#include "quilctl/model/line_format.h"
 
 namespace ecu::ctl {
 
 namespace {
 
 constexpr double max_speed = 1e6;
+constexpr const char* names_purpose = "names; * stands for any characters, ? for any one character";
+
+void add_format(CLI::App& command, Options& options) {
+  command
+      .add_option(
+          "--format", options.format,
+          "a line with the fields {name}, {value}, {age}, {time} and {topic}; \\n, \\t and \\\\ are escapes")
+      ->check(CLI::Validator(fault_of_format, ""))
+      ->type_name("TEXT");
+  command.add_flag("--raw", options.raw,
+                   "values unchanged, without escapes (get: without line end); not with --json");
+}
+
+void add_list_options(CLI::App& command, Options& options) {
+  command.add_option("NAME", options.arguments, names_purpose);
+  add_format(command, options);
+  command.add_flag("--shell", options.shell, "assignments for eval in a shell");
+  command
+      .add_option("--expect", options.expect_file,
+                  "wait until all values are as in \"expect\" of this JSON file")
+      ->type_name("FILE");
+}
 
 void add_get_options(CLI::App& command, Options& options) {
-  command.add_option("NAME", options.arguments, "the variable")->required()->expected(1);
-  add_seconds(command, "--wait", options.wait, "wait this long for a value");
-  command.add_flag("--raw", options.raw, "unchanged, without escapes and line end; not with --json");
+  command.add_option("NAME", options.arguments, names_purpose)->required();
+  tools::add_seconds(command, "--wait", options.wait, "wait this long for a value");
+  command.add_option("--default", options.fallback, "print this in place of a missing value")
+      ->type_name("TEXT");
+  add_format(command, options);
+}
+
+void add_count(CLI::App& command, Options& options) {
+  command.add_option("--count", options.count, "end after this number of messages")
+      ->check(tools::is_positive_number())
+      ->type_name("N");
 }
 
 void add_watch_options(CLI::App& command, Options& options) {
-  command.add_option("PATTERN", options.arguments,
-                     "names to watch; * stands for any characters, ? for any one character");
+  command.add_option("PATTERN", options.arguments, names_purpose);
+  add_count(command, options);
+  command
+      .add_option("--exec", options.exec, "run this shell command for each change, with NAME and VALUE set")
+      ->type_name("COMMAND");
   command.add_flag("--table", options.table, "on a terminal: show all in a table that is redrawn");
-  command.add_flag("--raw", options.raw, "values unchanged, without escapes; not with --json");
+  add_format(command, options);
 }
 
 void add_describe_options(CLI::App& command, Options& options) {
-  command.add_option("NAME", options.arguments, "the variable; default: all")->expected(0, 1);
+  command.add_option("NAME", options.arguments, names_purpose);
 }
 
 void add_param_get_options(CLI::App& command, Options& options) {
@@ -61,48 +95,49 @@ void add_check_options(CLI::App& command, Options& options) {
 
 void add_decode_options(CLI::App& command, Options& options) {
   command.add_option("TOPIC", options.filter, "topic or MQTT topic filter; default #")
-      ->check(is_topic_filter());
-  command.add_option("--count", options.count, "end after this number of messages")
-      ->check(is_positive_number())
-      ->type_name("N");
+      ->check(tools::is_topic_filter());
+  add_count(command, options);
   command.add_flag("--reveal", options.reveal, "show the values of the secure storage, too");
 }
 
 void add_record_options(CLI::App& command, Options& options) {
   command.add_option("FILE", options.file, "- for standard output")->required();
   command.add_option("--topics", options.filter, "MQTT topic filter; default #")
-      ->check(is_topic_filter())
+      ->check(tools::is_topic_filter())
       ->type_name("FILTER");
-  add_seconds(command, "--duration", options.duration, "end after this time");
+  tools::add_seconds(command, "--duration", options.duration, "end after this time");
   command.add_flag("--reveal", options.reveal, "record the values of the secure storage, too");
 }
 
 void add_replay_options(CLI::App& command, Options& options) {
   command.add_option("FILE", options.file, "- for standard input")->required();
   command.add_option("--speed", options.speed, "this many times as fast; 0: without pauses; default 1")
-      ->check(is_number())
+      ->check(tools::is_number())
       ->check(CLI::Range(0.0, max_speed))
       ->type_name("X");
   command
       .add_option("--topics", options.filter,
                   "MQTT topic filter; default rt/# without the daemon's own rt/j1939can/tx/#")
-      ->check(is_topic_filter())
+      ->check(tools::is_topic_filter())
       ->type_name("FILTER");
 }
 
 const CommandEntry table[] = {
     {.name = "list",
-     .purpose = "Lists every variable with its value, age and source.",
-     .examples = "  quilctl list\n  quilctl list --json",
+     .purpose = "Lists variables with their values, ages and sources.",
+     .examples = "  quilctl list\n  quilctl list 'version*' --json\n  eval \"$(quilctl list --shell)\"",
+     .add_options = add_list_options,
      .run = list},
     {.name = "get",
-     .purpose = "Prints the value of one variable.",
-     .examples = "  quilctl get serialnumber\n  quilctl get vehicleid --wait 60",
+     .purpose = "Prints the values of variables; of a single one the value only.",
+     .examples = "  quilctl get serialnumber\n  quilctl get vehicleid --wait 60 --default unknown\n  quilctl "
+                 "get 'version*'",
      .add_options = add_get_options,
      .run = get},
     {.name = "watch",
      .purpose = "Prints each change of a variable until interrupted.",
-     .examples = "  quilctl watch\n  quilctl watch 'version*' vehicleid\n  quilctl watch --table",
+     .examples = "  quilctl watch\n  quilctl watch 'version*' vehicleid\n  quilctl watch vehicleid --exec "
+                 "'logger \"VIN $VALUE\"'\n  quilctl watch --table",
      .add_options = add_watch_options,
      .run = watch},
     {.name = "describe",
@@ -155,7 +190,7 @@ const CommandEntry table[] = {
      .add_options = add_check_options,
      .run = check},
     {.name = "decode",
-     .purpose = "Shows the complete contents of the bus's messages until interrupted.",
+     .purpose = "Shows the complete contents of messages on the bus until interrupted.",
      .examples = "  quilctl decode\n  quilctl decode 'rt/#' --count 10",
      .add_options = add_decode_options,
      .run = decode},
@@ -165,10 +200,14 @@ const CommandEntry table[] = {
      .add_options = add_record_options,
      .run = record},
     {.name = "replay",
-     .purpose = "Publishes a recording of the real-time side again.",
+     .purpose = "Replays a recording of the real-time side.",
      .examples = "  quilctl replay fault.rec\n  quilctl replay fault.rec --speed 10",
      .add_options = add_replay_options,
      .run = replay},
+    {.name = "help",
+     .purpose = "Shows the usage of a command.",
+     .examples = "  quilctl help watch",
+     .run = list},
 };
 
 }  // namespace

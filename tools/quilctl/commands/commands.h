@@ -6,6 +6,8 @@
 namespace ecu::ctl {
 
 [[nodiscard]] ExitCode list(const Options& options);
+/// The command `list --expect`.
+[[nodiscard]] ExitCode list_expected(const Options& options);
 [[nodiscard]] ExitCode get(const Options& options);
 [[nodiscard]] ExitCode watch(const Options& options);
 [[nodiscard]] ExitCode describe(const Options& options);

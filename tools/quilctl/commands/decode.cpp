@@ -1,8 +1,6 @@
 #include <iostream>
 
-#include "quilctl/base/notes.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/model/decoded_text.h"
 #include "quilctl/model/decoding.h"
 #include "quilctl/model/times.h"
 #include "quilctl/model/values.h"
@@ -15,7 +13,11 @@ namespace {
 
 constexpr const char* all_topics = "#";
 
-void print(const Options& options, const Event& event) {
+// Whether the event is a message.
+bool print(const Options& options, const Event& event) {
+  if (event.kind != Event::Kind::message) {
+    return false;
+  }
   Json decoded = decode(event.text, event.message, options.reveal);
   if (options.json) {
     decoded["at"] = iso_time(event.at);
@@ -25,19 +27,7 @@ void print(const Options& options, const Event& event) {
     print_decoded(std::cout, decoded);
     std::cout << std::endl;
   }
-}
-
-void decode_messages(const Options& options, MonitorSession& session) {
-  for (unsigned shown = 0; std::cout && (!options.count || shown < *options.count);) {
-    const auto event = session.next();
-    if (!session.notice().empty()) {
-      note(session.notice());
-    }
-    if (event && event->kind == Event::Kind::message) {
-      print(options, *event);
-      ++shown;
-    }
-  }
+  return true;
 }
 
 }  // namespace
@@ -48,9 +38,9 @@ ExitCode decode(const Options& options) {
   bus.connect();
   MonitorSession session(options, bus);
   try {
-    decode_messages(options, session);
+    session.run([&options](const Event& event) { return print(options, event); });
   } catch (const Interrupted&) {
-    // The usual end.
+    // The normal way to stop: Ctrl-C.
   }
   note_losses(session);
   return std::cout ? ExitCode::done : ExitCode::failure;

@@ -1,14 +1,13 @@
 #include <iostream>
 
 #include "quilctl/commands/commands.h"
-#include "quilctl/model/values.h"
-#include "quilctl/model/variable_catalogue.h"
+#include "quilctl/model/variable_rows.h"
 
 namespace ecu::ctl {
 
 namespace {
 
-void print(const VariableInfo& info) {
+void print(const tools::VariableInfo& info) {
   std::cout << info.name << "\n  " << info.meaning << "\n  topic      " << info.topic() << "\n  form       "
             << info.form.description << "\n  source     " << info.sources_text()
             << (info.signal.empty() ? "" : ", signal ") << info.signal << "\n  published  "
@@ -18,18 +17,12 @@ void print(const VariableInfo& info) {
 }  // namespace
 
 ExitCode describe(const Options& options) {
-  const std::vector<std::string>& names = options.arguments;
-  if (!names.empty() && find_variable(names.front()) == nullptr) {
-    throw Failure(ExitCode::unknown, "no variable is named " + names.front());
-  }
-  for (const VariableInfo& info : variables()) {
-    if (!names.empty() && info.name != names.front()) {
-      continue;
-    }
+  require_known({}, options.arguments);
+  for (const VariableRow& row : variable_rows({}, options.arguments)) {
     if (options.json) {
-      print_json(json_of(info));
+      print_json(json_of(*row.info));
     } else {
-      print(info);
+      print(*row.info);
     }
   }
   return ExitCode::done;

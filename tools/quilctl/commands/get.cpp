@@ -1,99 +1,90 @@
+#include <algorithm>
+#include <iostream>
 #include <string>
 
-#include <ecu/tamu/com/topics.h>
-
+#include "common/escaping.h"
+#include "common/notes.h"
+#include "quilctl/base/name_pattern.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/commands/variable_notes.h"
-#include "quilctl/model/values.h"
-#include "quilctl/model/variable_catalogue.h"
-#include "quilctl/talk/request_session.h"
+#include "quilctl/model/line_format.h"
+#include "quilctl/talk/variable_session.h"
 
 namespace ecu::ctl {
 
-namespace topics = tamu::com::topics;
-
 namespace {
 
-/// One variable among all. The others show whether there has been a daemon at all.
-class SingleVariable {
- public:
-  explicit SingleVariable(std::string name) : name_(std::move(name)) {}
+bool has_value(const VariableRow& row) {
+  return row.value().has_value();
+}
 
-  void handle(const Event& event) {
-    const auto change = view_.take(event.text, event.message);
-    is_faulty_ = variable_of(event.text) == name_ ? change == VariableView::Change::faulty : is_faulty_;
+/// Why the variable has no value.
+Failure failure_of(const VariableRow& row, const VariableSession& session, bool has_waited) {
+  const std::string without = row.name + " has no value";
+  if (row.variable != nullptr && row.variable->is_faulty) {
+    return {ExitCode::failure,
+            "cannot decode the message on " + topic_of_variable(row.name) + "; quilctl decode shows it"};
   }
-
-  /// The variable, when it has a value; else null.
-  [[nodiscard]] const Variable* found() const {
-    const Variable* const variable = view_.find(name_);
-    return variable != nullptr && variable->value ? variable : nullptr;
+  if (has_waited) {
+    return {ExitCode::time_out, row.name + " got no value in the time of --wait"};
   }
-  /// Whether its last message cannot be decoded.
-  [[nodiscard]] bool is_faulty() const noexcept { return is_faulty_; }
-  [[nodiscard]] bool exists() const {
-    return find_variable(name_) != nullptr || view_.find(name_) != nullptr || is_faulty_;
+  if (session.is_without_daemon()) {
+    return {ExitCode::daemon_off_line, without + (session.view().daemon_on_line() == false
+                                                      ? ", and the daemon is off line"
+                                                      : ", and no daemon has announced that it is on line")};
   }
-  [[nodiscard]] std::optional<bool> daemon_on_line() const { return view_.daemon_on_line(); }
+  return {ExitCode::no_value, without};
+}
 
-  /// Throws the failure for the missing value.
-  [[noreturn]] void fail() const {
-    if (is_faulty_) {
-      throw Failure(ExitCode::failure, std::string("cannot decode the message on ") +
-                                           topics::variable_prefix + name_ + "; quilctl decode shows it");
-    }
-    if (!exists()) {
-      throw Failure(ExitCode::unknown, "no variable is named " + name_ + "; quilctl describe lists them");
-    }
-    note_if_nothing_is_published(view_);
-    if (daemon_on_line() == false) {
-      throw Failure(ExitCode::daemon_off_line, name_ + " has no value, and the daemon is off line");
-    }
-    if (!daemon_on_line() && view_.all().empty()) {
-      throw Failure(ExitCode::daemon_off_line,
-                    name_ + " has no value, and no daemon has announced that it is on line");
-    }
-    throw Failure(ExitCode::no_value, name_ + " has no value");
-  }
-
- private:
-  const std::string name_;
-  VariableView view_;
-  bool is_faulty_ = false;
-};
-
-void print(const Options& options, const std::string& name, const Variable& variable) {
+void print(const Options& options, const VariableRow& row, const UnitClock& clock) {
+  const std::string& name = options.arguments.front();
   if (options.json) {
-    print_json({{"name", name}, {"value", json_value(variable.value)}, {"timestamp_ns", variable.timestamp}});
+    print_json(json_of(row, clock));
+  } else if (!options.format.empty()) {
+    std::cout << formatted(options.format, row, clock, options.raw) << '\n';
+  } else if (options.arguments.size() == 1 && !is_pattern(name)) {
+    print_value(options, *row.value());
   } else {
-    print_value(options, *variable.value);
+    std::cout << tools::printable(row.name) << "  " << shown_value(row.value()) << '\n';
   }
 }
 
 }  // namespace
 
 ExitCode get(const Options& options) {
-  const std::string& name = options.arguments.front();
-  if (name.empty() || name.find_first_of("+#") != std::string::npos) {
-    throw Failure(ExitCode::unknown, "no variable is named '" + name + "'");
+  const bool with_ages = options.json || !options.format.empty();
+  VariableSession session(options, with_ages);
+  require_known(session.view(), options.arguments);
+  auto rows = variable_rows(session.view(), options.arguments);
+  const bool must_wait = options.wait && !std::ranges::all_of(rows, has_value);
+  if (must_wait) {
+    session.session().set_time_limit(*options.wait);
+    (void)session.session().wait_until([&] {
+      rows = variable_rows(session.view(), options.arguments);
+      return std::ranges::all_of(rows, has_value);
+    });
   }
-  SingleVariable variable(name);
-  RequestSession session(options, {topics::all_variables_filter, topics::daemon_presence},
-                         [&variable](const Event& event) { variable.handle(event); });
-  if (variable.found() == nullptr && options.wait && variable.exists()) {
-    session.set_time_limit(*options.wait);
-    if (!session.wait_until([&variable] { return variable.found() != nullptr; }) && !variable.is_faulty()) {
-      throw Failure(ExitCode::time_out, name + " got no value within " + session.time_limit());
+  if (with_ages) {
+    session.determine_clock();
+  }
+  const Variable fallback{.value = options.fallback};
+  ExitCode code = ExitCode::done;
+  for (VariableRow& row : rows) {
+    if (!has_value(row) && options.fallback) {
+      row.variable = &fallback;
     }
+    if (has_value(row)) {
+      print(options, row, session.clock());
+      continue;
+    }
+    session.note_if_nothing_is_published();
+    const Failure failure = failure_of(row, session, must_wait);
+    tools::note(failure.what());
+    code = failure.code();
   }
-  if (variable.found() == nullptr) {
-    variable.fail();
+  if (code == ExitCode::done && session.view().daemon_on_line() == false) {
+    tools::note("the daemon is off line: it published this last");
   }
-  if (variable.daemon_on_line() == false) {
-    note("the daemon is off line: this is the value it published last");
-  }
-  print(options, name, *variable.found());
-  return ExitCode::done;
+  return code;
 }
 
 }  // namespace ecu::ctl

@@ -8,14 +8,16 @@
 #include <ecu/tamu/logging/logging.h>
 
 #include "common/input_file.h"
+#include "common/notes.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/notes.h"
 #include "quilctl/commands/quilctl_command_line.h"
+#include "quilctl/screen/display_width.h"
 #include "quilctl/talk/termination.h"
 
 namespace {
 
 using namespace ecu::ctl;
+using ecu::tools::note;
 namespace logging = ecu::tamu::logging;
 
 constexpr int interrupted = 128;  // plus the signal's number, as shells do
@@ -65,6 +67,7 @@ int exit_code_of(const Options& options) {
 
 int main(int argc, char* argv[]) {
   fill_standard_streams();
+  use_terminal_encoding();
   Options options;
   if (const auto exit_code = parse_command_line(argc, argv, options)) {
     return *exit_code;

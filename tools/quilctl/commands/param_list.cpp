@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "quilctl/base/notes.h"
+#include "common/notes.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/commands/parameter_output.h"
 #include "quilctl/model/values.h"
@@ -13,7 +13,7 @@ ExitCode param_list(const Options& options) {
   ParameterClient client(options, parameter_read_timeout);
   const Parameters parameters = client.read();
   if (parameters.empty()) {
-    note(nothing_received);
+    tools::note(nothing_received);
   }
   if (options.json) {
     for (const Parameter& parameter : parameters) {

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "quilctl/base/hexadecimal.h"
+#include "common/hexadecimal.h"
 #include "quilctl/base/value_input.h"
 #include "quilctl/model/values.h"
 
@@ -18,7 +18,7 @@ std::uint32_t id_of_argument(const std::string& argument) {
 }
 
 std::string shown_id(std::uint32_t id) {
-  return "0x" + to_hex_number(id);
+  return "0x" + tools::to_hex_number(id);
 }
 
 void print_line(const Options& options, const Parameter& parameter) {

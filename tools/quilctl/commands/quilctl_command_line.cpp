@@ -4,21 +4,23 @@
 #include <memory>
 #include <span>
 #include <sstream>
+#include <vector>
 
+#include <ecu/quil/settings.h>
+
+#include "common/option_checks.h"
+#include "common/usage_error.h"
 #include "common/version.h"
+#include "quilctl/base/name_pattern.h"
 #include "quilctl/commands/command_table.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/commands/option_checks.h"
-#include "quilctl/commands/usage_error.h"
 
 namespace ecu::ctl {
 
 namespace {
 
-constexpr int max_port = 65'535;
-
 constexpr const char* description = R"(Examples:
-  quilctl list                       every variable: value, age, source
+  quilctl                            every variable: value, age, source
   quilctl get serialnumber           one value, and nothing else, on standard output
   quilctl watch --table              all variables, live
   quilctl status                     is everything well?
@@ -48,28 +50,18 @@ class ShortListFormatter final : public CLI::Formatter {
 };
 
 void add_common_options(CLI::App& app, Options& options) {
-  BrokerOptions& broker = options.broker;
-  const auto add = [&app](const std::string& name, std::string& target, const std::string& environment,
-                          const std::string& type, const std::string& purpose) {
-    return app.add_option(name, target, purpose)
-        ->check(is_not_empty())
-        ->envname("QUILCTL_" + environment)
-        ->type_name(type);
-  };
-  add("--host", broker.host, "HOST", "HOST",
-      "name or address of the broker, or path of its Unix-domain socket; default localhost");
-  add("--port", broker.port, "PORT", "PORT", "port of the broker; default 1883")
-      ->check(is_digits())
-      ->check(CLI::Range(1, max_port));
-  add("--user", broker.user, "USER", "NAME", "user name for the broker");
-  add("--password-file", broker.password_file, "PASSWORD_FILE", "FILE", "its first line is the password");
-  add("--cafile", broker.ca_file, "CAFILE", "FILE", "certificate authorities in PEM; turns TLS on");
-  add("--cert", broker.certificate_file, "CERT", "FILE", "the client's certificate");
-  add("--key", broker.key_file, "KEY", "FILE", "the client's key");
-  add("--config", broker.config_file, "CONFIG", "FILE",
-      "the daemon's configuration file, for the options above that are not given");
-  add_seconds(app, "--timeout", options.timeout,
-              "time limit for the broker and for an effect; default 5 (param set: 35)");
+  tools::add_broker_options(app, options.broker, "QUILCTL_");
+  app.add_option("--config", options.broker.config_file,
+                 "the daemon's configuration file, for the options above that are not given; without --host "
+                 "and --port "
+                 "/etc/morn/tolquil.conf, when it is readable")
+      ->check(tools::is_not_empty())
+      ->envname("QUILCTL_CONFIG")
+      ->type_name("FILE");
+  tools::add_seconds(
+      app, "--timeout", options.timeout,
+      "time limit for connecting and for verifying an effect; default 5 (list --expect: 20, param set: 35); "
+      "watch and decode end after it");
   app.add_flag("--json", options.json, "one JSON object in each line");
   app.add_flag("-v,--verbose", options.verbose, "log the connection on standard error");
 }
@@ -95,15 +87,42 @@ void check_combinations(const Options& options) {
   if (options.json && (options.command == record || options.command == replay)) {
     throw CLI::ValidationError("--json", "not for recordings, which have their own format");
   }
-  if (options.json && (options.raw || options.table)) {
-    throw CLI::ExcludesError("--json", options.raw ? "--raw" : "--table");
+  const std::pair<bool, const char*> forms[] = {{options.json, "--json"},
+                                                {options.shell, "--shell"},
+                                                {!options.expect_file.empty(), "--expect"},
+                                                {!options.format.empty(), "--format"},
+                                                {options.table, "--table"},
+                                                {!options.exec.empty(), "--exec"},
+                                                {options.table && options.count, "--count"},
+                                                {options.raw && options.format.empty(), "--raw"}};
+  std::vector<std::string> given;
+  for (const auto& [is_given, name] : forms) {
+    if (is_given) {
+      given.emplace_back(name);
+    }
   }
-  if (options.table && options.raw) {
-    throw CLI::ExcludesError("--table", "--raw");
+  if (given.size() > 1) {
+    throw CLI::ExcludesError(given[0], given[1]);
   }
-  if (options.raw && options.command == param_get && options.arguments.size() > 1) {
-    throw CLI::ValidationError("--raw", "for one parameter only");
+  const bool is_many =
+      options.arguments.size() > 1 || (!options.arguments.empty() && is_pattern(options.arguments[0]));
+  if (!given.empty() && given[0] == "--raw" &&
+      (options.command == list || (is_many && options.command != watch))) {
+    throw CLI::ValidationError("--raw", "for one value only");
   }
+  if (!options.expect_file.empty() && !options.arguments.empty()) {
+    throw CLI::ValidationError("--expect", "its file names the variables");
+  }
+}
+
+// "quilctl help get" is "quilctl get --help".
+std::vector<const char*> with_help_as_option(std::span<const char* const> arguments) {
+  std::vector<const char*> words(arguments.begin(), arguments.end());
+  if (words.size() > 1 && std::string_view(words[1]) == "help") {
+    words.erase(words.begin() + 1);
+    words.push_back("--help");
+  }
+  return words;
 }
 
 }  // namespace
@@ -112,21 +131,30 @@ std::optional<int> parse_command_line(int argc, const char* const* argv, Options
   CLI::App app(description, "quilctl");
   app.footer(exit_codes);
   app.formatter(std::make_shared<ShortListFormatter>());
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
   app.set_version_flag("-V,--version", tools::release_version());
   add_common_options(app, options);
   for (const CommandEntry& entry : commands()) {
     add_command(app, entry, options);
   }
+  options.command = list;
+  options.broker.unit_config_file = quil::default_config_path;
+  const auto words = with_help_as_option(std::span(argv, static_cast<std::size_t>(argc)));
   try {
-    app.parse(argc, argv);
+    app.parse(static_cast<int>(words.size()), words.data());
     check_combinations(options);
   } catch (const CLI::Success& end) {
-    return app.exit(end);
+    const auto unknown = app.remaining(true);  // as in "quilctl help nothing"
+    if (unknown.empty()) {
+      return app.exit(end);
+    }
+    tools::report_usage_error(app, CLI::ExtrasError(unknown), words);
+    return static_cast<int>(ExitCode::usage);
   } catch (const CLI::ParseError& error) {
-    report_usage_error(app, error, std::span(argv, static_cast<std::size_t>(argc)));
+    tools::report_usage_error(app, error, words);
     return static_cast<int>(ExitCode::usage);
   }
+  options.broker.host_is_inherited = !tools::is_given("--host", words);
   return std::nullopt;
 }
 

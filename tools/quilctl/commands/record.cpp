@@ -9,8 +9,8 @@
 #include <ecu/tamu/com/topic.h>
 #include <ecu/tamu/com/topics.h>
 
+#include "common/notes.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/notes.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/recording.h"
 #include "quilctl/model/times.h"
@@ -71,7 +71,7 @@ class Recorder {
   /// Reports an event of the recording to the user and in the file, unless the text is empty.
   void remark(const std::string& text) {
     if (!text.empty()) {
-      note(text);
+      tools::note(text);
       out() << "# " << text << std::endl;
     }
   }
@@ -117,10 +117,10 @@ ExitCode record(const Options& options) {
   try {
     record_messages(options, bus, session, recorder);
   } catch (const Interrupted&) {
-    // The usual end.
+    // The normal way to stop: Ctrl-C.
   }
   recorder.remark(session.loss_notice());
-  note(std::to_string(recorder.count()) + " messages recorded");
+  tools::note(std::to_string(recorder.count()) + " messages recorded");
   if (!recorder.out() && options.file != "-") {
     throw Failure(ExitCode::failure, options.file + ": cannot be written");
   }

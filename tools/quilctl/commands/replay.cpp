@@ -13,8 +13,8 @@
 #include <ecu/tamu/com/topics.h>
 
 #include "common/input_file.h"
+#include "common/notes.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/notes.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/recording.h"
 #include "quilctl/talk/request_session.h"
@@ -79,9 +79,9 @@ class RecordingPlayer {
     const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(echo_timeout_);
     if (!session_.wait_until([&] { return waiting_.size() <= rest; }, deadline)) {
       throw Failure(waiting_.size() == count_ ? ExitCode::refused : ExitCode::time_out,
-                    std::to_string(waiting_.size()) + " of " + std::to_string(count_) +
-                        " messages have not come back from the broker: its access rules deny us "
-                        "publishing or receiving them");
+                    "the broker did not return " + std::to_string(waiting_.size()) + " of " +
+                        std::to_string(count_) +
+                        " messages; its access rules probably deny publishing or receiving them");
     }
   }
 
@@ -183,7 +183,7 @@ ExitCode replay(const Options& options) {
     }
     play(options, file, player);
   }
-  note(std::to_string(player->count()) + " messages published");
+  tools::note(std::to_string(player->count()) + " messages published");
   return ExitCode::done;
 }
 

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "quilctl/base/hexadecimal.h"
+#include "common/hexadecimal.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/commands/secret_view.h"
 #include "quilctl/model/values.h"
@@ -23,13 +23,13 @@ ExitCode secstore_get(const Options& options) {
                                [&view](const Event& event) { view.handle(event); });
   if (!view.value()) {
     view.require_daemon();
-    throw Failure(ExitCode::no_value, "the " + options.secret +
-                                          " value has not been published or is empty, or the broker's access "
-                                          "rules deny us access");
+    throw Failure(ExitCode::no_value,
+                  "the " + options.secret +
+                      " value has not been published or is empty, or the broker's access rules deny access");
   }
   const std::string& value = *view.value();
   if (options.json) {
-    print_json({{"name", options.secret}, {"bytes", value.size()}, {"hex", to_hex(value)}});
+    print_json({{"name", options.secret}, {"bytes", value.size()}, {"hex", tools::to_hex(value)}});
   } else if (is_terminal) {
     print_value(options, value);
   } else {

@@ -57,8 +57,7 @@ ExitCode secstore_set(const Options& options) {
     throw Failure(view.has_presence() ? ExitCode::time_out : ExitCode::daemon_off_line,
                   "not confirmed within " + session.time_limit() +
                       ": the daemon is not running or could not write to its port, or the broker's access "
-                      "rules deny us "
-                      "access");
+                      "rules deny access");
   }
   if (options.json) {
     print_json({{"name", options.secret}, {"bytes", value.size()}, {"confirmed", true}});

@@ -1,21 +1,17 @@
 #include <iostream>
 #include <optional>
 #include <string>
+#include <vector>
 
-#include <ecu/tamu/com/topics.h>
-
-#include "quilctl/base/escaping.h"
+#include "common/escaping.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/model/values.h"
-#include "quilctl/model/variable_catalogue.h"
-#include "quilctl/model/variable_view.h"
+#include "quilctl/model/times.h"
+#include "quilctl/model/variable_rows.h"
 #include "quilctl/talk/parameter_client.h"
-#include "quilctl/talk/request_session.h"
 #include "quilctl/talk/service_status.h"
+#include "quilctl/talk/variable_session.h"
 
 namespace ecu::ctl {
-
-namespace topics = tamu::com::topics;
 
 namespace {
 
@@ -24,25 +20,37 @@ constexpr const char* vin_name = "vehicleid";
 // A reply takes long only while a frame of parameters is arriving.
 constexpr std::chrono::seconds parameter_timeout{2};
 
+// Published at each start of the daemon, and never again.
+constexpr const char* start_name = "versionuboot";
+
 struct Status {
-  std::string broker;
+  std::string broker, origin;          // its address and where that comes from
   std::optional<bool> daemon_on_line;  // none: it has published no presence
+  std::optional<std::chrono::nanoseconds> running;
   std::size_t with_value = 0;
+  std::vector<std::string> without_value;
   std::optional<std::string> vin;
   std::optional<std::size_t> parameters;  // none: no reply
   std::optional<std::string> service;     // none: not a service of this machine
 };
 
 Status read_variables(const Options& options) {
-  VariableView view;
-  RequestSession session(options, {topics::all_variables_filter, topics::daemon_presence},
-                         [&view](const Event& event) { (void)view.take(event.text, event.message); });
+  VariableSession session(options);
+  session.determine_clock();
+  const VariableView& view = session.view();
   Status status;
-  status.broker = session.bus().broker();
+  status.broker = session.session().bus().broker();
+  status.origin = session.session().bus().origin();
   status.daemon_on_line = view.daemon_on_line();
   status.with_value = view.with_value();
-  if (const Variable* const vin = view.find(vin_name)) {
-    status.vin = vin->value;
+  for (const VariableRow& row : variable_rows(view)) {
+    if (!row.value()) {
+      status.without_value.push_back(row.name);
+    } else if (row.name == vin_name) {
+      status.vin = row.value();
+    } else if (row.name == start_name) {
+      status.running = row.age(session.clock());
+    }
   }
   return status;
 }
@@ -57,24 +65,38 @@ const char* shown(const std::optional<bool>& daemon_on_line) {
   return !daemon_on_line ? "unknown: no presence published" : *daemon_on_line ? "on line" : "off line";
 }
 
+const char* state_of_ports(const std::optional<std::size_t>& parameters) {
+  return !parameters        ? "not known: the daemon does not reply while it waits for the other side"
+         : *parameters == 0 ? "nothing received from the other side yet"
+                            : "parameters received from the other side";
+}
+
 void print(const Status& status) {
-  std::cout << "broker      " << status.broker << ", reachable\n"
-            << "daemon      " << shown(status.daemon_on_line) << '\n';
-  if (status.service) {
-    std::cout << "service     " << printable(*status.service) << '\n';
+  std::cout << "broker      " << status.broker << ", reachable (address from " << status.origin << ")\n"
+            << "daemon      " << shown(status.daemon_on_line)
+            << (status.running ? ", started " + age_text(*status.running) + " ago" : "") << '\n'
+            << (status.service ? "service     " + tools::printable(*status.service) + '\n' : "")
+            << "ports       " << state_of_ports(status.parameters) << '\n'
+            << "variables   " << status.with_value << " of " << tools::variables().size()
+            << " have a value\n";
+  for (const std::string& name : status.without_value) {
+    std::cout << (&name == &status.without_value.front() ? "no value    " : " ") << tools::printable(name);
   }
-  std::cout << "variables   " << status.with_value << " of " << variables().size() << " have a value\n"
-            << "VIN         " << (status.vin ? printable(*status.vin) : "not known") << '\n'
+  std::cout << (status.without_value.empty() ? "" : "\n") << "VIN         "
+            << (status.vin ? tools::printable(*status.vin) : "not known") << '\n'
             << "parameters  "
             << (status.parameters ? std::to_string(*status.parameters) + " cached" : "no reply") << '\n';
 }
 
 Json json_of(const Status& status) {
-  Json object{{"broker", status.broker}, {"reachable", true}};
+  Json object{{"broker", status.broker}, {"address_from", status.origin}, {"reachable", true}};
   object["daemon_on_line"] = status.daemon_on_line ? Json(*status.daemon_on_line) : Json(nullptr);
   object["service"] = json_value(status.service);
+  object["running_s"] =
+      status.running ? Json(std::chrono::duration<double>(*status.running).count()) : Json(nullptr);
   object["variables_with_value"] = status.with_value;
-  object["variables_known"] = variables().size();
+  object["variables_known"] = tools::variables().size();
+  object["without_value"] = status.without_value;
   object["vin"] = json_value(status.vin);
   object["parameters_cached"] = status.parameters ? Json(*status.parameters) : Json(nullptr);
   return object;
@@ -87,6 +109,9 @@ Status read_status(const Options& options) {
   }
   if (status.parameters) {
     status.daemon_on_line = true;
+  }
+  if (status.daemon_on_line != true) {
+    status.running.reset();
   }
   status.service = service_status(status.broker);
   return status;

@@ -1,23 +1,22 @@
 #include <unistd.h>
 
-#include <algorithm>
 #include <iostream>
 #include <optional>
 #include <string>
 
 #include <ecu/tamu/com/topics.h>
 
-#include "quilctl/base/escaping.h"
+#include "common/escaping.h"
+#include "common/notes.h"
 #include "quilctl/base/name_pattern.h"
-#include "quilctl/base/notes.h"
 #include "quilctl/commands/commands.h"
+#include "quilctl/model/line_format.h"
 #include "quilctl/model/times.h"
-#include "quilctl/model/values.h"
-#include "quilctl/model/variable_view.h"
-#include "quilctl/screen/alternate_screen.h"
+#include "quilctl/screen/display_width.h"
 #include "quilctl/screen/live_table.h"
-#include "quilctl/talk/bus_connection.h"
+#include "quilctl/screen/text_table.h"
 #include "quilctl/talk/monitor_session.h"
+#include "quilctl/talk/shell_command.h"
 
 namespace ecu::ctl {
 
@@ -25,74 +24,132 @@ namespace topics = tamu::com::topics;
 
 namespace {
 
-bool is_wanted(const Options& options, std::string_view name) {
-  return options.arguments.empty() ||
-         std::ranges::any_of(options.arguments,
-                             [name](const std::string& pattern) { return matches_pattern(name, pattern); });
-}
-
-void print_change(const Options& options, const Event& event, const VariableView& view) {
-  const std::string name(*variable_of(event.text));
-  const Variable* const variable = view.find(name);
-  const std::optional<std::string> value = variable == nullptr ? std::nullopt : variable->value;
-  if (options.json) {
-    print_json({{"at", iso_time(event.at)}, {"name", name}, {"value", json_value(value)}});
-  } else {
-    std::cout << local_time(event.at) << "  " << printable(name) << "  "
-              << (options.raw && value ? *value : shown_value(value)) << std::endl;
+/// Prints the changes, or runs a command for each.
+class Changes {
+ public:
+  Changes(const Options& options, const BusConnection& bus, const MonitorSession& session)
+      : options_(options), bus_(bus), session_(session) {
+    if (bus.is_local()) {
+      clock_.use_local_clock();
+    }
   }
-}
 
-void watch_lines(const Options& options, MonitorSession& session) {
-  VariableView view;
-  while (std::cout) {
-    const auto event = session.next();
-    if (!session.notice().empty()) {
-      note(session.notice());
+  /// Whether the event is a change that the user asked for.
+  bool handle(const Event& event) {
+    if (event.kind == Event::Kind::settled) {
+      note_unknown_names();
     }
-    if (!event || event->kind != Event::Kind::message) {
-      continue;
+    if (event.kind != Event::Kind::message) {
+      return false;
     }
-    const auto change = view.take(event->text, event->message);
+    const auto change = view_.take(event.text, event.message);
     if (change == VariableView::Change::faulty) {
-      note("cannot decode the message on " + event->text);
-    } else if (change == VariableView::Change::changed && is_wanted(options, *variable_of(event->text))) {
-      print_change(options, *event, view);
+      tools::note("cannot decode the message on " + event.text);
+      return false;
+    }
+    if (event.text != topics::daemon_presence) {
+      clock_.take(event.message);
+    }
+    if (change != VariableView::Change::changed ||
+        !matches_any(*variable_of(event.text), options_.arguments)) {
+      return false;
+    }
+    const std::string name(*variable_of(event.text));
+    report(event, {name, view_.find(name), tools::find_variable(name)});
+    return true;
+  }
+
+ private:
+  void note_unknown_names() const {
+    try {
+      require_known(view_, options_.arguments);
+    } catch (const Failure& failure) {
+      tools::note(failure.what());
     }
   }
+
+  void report(const Event& event, const VariableRow& row) const {
+    const auto value = row.value();
+    if (!options_.exec.empty()) {
+      run(row.name, value);
+    } else if (options_.json) {
+      print_json({{"at", iso_time(event.at)},
+                  {"name", row.name},
+                  {"value", json_value(value)},
+                  {"retained", event.message.retained}});
+    } else if (!options_.format.empty()) {
+      std::cout << formatted(options_.format, row, clock_, options_.raw) << std::endl;
+    } else {
+      std::cout << local_time(event.at) << "  " << tools::printable(row.name) << "  "
+                << (options_.raw && value ? *value : shown_value(value)) << std::endl;
+    }
+  }
+
+  void run(const std::string& name, const std::optional<std::string>& value) const {
+    const int code =
+        run_shell_command(options_.exec, name, value ? std::optional(tools::printable(*value)) : value,
+                          [this](int handle) { return bus_.wait_until_readable(handle, session_.end()); });
+    if (code != 0) {
+      tools::note("the command for " + name + " ended with exit code " + std::to_string(code));
+    }
+  }
+
+  const Options& options_;
+  const BusConnection& bus_;
+  const MonitorSession& session_;
+  VariableView view_;
+  UnitClock clock_;
+};
+
+// False when a key ends the table.
+bool handle_keys(LiveTable& table, TerminalScreen& screen) {
+  for (KeyPress press = screen.next_key(); press.key != Key::none; press = screen.next_key()) {
+    if (!table.handle(press)) {
+      return false;
+    }
+  }
+  return true;
 }
 
-std::optional<Event> next(MonitorSession& session, BusConnection::Clock::time_point wake) {
-  const AlternateScreen::Stoppable while_waiting;
-  return session.next(wake);
-}
-
-void watch_table(const Options& options, const BusConnection& bus, MonitorSession& session,
-                 AlternateScreen& screen) {
-  LiveTable table(screen, bus.broker(), bus.is_local(),
-                  [&options](std::string_view name) { return is_wanted(options, name); });
-  for (;;) {
-    const auto event = next(session, table.redraw_due());
+void show(LiveTable& table, TerminalScreen& screen, MonitorSession& session) {
+  while (session.goes_on(0) && handle_keys(table, screen)) {
+    const auto wake = screen.is_entered() ? table.redraw_due() : LiveTable::Clock::time_point::max();
+    const auto event = session.next(wake, screen.keyboard());
     if (!session.notice().empty()) {
       table.add_notice(session.notice());
     }
     if (event) {
       table.handle(*event);
     }
-    if (BusConnection::Clock::now() >= table.redraw_due()) {
-      table.draw(std::cout);
+    if (session.was_up()) {
+      screen.enter();
     }
+    if (screen.is_entered() && LiveTable::Clock::now() >= table.redraw_due()) {
+      screen.draw(table.draw(screen.width(), screen.height()));
+    }
+  }
+}
+
+// What remains on the normal screen.
+void print_last(const LiveTable& table, TerminalScreen& screen) {
+  if (!screen.is_entered()) {
+    return;
+  }
+  const std::size_t width = screen.width();
+  screen.leave();
+  for (const ScreenLine& line : table.whole(width)) {
+    std::cout << for_terminal(line.text) << '\n';
   }
 }
 
 }  // namespace
 
 ExitCode watch(const Options& options) {
-  const bool as_table = options.table && ::isatty(STDOUT_FILENO) == 1;
+  const bool as_table = options.table && TerminalScreen::is_possible();
   if (options.table && !as_table) {
-    note("a table needs a terminal; printing a line for each change instead");
+    tools::note("a table needs a terminal that can place text; printing a line for each change instead");
   }
-  std::optional<AlternateScreen> screen;
+  std::optional<TerminalScreen> screen;
   if (as_table) {
     screen.emplace();
   }
@@ -100,22 +157,26 @@ ExitCode watch(const Options& options) {
   bus.subscribe(topics::all_variables_filter);
   bus.subscribe(topics::daemon_presence);
   if (as_table) {
-    for (const std::string& filter : LiveTable::more_filters()) {
+    for (const char* const filter : LiveTable::more_filters) {
       bus.subscribe(filter);
     }
   }
   bus.connect();
   MonitorSession session(options, bus);
+  LiveTable table(bus.broker(), bus.is_local(), options.arguments);
   try {
     if (screen) {
-      watch_table(options, bus, session, *screen);
+      show(table, *screen, session);
     } else {
-      watch_lines(options, session);
+      Changes changes(options, bus, session);
+      session.run([&changes](const Event& event) { return changes.handle(event); });
     }
   } catch (const Interrupted&) {
-    // The usual end.
+    // The normal way to stop: Ctrl-C.
   }
-  screen.reset();
+  if (screen) {
+    print_last(table, *screen);
+  }
   note_losses(session);
   return std::cout ? ExitCode::done : ExitCode::failure;
 }

@@ -1,5 +1,3 @@
-#include "quilctl/model/decoded_text.h"
-
 #include <string>
 
 #include "quilctl/model/decoding.h"

@@ -12,8 +12,8 @@
 #include <ecu/tamu/pb/messages.pb.h>
 #include <ecu/tamu/rt/signal_adapter.h>
 
-#include "quilctl/base/escaping.h"
-#include "quilctl/base/hexadecimal.h"
+#include "common/escaping.h"
+#include "common/hexadecimal.h"
 #include "quilctl/model/message_header.h"
 
 namespace ecu::ctl {
@@ -54,7 +54,7 @@ Json fields_of(const pb::EcuVariableReq& body) {
 // Unknown fields of a message or of a part of it.
 void add_unknown(Json& fields, const std::string& unknown) {
   if (!unknown.empty()) {
-    fields["unknown_fields"] = {{"hex", to_hex(unknown)}};
+    fields["unknown_fields"] = {{"hex", tools::to_hex(unknown)}};
   }
 }
 
@@ -62,7 +62,7 @@ Json fields_of(const pb::SystemParameterEntry& body) {
   Json fields = Json::object();
   if (body.has_ota_id()) {
     fields["ota_id"] = body.ota_id();
-    fields["hex_id"] = "0x" + to_hex_number(body.ota_id());
+    fields["hex_id"] = "0x" + tools::to_hex_number(body.ota_id());
   }
   if (body.has_name()) {
     fields["name"] = bytes_of(body.name());
@@ -105,9 +105,9 @@ Json fields_of(const pb::SignalGroup& body) {
   for (const pb::Signal& signal : body.signal()) {
     Json fields{{"name", bytes_of(signal.name())}};
     if (signal.has_data()) {
-      fields["data"] = {{"hex", to_hex(signal.data())}};
+      fields["data"] = {{"hex", tools::to_hex(signal.data())}};
       const std::string_view text = without_padding(signal.data());
-      if (!text.empty() && is_utf8(text) && printable(text) == text) {
+      if (!text.empty() && tools::is_utf8(text) && tools::printable(text) == text) {
         fields["text"] = text;
       }
     }
@@ -157,13 +157,13 @@ void decode_framed(Json& decoded, std::span<const std::uint8_t> payload) {
   const auto error = com::unframe(payload, body, protocol_type);
   if (error != com::err::PbInternalDeserializationError::success) {
     decoded["fault"] = description_of(error);
-    decoded["payload"] = {{"hex", to_hex(text_of(payload))}};
+    decoded["payload"] = {{"hex", tools::to_hex(text_of(payload))}};
     return;
   }
   decoded["fields"] = fields_of(body);
   add_unknown(decoded, body.unknown_fields());
   if (const std::size_t end = com::txf_header_size + header->body_length; end < payload.size()) {
-    decoded["surplus"] = {{"hex", to_hex(text_of(payload.subspan(end)))}};
+    decoded["surplus"] = {{"hex", tools::to_hex(text_of(payload.subspan(end)))}};
   }
 }
 
@@ -212,7 +212,7 @@ Json decode(const std::string& topic, const com::Message& msg, bool reveal) {
   if (kind.decoder != nullptr) {
     kind.decoder(decoded, msg.payload);
   } else if (reveal) {
-    decoded["payload"] = {{"hex", to_hex(text_of(msg.payload))}};
+    decoded["payload"] = {{"hex", tools::to_hex(text_of(msg.payload))}};
   } else {
     decoded[redacted_key] = true;
   }

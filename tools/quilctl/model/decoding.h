@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ostream>
 #include <string>
 
 #include <ecu/tamu/com/message.h>
@@ -14,14 +15,15 @@ namespace ecu::ctl {
 ///   framing                            protocol_type, header_length, body_length, send_time_ns
 ///   fault                              why it cannot be decoded; payload then holds all bytes
 ///   fields                             of the body, without those that are not set
-///   unknown_fields, surplus            bytes of the body that belong to no known field, and bytes after the
-///   body redacted                           true in place of the payload: a value of the secure storage,
-///   unless `reveal`
-///                                      is set
+///   unknown_fields, surplus            bytes of unknown fields, bytes after the body
+///   redacted                           true instead of the payload of a secret, unless `reveal`
 ///
 /// Bytes are encoded as `json_value` does. A signal's data also appears as text when it is text apart from
 /// padding zeros. A signal's value that is not finite is "nan", "inf" or "-inf".
 [[nodiscard]] Json decode(const std::string& topic, const tamu::com::Message& msg, bool reveal);
 inline constexpr const char* redacted_key = "redacted";
+
+/// Prints what `decode` returned on several lines, without truncating anything.
+void print_decoded(std::ostream& out, const Json& decoded);
 
 }  // namespace ecu::ctl

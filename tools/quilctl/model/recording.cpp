@@ -6,11 +6,11 @@
 
 #include <ecu/tamu/com/topic.h>
 
+#include "common/bounded_line.h"
+#include "common/escaping.h"
+#include "common/hexadecimal.h"
 #include "common/input_file.h"
-#include "quilctl/base/bounded_line.h"
-#include "quilctl/base/escaping.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/hexadecimal.h"
 
 namespace ecu::ctl {
 
@@ -33,7 +33,7 @@ constexpr std::size_t max_line_size = std::size_t{65} * 1024 * 1024;
 
 std::string quoted(std::string_view bytes) {
   std::string text = "\"";
-  for (const char character : printable(bytes)) {
+  for (const char character : tools::printable(bytes)) {
     if (character == '"') {
       text += escaped_quote;
     } else {
@@ -44,7 +44,8 @@ std::string quoted(std::string_view bytes) {
 }
 
 bool is_plain_text(std::string_view bytes) {
-  return is_utf8(bytes) && std::ranges::count(printable(bytes), '\\') == 2 * std::ranges::count(bytes, '\\');
+  return tools::is_utf8(bytes) &&
+         std::ranges::count(tools::printable(bytes), '\\') == 2 * std::ranges::count(bytes, '\\');
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -88,9 +89,10 @@ std::string line_of(const Recorded& message) {
     line.append(" ").append(acknowledged_flag);
   }
   line += ' ';
-  return line + (!message.payload                  ? std::string(redacted_mark)
-                 : is_plain_text(*message.payload) ? quoted(*message.payload)
-                                                   : std::string(hex_prefix) + to_hex(*message.payload));
+  return line + (!message.payload ? std::string(redacted_mark)
+                 : is_plain_text(*message.payload)
+                     ? quoted(*message.payload)
+                     : std::string(hex_prefix) + tools::to_hex(*message.payload));
 }
 
 RecordingReader::RecordingReader(std::istream& input, std::string name)
@@ -123,7 +125,7 @@ std::optional<Recorded> RecordingReader::next() {
 
 bool RecordingReader::read_line(std::string& line, std::size_t max_size) {
   ++line_;
-  const bool is_there = ctl::read_line(input_, line, max_size);
+  const bool is_there = tools::read_line(input_, line, max_size);
   if (input_.bad()) {
     throw tools::input_error(name_);
   }
@@ -174,7 +176,7 @@ std::string RecordingReader::parse_quoted(std::string_view& rest) const {
   if (end == std::string_view::npos) {
     fail("text in double quotes expected");
   }
-  auto text = from_printable(rest.substr(1, end - 1));
+  auto text = tools::from_printable(rest.substr(1, end - 1));
   if (!text) {
     fail(R"(invalid escape: only \\ and \xNN are allowed)");
   }
@@ -187,7 +189,7 @@ std::optional<std::string> RecordingReader::parse_payload(std::string_view rest)
     return std::nullopt;
   }
   if (rest.starts_with(hex_prefix)) {
-    auto bytes = from_hex(rest.substr(hex_prefix.size()));
+    auto bytes = tools::from_hex(rest.substr(hex_prefix.size()));
     if (!bytes) {
       fail("invalid hexadecimal payload: each byte needs two digits");
     }

@@ -2,8 +2,8 @@
 
 #include <iostream>
 
-#include "quilctl/base/escaping.h"
-#include "quilctl/base/hexadecimal.h"
+#include "common/escaping.h"
+#include "common/hexadecimal.h"
 
 namespace ecu::ctl {
 
@@ -11,21 +11,21 @@ Json json_value(const std::optional<std::string>& value) {
   if (!value) {
     return nullptr;
   }
-  return is_utf8(*value) ? Json(*value) : Json{{"hex", to_hex(*value)}};
+  return tools::is_utf8(*value) ? Json(*value) : Json{{"hex", tools::to_hex(*value)}};
 }
 
 std::string shown_value(const std::optional<std::string>& value) {
   if (!value) {
     return "(no value)";
   }
-  return value->empty() ? "\"\"" : printable(*value);
+  return value->empty() ? "\"\"" : tools::printable(*value);
 }
 
 void print_value(const Options& options, const std::string& value) {
   if (options.raw) {
     std::cout << value;
   } else {
-    std::cout << printable(value) << '\n';
+    std::cout << tools::printable(value) << '\n';
   }
 }
 

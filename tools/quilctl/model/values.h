@@ -1,14 +1,14 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
+#include "common/variable_catalogue.h"
 #include "quilctl/base/options.h"
 
 namespace ecu::ctl {
 
-using Json = nlohmann::ordered_json;
+using tools::Json;
 
 /// A value as JSON: null without a value, a string when it is UTF-8, else {"hex": "..."}.
 [[nodiscard]] Json json_value(const std::optional<std::string>& value);

@@ -1,32 +1,57 @@
 #include "quilctl/model/variable_rows.h"
 
-#include "quilctl/base/escaping.h"
+#include <algorithm>
+#include <iterator>
+
+#include "common/escaping.h"
+#include "common/nearest_word.h"
+#include "quilctl/base/failure.h"
+#include "quilctl/base/name_pattern.h"
 #include "quilctl/model/times.h"
 
 namespace ecu::ctl {
 
-namespace {
-
-constexpr double ns_per_s = 1e9;
-
-// In nanoseconds; nothing without a value.
-std::optional<std::uint64_t> age_of(const VariableRow& row, const UnitClock& clock) {
-  return row.value() ? clock.age_of(row.variable->timestamp) : std::nullopt;
+std::optional<std::chrono::nanoseconds> VariableRow::age(const UnitClock& clock) const {
+  const auto age = value() ? clock.age_of(variable->timestamp) : std::nullopt;
+  return age ? std::optional(std::chrono::nanoseconds(*age)) : std::nullopt;
 }
 
-}  // namespace
-
-std::vector<VariableRow> variable_rows(const VariableView& view) {
+std::vector<VariableRow> variable_rows(const VariableView& view, const std::vector<std::string>& patterns) {
   std::vector<VariableRow> rows;
-  for (const VariableInfo& info : variables()) {
+  for (const tools::VariableInfo& info : tools::variables()) {
     rows.push_back({std::string(info.name), view.find(info.name), &info});
   }
   for (const auto& [name, variable] : view.all()) {
-    if (find_variable(name) == nullptr) {
+    if (tools::find_variable(name) == nullptr) {
       rows.push_back({name, &variable, nullptr});
     }
   }
-  return rows;
+  if (patterns.empty()) {
+    return rows;
+  }
+  std::vector<VariableRow> chosen;
+  for (const std::string& pattern : patterns) {
+    const auto is_other = [&](const VariableRow& row) { return !matches_pattern(row.name, pattern); };
+    const auto matching = std::stable_partition(rows.begin(), rows.end(), is_other);
+    std::move(matching, rows.end(), std::back_inserter(chosen));
+    rows.erase(matching, rows.end());
+  }
+  return chosen;
+}
+
+void require_known(const VariableView& view, const std::vector<std::string>& patterns) {
+  std::vector<std::string> names;
+  for (const VariableRow& row : variable_rows(view)) {
+    names.push_back(row.name);
+  }
+  for (const std::string& pattern : patterns) {
+    if (std::ranges::none_of(names,
+                             [&](const std::string& name) { return matches_pattern(name, pattern); })) {
+      const std::string hint = tools::did_you_mean(pattern, names);
+      throw Failure(ExitCode::unknown, "no variable is named '" + pattern + '\'' +
+                                           (hint.empty() ? "; quilctl describe lists them" : hint));
+    }
+  }
 }
 
 const std::vector<std::string>& variable_headings() {
@@ -35,17 +60,17 @@ const std::vector<std::string>& variable_headings() {
 }
 
 std::vector<std::string> columns_of(const VariableRow& row, const UnitClock& clock) {
-  const auto age = age_of(row, clock);
-  return {printable(row.name), shown_value(row.value()), age ? age_text(std::chrono::nanoseconds(*age)) : "-",
+  const auto age = row.age(clock);
+  return {tools::printable(row.name), shown_value(row.value()), age ? age_text(*age) : "-",
           row.info == nullptr ? "-" : row.info->sources_text()};
 }
 
 Json json_of(const VariableRow& row, const UnitClock& clock) {
-  const auto age = age_of(row, clock);
+  const auto age = row.age(clock);
   Json object{{"name", row.name}, {"value", json_value(row.value())}};
   object["published"] = row.variable != nullptr;
   object["timestamp_ns"] = row.value() ? Json(row.variable->timestamp) : Json(nullptr);
-  object["age_s"] = age ? Json(static_cast<double>(*age) / ns_per_s) : Json(nullptr);
+  object["age_s"] = age ? Json(std::chrono::duration<double>(*age).count()) : Json(nullptr);
   object["source"] = row.info == nullptr ? Json(nullptr) : Json(row.info->sources());
   return object;
 }

@@ -21,10 +21,14 @@ std::optional<std::string_view> variable_of(std::string_view topic) {
              : std::nullopt;
 }
 
+std::string topic_of_variable(std::string_view name) {
+  return com::topics::variable_prefix + std::string(name);
+}
+
 VariableView::Change VariableView::take(const std::string& topic, const com::Message& msg) {
   if (topic == com::topics::daemon_presence) {
-    on_line_ =
-        std::string_view(reinterpret_cast<const char*>(msg.payload.data()), msg.payload.size()) == "online";
+    on_line_ = std::string_view(reinterpret_cast<const char*>(msg.payload.data()), msg.payload.size()) ==
+               com::topics::presence_online;
     return Change::other;
   }
   const auto name = variable_of(topic);
@@ -36,6 +40,7 @@ VariableView::Change VariableView::take(const std::string& topic, const com::Mes
   }
   const auto decoded = com::PbInternalMessageAdapter<tamu::pb::EcuVariable>().deserialize(msg);
   if (!decoded.ok) {
+    variables_[std::string(*name)].is_faulty = true;
     return Change::faulty;
   }
   Variable variable;

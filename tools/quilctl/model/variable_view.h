@@ -14,6 +14,7 @@ namespace ecu::ctl {
 struct Variable {
   std::optional<std::string> value;  // none: published without a value
   std::uint64_t timestamp = 0;       // of the value, nanoseconds since the unit's boot
+  bool is_faulty = false;            // a later message cannot be decoded
 };
 
 /// The variables and the presence of the daemon, as published on the bus.
@@ -47,6 +48,9 @@ class VariableView {
 
 /// The name of the variable that is published on `topic`; nothing for another topic.
 [[nodiscard]] std::optional<std::string_view> variable_of(std::string_view topic);
+
+/// The topic on which the variable of that name is published.
+[[nodiscard]] std::string topic_of_variable(std::string_view name);
 
 /// The unit's clock, derived from the send times of the daemon's live messages.
 class UnitClock {

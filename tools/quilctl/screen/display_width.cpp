@@ -1,32 +1,45 @@
 #include "quilctl/screen/display_width.h"
 
+#include <langinfo.h>
+#include <wchar.h>
+
+#include <algorithm>
+#include <clocale>
+
 #include <ecu/tamu/text/utf8.h>
 
 namespace ecu::ctl {
 
-using tamu::text::first_character;
-
 namespace {
 
-// Two columns for the wide characters of East Asian scripts and emoji, none for combining ones.
-std::size_t width_of(char32_t code) {
-  const bool is_combining =
-      (code >= 0x300 && code < 0x370) || (code >= 0x200b && code < 0x2010) || code == 0xfeff;
-  const bool is_wide = (code >= 0x1100 && code < 0x1160) || (code >= 0x2e80 && code < 0xa4d0) ||
-                       (code >= 0xac00 && code < 0xd7a4) || (code >= 0xf900 && code < 0xfb00) ||
-                       (code >= 0xfe30 && code < 0xfe70) || (code >= 0xff00 && code < 0xff61) ||
-                       (code >= 0x1f300 && code < 0x1f650) || (code >= 0x20000 && code < 0x30000);
-  return is_combining ? 0 : is_wide ? 2 : 1;
+bool is_ascii_only = false;
+
+struct Shown {
+  std::size_t bytes, columns;
+};
+
+Shown first_of(std::string_view text) {
+  const auto [size, code] = tamu::text::first_character(text);
+  return {std::max<std::size_t>(size, 1),
+          size == 0 ? 1 : static_cast<std::size_t>(std::max(::wcwidth(static_cast<wchar_t>(code)), 0))};
 }
 
 }  // namespace
 
+void use_terminal_encoding() {
+  (void)std::setlocale(LC_CTYPE, "");
+  is_ascii_only = std::string_view(::nl_langinfo(CODESET)) != "UTF-8";
+  if (is_ascii_only) {
+    (void)std::setlocale(LC_CTYPE, "C.UTF-8");  // knows the widths of the values' characters
+  }
+}
+
 std::size_t display_width(std::string_view text) {
   std::size_t width = 0;
   while (!text.empty()) {
-    const auto [size, code] = first_character(text);
-    width += size == 0 ? 1 : width_of(code);
-    text.remove_prefix(size == 0 ? 1 : size);
+    const Shown first = first_of(text);
+    width += first.columns;
+    text.remove_prefix(first.bytes);
   }
   return width;
 }
@@ -37,15 +50,27 @@ std::string cut_to_width(std::string_view text, std::size_t width) {
   }
   std::size_t used = 1;  // the ellipsis
   std::size_t at = 0;
-  while (at < text.size()) {
-    const auto [size, code] = first_character(text.substr(at));
-    used += size == 0 ? 1 : width_of(code);
+  for (Shown next{}; at < text.size(); at += next.bytes) {
+    next = first_of(text.substr(at));
+    used += next.columns;
     if (used > width) {
       break;
     }
-    at += size == 0 ? 1 : size;
   }
-  return width == 0 ? std::string() : std::string(text.substr(0, at)) + "…";
+  return width == 0 ? std::string() : std::string(text.substr(0, at)) + (is_ascii_only ? "~" : "…");
+}
+
+std::string for_terminal(std::string text) {
+  if (!is_ascii_only) {
+    return text;
+  }
+  std::string result;
+  for (std::string_view rest = text; !rest.empty();) {
+    const Shown first = first_of(rest);
+    result += first.bytes == 1 ? std::string(rest.substr(0, 1)) : std::string(first.columns, '?');
+    rest.remove_prefix(first.bytes);
+  }
+  return result;
 }
 
 }  // namespace ecu::ctl

@@ -31,7 +31,7 @@ OutputStyle OutputStyle::of_standard_output() {
   if (::isatty(STDOUT_FILENO) == 0) {
     return {};
   }
-  OutputStyle style;
+  OutputStyle style{.is_terminal = true};
   style.colour = variable("NO_COLOR").empty() && variable("TERM") != "dumb";
   if (winsize size{}; ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
     style.width = size.ws_col;
@@ -88,7 +88,8 @@ std::vector<std::string> TextTable::lines(std::size_t width) const {
 void TextTable::print(std::ostream& out, const OutputStyle& style) const {
   bool is_heading = style.colour;
   for (const std::string& line : lines(style.width)) {
-    out << (is_heading ? bold : "") << line << (is_heading ? plain : "") << '\n';
+    out << (is_heading ? bold : "") << (style.is_terminal ? for_terminal(line) : line)
+        << (is_heading ? plain : "") << '\n';
     is_heading = false;
   }
 }

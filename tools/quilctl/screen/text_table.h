@@ -10,6 +10,7 @@ namespace ecu::ctl {
 
 /// How to format output for its reader: a person at a terminal, or a program.
 struct OutputStyle {
+  bool is_terminal = false;
   bool colour = false;
   std::size_t width = std::numeric_limits<std::size_t>::max();  // longer lines are cut
 

@@ -2,8 +2,9 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <array>
-#include <string_view>
+#include <span>
 
 #include "quilctl/talk/client_configuration.h"
 #include "quilctl/talk/event_queue.h"
@@ -14,21 +15,32 @@ namespace com = tamu::com;
 
 namespace {
 
-// Why the broker rejects the login; empty for any other failure.
-std::string_view login_rejection(com::ConnectionFailure failure) {
+// What the user can do about a failure; the library's own reasons help only developers. Empty: `reason` says
+// it.
+std::string sentence_for(com::ConnectionFailure failure) {
   switch (failure) {
     case com::ConnectionFailure::bad_credentials:
-      return "bad user name or password";
+      return "rejects the login: bad user name or password; check --user and --password-file";
     case com::ConnectionFailure::not_authorised:
-      return "not authorised";
+      return "rejects the login: not authorised; check --user and --password-file";
+    case com::ConnectionFailure::protocol:
+      return "does not speak MQTT 3.1.1: check the port, and whether it expects TLS (--cafile)";
     default:
-      return {};
+      return "";
   }
 }
 
-timespec timespec_of(std::chrono::nanoseconds time) {
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
-  return {static_cast<time_t>(seconds.count()), static_cast<long>((time - seconds).count())};
+// Waits for one of the descriptors, a signal, or the deadline. The result is that of `ppoll`.
+int wait_for(std::span<pollfd> inputs, BusConnection::Clock::time_point deadline, const sigset_t& mask) {
+  if (deadline == BusConnection::Clock::time_point::max()) {
+    return ::ppoll(inputs.data(), inputs.size(), nullptr, &mask);
+  }
+  const auto left =
+      std::max(std::chrono::ceil<std::chrono::nanoseconds>(deadline - BusConnection::Clock::now()),
+               std::chrono::nanoseconds::zero());
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+  const timespec timeout{static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
+  return ::ppoll(inputs.data(), inputs.size(), &timeout, &mask);
 }
 
 }  // namespace
@@ -36,6 +48,7 @@ timespec timespec_of(std::chrono::nanoseconds time) {
 BusConnection::BusConnection(const BrokerOptions& options) : events_(std::make_shared<EventQueue>()) {
   const std::unique_ptr<tamu::config::Configuration> config = client_configuration(options);
   broker_ = broker_address(*config);
+  origin_ = address_origin(options, *config);
   com::library_init();
   client_ = com::create_client(config, com::TransportType::mqtt, events_);
   termination_.emplace();
@@ -55,24 +68,33 @@ void BusConnection::connect() {
   client_->start();
 }
 
-std::optional<Event> BusConnection::next(Clock::time_point deadline, int input) {
+std::optional<Event> BusConnection::next(Clock::time_point deadline, int input, bool until_signal) {
   const sigset_t mask = termination_->wait_mask();
   for (;;) {
     termination_->check();
     if (auto event = events_->take()) {
       return event;
     }
-    const auto left = std::chrono::ceil<std::chrono::nanoseconds>(deadline - Clock::now());
-    if (left <= std::chrono::nanoseconds::zero()) {
+    if (Clock::now() >= deadline) {
       return std::nullopt;
     }
-    const timespec timeout = timespec_of(left);
     std::array<pollfd, 2> inputs{{{events_->fd(), POLLIN, 0}, {input, POLLIN, 0}}};
-    ::ppoll(inputs.data(), inputs.size(), deadline == Clock::time_point::max() ? nullptr : &timeout, &mask);
-    if (inputs[1].revents != 0) {
+    const int result = wait_for(inputs, deadline, mask);
+    if (inputs[1].revents != 0 || (result < 0 && until_signal)) {
       return std::nullopt;
     }
   }
+}
+
+bool BusConnection::wait_until_readable(int input, Clock::time_point deadline) const {
+  const sigset_t mask = termination_->wait_mask();
+  pollfd readable{input, POLLIN, 0};
+  int result = 0;
+  do {
+    termination_->check();
+    result = wait_for({&readable, 1}, deadline, mask);
+  } while (result < 0);
+  return result > 0;
 }
 
 std::uint64_t BusConnection::take_lost() {
@@ -80,11 +102,8 @@ std::uint64_t BusConnection::take_lost() {
 }
 
 BrokerFailure BusConnection::not_reachable(const std::string& reason, com::ConnectionFailure failure) const {
-  if (const std::string_view rejection = login_rejection(failure); !rejection.empty()) {
-    return {broker_, "broker " + broker_ + " rejects the login: " + std::string(rejection) +
-                         "; check --user and --password-file"};
-  }
-  return {broker_, "broker " + broker_ + " not reachable: " + reason};
+  const std::string sentence = sentence_for(failure);
+  return {broker_, "broker " + broker_ + ' ' + (sentence.empty() ? "not reachable: " + reason : sentence)};
 }
 
 bool BusConnection::publish(const std::string& topic, com::Message message) {

@@ -30,8 +30,8 @@ class BrokerFailure : public Failure {
   std::string broker_;
 };
 
-/// The program's connection to the bus. One thread takes its events, one after another. Make it before any
-/// thread is started, and only one: see `TerminationHandler`.
+/// The program's connection to the bus. One thread takes its events, one after another. Create only one,
+/// before starting any thread: see `TerminationHandler`.
 class BusConnection {
  public:
   using Clock = std::chrono::steady_clock;
@@ -49,10 +49,15 @@ class BusConnection {
   /// Connects, and reconnects whenever that fails or the connection is lost.
   void connect();
 
-  /// The next event; nothing at the deadline, or as soon as the descriptor `input`, if given, is readable.
-  /// Throws `Interrupted`.
-  [[nodiscard]] std::optional<Event> next(Clock::time_point deadline, int input = no_input);
+  /// The next event; nothing at the deadline, as soon as the descriptor `input`, if given, is readable, or
+  /// `until_signal` when a signal has been handled. Throws `Interrupted`.
+  [[nodiscard]] std::optional<Event> next(Clock::time_point deadline, int input = no_input,
+                                          bool until_signal = false);
   static constexpr int no_input = -1;
+
+  /// Whether the descriptor becomes readable before the deadline; events wait meanwhile. Throws
+  /// `Interrupted`.
+  [[nodiscard]] bool wait_until_readable(int input, Clock::time_point deadline) const;
 
   /// The number of messages dropped since the last call because they arrived faster than they were taken.
   [[nodiscard]] std::uint64_t take_lost();
@@ -63,6 +68,8 @@ class BusConnection {
 
   /// The broker's address for messages to the user.
   [[nodiscard]] const std::string& broker() const noexcept { return broker_; }
+  /// Where the address comes from, for the user.
+  [[nodiscard]] const std::string& origin() const noexcept { return origin_; }
   /// The failure that ends a command whose first attempt to connect fails; both arguments are those of the
   /// event.
   [[nodiscard]] BrokerFailure not_reachable(
@@ -73,6 +80,7 @@ class BusConnection {
 
  private:
   std::string broker_;
+  std::string origin_;
   std::shared_ptr<EventQueue> events_;
   std::optional<TerminationHandler> termination_;
   std::shared_ptr<tamu::com::ITransportClient> client_;

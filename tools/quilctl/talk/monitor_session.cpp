@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iostream>
 #include <utility>
 
 #include <ecu/tamu/com/topics.h>
 
+#include "common/notes.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/notes.h"
 
 namespace ecu::ctl {
 
@@ -19,13 +20,14 @@ constexpr std::chrono::seconds loss_interval{1};
 }  // namespace
 
 MonitorSession::MonitorSession(const Options& options, BusConnection& bus)
-    : bus_(bus),
+    : options_(options),
+      bus_(bus),
       first_deadline_(Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                          options.timeout.value_or(default_timeout))) {}
 
-std::optional<Event> MonitorSession::next(Clock::time_point wake) {
+std::optional<Event> MonitorSession::next(Clock::time_point wake, int input) {
   notice_.clear();
-  auto event = next_event(wake);
+  auto event = next_event(wake, input);
   if (!event && !was_up_ && Clock::now() >= first_deadline_) {
     throw bus_.not_reachable("no answer");
   }
@@ -38,14 +40,38 @@ std::optional<Event> MonitorSession::next(Clock::time_point wake) {
   return event;
 }
 
-std::optional<Event> MonitorSession::next_event(Clock::time_point wake) {
-  if (!was_up_) {
+std::optional<Event> MonitorSession::next_event(Clock::time_point wake, int input) {
+  if (!was_up_ || (options_.timeout && Clock::now() < first_deadline_)) {
     wake = std::min(wake, first_deadline_);
   }
   if (Clock::now() < loss_due_) {
     wake = std::min(wake, loss_due_);
   }
-  return bus_.next(wake);
+  return bus_.next(wake, input, true);
+}
+
+MonitorSession::Clock::time_point MonitorSession::end() const {
+  return options_.timeout ? first_deadline_ : Clock::time_point::max();
+}
+
+bool MonitorSession::goes_on(unsigned shown) const {
+  const bool is_late = was_up_ && Clock::now() >= end();
+  return std::cout && !is_late && (!options_.count || shown < *options_.count);
+}
+
+void MonitorSession::run(const std::function<bool(const Event&)>& show) {
+  unsigned shown = 0;
+  while (goes_on(shown)) {
+    const auto event = next();
+    if (!notice_.empty()) {
+      tools::note(notice_);
+    }
+    shown += event && show(*event) ? 1 : 0;
+  }
+  if (std::cout && options_.count && shown < *options_.count) {
+    throw Failure(ExitCode::time_out, std::to_string(shown) + " of " + std::to_string(*options_.count) +
+                                          " messages within the time of --timeout");
+  }
 }
 
 std::string MonitorSession::notice_of(const Event& event) {
@@ -81,7 +107,7 @@ std::string MonitorSession::loss_notice() {
 
 void note_losses(MonitorSession& watch) {
   if (const std::string losses = watch.loss_notice(); !losses.empty()) {
-    note(losses);
+    tools::note(losses);
   }
 }
 

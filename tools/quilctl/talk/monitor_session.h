@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -18,9 +19,20 @@ class MonitorSession {
   /// Both must outlive the session.
   MonitorSession(const Options& options, BusConnection& bus);
 
-  /// The next event; nothing at `wake`, and sometimes before. Throws `Interrupted`, and `Failure` when the
-  /// broker is unreachable at the start or refuses a subscription.
-  [[nodiscard]] std::optional<Event> next(Clock::time_point wake = Clock::time_point::max());
+  /// The next event; nothing at `wake` or when the descriptor `input` is readable, and sometimes before.
+  /// Throws `Interrupted`, and `Failure` when the broker is unreachable at the start or refuses a
+  /// subscription.
+  [[nodiscard]] std::optional<Event> next(Clock::time_point wake = Clock::time_point::max(),
+                                          int input = BusConnection::no_input);
+
+  /// Passes on each event, and prints the notices, until a signal, --count or --timeout ends the command or
+  /// output fails. `show` returns whether the event counts. Throws as `next` does, and `Failure` when the
+  /// time has passed before --count events.
+  void run(const std::function<bool(const Event&)>& show);
+  /// Whether output works, and neither --count nor --timeout ends the command. `shown` events have counted.
+  [[nodiscard]] bool goes_on(unsigned shown) const;
+  /// The time at which --timeout ends the command.
+  [[nodiscard]] Clock::time_point end() const;
 
   /// Whether there has been a connection.
   [[nodiscard]] bool was_up() const noexcept { return was_up_; }
@@ -33,10 +45,11 @@ class MonitorSession {
   [[nodiscard]] std::string loss_notice();
 
  private:
-  [[nodiscard]] std::optional<Event> next_event(Clock::time_point wake);
+  [[nodiscard]] std::optional<Event> next_event(Clock::time_point wake, int input);
   [[nodiscard]] std::string notice_of(const Event& event);
   [[nodiscard]] std::string presence_notice(const Event& event);
 
+  const Options& options_;
   BusConnection& bus_;
   const Clock::time_point first_deadline_;
   bool was_up_ = false;

@@ -7,8 +7,8 @@
 #include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
+#include "common/notes.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/notes.h"
 #include "quilctl/model/variable_view.h"
 
 namespace ecu::ctl {
@@ -26,7 +26,7 @@ template <class Body>
 std::optional<Body> decoded(const Event& event) {
   auto result = com::PbInternalMessageAdapter<Body>().deserialize(event.message);
   if (!result.ok) {
-    note("cannot decode the message on " + event.text);
+    tools::note("cannot decode the message on " + event.text);
     return std::nullopt;
   }
   return std::move(result.body);
@@ -137,7 +137,7 @@ Parameters ParameterClient::read(const std::vector<std::uint32_t>& ids, std::uin
 Parameters ParameterClient::await_reply() {
   const auto notice_due = RequestSession::Clock::now() + notice_delay;
   if (!wait_for_reply(notice_due) && RequestSession::Clock::now() >= notice_due && on_line_) {
-    note("waiting for the other side of the ports");
+    tools::note("waiting for the other side of the ports");
   }
   (void)wait_for_reply();
   if (reply_) {
@@ -150,9 +150,10 @@ Parameters ParameterClient::await_reply() {
   if (!on_line_) {
     throw Failure(ExitCode::daemon_off_line, no_reply + "; no daemon has announced that it is on line");
   }
-  throw Failure(ExitCode::time_out, no_reply +
-                                        ": the daemon waits for the other side of its ports, or the broker's "
-                                        "access rules deny us access");
+  throw Failure(ExitCode::time_out,
+                no_reply +
+                    ": the daemon is waiting for the other side of its ports, or the broker's "
+                    "access rules deny access");
 }
 
 void ParameterClient::write(const Parameters& parameters) {

@@ -31,7 +31,7 @@ class ParameterClient {
   /// reply in time. It does not reply while it waits for the other side of the ports.
   [[nodiscard]] Parameters read();
 
-  /// The same, but nothing in place of the failure.
+  /// Like `read`, but returns std::nullopt instead of throwing `Failure`.
   [[nodiscard]] std::optional<Parameters> try_read();
 
   /// The parameters among `ids` that exist once the daemon has handled what was published before this call.

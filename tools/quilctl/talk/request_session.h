@@ -2,8 +2,8 @@
 
 #include <chrono>
 #include <functional>
-#include <initializer_list>
 #include <string>
+#include <vector>
 
 #include "quilctl/base/options.h"
 #include "quilctl/talk/bus_connection.h"
@@ -21,11 +21,11 @@ class RequestSession {
   /// Connects, and returns once everything that the broker retains for `filters` has been passed to
   /// `on_message`. The waits pass on later messages. `default_timeout` applies unless the options have a
   /// time-out.
-  RequestSession(const Options& options, std::initializer_list<std::string> filters, Handler on_message,
+  RequestSession(const Options& options, const std::vector<std::string>& filters, Handler on_message,
                  std::chrono::duration<double> default_timeout = std::chrono::seconds(5));
 
-  /// Handles messages until `is_done` holds; false when it does not by the time limit or an earlier
-  /// `deadline`.
+  /// Handles messages until `is_done` returns true; returns false if the time limit or the earlier `deadline`
+  /// expires first.
   [[nodiscard]] bool wait_until(const std::function<bool()>& is_done,
                                 Clock::time_point deadline = Clock::time_point::max());
 

@@ -11,7 +11,10 @@ namespace ecu::ctl {
 namespace {
 
 // A terminal that is closed sends SIGHUP.
-constexpr std::array handled = {SIGINT, SIGTERM, SIGHUP};
+constexpr std::array handled = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+// Those of a terminal, which its owner may have blocked while it writes.
+constexpr std::array let_in = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH};
 
 volatile std::sig_atomic_t pending_signal = 0;
 
@@ -46,7 +49,7 @@ TerminationHandler::~TerminationHandler() {
 }
 
 sigset_t TerminationHandler::wait_mask() const noexcept {
-  return tamu::mask_without(tamu::signal_set(handled));
+  return tamu::mask_without(tamu::signal_set(let_in));
 }
 
 void TerminationHandler::check() const {

@@ -4,13 +4,13 @@
 
 namespace ecu::ctl {
 
-/// Thrown out of a wait by SIGINT, SIGTERM or SIGHUP.
+/// Thrown out of a wait by SIGINT, SIGTERM, SIGHUP or SIGQUIT.
 struct Interrupted {
   int signal_number;
 };
 
-/// Takes over the signals that end the program, in every thread of the process: make it before any thread is
-/// started, and only one. They take effect while a wait uses `wait_mask`; a second signal ends the process.
+/// Takes over the signals that end the program, in every thread of the process: create only one, before
+/// starting any thread. They take effect while a wait uses `wait_mask`; a second signal ends the process.
 class TerminationHandler {
  public:
   TerminationHandler();
@@ -18,7 +18,7 @@ class TerminationHandler {
   TerminationHandler(const TerminationHandler&) = delete;
   TerminationHandler& operator=(const TerminationHandler&) = delete;
 
-  /// The mask for `ppoll`.
+  /// The mask for `ppoll`. It lets in SIGTSTP and SIGWINCH, too, for the terminal.
   [[nodiscard]] sigset_t wait_mask() const noexcept;
 
   /// Throws `Interrupted` when one of the signals has arrived.

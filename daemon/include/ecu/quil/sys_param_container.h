@@ -62,7 +62,7 @@ class SysParamContainer final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSi
   void frame_finished() override;
 
   /// Takes `incoming` into the copy. Parameters are never removed.
-  void merge(const std::vector<SysParam>& incoming);
+  void merge(std::vector<SysParam> incoming);
 
   /// Writes the parameters that differ from the copy to the real-time side, which answers with a frame. True
   /// when nothing had to be written or the port accepted the write. `params` may be called several times.
@@ -70,6 +70,8 @@ class SysParamContainer final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSi
 
   /// All parameters of the copy, in the order of first arrival.
   [[nodiscard]] std::vector<SysParam> get_sysparams() const;
+  /// The same as one message, without a copy of the parameters.
+  [[nodiscard]] MessageResult all_to_message() const;
   /// The parameter with that identifier, if the copy holds it. Costs nothing for the other parameters.
   [[nodiscard]] std::optional<SysParam> find(std::uint32_t ota_id) const;
 

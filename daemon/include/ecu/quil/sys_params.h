@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace ecu::quil {
@@ -24,7 +25,8 @@ class SysParams {
   void put(SysParam param);
   /// The parameter with that identifier; null when there is none.
   [[nodiscard]] const SysParam* find(std::uint32_t ota_id) const;
-  [[nodiscard]] const std::vector<SysParam>& all() const noexcept { return m_params; }
+  [[nodiscard]] const std::vector<SysParam>& all() const& noexcept { return m_params; }
+  [[nodiscard]] std::vector<SysParam> all() && noexcept { return std::move(m_params); }
   [[nodiscard]] bool empty() const noexcept { return m_params.empty(); }
   /// The bytes of all payloads together.
   [[nodiscard]] std::size_t payload_bytes() const noexcept { return m_payload_bytes; }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -22,13 +23,15 @@ namespace ecu::quil {
 /// One thread at a time calls `init`, `stop` and the destructor; any thread may call `set_kl15`.
 class VINRequesterThread {
  public:
+  using Clock = std::chrono::steady_clock;
+
   /// Mutex, condition variable and run flag are shared with the variables that receive the VIN. The period is
-  /// `wait_seconds` * `second`; tests pass a shorter `second`.
+  /// `wait_seconds` of `now`, which returns the time; the thread calls it with the mutex held.
   VINRequesterThread(std::shared_ptr<tamu::com::ITransportClient> client, std::shared_ptr<std::mutex> mutex,
                      std::shared_ptr<std::condition_variable> wakeup,
                      std::shared_ptr<std::atomic_bool> running,
                      std::shared_ptr<tamu::diag::PgnRequestClient> pgn_client, unsigned int wait_seconds,
-                     std::chrono::milliseconds second = std::chrono::seconds(1));
+                     std::function<Clock::time_point()> now = Clock::now);
 
   /// Ends the thread and unsubscribes from the ignition.
   ~VINRequesterThread();
@@ -61,7 +64,7 @@ class VINRequesterThread {
   const std::shared_ptr<std::atomic_bool> m_running;  // `stop` clears it with m_mutex held, others without
   const std::shared_ptr<tamu::diag::PgnRequestClient> m_pgn_client;
   const unsigned int m_wait_seconds;
-  const std::chrono::milliseconds m_second;
+  const std::function<Clock::time_point()> m_now;
 
   // With its own synchronisation.
   std::atomic_bool m_kl15 = false;

@@ -3,6 +3,7 @@
 #include <google/protobuf/message_lite.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 
@@ -40,6 +41,14 @@ inline constexpr std::uint16_t pb_protocol_type = 1;
 /// one line and returns std::nullopt if `body` cannot be serialized.
 [[nodiscard]] std::optional<Message> frame(const google::protobuf::MessageLite& body,
                                            std::uint16_t protocol_type) noexcept;
+
+/// Calls its argument with each part of a body, in order, and with the same parts each time.
+using BodyParts = std::function<void(const std::function<void(const google::protobuf::MessageLite&)>& take)>;
+
+/// Like `frame`, for a body in parts, which a receiver reads as one message that holds the fields of them
+/// all. Only one part at a time needs memory beside the result.
+[[nodiscard]] std::optional<Message> frame_parts(const BodyParts& parts,
+                                                 std::uint16_t protocol_type) noexcept;
 
 /// Checks the header of `payload` and returns the bytes of the body that it announces, which are part of
 /// `payload`; bytes after the body are ignored. Sets `protocol_type` to that of the header if the header can

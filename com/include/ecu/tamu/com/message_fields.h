@@ -39,7 +39,7 @@ class MessageFields {
  public:
   /// Checks header and body like `unframe`.
   [[nodiscard]] static Result<MessageFields, err::PbInternalDeserializationError> of(
-      std::span<const std::uint8_t> payload) noexcept {
+      std::span<const std::uint8_t> payload) {
     std::uint16_t protocol_type = 0;
     const auto body = framed_body(payload, protocol_type);
     if (!body) {

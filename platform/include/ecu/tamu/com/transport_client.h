@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <ecu/tamu/com/connection_observer.h>
@@ -69,6 +71,25 @@ class ITransportClient {
   [[nodiscard]] virtual bool connected() const = 0;
 };
 
+/// What a client announces about itself: retained texts at quality of service 1.
+struct Presence {
+  std::string topic;
+  std::string online;   ///< after each connection
+  std::string offline;  ///< on an orderly stop
+  std::string lost;     ///< the connection's last will (MQTT 3.1.1, 3.1.2.5)
+};
+
+/// How a client of another bus differs from one of the unit's.
+struct ClientTraits {
+  /// Replaces the presence that the key "presence" turns on.
+  std::optional<Presence> presence{};
+  /// Every attempt to reconnect follows a random pause of at most this time, so that the clients of a large
+  /// bus do not return all at once. 0: the short pauses of a unit's bus.
+  std::chrono::seconds reconnect_spread{0};
+  /// Distinguishes the clients of one process in the service manager's status text.
+  std::string name{};
+};
+
 enum class TransportType : int { mqtt = 0 };
 
 /// Creates a client from the keys "client_name", "host", "port", "username", "password", "cafile",
@@ -77,7 +98,7 @@ enum class TransportType : int { mqtt = 0 };
 /// transport type.
 [[nodiscard]] std::shared_ptr<ITransportClient> create_client(
     const std::unique_ptr<config::Configuration>& config, TransportType type,
-    std::shared_ptr<IConnectionObserver> observer = nullptr);
+    std::shared_ptr<IConnectionObserver> observer = nullptr, const ClientTraits& traits = {});
 
 /// Initialises the transport's library for the whole process. Call once, before the first client.
 void library_init();

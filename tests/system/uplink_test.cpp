@@ -1,0 +1,166 @@
+#include <nlohmann/json.hpp>
+
+#include "system/daemon.h"
+
+namespace tests {
+namespace {
+
+using Json = nlohmann::json;
+
+/// The brokers of a unit and of a fleet, and the uplink between them.
+class UplinkTest : public testing::Test {
+ protected:
+  UplinkTest() { fleet.subscribe("fleet/#"); }
+
+  void start(const std::string& more = "unit = U1\n") {
+    const std::string file =
+        dir.write("uplink.conf",
+                  config_for(fleet_broker.port(), "bus_host = 127.0.0.1\nreconnect_spread = 1\nbus_port = " +
+                                                      std::to_string(unit_broker.port()) + '\n' + more));
+    uplink.emplace(std::vector<std::string>{PROGRAM_DIR "/tolquil-uplink", "-c", file, "-l", "DEBUG"});
+  }
+
+  /// As the daemon publishes a variable.
+  void publish(const std::string& name, const std::string& value) {
+    ecu::tamu::pb::EcuVariable variable;
+    variable.set_value(value);
+    variable.set_timestamp(++stamp);
+    unit.publish("system/var/" + name, text_of(variable), true);
+  }
+  static std::string text_of(const google::protobuf::MessageLite& body) {
+    const auto payload = framed(body);
+    return {payload.begin(), payload.end()};
+  }
+
+  /// Whether the fleet receives the variable with this value.
+  bool arrives(const std::string& topic, const std::string& value) {
+    return fleet
+        .wait_for(topic, [&](const BusMessage& message) { return value == value_in(message.payload); })
+        .has_value();
+  }
+  static std::string value_in(const std::string& payload) {
+    return payload.empty() ? "" : Json::parse(payload).at("value").get<std::string>();
+  }
+  /// The payloads of a topic that have arrived so far, or their values.
+  [[nodiscard]] std::vector<std::string> received(const std::string& topic) const {
+    std::vector<std::string> all;
+    for (const BusMessage& message : fleet.history()) {
+      if (message.topic == topic) {
+        all.push_back(message.payload.starts_with('{') ? value_in(message.payload) : message.payload);
+      }
+    }
+    return all;
+  }
+
+  TempDir dir;
+  Broker unit_broker, fleet_broker;
+  BusClient unit{unit_broker.port()}, fleet{fleet_broker.port()};
+  std::uint64_t stamp = 0;
+  std::optional<Process> uplink;
+};
+
+TEST_F(UplinkTest, SendsEachChangeOnceAndNothingElseOfTheUnit) {
+  publish("vehicleid", "A");
+  unit.publish("system/presence/quil", "online", true);
+  start("unit = U1\nmin_interval = 0\nvariables = vehicle*, last\n");
+  ASSERT_TRUE(arrives("fleet/U1/var/vehicleid", "A"));
+  ASSERT_TRUE(fleet.wait_for_text("fleet/U1/presence", "online"));
+  for (const char* value : {"A", "A", "B", "B", "A"}) {
+    publish("vehicleid", value);
+  }
+  publish("hwversion", "not configured");
+  unit.publish("system/sysparams", "secret");
+  unit.publish("system/quil/secstore/getmaster", "secret");
+  unit.publish("system/var/vehicletype", "damaged", true);
+  unit.publish("system/var/vehicletype", text_of(ecu::tamu::pb::EcuVariable()), true);
+  unit.publish("system/var/vehicle/id", "x");
+  unit.publish("system/presence/quil", "asleep");
+  publish("last", "1");
+  ASSERT_TRUE(arrives("fleet/U1/var/last", "1"));
+  EXPECT_EQ(received("fleet/U1/var/vehicleid"), (std::vector<std::string>{"A", "B", "A"}));
+  EXPECT_EQ(received("fleet/U1/daemon"), std::vector<std::string>{"online"});
+  EXPECT_EQ(fleet.history().size(), 6U);
+
+  BusClient late(fleet_broker.port());
+  late.subscribe("fleet/#");
+  const auto retained = late.wait_for("fleet/U1/var/vehicleid");
+  ASSERT_TRUE(retained);
+  EXPECT_TRUE(retained->retained);
+  const Json message = Json::parse(retained->payload);
+  EXPECT_EQ(message.at("stamp"), 6);
+  EXPECT_EQ(message.at("daemon"), "online");
+  EXPECT_THAT(message.at("since").get<std::string>(), testing::MatchesRegex("20..-..-..T..:..:..Z"));
+}
+
+TEST_F(UplinkTest, TheLastOfFastChangesIsSentAfterTheInterval) {
+  start("unit = U1\nmin_interval = 1\n");
+  publish("vehicleid", "0");
+  ASSERT_TRUE(arrives("fleet/U1/var/vehicleid", "0"));
+  for (int change = 1; change <= 50; ++change) {
+    publish("vehicleid", std::to_string(change));
+  }
+  ASSERT_TRUE(arrives("fleet/U1/var/vehicleid", "50"));
+  EXPECT_LE(received("fleet/U1/var/vehicleid").size(), 4U) << "a slow machine may take a second or two";
+}
+
+TEST_F(UplinkTest, TheValueOfAVariableIsTheNameAndAnotherOneClearsTheOldTopics) {
+  unit.publish("system/presence/quil", "online", true);
+  publish("vehicleid", "A");
+  start("");
+  ASSERT_TRUE(uplink->wait_for_output("connected to "));
+  publish("serialnumber", "not/a/level");
+  ASSERT_TRUE(uplink->wait_for_output("'not/a/level' cannot be the unit's name"));
+  EXPECT_TRUE(fleet.history().empty());
+  publish("serialnumber", "S1");
+  ASSERT_TRUE(arrives("fleet/S1/var/vehicleid", "A"));
+  publish("serialnumber", "S2");
+  ASSERT_TRUE(arrives("fleet/S2/var/vehicleid", "A"));
+  ASSERT_TRUE(fleet.wait_for_text("fleet/S2/presence", "online"));
+  BusClient late(fleet_broker.port());
+  late.subscribe("fleet/#");
+  ASSERT_TRUE(late.wait_for("fleet/S2/presence"));
+  std::vector<std::string> topics;
+  for (const BusMessage& message : late.history()) {
+    topics.push_back(message.topic);
+  }
+  EXPECT_THAT(topics, testing::UnorderedElementsAre("fleet/S2/var/serialnumber", "fleet/S2/var/vehicleid",
+                                                    "fleet/S2/daemon", "fleet/S2/presence"));
+}
+
+TEST_F(UplinkTest, PresenceTellsAStopFromALoss) {
+  for (const auto& [signal, presence] : {std::pair{SIGTERM, "offline"}, {SIGKILL, "lost"}}) {
+    start();
+    ASSERT_TRUE(fleet.wait_for_text("fleet/U1/presence", "online"));
+    uplink->signal(signal);
+    EXPECT_EQ(uplink->wait(std::chrono::seconds(20)), signal == SIGTERM ? 0 : -SIGKILL);
+    EXPECT_TRUE(fleet.wait_for_text("fleet/U1/presence", presence));
+  }
+}
+
+TEST_F(UplinkTest, AFleetThatIsAwayGetsTheLatestValuesWhenItIsBack) {
+  start("unit = U1\nmin_interval = 0\n");
+  publish("vehicleid", "A");
+  publish("hwversion", "r08");
+  ASSERT_TRUE(arrives("fleet/U1/var/hwversion", "r08"));
+  fleet_broker.stop();
+  ASSERT_TRUE(uplink->wait_for_output("lost: "));
+  for (const char* value : {"B", "C", "D"}) {
+    publish("vehicleid", value);
+  }
+  fleet_broker.restart();
+  BusClient office(fleet_broker.port());
+  office.subscribe("fleet/#");
+  const auto is_last = [](const BusMessage& message) { return value_in(message.payload) == "D"; };
+  EXPECT_TRUE(office.wait_for("fleet/U1/var/vehicleid", is_last));
+  EXPECT_TRUE(office.wait_for("fleet/U1/var/hwversion"));
+  EXPECT_TRUE(office.wait_for_text("fleet/U1/presence", "online"));
+}
+
+TEST_F(UplinkTest, AFaultyConfigurationEndsItAtOnce) {
+  start("unit = a/b\n");
+  EXPECT_EQ(uplink->wait(), 1);
+  EXPECT_THAT(uplink->output(), testing::HasSubstr("line 6: key 'unit': 'a/b' is not one level of a topic"));
+}
+
+}  // namespace
+}  // namespace tests

@@ -1,0 +1,322 @@
+#include "mqtt/connection.h"
+
+#include <gmock/gmock.h>
+#include <poll.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <latch>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "mqtt/name_lookup.h"
+#include "support/authority.h"
+#include "support/captured_log.h"
+#include "support/mqtt.h"
+#include "support/scripted_broker.h"
+
+namespace {
+
+using namespace ecu::tamu::com;
+using namespace ecu::tamu::com::mqtt;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using Reaction = tests::ScriptedBroker::Reaction;
+using testing::Contains;
+using testing::ElementsAre;
+using tests::settings_for;
+using tests::text_message;
+
+/// Records the events, then calls the test's function, which may throw.
+class Listener final : public ConnectionListener {
+ public:
+  void connection_up() override { happened("up"); }
+  void connection_down(ConnectionFailure failure, const std::string& reason) override {
+    down = failure;
+    events.push_back("down: " + reason);
+  }
+  void message(const std::string& topic, Message /*message*/) override { happened(topic); }
+  void oversized_message(const std::string& topic) override { happened(topic); }
+  void subscription_refused(const std::string& filter) override { happened("refused " + filter); }
+  void fence_answered(Fence /*fence*/) override { happened("fence"); }
+
+  std::vector<std::string> events;
+  ConnectionFailure down = ConnectionFailure::refused;
+  std::function<void(const std::string& event)> on_event = [](const std::string&) {};
+
+ private:
+  void happened(const std::string& event) {
+    events.push_back(event);
+    on_event(event);
+  }
+};
+
+class ConnectionTest : public testing::Test {
+ protected:
+  void run_until(Connection& connection, const std::function<bool()>& done) {
+    const ecu::tamu::posix::Event wake;
+    const auto deadline = Connection::Clock::now() + tests::time_limit;
+    while (!done() && Connection::Clock::now() < deadline) {
+      connection.wait(wake, deadline);
+    }
+  }
+  /// Runs the connection until this number of events has occurred.
+  std::vector<std::string> run(Connection& connection, std::size_t count) {
+    run_until(connection, [&] { return listener.events.size() >= count; });
+    return listener.events;
+  }
+
+  Listener listener;
+};
+
+TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsRetried) {
+  const struct {
+    std::string event;
+    std::function<void()> failure;
+    std::string reason;
+  } cases[] = {
+      {"up", [] { throw std::bad_alloc(); }, "out of memory"},
+      {"up", [] { throw std::runtime_error("full"); }, "full"},
+      {"up", [] { throw 1; }, "unknown fault"},
+      {"fence", [] { throw std::bad_alloc(); }, "out of memory"},
+      {"fence", [] { throw 1; }, "a packet could not be handled"},
+      {"in", [] { throw 1; }, "a packet could not be handled"},
+  };
+  tests::ScriptedBroker broker([](const std::string& packet) {
+    return packet == "SUBSCRIBE in" ? Reaction("\x30\x04\x00\x02in"s) : Reaction::answer;
+  });
+  const MqttSettings settings = settings_for("127.0.0.1", broker.port());
+  for (const auto& c : cases) {
+    listener.events.clear();
+    Connection connection(settings, listener);
+    listener.on_event = [&, failed = false](const std::string& event) mutable {
+      if (event == c.event && !std::exchange(failed, true)) {
+        c.failure();
+      }
+      if (event == "up") {
+        !failed&& c.event == "in" ? connection.subscribe("in", 0)
+                                  : connection.request_fence(Fence::subscriptions);
+      }
+    };
+    connection.open();
+    const auto events = run(connection, c.event == "up" ? 4 : 5);
+    EXPECT_EQ(listener.down, ConnectionFailure::internal);
+    EXPECT_THAT(events, Contains("down: " + c.reason).Times(1));
+    EXPECT_EQ(events.back(), "fence");
+    EXPECT_TRUE(connection.is_up());
+  }
+}
+
+TEST_F(ConnectionTest, APermanentLackOfMemoryEndsTheProcessWithALine) {
+  const MqttSettings settings = settings_for("127.0.0.1", 1);
+  Connection connection(settings, listener);
+  for (const char* last : {"another failure", "out of memory"}) {
+    for (int failures = 0; failures < 8; ++failures) {
+      connection.fail({ConnectionFailure::internal, "out of memory"});
+    }
+    connection.fail({ConnectionFailure::internal, last});
+  }
+  EXPECT_DEATH(
+      {
+        ecu::tamu::logging::set_log_mode(ecu::tamu::logging::LogMode::standard_error);
+        connection.fail({ConnectionFailure::internal, "out of memory"});
+      },
+      "ALERT .tamu.com.mqtt. no connection to 127.0.0.1 for lack of memory, 10 times in a row");
+}
+
+TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
+  const tests::Authority authority;
+  const struct {
+    Reaction to_connect;
+    std::function<void(MqttSettings&)> change;
+    ConnectionFailure kind;
+    std::string reason;
+  } cases[] = {
+      {Reaction::answer, [](auto& settings) { settings.username = "\xff"; }, ConnectionFailure::internal,
+       "user name: Malformed UTF-8"},
+      {Reaction::answer,
+       [](auto& settings) {
+         settings.presence = tests::presence_of("tested");
+         settings.presence->topic = "+";
+       },
+       ConnectionFailure::internal, "presence topic: Invalid function arguments provided."},
+      {Reaction::answer, [](auto& settings) { settings.client_id = "\xff"; }, ConnectionFailure::internal,
+       "invalid client identifier"},
+      {Reaction::ignore, {}, ConnectionFailure::no_answer, "no answer"},
+      {Reaction("\x20\x02\x00\x04"s),
+       {},
+       ConnectionFailure::bad_credentials,
+       "Connection Refused: bad user name or password."},
+      {Reaction("\x20\x02\x00\x03"s),
+       {},
+       ConnectionFailure::refused,
+       "Connection Refused: broker unavailable."},
+      {Reaction("\x40\x02\x00\x01"s),
+       {},
+       ConnectionFailure::protocol,
+       "A network protocol error occurred when communicating with the broker."},
+      // A ClientHello passes for the packet CONNECT, and the answer is a fatal alert.
+      {Reaction("\x15\x03\x03\x00\x02\x02\x28"s), [&](auto& settings) { settings.cafile = authority.file(); },
+       ConnectionFailure::tls, "the broker refuses the TLS handshake: handshake failure"},
+      {Reaction::answer,
+       [&](auto& settings) { settings.cafile = settings.certfile = settings.keyfile = authority.file(); },
+       ConnectionFailure::tls,
+       "cafile, certfile or keyfile is damaged, or the key belongs to another certificate"},
+  };
+  for (const auto& c : cases) {
+    tests::ScriptedBroker broker([&](const std::string&) { return c.to_connect; });
+    MqttSettings settings = settings_for("127.0.0.1", broker.port());
+    settings.connect_timeout = c.to_connect.kind == Reaction::ignore ? 50ms : 10s;
+    if (c.change) {
+      c.change(settings);
+    }
+    listener.events.clear();
+    Connection connection(settings, listener);
+    connection.open();
+    EXPECT_THAT(run(connection, 1), ElementsAre("down: " + c.reason));
+    EXPECT_EQ(listener.down, c.kind);
+  }
+}
+
+TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
+  struct Request {
+    std::string packet;
+    std::function<void(Connection&)> send;
+  };
+  const std::vector<Request> requests{
+      {"PUBLISH a=1", [](Connection& connection) { connection.publish("a", text_message("1", true)); }},
+      {"SUBSCRIBE a", [](Connection& connection) { connection.subscribe("a", 0); }},
+      {"UNSUBSCRIBE a", [](Connection& connection) { connection.unsubscribe("a"); }},
+      {"UNSUBSCRIBE $echo", [](Connection& connection) { connection.request_fence(Fence::publication); }},
+  };
+  for (const Request& request : requests) {
+    tests::ScriptedBroker broker([&](const std::string& name) {
+      return name == request.packet ? Reaction::ignore : Reaction::answer;
+    });
+    MqttSettings settings = settings_for("127.0.0.1", broker.port());
+    settings.answer_timeout = 100ms;
+    listener.events.clear();
+    Connection connection(settings, listener);
+    listener.on_event = [&](const std::string& event) {
+      if (event == "up") {
+        request.send(connection);
+      }
+    };
+    connection.open();
+    EXPECT_THAT(run(connection, 3), ElementsAre("up", "down: no acknowledgement", "up")) << request.packet;
+    EXPECT_EQ(listener.down, ConnectionFailure::no_answer);
+  }
+}
+
+TEST_F(ConnectionTest, AFloodOfAnswersIsReadInParts) {
+  for (const auto& [packet, answer] : {std::pair{"CONNECT"s, "\x20\x02\x00\x00"s},
+                                       {"SUBSCRIBE a", "\x90\x03\x00\x01\x00"s},
+                                       {"UNSUBSCRIBE a", "\xb0\x02\x00\x01"s}}) {
+    std::string flood;
+    for (int i = 0; i < 1000; ++i) {
+      flood += answer;
+    }
+    tests::ScriptedBroker broker([&, answered = packet](const std::string& name) {
+      return name == answered ? Reaction(flood) : Reaction::answer;
+    });
+    const MqttSettings settings = settings_for("127.0.0.1", broker.port());
+    Connection connection(settings, listener);
+    listener.on_event = [&](const std::string&) {
+      connection.subscribe("a", 0);
+      connection.unsubscribe("a");
+    };
+    connection.open();
+    run_until(connection, [&] { return connection.more_to_read(); });
+    EXPECT_TRUE(connection.more_to_read()) << packet;
+  }
+}
+
+TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndCostsNothingElse) {
+  const tests::ScriptedBroker broker([](const std::string& packet) {
+    return packet == "SUBSCRIBE in" ? Reaction("\x30\x04\x00\x02in"s) : Reaction::answer;
+  });
+  const MqttSettings settings = settings_for("127.0.0.1", broker.port());
+  Connection connection(settings, listener);
+  listener.on_event = [&](const std::string& event) {
+    if (event == "in") {
+      throw std::runtime_error("full");
+    }
+    connection.publish("a/+", text_message("1"));
+    connection.subscribe("a/#/b", 0);
+    connection.unsubscribe("a/#/b");
+    connection.subscribe("in", 0);
+  };
+  connection.open();
+  const auto log = tests::logged_lines([&] { EXPECT_THAT(run(connection, 2), ElementsAre("up", "in")); });
+  EXPECT_TRUE(connection.is_up());
+  EXPECT_THAT(broker.packets(), ElementsAre("CONNECT", "SUBSCRIBE in"));
+  const std::string module = "[tamu.com.mqtt] ", reason = ": Invalid function arguments provided.";
+  EXPECT_THAT(log, ElementsAre("NOTICE " + module + "connected to " + settings.broker(),
+                               "WARNING " + module + "cannot publish on topic a/+" + reason,
+                               "WARNING " + module + "cannot subscribe to a/#/b" + reason,
+                               "ERROR " + module + "incoming message on topic in lost: full"));
+}
+
+TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
+  tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
+  MqttSettings settings = settings_for("broker.invalid", broker.port());
+  settings.connect_timeout = 10ms;
+  // May outlive the test, like the thread of the lookup.
+  struct Resolution {
+    std::latch answered{1};
+    std::atomic<int> lookups = 0;
+  };
+  const auto resolution = std::make_shared<Resolution>();
+  Connection connection(settings, listener, [resolution](const std::string&) {
+    ++resolution->lookups;
+    resolution->answered.wait();
+    return LookupResult{{"127.0.0.1"}, ""};
+  });
+  connection.open();
+  const std::string no_answer = "down: name server does not answer";
+  EXPECT_THAT(run(connection, 3), ElementsAre(no_answer, no_answer, no_answer));
+  settings.connect_timeout = 10s;
+  resolution->answered.count_down();
+  EXPECT_EQ(run(connection, 4).back(), "up");
+  EXPECT_EQ(resolution->lookups, 1);
+}
+
+TEST(NameLookupTest, ExplainsWhyAHostHasNoAddress) {
+  EXPECT_THAT(look_up("192.0.2.1").addresses, ElementsAre("192.0.2.1"));
+  const LookupResult too_long = look_up(std::string(300, 'x'));
+  EXPECT_THAT(too_long.addresses, testing::IsEmpty());
+  EXPECT_NE(too_long.error, "");
+  NameLookup without_memory("broker", [](const std::string&) -> LookupResult { throw std::bad_alloc(); });
+  pollfd done{without_memory.fd(), POLLIN, 0};
+  ASSERT_EQ(::poll(&done, 1, std::chrono::milliseconds(tests::time_limit).count()), 1);
+  EXPECT_EQ(without_memory.take().error, "out of memory");
+}
+
+TEST(NameLookupTest, AsksNoNameServerForTheAddressesOfThisMachine) {
+  EXPECT_THAT(known_addresses("localhost"), ElementsAre("::1", "127.0.0.1"));
+  for (const char* address : {"127.0.0.1", "192.0.2.1", "::1", "2001:db8::1"}) {
+    EXPECT_THAT(known_addresses(address), ElementsAre(address));
+  }
+  for (const char* name : {"broker", "localhost.example", "127.0.0.1.example", "fe80::1%eth0"}) {
+    EXPECT_THAT(known_addresses(name), testing::IsEmpty()) << name;
+  }
+}
+
+TEST_F(ConnectionTest, EveryAddressIsTriedBeforeAnAttemptFailsAndALostConnectionNeedsALookup) {
+  tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
+  const MqttSettings settings = settings_for("broker.invalid", broker.port());
+  const auto lookups = std::make_shared<std::atomic<int>>(0);
+  Connection connection(settings, listener, [lookups](const std::string&) {
+    return ++*lookups == 1 ? LookupResult{{}, "no such host"} : LookupResult{{"127.0.0.2", "127.0.0.1"}, ""};
+  });
+  connection.open();
+  EXPECT_THAT(run(connection, 2), ElementsAre("down: no such host", "up"));
+  connection.fail({ConnectionFailure::internal, "lost"});
+  EXPECT_THAT(run(connection, 4), ElementsAre("down: no such host", "up", "down: lost", "up"));
+  EXPECT_EQ(*lookups, 3);
+}
+
+}  // namespace

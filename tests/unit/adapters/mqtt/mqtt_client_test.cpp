@@ -1,0 +1,231 @@
+#include "mqtt/mqtt_client.h"
+
+#include <gmock/gmock.h>
+
+#include <future>
+#include <memory>
+#include <new>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "support/captured_log.h"
+#include "support/mqtt.h"
+#include "support/scripted_broker.h"
+
+namespace {
+
+using namespace ecu::tamu::com;
+using namespace ecu::tamu::com::mqtt;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using Reaction = tests::ScriptedBroker::Reaction;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Not;
+using tests::settings_for;
+using tests::text_message;
+
+/// Runs out of memory when the first connection comes up.
+class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
+ public:
+  void connection_up() override {
+    if (!std::exchange(failed_, true)) {
+      throw std::bad_alloc();
+    }
+  }
+  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
+    throw std::bad_alloc();
+  }
+  void subscription_refused(const std::string& filter) override { refused.set_value(filter); }
+  void subscriptions_settled() override {}
+  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
+  void message(const std::string& /*topic*/, const Message& /*msg*/) override {}
+
+  std::promise<std::string> refused;
+
+ private:
+  bool failed_ = false;
+};
+
+class ClientAgainstScriptTest : public testing::Test {
+ protected:
+  void start(tests::ScriptedBroker::Script script, std::shared_ptr<IConnectionObserver> observer = nullptr) {
+    broker.emplace(std::move(script));
+    client.emplace(settings_for("127.0.0.1", broker->port()), std::move(observer));
+    client->connect();
+    client->start();
+  }
+  void publish(const std::string& topic, const std::string& text, bool acknowledged = false,
+               bool retained = false) {
+    (void)client->publish(topic, text_message(text, acknowledged, retained));
+  }
+
+  std::optional<tests::ScriptedBroker> broker;
+  std::optional<MqttClient> client;
+};
+
+TEST(MqttClientTest, IsTheOnlyTypeOfClient) {
+  EXPECT_THROW((void)create_client(nullptr, static_cast<TransportType>(1), nullptr), std::invalid_argument);
+}
+
+TEST_F(ClientAgainstScriptTest, EachConnectionBringsSubscriptionsThenRetainedMessagesThenThePresence) {
+  broker.emplace([lost = false](const std::string& packet) mutable {
+    return packet.ends_with("=online") && !std::exchange(lost, true) ? Reaction::close : Reaction::answer;
+  });
+  MqttSettings settings = settings_for("127.0.0.1", broker->port());
+  settings.username = "user";
+  settings.password = "secret";
+  settings.keepalive = 258s;
+  settings.presence = tests::presence_of("tested");
+  client.emplace(settings, nullptr);
+  const auto observer = std::make_shared<FailingObserver>();
+  client->subscribe("in/b", 1, observer);
+  client->subscribe("in/a", 0, observer);
+  client->subscribe("in/b", 0, std::make_shared<FailingObserver>());
+  publish("z", "1", false, true);
+  publish("empty", "", true, true);
+  publish("a", "", false, true);
+  publish("z", "2", false, true);
+  client->connect();
+  client->start();
+  ASSERT_TRUE(broker->wait_for("PUBLISH system/presence/tested=online", 2));
+  const std::string each_connection =
+      "\x10\x41\x00\x04MQTT\x04\xee\x01\x02\x00\x06tested"
+      "\x00\x16system/presence/tested\x00\x07offline\x00\x04user\x00\x06secret"
+      "\x82\x09\x00\x04in/b\x01"
+      "\x82\x09\x00\x04in/a\x00"
+      "\x31\x04\x00\x01z2"
+      "\x33\x09\x00\x05"
+      "empty"
+      "\x31\x03\x00\x01"
+      "a"
+      "\x33\x20\x00\x16system/presence/testedonline"s;
+  EXPECT_EQ(broker->bytes(), each_connection + each_connection);
+}
+
+TEST_F(ClientAgainstScriptTest, AStopLeavesTheOfflineThatItCannotSendToTheLastWill) {
+  for (const bool acknowledges : {true, false}) {
+    broker.emplace([=](const std::string& packet) {
+      return packet.starts_with("PUBLISH a=") && !acknowledges ? Reaction::ignore : Reaction::answer;
+    });
+    MqttSettings settings = settings_for("127.0.0.1", broker->port());
+    settings.presence = tests::presence_of("tested");
+    client.emplace(settings, nullptr);
+    client->connect();
+    client->start();
+    ASSERT_TRUE(broker->wait_for("PUBLISH system/presence/tested=online"));
+    for (int i = 0; i < 20; ++i) {
+      publish("a", std::to_string(i), true);
+    }
+    ASSERT_TRUE(broker->wait_for("PUBLISH a=19"));
+    client.emplace(settings, nullptr);
+    client->connect();
+    client->start();
+    ASSERT_TRUE(broker->wait_for("CONNECT", 2));  // the first connection has been read to its end
+    const std::size_t expected = acknowledges ? 1 : 0;
+    EXPECT_THAT(broker->packets(), Contains("PUBLISH system/presence/tested=offline").Times(expected));
+    EXPECT_THAT(broker->packets(), Contains("DISCONNECT").Times(expected));
+    client.reset();
+  }
+}
+
+TEST_F(ClientAgainstScriptTest, MissingAcknowledgementsDoNotDelayOtherTopics) {
+  start([](const std::string& packet) {
+    return packet.starts_with("PUBLISH acknowledged") ? Reaction::ignore : Reaction::answer;
+  });
+  publish("up", "1", false, true);
+  ASSERT_TRUE(broker->wait_for("PUBLISH up=1"));
+  constexpr int more_than_may_be_unacknowledged = 25;
+  for (int i = 0; i < more_than_may_be_unacknowledged; ++i) {
+    publish("acknowledged", std::to_string(i), true);
+  }
+  publish("acknowledged", "after these");
+  publish("other", "1");
+  ASSERT_TRUE(broker->wait_for("PUBLISH other=1"));
+  publish("other", "2");
+  ASSERT_TRUE(broker->wait_for("PUBLISH other=2"));
+  EXPECT_THAT(broker->packets(), Contains("PUBLISH acknowledged=19"));
+  EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=20")));
+  EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=after these")));
+}
+
+TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKeptAndARefusedSubscriptionIsReported) {
+  const auto observer = std::make_shared<FailingObserver>();
+  broker.emplace([](const std::string& packet) {
+    return packet == "SUBSCRIBE in/a" ? Reaction::refuse : Reaction::answer;
+  });
+  client.emplace(settings_for("127.0.0.1", broker->port()), observer);
+  client->subscribe("in/a", 0, observer);
+  publish("kept", "1", false, true);
+  client->connect();
+  client->start();
+  EXPECT_TRUE(broker->wait_for("PUBLISH kept=1"));
+  client.reset();
+  EXPECT_TRUE(broker->wait_for("DISCONNECT"));
+  EXPECT_THAT(broker->packets(), ElementsAre("CONNECT", "CONNECT", "SUBSCRIBE in/a", "UNSUBSCRIBE $echo",
+                                             "PUBLISH kept=1", "DISCONNECT"));
+  EXPECT_EQ(observer->refused.get_future().get(), "in/a");
+}
+
+TEST_F(ClientAgainstScriptTest, AnUnacceptablePublicationIsSetAsideUntilItsValueChanges) {
+  for (const bool acknowledged : {false, true}) {
+    const std::string log = tests::logged_by([&] {
+      start([](const std::string& packet) {
+        return packet == "PUBLISH denied=1" || packet == "PUBLISH also denied=1" ? Reaction::close
+                                                                                 : Reaction::answer;
+      });
+      publish("before", "1", acknowledged, true);
+      publish("denied", "1", acknowledged, true);
+      publish("also denied", "1", acknowledged, true);
+      publish("after", "1", acknowledged, true);
+      publish("last", "1", acknowledged, true);
+      ASSERT_TRUE(broker->wait_for("PUBLISH last=1"));
+      publish("last", "2", acknowledged, true);
+      ASSERT_TRUE(broker->wait_for("PUBLISH last=2"));
+      publish("denied", "2", acknowledged, true);
+      EXPECT_TRUE(broker->wait_for("PUBLISH denied=2"));
+      client.reset();
+    });
+    EXPECT_EQ(tests::count(log, "ERROR"), 2) << log;
+    EXPECT_EQ(tests::count(log, "topic denied (1 bytes)"), 1) << log;
+    EXPECT_EQ(tests::count(log, "topic also denied (1 bytes)"), 1) << log;
+  }
+}
+
+TEST_F(ClientAgainstScriptTest, AnUnacceptableSubscriptionIsBlamedOnNoPublication) {
+  constexpr int denials = 5;
+  const auto observer = std::make_shared<FailingObserver>();
+  const std::string log = tests::logged_by([&] {
+    broker.emplace([subscriptions = 0](const std::string& packet) mutable {
+      return packet == "SUBSCRIBE in/a" && ++subscriptions <= denials ? Reaction::close : Reaction::answer;
+    });
+    client.emplace(settings_for("127.0.0.1", broker->port()), nullptr);
+    client->subscribe("in/a", 0, observer);
+    publish("kept", "1", false, true);
+    client->connect();
+    client->start();
+    EXPECT_TRUE(broker->wait_for("PUBLISH kept=1"));
+    client.reset();
+  });
+  EXPECT_EQ(tests::count(log, "ERROR"), 0) << log;
+}
+
+TEST_F(ClientAgainstScriptTest, AnUnacceptableUnretainedPublicationIsFoundToo) {
+  start([](const std::string& packet) {
+    return packet.starts_with("PUBLISH denied") ? Reaction::close : Reaction::answer;
+  });
+  publish("kept", "1", false, true);
+  ASSERT_TRUE(broker->wait_for("PUBLISH kept=1"));
+  for (int losses = 1; losses <= 4; ++losses) {
+    publish("denied", "1");
+    ASSERT_TRUE(broker->wait_for("PUBLISH kept=1", losses + 1));
+  }
+  publish("denied", "1");
+  publish("other", "1");
+  EXPECT_TRUE(broker->wait_for("PUBLISH other=1"));
+  EXPECT_THAT(broker->packets(), Contains("PUBLISH denied=1").Times(4));
+}
+
+}  // namespace

@@ -1,0 +1,105 @@
+#include "mqtt/mqtt_settings.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "mqtt/backoff.h"
+#include "support/mqtt.h"
+
+namespace {
+
+using namespace ecu::tamu::com::mqtt;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using tests::settings_for;
+
+TEST(BackoffTest, APauseDoublesUpToTheLongestLessAtMostAQuarter) {
+  const std::vector<std::pair<std::string, std::vector<int>>> pauses_of_host{
+      {"localhost", {100, 200, 400, 500, 500}},
+      {"broker", {100, 200, 400, 800, 1600, 3200, 5000, 5000}},
+  };
+  for (const auto& [host, pauses] : pauses_of_host) {
+    Backoff backoff(settings_for(host));
+    std::set<Backoff::Duration> first_pauses;
+    for (int round = 0; round < 50; ++round) {
+      for (const int pause : pauses) {
+        const auto next = backoff.next().count();
+        EXPECT_LE(next, pause) << host;
+        EXPECT_GE(next, pause * 3 / 4) << host;
+        backoff.connection_lost(4999ms);
+        if (pause == 100) {
+          first_pauses.emplace(next);
+        }
+      }
+      backoff.connection_lost(5s);
+    }
+    EXPECT_GT(first_pauses.size(), 1u) << host;
+  }
+}
+
+TEST(BackoffTest, ASpreadMakesEveryPauseRandomButThatAfterACulprit) {
+  MqttSettings settings = settings_for("localhost");
+  settings.reconnect_spread = 60s;
+  Backoff backoff(settings);
+  Backoff::Duration shortest = 60s, longest = 0s;
+  for (int round = 0; round < 200; ++round) {
+    const Backoff::Duration pause = backoff.next();
+    shortest = std::min(shortest, pause);
+    longest = std::max(longest, pause);
+    EXPECT_LE(backoff.restart(), 100ms);
+  }
+  EXPECT_LT(shortest, 10s);
+  EXPECT_GT(longest, 50s);
+  EXPECT_LE(longest, 60s);
+}
+
+TEST(MqttSettingsTest, AreReadFromTheConfiguration) {
+  ecu::tamu::config::Configuration config;
+  const MqttSettings preset = read_settings(config);
+  EXPECT_EQ(preset.broker(), "localhost:1883");
+  EXPECT_EQ(preset.keepalive, 60s);
+  EXPECT_EQ(preset.answer_timeout, 60s);
+  EXPECT_EQ(preset.connect_timeout, 10s);
+  ASSERT_TRUE(preset.presence);
+  EXPECT_THAT((std::vector{preset.presence->topic, preset.presence->online, preset.presence->offline,
+                           preset.presence->lost}),
+              ElementsAre("system/presence/", "online", "offline", "offline"));
+  EXPECT_FALSE(preset.uses_tls());
+  for (const auto& [key, value] : {std::pair{"host", "broker"},
+                                   {"port", "8883"},
+                                   {"username", "user"},
+                                   {"password", "secret"},
+                                   {"cafile", "ca"},
+                                   {"certfile", "certificate"},
+                                   {"keyfile", "key"},
+                                   {"keepalive", "7"},
+                                   {"presence", "no"},
+                                   {"client_name", "tested"}}) {
+    config.set_value(key, value);
+  }
+  const MqttSettings read = read_settings(config);
+  EXPECT_EQ(read.broker(), "broker:8883");
+  EXPECT_THAT((std::vector{read.username, read.password, read.cafile, read.certfile, read.keyfile}),
+              ElementsAre("user", "secret", "ca", "certificate", "key"));
+  EXPECT_EQ(read.keepalive, 7s);
+  EXPECT_EQ(read.answer_timeout, 7s);
+  EXPECT_FALSE(read.presence);
+  config.set_value("host", "/run/broker");
+  EXPECT_EQ(read_settings(config).broker(), "/run/broker");
+}
+
+TEST(MqttSettingsTest, KnowsABrokerOnThisMachine) {
+  for (const char* host : {"/run/broker", "localhost", "127.0.0.1", "127.1.2.3", "::1"}) {
+    EXPECT_TRUE(settings_for(host).is_local()) << host;
+  }
+  for (const char* host : {"broker", "localhost.example", "128.0.0.1", "127.0.0.1.example", "::2"}) {
+    EXPECT_FALSE(settings_for(host).is_local()) << host;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,210 @@
+#include "mqtt/quarantine.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "support/captured_log.h"
+
+namespace {
+
+using namespace ecu::tamu::com;
+using namespace ecu::tamu::com::mqtt;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+
+using Handling = Quarantine::Handling;
+
+PublicationPtr publication(const std::string& topic, const std::string& text) {
+  return std::make_shared<const Publication>(Publication{topic, make_message(0, {text.begin(), text.end()})});
+}
+
+class QuarantineTest : public testing::Test {
+ protected:
+  Handling handle(const std::string& topic, const std::string& text) {
+    return quarantine.handle(publication(topic, text), now);
+  }
+  bool lose(ConnectionFailure failure = ConnectionFailure::closed_by_peer) {
+    return quarantine.connection_lost(failure, now);
+  }
+  /// Loses the connection right after this publication; true when that sets it aside.
+  bool lose_by(const std::string& topic, const std::string& text) {
+    EXPECT_NE(handle(topic, text), Handling::withhold);
+    return lose();
+  }
+  void set_aside(const std::string& topic, const std::string& text) {
+    for (int losses = 0; !lose_by(topic, text); ++losses) {
+      ASSERT_LT(losses, 4);
+    }
+  }
+  /// How the publication was handled; a test passes.
+  std::string handled(const std::string& topic, const std::string& text) {
+    switch (handle(topic, text)) {
+      case Handling::send:
+        return "sent";
+      case Handling::withhold:
+        return "withheld";
+      case Handling::test:
+        EXPECT_TRUE(quarantine.testing());
+        quarantine.fence_answered(now);
+        EXPECT_FALSE(quarantine.testing());
+        return "passed";
+    }
+    return "";
+  }
+
+  Quarantine quarantine;
+  Quarantine::Clock::time_point now = Quarantine::Clock::time_point(1h);
+};
+
+TEST_F(QuarantineTest, ASingleLossChangesNothing) {
+  EXPECT_FALSE(lose_by("a", "1"));
+  EXPECT_EQ(handled("a", "1"), "sent");
+}
+
+TEST_F(QuarantineTest, AfterTwoLossesTheCulpritIsFoundAndTheOthersPass) {
+  const auto log = tests::logged_lines([this] {
+    EXPECT_FALSE(lose_by("bad", "12345"));
+    EXPECT_FALSE(lose_by("bad", "12345"));
+    EXPECT_EQ(handled("good", "1"), "passed");
+    EXPECT_FALSE(lose_by("bad", "12345"));
+    EXPECT_EQ(handled("good", "1"), "passed");
+    EXPECT_TRUE(lose_by("bad", "12345"));
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(handled("bad", "12345"), "withheld");
+    }
+    EXPECT_EQ(handled("good", "1"), "passed");
+    EXPECT_EQ(handled("good", "2"), "sent");
+    EXPECT_EQ(handled("bad", "123"), "passed");
+    EXPECT_EQ(handled("bad", "12345"), "passed");
+  });
+  EXPECT_THAT(log,
+              ElementsAre("ERROR [tamu.com.mqtt] broker ends the connection for the message on topic bad "
+                          "(5 bytes): set aside until its value changes"));
+}
+
+TEST_F(QuarantineTest, ASmallerMessageOnTheTopicNeitherClearsTheCulpritNorIsWithheld) {
+  const std::string large(60'000, 'x');
+  int losses = 0;
+  const auto log = tests::logged_lines([&] {
+    for (const bool found : {false, false, false, true, false, true, false, true}) {
+      now += 1s;  // the longest pause meanwhile
+      EXPECT_EQ(handled("answers", "small"), losses < 2 ? "sent" : "passed");
+      EXPECT_EQ(lose_by("answers", large + std::to_string(losses++)), found);
+    }
+    EXPECT_EQ(handled("answers", "small"), "passed");
+    EXPECT_EQ(handled("answers", "tiny"), "sent");
+    EXPECT_EQ(handled("answers", "larger"), "passed");
+    EXPECT_EQ(handled("answers", large + "8"), "withheld");
+  });
+  EXPECT_THAT(log, testing::SizeIs(3));
+  EXPECT_EQ(quarantine.due(), now + 2s);
+}
+
+TEST_F(QuarantineTest, AMessageRefusedForItsContentsIsFoundAlthoughALargerOneHasPassed) {
+  EXPECT_FALSE(lose_by("other", "1"));
+  EXPECT_FALSE(lose_by("other", "1"));
+  for (const bool found : {false, false, true}) {
+    EXPECT_EQ(handled("a", "larger"), "passed");
+    EXPECT_EQ(lose_by("a", "bad"), found);
+  }
+  EXPECT_EQ(handled("a", "bad"), "withheld");
+  EXPECT_EQ(handled("a", "larger"), "passed");
+}
+
+TEST_F(QuarantineTest, TheSearchEndsAfterManyPublicationsThatPass) {
+  EXPECT_FALSE(lose_by("0", ""));
+  EXPECT_FALSE(lose_by("0", ""));
+  for (std::size_t topic = 0; topic <= Quarantine::max_passed; ++topic) {
+    EXPECT_EQ(handled(std::to_string(topic), ""), "passed");
+  }
+  EXPECT_EQ(handled("another", ""), "sent");
+  EXPECT_FALSE(lose());
+  EXPECT_EQ(handled("another", ""), "sent");
+}
+
+TEST_F(QuarantineTest, SeveralCulpritsAreFoundOneAfterAnother) {
+  set_aside("bad", "1");
+  EXPECT_FALSE(lose_by("worse", "1"));
+  EXPECT_EQ(handled("bad", "1"), "withheld");
+  EXPECT_TRUE(lose_by("worse", "1"));
+  EXPECT_EQ(handled("good", "1"), "passed");
+  EXPECT_TRUE(lose_by("third", "1"));  // by now one loss is enough
+  now += Quarantine::right_after;
+  EXPECT_TRUE(lose_by("fourth", "1"));
+  now += Quarantine::right_after + 1ms;
+  EXPECT_FALSE(lose_by("fifth", "1"));
+}
+
+TEST_F(QuarantineTest, LossesWithAnotherCauseSetNothingAside) {
+  for (int i = 0; i < 10; ++i) {  // the broker does not answer
+    (void)handle("a", "1");
+    EXPECT_FALSE(lose(ConnectionFailure::no_answer));
+  }
+  for (int i = 0; i < 10; ++i) {  // long after the last publication
+    (void)handle("a", "1");
+    now += Quarantine::right_after + 1s;
+    EXPECT_FALSE(lose());
+  }
+  for (int i = 0; i < 10; ++i) {  // the broker is gone afterwards
+    EXPECT_FALSE(lose_by("a", "1"));
+    quarantine.attempt_failed();
+  }
+  EXPECT_EQ(handled("a", "1"), "sent");
+}
+
+TEST_F(QuarantineTest, ABrokerThatGoesAwayDuringTestsSetsNothingAside) {
+  EXPECT_FALSE(lose_by("a", "1"));
+  EXPECT_FALSE(lose_by("a", "1"));
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_FALSE(lose_by("a", "1"));
+    quarantine.attempt_failed();
+  }
+  EXPECT_EQ(handled("a", "1"), "passed");
+}
+
+TEST_F(QuarantineTest, ALossBeforeTheFirstPublicationOfAConnectionSetsNothingAside) {
+  EXPECT_FALSE(quarantine.connection_made());
+  EXPECT_FALSE(lose_by("a", "1"));
+  EXPECT_FALSE(lose_by("a", "1"));
+  for (int i = 0; i < 10; ++i) {  // a subscription, say, that the broker does not want
+    EXPECT_TRUE(quarantine.connection_made());
+    EXPECT_TRUE(quarantine.testing());
+    EXPECT_FALSE(lose());
+  }
+  EXPECT_TRUE(quarantine.connection_made());
+  quarantine.fence_answered(now);
+  EXPECT_FALSE(quarantine.testing());
+  EXPECT_FALSE(lose_by("a", "1"));
+  EXPECT_TRUE(lose_by("a", "1"));
+}
+
+TEST_F(QuarantineTest, ATopicThatKeepsFailingIsRetriedAfterDoublingPauses) {
+  set_aside("bad", "1");
+  set_aside("bad", "2");  // the first change is tried at once
+  for (const auto pause : {1s, 2s, 4s, 8s}) {
+    EXPECT_EQ(handled("bad", "other"), "withheld");
+    EXPECT_EQ(quarantine.due(), now + pause);
+    now += pause - 1ms;
+    EXPECT_EQ(quarantine.take_due(now), nullptr);
+    now += 1ms;
+    const PublicationPtr due = quarantine.take_due(now);
+    ASSERT_NE(due, nullptr);
+    EXPECT_EQ(quarantine.handle(due, now), Handling::test);
+    EXPECT_FALSE(lose());
+    EXPECT_TRUE(lose_by("bad", std::to_string(pause.count())));
+  }
+  now += 16s;
+  EXPECT_EQ(handled("bad", "good"), "passed");
+  EXPECT_EQ(quarantine.due(), Quarantine::Clock::time_point::max());
+  set_aside("bad", "1");  // a single pass does not end the pauses
+  EXPECT_EQ(handled("bad", "2"), "withheld");
+  now += 32s + Quarantine::longest_pause;
+  EXPECT_EQ(handled("bad", "good"), "passed");
+  set_aside("bad", "1");
+  EXPECT_EQ(handled("bad", "2"), "passed");
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/captured_log.h"
+#include "support/temp_dir.h"
+#include "uplink/change_filter.h"
+#include "uplink/fleet_message.h"
+#include "uplink/unit_clock.h"
+#include "uplink/uplink_settings.h"
+
+namespace {
+
+using namespace ecu::uplink;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class ChangeFilterTest : public testing::Test {
+ protected:
+  /// What is sent at this second: "key=text" and the second since which the text holds.
+  std::vector<std::string> sent_at(int second) {
+    std::vector<std::string> sent;
+    filter.send_due(std::chrono::seconds(second), [&](const std::string& key, const auto& value) {
+      sent.push_back(key + "=" + value.text + "@" + std::to_string(value.since / 1s));
+    });
+    return sent;
+  }
+
+  ChangeFilter filter{{.min_interval = 10s, .refresh = 100s, .max_keys = 2}};
+};
+
+TEST_F(ChangeFilterTest, AChangeIsSentOnceAndAtMostOnceAnInterval) {
+  EXPECT_TRUE(filter.take("vin", "A", 1s));
+  EXPECT_THAT(sent_at(1), ElementsAre("vin=A@1"));
+  EXPECT_TRUE(filter.take("vin", "A", 2s));
+  EXPECT_THAT(sent_at(50), IsEmpty());
+  EXPECT_TRUE(filter.take("vin", "B", 50s));
+  EXPECT_THAT(sent_at(50), ElementsAre("vin=B@50"));
+  EXPECT_TRUE(filter.take("vin", "C", 51s));
+  EXPECT_EQ(filter.next_due(), 60s);
+  EXPECT_TRUE(filter.take("vin", "D", 52s));
+  EXPECT_TRUE(filter.take("vin", "D", 53s));
+  EXPECT_THAT(sent_at(59), IsEmpty());
+  EXPECT_THAT(sent_at(60), ElementsAre("vin=D@52"));
+  EXPECT_TRUE(filter.take("vin", "E", 61s));
+  EXPECT_TRUE(filter.take("vin", "D", 62s));
+  EXPECT_THAT(sent_at(75), IsEmpty()) << "the fleet knows it already";
+}
+
+TEST_F(ChangeFilterTest, EveryValueIsRepeatedOnceARefreshAndOnRequest) {
+  EXPECT_EQ(filter.next_due(), BootTime::max());
+  (void)filter.take("a", "1", 0s);
+  EXPECT_THAT(sent_at(0), ElementsAre("a=1@0"));
+  (void)filter.take("b", "2", 30s);
+  EXPECT_THAT(sent_at(30), ElementsAre("b=2@30"));
+  EXPECT_EQ(filter.next_due(), 100s);
+  EXPECT_THAT(sent_at(99), IsEmpty());
+  EXPECT_THAT(sent_at(100), ElementsAre("a=1@0"));
+  EXPECT_THAT(sent_at(130), ElementsAre("b=2@30"));
+  filter.send_all_again();
+  EXPECT_THAT(sent_at(131), ElementsAre("a=1@0", "b=2@30"));
+  EXPECT_THAT(sent_at(132), IsEmpty());
+  ChangeFilter never{{.min_interval = 10s, .refresh = 0s}};
+  (void)never.take("a", "1", 0s);
+  never.send_due(0s, [](const std::string&, const auto&) {});
+  EXPECT_EQ(never.next_due(), BootTime::max());
+}
+
+TEST_F(ChangeFilterTest, ItsMemoryIsBounded) {
+  EXPECT_TRUE(filter.take("a", "1", 0s));
+  EXPECT_TRUE(filter.take("b", "1", 0s));
+  EXPECT_FALSE(filter.take("c", "1", 0s));
+  EXPECT_TRUE(filter.take("a", "2", 0s));
+  EXPECT_THAT(sent_at(0), ElementsAre("a=2@0", "b=1@0"));
+}
+
+TEST(FleetMessageTest, IsOneJsonObject) {
+  EXPECT_EQ(
+      variable_message({"1M8GDM9AXKP042788", 1500ms}, UnixTime(1'795'334'400), "online"),
+      R"({"value":"1M8GDM9AXKP042788","since":"2026-11-22T08:00:00Z","stamp":1500000000,"daemon":"online"})");
+  EXPECT_EQ(variable_message({"a\"\n\xff\xc3\xa4", 0ns}, std::nullopt, std::nullopt),
+            "{\"value\":\"a\\\"\\n\xef\xbf\xbd\xc3\xa4\",\"since\":null,\"stamp\":0,\"daemon\":null}");
+  EXPECT_EQ(rfc3339(UnixTime(4'102'444'800)), "2100-01-01T00:00:00Z");
+}
+
+TEST(UplinkSettingsTest, EachFaultIsOneLine) {
+  const tests::TempDir dir;
+  const std::vector<std::pair<std::string, std::string>> faults{
+      {"", "ERROR [uplink] line 0: key 'host': '' is not the fleet's broker"},
+      {"host = a\nport = 0\n", "ERROR [tamu.config] line 2: key 'port': '0' is not a port, 1 to 65535"},
+      {"host = a\nbus_port = 65536\n",
+       "ERROR [uplink] line 2: key 'bus_port': '65536' is not a number from 1 to 65535"},
+      {"host = a\nrefresh = 1h\n",
+       "ERROR [uplink] line 2: key 'refresh': '1h' is not a number from 0 to 31536000"},
+      {"host = a\nmin_interval = -1\n",
+       "ERROR [uplink] line 2: key 'min_interval': '-1' is not a number from 0 to 86400"},
+      {"host = a\nreconnect_spread =\n",
+       "ERROR [uplink] line 2: key 'reconnect_spread': '' is not a number from 0 to 86400"},
+      {"host = a\nunit = a/b\n",
+       "ERROR [uplink] line 2: key 'unit': 'a/b' is not one level of a topic, 1 to 64 bytes without '/', '+' "
+       "and '#'"},
+      {"host = a\nprefix = #\n",
+       "ERROR [uplink] line 2: key 'prefix': '#' is not one level of a topic, 1 to 64 bytes without '/', '+' "
+       "and '#'"},
+  };
+  for (const auto& [text, line] : faults) {
+    const std::string file = dir.write("uplink.conf", text);
+    EXPECT_THAT(tests::logged_lines([&] { EXPECT_FALSE(read_settings(file)); }), ElementsAre(line)) << text;
+  }
+  EXPECT_FALSE(read_settings(dir.path("absent")));
+}
+
+TEST(UplinkSettingsTest, EveryKeyIsRead) {
+  const tests::TempDir dir;
+  const auto preset = read_settings(dir.write("uplink.conf", "host = fleet.example.com\n")).value();
+  EXPECT_EQ(preset.unit + "|" + preset.unit_variable + "|" + preset.prefix, "|serialnumber|fleet");
+  EXPECT_THAT(preset.variables, ElementsAre("*"));
+  EXPECT_THAT((std::vector{preset.limits.min_interval, preset.limits.refresh, preset.reconnect_spread}),
+              ElementsAre(10s, 86400s, 30s));
+  EXPECT_EQ(preset.bus->get("host") + ":" + preset.bus->get("port"), "localhost:1883");
+  const auto all =
+      read_settings(dir.write("uplink.conf",
+                              "host = a\nport = 8883\nunit = U1\nprefix = trucks\nvariables = vehicle*, hw*\n"
+                              "min_interval = 0\nrefresh = 0\nreconnect_spread = 5\nbus_host = /run/socket\n"
+                              "bus_port = 1884\nbus_username = up\nbus_password = link\n"))
+          .value();
+  EXPECT_EQ(all.unit + "|" + all.unit_variable + "|" + all.prefix, "U1||trucks");
+  EXPECT_THAT(all.variables, ElementsAre("vehicle*", "hw*"));
+  EXPECT_THAT((std::vector{all.limits.min_interval, all.limits.refresh, all.reconnect_spread}),
+              ElementsAre(0s, 0s, 5s));
+  EXPECT_EQ(all.bus->get("host") + all.bus->get("port") + all.bus->get("username") + all.bus->get("password"),
+            "/run/socket1884uplink");
+}
+
+}  // namespace

@@ -1,0 +1,70 @@
+#include "quilctl/talk/variable_session.h"
+
+#include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/com/system_parameters.h>
+#include <ecu/tamu/com/topics.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+#include "common/notes.h"
+
+namespace ecu::ctl {
+
+namespace com = tamu::com;
+namespace topics = com::topics;
+
+namespace {
+
+// Without a reply of the daemon in this time there are no ages.
+constexpr std::chrono::milliseconds clock_timeout{500};
+
+std::vector<std::string> filters(bool with_clock) {
+  return with_clock ? std::vector<std::string>{topics::all_variables_filter, topics::daemon_presence,
+                                               topics::parameter_answer}
+                    : std::vector<std::string>{topics::all_variables_filter, topics::daemon_presence};
+}
+
+}  // namespace
+
+VariableSession::VariableSession(const Options& options, bool with_clock,
+                                 std::chrono::duration<double> default_timeout)
+    : session_(
+          options, filters(with_clock),
+          [this](const Event& event) {
+            if (view_.take(event.text, event.message) != VariableView::Change::faulty &&
+                event.text != topics::daemon_presence) {
+              clock_.take(event.message);
+            }
+          },
+          default_timeout) {
+  if (session_.bus().is_local()) {
+    clock_.use_local_clock();
+  }
+}
+
+// Any live message has the unit's time; the send time of a retained message is in the past. Each unit has the
+// parameter that is requested here.
+void VariableSession::determine_clock() {
+  if (clock_.known() || view_.daemon_on_line() == false) {
+    return;
+  }
+  tamu::pb::EcuVariableReq request;
+  request.add_name(std::to_string(com::top_version_id));
+  if (auto message = com::PbInternalMessageAdapter<tamu::pb::EcuVariableReq>().serialize(request)) {
+    (void)session_.bus().publish(topics::parameter_request, std::move(*message));
+  }
+  (void)session_.wait_until([this] { return clock_.known(); }, RequestSession::Clock::now() + clock_timeout);
+}
+
+void VariableSession::note_if_nothing_is_published() const {
+  if (view_.all().empty()) {
+    tools::note(
+        "no variable is published: no daemon has run with this broker, or the broker's access rules deny "
+        "access");
+  }
+}
+
+bool VariableSession::is_without_daemon() const {
+  return view_.daemon_on_line() ? !*view_.daemon_on_line() : view_.all().empty();
+}
+
+}  // namespace ecu::ctl

@@ -1,0 +1,66 @@
+#include "uplink/change_filter.h"
+
+#include <algorithm>
+
+namespace ecu::uplink {
+
+bool ChangeFilter::take(const std::string& key, const std::string& text, BootTime published) {
+  if (const auto found = entries_.find(key); found != entries_.end()) {
+    if (found->second.value.text != text) {
+      found->second.value = {text, published};
+    }
+    return true;
+  }
+  if (entries_.size() >= limits_.max_keys) {
+    return false;
+  }
+  entries_[key].value = {text, published};
+  return true;
+}
+
+void ChangeFilter::send_all_again() {
+  for (auto& [key, entry] : entries_) {
+    entry.sent.reset();
+  }
+}
+
+void ChangeFilter::send_due(BootTime now, const Send& send) {
+  for (auto& [key, entry] : entries_) {
+    if (due(entry) <= now) {
+      entry.sent = entry.value.text;
+      entry.sent_at = now;
+      send(key, entry.value);
+    }
+  }
+}
+
+void ChangeFilter::for_each_sent(const std::function<void(const std::string& key)>& visit) const {
+  for (const auto& [key, entry] : entries_) {
+    if (entry.sent) {
+      visit(key);
+    }
+  }
+}
+
+BootTime ChangeFilter::next_due() const {
+  BootTime next = BootTime::max();
+  for (const auto& [key, entry] : entries_) {
+    next = std::min(next, due(entry));
+  }
+  return next;
+}
+
+BootTime ChangeFilter::due(const Entry& entry) const {
+  if (!entry.sent) {
+    return BootTime::min();
+  }
+  if (*entry.sent != entry.value.text) {
+    return entry.sent_at + limits_.min_interval;
+  }
+  if (limits_.refresh > std::chrono::seconds::zero()) {
+    return entry.sent_at + limits_.refresh;
+  }
+  return BootTime::max();
+}
+
+}  // namespace ecu::uplink

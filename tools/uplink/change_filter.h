@@ -1,0 +1,65 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+namespace ecu::uplink {
+
+/// Time since the unit's boot (CLOCK_BOOTTIME), which no change of the wall clock affects.
+using BootTime = std::chrono::nanoseconds;
+
+/// Decides which values are sent to the fleet, and when: a value that changed, at most once a minimum
+/// interval, and every value once a refresh. Its memory is bounded. Not thread-safe.
+class ChangeFilter {
+ public:
+  struct Limits {
+    std::chrono::seconds min_interval{10};  ///< between two values of one key; the last one is sent
+    std::chrono::seconds refresh{0};        ///< from a value to its repetition; 0: never repeated
+    std::size_t max_keys = 256;
+  };
+
+  struct Value {
+    std::string text;
+    BootTime since{};  ///< when the source published it first
+
+    friend bool operator==(const Value&, const Value&) = default;
+  };
+
+  using Send = std::function<void(const std::string& key, const Value& value)>;
+
+  explicit ChangeFilter(const Limits& limits) : limits_(limits) {}
+
+  /// Takes the value that a source has published. `published` counts only if the value differs from the last
+  /// one. False for one key too many, which is not taken.
+  bool take(const std::string& key, const std::string& text, BootTime published);
+
+  /// Makes every value due at once, as if none had been sent.
+  void send_all_again();
+
+  /// Calls `send` for each value that is due. It counts as sent, even if `send` throws.
+  void send_due(BootTime now, const Send& send);
+
+  /// Calls `visit` with the key of each value that was sent.
+  void for_each_sent(const std::function<void(const std::string& key)>& visit) const;
+
+  /// When the next value is due; BootTime::max() if none is without a further `take`.
+  [[nodiscard]] BootTime next_due() const;
+
+ private:
+  struct Entry {
+    Value value;
+    std::optional<std::string> sent;
+    BootTime sent_at{};
+  };
+
+  [[nodiscard]] BootTime due(const Entry& entry) const;
+
+  Limits limits_;
+  std::map<std::string, Entry> entries_;
+};
+
+}  // namespace ecu::uplink

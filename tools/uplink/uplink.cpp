@@ -1,0 +1,219 @@
+#include "uplink/uplink.h"
+
+#include <fnmatch.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+#include <vector>
+
+#include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/com/topics.h>
+#include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+#include "uplink/fleet_message.h"
+#include "uplink/unit_clock.h"
+
+namespace ecu::uplink {
+
+namespace com = tamu::com;
+namespace topics = tamu::com::topics;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto uplink_log = tamu::logging::module("uplink");
+
+constexpr int at_least_once = 1;
+constexpr std::size_t longest_value = 4096;
+constexpr std::string_view variable_key_prefix = "var/";
+constexpr const char* daemon_key = "daemon";
+
+// How often an unset wall clock is looked at.
+constexpr std::chrono::seconds clock_period{5};
+
+// A wake-up a day, because a wait without end would need another call.
+constexpr BootTime longest_pause = std::chrono::hours(24);
+
+}  // namespace
+
+class Uplink::BusObserver final : public com::ISubscriptionObserver {
+ public:
+  explicit BusObserver(Uplink& uplink) : uplink_(uplink) {}
+  void message(const std::string& topic, const com::Message& msg) override { uplink_.handle(topic, msg); }
+
+ private:
+  Uplink& uplink_;
+};
+
+Uplink::Uplink(UplinkSettings settings)
+    : settings_(std::move(settings)),
+      observer_(std::make_shared<BusObserver>(*this)),
+      bus_(com::create_client(settings_.bus, com::TransportType::mqtt, nullptr, {.name = "unit"})),
+      filter_(settings_.limits) {}
+
+Uplink::~Uplink() {
+  bus_->unsubscribe(topics::daemon_presence, observer_);
+  bus_->unsubscribe(topics::all_variables_filter, observer_);
+  {
+    const tamu::MutexLock lock(mutex_);
+    is_stopping_ = true;
+  }
+  timer_wake_.notify_all();
+}
+
+void Uplink::start() {
+  if (!settings_.unit.empty()) {
+    const tamu::MutexLock lock(mutex_);
+    set_unit(settings_.unit);
+  }
+  bus_->subscribe(topics::daemon_presence, at_least_once, observer_);
+  bus_->subscribe(topics::all_variables_filter, at_least_once, observer_);
+  bus_->connect();
+  bus_->start();
+  timer_ = std::jthread([this] { run_timer(); });
+}
+
+void Uplink::run() {
+  bus_->run();
+}
+
+void Uplink::stop() {
+  {
+    const tamu::MutexLock lock(mutex_);
+    if (fleet_) {
+      fleet_->stop();
+    }
+  }
+  bus_->stop();
+}
+
+void Uplink::handle(const std::string& topic, const com::Message& msg) {
+  if (msg.payload.empty()) {
+    return;  // the broker retains nothing any more; the last value stays
+  }
+  const tamu::MutexLock lock(mutex_);
+  if (topic == topics::daemon_presence) {
+    take_presence({msg.payload.begin(), msg.payload.end()});
+  } else {
+    take_variable(topic.substr(std::string_view(topics::variable_prefix).size()), msg);
+  }
+  send_due();
+  if (next_task() < timer_due_) {
+    timer_wake_.notify_all();
+  }
+}
+
+void Uplink::take_presence(const std::string& state) {
+  if (state == topics::presence_online || state == topics::presence_offline) {
+    daemon_presence_ = state;
+    take(daemon_key, state, boot_time_now());
+  } else {
+    uplink_log.warning("the daemon's presence is neither ", topics::presence_online, " nor ",
+                       topics::presence_offline);
+  }
+}
+
+// A variable without a value has none yet, or again, after a restart of the daemon. The last one still holds.
+void Uplink::take_variable(const std::string& name, const com::Message& msg) {
+  const auto variable = com::PbInternalMessageAdapter<tamu::pb::EcuVariable>().deserialize(msg);
+  if (!variable.ok || !variable.body.has_value()) {
+    return;
+  }
+  const std::string& value = variable.body.value();
+  if (!is_topic_level(name) || value.size() > longest_value) {
+    uplink_log.warning(
+        "the variable ", name, " of ", value.size(),
+        " bytes is not sent: its name is not a level of a topic of at most 64 bytes, or its value exceeds ",
+        longest_value, " bytes");
+    return;
+  }
+  if (name == settings_.unit_variable) {
+    set_unit(value);
+  }
+  if (is_wanted(name)) {
+    const auto now = static_cast<std::uint64_t>(boot_time_now().count());
+    take(std::string(variable_key_prefix) + name, value, BootTime(std::min(variable.body.timestamp(), now)));
+  }
+}
+
+bool Uplink::is_wanted(const std::string& name) const {
+  return std::ranges::any_of(settings_.variables, [&](const std::string& pattern) {
+    return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
+  });
+}
+
+void Uplink::take(const std::string& key, const std::string& text, BootTime published) {
+  if (!filter_.take(key, text, published) && !std::exchange(is_full_, true)) {
+    uplink_log.warning(key, " and further variables are not sent: there are more than ",
+                       settings_.limits.max_keys);
+  }
+}
+
+// The old name's presence is cleared by the new link, because the old one ends with "offline".
+void Uplink::set_unit(const std::string& unit) {
+  if (fleet_ && fleet_->unit() == unit) {
+    return;
+  }
+  if (!is_topic_level(unit)) {
+    uplink_log.warning("'", unit,
+                       "' cannot be the unit's name: it is not a level of a topic of at most 64 bytes");
+    return;
+  }
+  std::vector<std::string> old_topics;
+  if (fleet_) {
+    old_topics.push_back(fleet_->topic(presence_key));
+    filter_.for_each_sent([&](const std::string& key) { old_topics.push_back(fleet_->topic(key)); });
+    uplink_log.notice("the unit's name changes from ", fleet_->unit(), " to ", unit);
+    fleet_.reset();
+  }
+  fleet_ = std::make_unique<FleetLink>(settings_, unit);
+  for (const std::string& topic : old_topics) {
+    fleet_->publish(topic, "");
+  }
+  filter_.send_all_again();
+}
+
+void Uplink::send_due() {
+  if (!fleet_) {
+    return;
+  }
+  filter_.send_due(boot_time_now(),
+                   [this](const std::string& key, const ChangeFilter::Value& value) TAMU_REQUIRES(mutex_) {
+                     fleet_->publish(fleet_->topic(key), payload_of(key, value));
+                   });
+}
+
+std::string Uplink::payload_of(const std::string& key, const ChangeFilter::Value& value) {
+  if (key == daemon_key) {
+    return value.text;
+  }
+  const std::optional<UnixTime> since = wall_time_of(value.since);
+  clock_was_unset_ |= !since;
+  return variable_message(value, since, daemon_presence_);
+}
+
+void Uplink::run_timer() {
+  ::pthread_setname_np(::pthread_self(), "uplink-timer");
+  tamu::MutexLock lock(mutex_);
+  while (!is_stopping_) {
+    if (clock_was_unset_ && wall_time_of(boot_time_now())) {
+      clock_was_unset_ = false;
+      filter_.send_all_again();
+    }
+    send_due();
+    timer_due_ = next_task();
+    const BootTime pause = timer_due_ - boot_time_now();
+    timer_wake_.wait_until(
+        lock, std::chrono::steady_clock::now() + std::clamp(pause, BootTime::zero(), longest_pause));
+  }
+}
+
+BootTime Uplink::next_task() const {
+  const BootTime clock_due = clock_was_unset_ ? boot_time_now() + clock_period : BootTime::max();
+  return std::min(clock_due, fleet_ ? filter_.next_due() : BootTime::max());
+}
+
+}  // namespace ecu::uplink

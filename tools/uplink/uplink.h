@@ -1,0 +1,74 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include <ecu/tamu/com/transport_client.h>
+#include <ecu/tamu/thread_safety.h>
+
+#include "uplink/change_filter.h"
+#include "uplink/fleet_link.h"
+#include "uplink/uplink_settings.h"
+
+namespace ecu::uplink {
+
+/// Carries the variables of a unit to the broker of its fleet. It reads the topics of the variables and the
+/// daemon's presence, and writes nothing to the unit's bus but its own presence.
+///
+/// The observer's thread publishes what is due at once; a timer thread publishes what is due later. Both hold
+/// `mutex_` while they publish, so that the newest value of a topic is published last.
+class Uplink {
+ public:
+  explicit Uplink(UplinkSettings settings);
+  ~Uplink();
+  Uplink(const Uplink&) = delete;
+  Uplink& operator=(const Uplink&) = delete;
+
+  /// Connects to both brokers and starts all threads.
+  void start();
+
+  /// Blocks the main thread until `stop`; SIGINT and SIGTERM are unblocked only while it waits.
+  void run();
+
+  /// Makes `run` return. May be called from a signal handler that interrupted the wait inside `run`.
+  void stop();
+
+ private:
+  class BusObserver;
+
+  void handle(const std::string& topic, const tamu::com::Message& msg);
+  void take_presence(const std::string& state) TAMU_REQUIRES(mutex_);
+  void take_variable(const std::string& name, const tamu::com::Message& msg) TAMU_REQUIRES(mutex_);
+  [[nodiscard]] bool is_wanted(const std::string& name) const;
+  void take(const std::string& key, const std::string& text, BootTime published) TAMU_REQUIRES(mutex_);
+  void set_unit(const std::string& unit) TAMU_REQUIRES(mutex_);
+  void send_due() TAMU_REQUIRES(mutex_);
+  [[nodiscard]] std::string payload_of(const std::string& key, const ChangeFilter::Value& value)
+      TAMU_REQUIRES(mutex_);
+  void run_timer();
+  [[nodiscard]] BootTime next_task() const TAMU_REQUIRES(mutex_);
+
+  // Constant after construction.
+  const UplinkSettings settings_;
+  const std::shared_ptr<BusObserver> observer_;
+  const std::shared_ptr<tamu::com::ITransportClient> bus_;
+
+  tamu::Mutex mutex_;
+  tamu::ConditionVariable timer_wake_;
+
+  // Guarded by mutex_.
+  ChangeFilter filter_ TAMU_GUARDED_BY(mutex_);
+  std::optional<std::string> daemon_presence_ TAMU_GUARDED_BY(mutex_);
+  bool clock_was_unset_ TAMU_GUARDED_BY(mutex_) = false;          // when a message was composed
+  bool is_full_ TAMU_GUARDED_BY(mutex_) = false;                  // which has been reported
+  BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // when the timer thread wakes by itself
+  bool is_stopping_ TAMU_GUARDED_BY(mutex_) = false;
+  std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);  // null until the unit's name is known
+
+  std::jthread timer_;
+};
+
+}  // namespace ecu::uplink

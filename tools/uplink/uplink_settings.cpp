@@ -1,0 +1,144 @@
+#include "uplink/uplink_settings.h"
+
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+#include <sstream>
+
+#include <ecu/tamu/com/topic.h>
+#include <ecu/tamu/logging/logging.h>
+
+namespace ecu::uplink {
+
+using tamu::config::Configuration;
+
+namespace {
+
+constexpr auto logger = tamu::logging::module("uplink");
+
+constexpr std::size_t longest_level = 64;
+
+struct Key {
+  const char* name;
+  const char* default_value;
+};
+constexpr Key keys[] = {
+    {"bus_host", "localhost"},
+    {"bus_port", "1883"},
+    {"bus_username", ""},
+    {"bus_password", ""},
+    {"unit", ""},
+    {"unit_variable", "serialnumber"},
+    {"variables", "*"},
+    {"prefix", "fleet"},
+    {"min_interval", "10"},
+    {"refresh", "86400"},
+    {"reconnect_spread", "30"},
+};
+
+/// Reads values and counts the faults.
+class Reader {
+ public:
+  explicit Reader(const Configuration& config) : config_(config) {}
+
+  [[nodiscard]] std::string text(const char* key) const { return config_.get(key); }
+
+  long number(const char* key, long least, long most) {
+    const std::string text = config_.get(key);
+    long number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number < least || number > most) {
+      fault(key, "is not a number from " + std::to_string(least) + " to " + std::to_string(most));
+    }
+    return number;
+  }
+
+  std::chrono::seconds seconds(const char* key, long least, long most) {
+    return std::chrono::seconds(number(key, least, most));
+  }
+
+  std::string level(const char* key) {
+    std::string text = config_.get(key);
+    if (!is_topic_level(text)) {
+      fault(key, "is not one level of a topic, 1 to 64 bytes without '/', '+' and '#'");
+    }
+    return text;
+  }
+
+  void fault(const char* key, const std::string& text) {
+    is_valid_ = false;
+    logger.error("line ", config_.line_of(key), ": key '", key, "': '", config_.get(key), "' ", text);
+  }
+
+  [[nodiscard]] bool is_valid() const noexcept { return is_valid_; }
+
+ private:
+  const Configuration& config_;
+  bool is_valid_ = true;
+};
+
+std::vector<std::string> words_of(const std::string& text) {
+  std::vector<std::string> words;
+  std::istringstream list(text);
+  for (std::string word; std::getline(list, word, ',');) {
+    std::erase(word, ' ');
+    if (!word.empty()) {
+      words.push_back(word);
+    }
+  }
+  return words;
+}
+
+std::unique_ptr<Configuration> bus_configuration(Reader& reader) {
+  auto bus = std::make_unique<Configuration>();
+  bus->set_value("client_name", "uplink");
+  bus->set_value("host", reader.text("bus_host"));
+  bus->set_value("port", std::to_string(reader.number("bus_port", 1, 65535)));
+  bus->set_value("username", reader.text("bus_username"));
+  bus->set_value("password", reader.text("bus_password"));
+  return bus;
+}
+
+}  // namespace
+
+std::optional<UplinkSettings> read_settings(const std::string& path) {
+  constexpr long day = 24L * 60 * 60;
+  std::ifstream file(path);
+  if (!file) {
+    logger.error("Unable to open configuration file ", path);
+    return std::nullopt;
+  }
+  UplinkSettings settings;
+  settings.fleet = std::make_unique<Configuration>();
+  for (const auto& [name, default_value] : keys) {
+    settings.fleet->register_key(name);
+    settings.fleet->set_default(name, default_value);
+  }
+  settings.fleet->set_source_file(path);
+  tamu::config::set_config_from_input(settings.fleet, file);
+  const bool is_well_formed = settings.fleet->verify();
+
+  Reader reader(*settings.fleet);
+  if (reader.text("host").empty()) {
+    reader.fault("host", "is not the fleet's broker");
+  }
+  settings.bus = bus_configuration(reader);
+  settings.reconnect_spread = reader.seconds("reconnect_spread", 0, day);
+  settings.prefix = reader.level("prefix");
+  settings.unit = reader.text("unit").empty() ? "" : reader.level("unit");
+  settings.unit_variable = settings.unit.empty() ? reader.level("unit_variable") : "";
+  settings.variables = words_of(reader.text("variables"));
+  settings.limits.min_interval = reader.seconds("min_interval", 0, day);
+  settings.limits.refresh = reader.seconds("refresh", 0, 365 * day);
+  if (!is_well_formed || !reader.is_valid()) {
+    return std::nullopt;
+  }
+  return settings;
+}
+
+bool is_topic_level(std::string_view text) {
+  return text.size() <= longest_level && text.find('/') == std::string_view::npos &&
+         tamu::com::is_topic_name(std::string(text));
+}
+
+}  // namespace ecu::uplink

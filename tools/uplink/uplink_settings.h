@@ -1,0 +1,35 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <ecu/tamu/config/configuration.h>
+
+#include "uplink/change_filter.h"
+
+namespace ecu::uplink {
+
+/// What the configuration file says; see tolquil-uplink.conf(5).
+struct UplinkSettings {
+  std::unique_ptr<tamu::config::Configuration> bus;    ///< of the client of the unit's bus
+  std::unique_ptr<tamu::config::Configuration> fleet;  ///< of the client of the fleet's broker
+  std::chrono::seconds reconnect_spread{30};
+  std::string prefix = "fleet";
+  std::string unit;                    ///< empty: the value of the variable `unit_variable`
+  std::string unit_variable;           ///< empty if the unit's name is configured
+  std::vector<std::string> variables;  ///< patterns (fnmatch) of the variables to send
+  ChangeFilter::Limits limits;
+};
+
+/// Reads and checks the file. Nothing when it is faulty; each fault is one ERROR line.
+[[nodiscard]] std::optional<UplinkSettings> read_settings(const std::string& path);
+
+/// Whether the text can be a level of a topic that is published on (MQTT 3.1.1, 4.7), and is at most 64
+/// bytes long.
+[[nodiscard]] bool is_topic_level(std::string_view text);
+
+}  // namespace ecu::uplink
