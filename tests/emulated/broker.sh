@@ -7,6 +7,7 @@ has_all_variables() {
 
 survives_a_restart_of_the_broker() {
   local before
+  reconnect_far_side
   before=$(property MainPID)
   systemctl restart mosquitto
   wait_until is_on_line

@@ -5,6 +5,13 @@ top_version_is() {
   [[ $(quilctl get topversion --raw) == "$1" ]]
 }
 
+# The far side sends its initial values when it comes.
+reconnect_far_side() {
+  ask_host disconnect
+  ask_host connect
+  wait_until top_version_is TV-2026.11.0
+}
+
 has_no_top_version() {
   [[ -z $(quilctl get topversion --raw) ]]
 }
@@ -30,9 +37,7 @@ survives_nodes_that_vanish() {
   echo "$device" >$driver/unbind
   wait_until status_text_is '*receive port away since ??:??'
   echo "$device" >$driver/bind
-  ask_host disconnect
-  ask_host connect
-  wait_until status_text_is 'on line'
+  reconnect_far_side
   quilctl param set 0xa003=hex:0a0b0c0d
 }
 
@@ -56,9 +61,7 @@ waits_for_ports_that_appear_late() {
   systemctl list-jobs | grep tolquil.service | grep waiting
   modprobe virtio_console
   wait_until systemctl is-active --quiet tolquil
-  ask_host disconnect
-  ask_host connect
-  wait_until top_version_is TV-2026.11.0
+  reconnect_far_side
 }
 
 # The drop-in of the manual for ports with other paths.
