@@ -7,7 +7,7 @@
 
 namespace ecu::tamu {
 
-void release_free_memory(std::size_t bytes) noexcept {
+void release_free_memory(std::uint64_t bytes) noexcept {
   using Clock = std::chrono::steady_clock;
   constexpr std::chrono::seconds interval(1);
   constexpr std::size_t reserve = 0;

@@ -8,6 +8,7 @@
 #include "quilctl/model/times.h"
 #include "quilctl/model/variable_rows.h"
 #include "quilctl/talk/parameter_client.h"
+#include "quilctl/talk/service_status.h"
 #include "quilctl/talk/variable_session.h"
 
 namespace ecu::ctl {
@@ -30,6 +31,7 @@ struct Status {
   std::vector<std::string> without_value;
   std::optional<std::string> vin;
   std::optional<std::size_t> parameters;  // none: no reply
+  std::optional<std::string> service;     // none: not a service of this machine
 };
 
 Status read_variables(const Options& options) {
@@ -73,6 +75,7 @@ void print(const Status& status) {
   std::cout << "broker      " << status.broker << ", reachable (address from " << status.origin << ")\n"
             << "daemon      " << shown(status.daemon_on_line)
             << (status.running ? ", started " + age_text(*status.running) + " ago" : "") << '\n'
+            << (status.service ? "service     " + tools::printable(*status.service) + '\n' : "")
             << "ports       " << state_of_ports(status.parameters) << '\n'
             << "variables   " << status.with_value << " of " << tools::variables().size()
             << " have a value\n";
@@ -88,6 +91,7 @@ void print(const Status& status) {
 Json json_of(const Status& status) {
   Json object{{"broker", status.broker}, {"address_from", status.origin}, {"reachable", true}};
   object["daemon_on_line"] = status.daemon_on_line ? Json(*status.daemon_on_line) : Json(nullptr);
+  object["service"] = json_value(status.service);
   object["running_s"] =
       status.running ? Json(std::chrono::duration<double>(*status.running).count()) : Json(nullptr);
   object["variables_with_value"] = status.with_value;
@@ -109,6 +113,7 @@ Status read_status(const Options& options) {
   if (status.daemon_on_line != true) {
     status.running.reset();
   }
+  status.service = service_status(status.broker);
   return status;
 }
 

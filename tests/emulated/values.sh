@@ -1,0 +1,36 @@
+# shellcheck shell=bash
+# Values on all their ways: from the bus, the boot loader and the ports, and to the ports.
+
+becomes_active() {
+  ask_host connect
+  wait_until systemctl is-active --quiet tolquil
+  wait_until is_on_line
+}
+
+publishes_all_variables() {
+  systemd-run --quiet --unit ecusim --property DynamicUser=yes ecusim play
+  ecusim watch --once --timeout 60
+  quilctl status | grep -q "31 of 31 have a value"
+}
+
+# tests/emulated/boot_loader.txt is at 0x900000 of the unit's memory.
+reads_the_boot_loader() {
+  equal r12 "$(quilctl get versionuboot)"
+}
+
+writes_parameters_both_ways() {
+  equal UNIT-4711 "$(quilctl param get 0xa001 --raw)"
+  quilctl param set 0xa002=Asia/Tokyo 0xa009=TV-2027.1
+  equal Asia/Tokyo "$(quilctl param get 0xa002 --raw)"
+  equal TV-2027.1 "$(quilctl get topversion --raw)"
+}
+
+writes_secrets_both_ways() {
+  equal 3f5c0091d42e77a80bc61de2f9648035 "$(quilctl secstore get master | od -An -vtx1 | tr -d ' \n')"
+  printf 'new remote secret' | quilctl secstore set remote -
+  wait_until remote_secret_is 'new remote secret'
+}
+
+remote_secret_is() {
+  [[ $(quilctl secstore get remote) == "$1" ]]
+}

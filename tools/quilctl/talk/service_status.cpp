@@ -1,0 +1,38 @@
+#include "quilctl/talk/service_status.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <memory>
+
+namespace ecu::ctl {
+
+namespace {
+
+constexpr const char* command =
+    "SYSTEMD_BUS_TIMEOUT=2 exec systemctl show --property=StatusText --value tolquil.service 2>/dev/null";
+
+bool is_on_this_machine(const std::string& broker) {
+  constexpr std::array beginnings{"/", "localhost:", "127.", "::1:"};
+  return std::any_of(beginnings.begin(), beginnings.end(),
+                     [&](const char* beginning) { return broker.rfind(beginning, 0) == 0; });
+}
+
+std::string first_line_of_output() {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> output(::popen(command, "r"), ::pclose);
+  std::array<char, 256> line{};
+  if (!output || std::fgets(line.data(), line.size(), output.get()) == nullptr) {
+    return {};
+  }
+  const std::string text = line.data();
+  return text.substr(0, text.find('\n'));
+}
+
+}  // namespace
+
+std::optional<std::string> service_status(const std::string& broker) {
+  std::string text = is_on_this_machine(broker) ? first_line_of_output() : std::string();
+  return text.empty() ? std::nullopt : std::optional(std::move(text));
+}
+
+}  // namespace ecu::ctl
