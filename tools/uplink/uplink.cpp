@@ -1,6 +1,5 @@
 #include "uplink/uplink.h"
 
-#include <fnmatch.h>
 #include <pthread.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
+#include "common/name_pattern.h"
 #include "uplink/fleet_message.h"
 
 namespace ecu::uplink {
@@ -133,16 +133,10 @@ void Uplink::take_variable(const std::string& name, const com::Message& msg) {
   if (name == settings_.unit_variable) {
     set_unit(value);
   }
-  if (is_wanted(name)) {
+  if (tools::matches_any(name, settings_.variables)) {
     const auto now = static_cast<std::uint64_t>(boot_time_now().count());
     take(std::string(variable_key_prefix) + name, value, BootTime(std::min(variable.body.timestamp(), now)));
   }
-}
-
-bool Uplink::is_wanted(const std::string& name) const {
-  return std::ranges::any_of(settings_.variables, [&](const std::string& pattern) {
-    return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
-  });
 }
 
 void Uplink::take(const std::string& key, const std::string& text, BootTime published) {
@@ -190,7 +184,7 @@ std::string Uplink::payload_of(const std::string& key, const ChangeFilter::Value
   if (key == daemon_key) {
     return value.text;
   }
-  std::optional<UnixTime> since = wall_clock_();
+  std::optional<WallTime> since = wall_clock_();
   if (since) {
     *since -= boot_time_now() - value.since;
   } else {

@@ -24,7 +24,7 @@ namespace ecu::uplink {
 /// `mutex_` while they publish, so that the newest value of a topic is published last.
 class Uplink {
  public:
-  using WallClock = std::function<std::optional<UnixTime>()>;
+  using WallClock = std::function<std::optional<WallTime>()>;
 
   /// `wall_clock` is called with internal locks held.
   explicit Uplink(UplinkSettings settings, WallClock wall_clock = wall_time_now);
@@ -47,7 +47,6 @@ class Uplink {
   void handle(const std::string& topic, const tamu::com::Message& msg);
   void take_presence(const std::string& state) TAMU_REQUIRES(mutex_);
   void take_variable(const std::string& name, const tamu::com::Message& msg) TAMU_REQUIRES(mutex_);
-  [[nodiscard]] bool is_wanted(const std::string& name) const;
   void take(const std::string& key, const std::string& text, BootTime published) TAMU_REQUIRES(mutex_);
   void set_unit(const std::string& unit) TAMU_REQUIRES(mutex_);
   void send_due() TAMU_REQUIRES(mutex_);

@@ -15,11 +15,11 @@
 #include "common/escaping.h"
 #include "common/hexadecimal.h"
 #include "common/input_file.h"
+#include "common/times.h"
 #include "common/variable_catalogue.h"
 #include "quilctl/base/failure.h"
 #include "quilctl/base/value_input.h"
 #include "quilctl/model/line_format.h"
-#include "quilctl/model/times.h"
 #include "quilctl/screen/display_width.h"
 #include "quilctl/screen/live_table.h"
 #include "quilctl/screen/text_table.h"
@@ -120,11 +120,11 @@ TEST(QuilctlText, TextsAreCutToTheWidthOfTheTerminal) {
 
 TEST(QuilctlText, AgesUseTheLargestUnitThatFits) {
   using namespace std::chrono_literals;
-  EXPECT_EQ(age_text(0s), "0 s");
-  EXPECT_EQ(age_text(59'999ms), "59 s");
-  EXPECT_EQ(age_text(60s), "1 min");
-  EXPECT_EQ(age_text(59min), "59 min");
-  EXPECT_EQ(age_text(47h), "1 d");
+  EXPECT_EQ(ecu::tools::age_text(0s), "0 s");
+  EXPECT_EQ(ecu::tools::age_text(59'999ms), "59 s");
+  EXPECT_EQ(ecu::tools::age_text(60s), "1 min");
+  EXPECT_EQ(ecu::tools::age_text(59min), "59 min");
+  EXPECT_EQ(ecu::tools::age_text(47h), "1 d");
 }
 
 TEST(QuilctlText, AFormatHasFieldsAndEscapes) {

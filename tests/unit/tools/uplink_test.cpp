@@ -91,11 +91,10 @@ TEST_F(ChangeFilterTest, ItsMemoryIsBounded) {
 
 TEST(FleetMessageTest, IsOneJsonObject) {
   EXPECT_EQ(
-      variable_message({"1M8GDM9AXKP042788", 1500ms}, UnixTime(1'795'334'400s), "online"),
-      R"({"value":"1M8GDM9AXKP042788","since":"2026-11-22T08:00:00Z","stamp":1500000000,"daemon":"online"})");
+      variable_message({"1M8GDM9AXKP042788", 1500ms}, WallTime(1'795'334'400s + 5ms), "online"),
+      R"({"value":"1M8GDM9AXKP042788","since":"2026-11-22T08:00:00.005Z","stamp":1500000000,"daemon":"online"})");
   EXPECT_EQ(variable_message({"a\"\n\xff\xc3\xa4", 0ns}, std::nullopt, std::nullopt),
             "{\"value\":\"a\\\"\\n\xef\xbf\xbd\xc3\xa4\",\"since\":null,\"stamp\":0,\"daemon\":null}");
-  EXPECT_EQ(rfc3339(UnixTime(4'102'444'800s)), "2100-01-01T00:00:00Z");
 }
 
 TEST(UplinkSettingsTest, EachFaultIsOneLine) {
@@ -157,9 +156,8 @@ TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
   ecu::tamu::pb::EcuVariable variable;
   std::atomic<bool> is_set = false;
   fleet.subscribe("fleet/#");
-  Uplink uplink(read_settings(dir.write("uplink.conf", config)).value(), [&]() -> std::optional<UnixTime> {
-    return is_set ? std::optional(UnixTime(4'102'444'800s) + 500ms + boot_time_now() - BootTime(now))
-                  : std::nullopt;
+  Uplink uplink(read_settings(dir.write("uplink.conf", config)).value(), [&]() -> std::optional<WallTime> {
+    return is_set ? std::optional(WallTime(4'102'444'801s) + boot_time_now() - BootTime(now)) : std::nullopt;
   });
   uplink.start();
   const auto publish = [&](const std::string& value, std::uint64_t stamp) {
@@ -172,9 +170,9 @@ TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
   EXPECT_TRUE(fleet.wait_for_text("fleet/U1/var/a", R"({"value":"a","since":null,"stamp":)" +
                                                         std::to_string(now) + R"(,"daemon":null})"));
   is_set = true;
-  EXPECT_TRUE(
-      fleet.wait_for_text("fleet/U1/var/a", R"({"value":"a","since":"2100-01-01T00:00:00Z","stamp":)" +
-                                                std::to_string(now) + R"(,"daemon":null})"));
+  EXPECT_TRUE(fleet.wait_for("fleet/U1/var/a", [](const tests::BusMessage& message) {
+    return message.payload.starts_with(R"({"value":"a","since":"2100-01-01T00:00:0)");
+  }));
   publish("future", UINT64_MAX);
   const auto message = fleet.wait_for("fleet/U1/var/future");
   ASSERT_TRUE(message);

@@ -1,8 +1,8 @@
 #include <iostream>
 
+#include "common/times.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/decoding.h"
-#include "quilctl/model/times.h"
 #include "quilctl/model/values.h"
 #include "quilctl/talk/bus_connection.h"
 #include "quilctl/talk/monitor_session.h"
@@ -20,10 +20,10 @@ bool print(const Options& options, const Event& event) {
   }
   Json decoded = decode(event.text, event.message, options.reveal);
   if (options.json) {
-    decoded["at"] = iso_time(event.at);
+    decoded["at"] = tools::iso_time(event.at);
     print_json(decoded);
   } else {
-    std::cout << local_time(event.at) << '\n';
+    std::cout << tools::local_time(event.at) << '\n';
     print_decoded(std::cout, decoded);
     std::cout << std::endl;
   }

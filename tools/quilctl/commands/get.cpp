@@ -3,8 +3,8 @@
 #include <string>
 
 #include "common/escaping.h"
+#include "common/name_pattern.h"
 #include "common/notes.h"
-#include "quilctl/base/name_pattern.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/line_format.h"
 #include "quilctl/talk/variable_session.h"
@@ -41,7 +41,7 @@ void print(const Options& options, const VariableRow& row, const UnitClock& cloc
     print_json(json_of(row, clock));
   } else if (!options.format.empty()) {
     std::cout << formatted(options.format, row, clock, options.raw) << '\n';
-  } else if (options.arguments.size() == 1 && !is_pattern(name)) {
+  } else if (options.arguments.size() == 1 && !tools::is_pattern(name)) {
     print_value(options, *row.value());
   } else {
     std::cout << tools::printable(row.name) << "  " << shown_value(row.value()) << '\n';

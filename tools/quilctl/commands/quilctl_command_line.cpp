@@ -8,10 +8,10 @@
 
 #include <ecu/quil/settings.h>
 
+#include "common/name_pattern.h"
 #include "common/option_checks.h"
 #include "common/usage_error.h"
 #include "common/version.h"
-#include "quilctl/base/name_pattern.h"
 #include "quilctl/commands/command_table.h"
 #include "quilctl/commands/commands.h"
 
@@ -105,7 +105,7 @@ void check_combinations(const Options& options) {
     throw CLI::ExcludesError(given[0], given[1]);
   }
   const bool is_many =
-      options.arguments.size() > 1 || (!options.arguments.empty() && is_pattern(options.arguments[0]));
+      options.arguments.size() > 1 || (!options.arguments.empty() && tools::is_pattern(options.arguments[0]));
   if (!given.empty() && given[0] == "--raw" &&
       (options.command == list || (is_many && options.command != watch))) {
     throw CLI::ValidationError("--raw", "for one value only");

@@ -10,10 +10,10 @@
 #include <ecu/tamu/com/topics.h>
 
 #include "common/notes.h"
+#include "common/times.h"
 #include "quilctl/base/failure.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/recording.h"
-#include "quilctl/model/times.h"
 #include "quilctl/talk/bus_connection.h"
 #include "quilctl/talk/monitor_session.h"
 
@@ -55,7 +55,7 @@ class Recorder {
       }
     }
     begin_ = at;
-    out() << recording_header() << "\n# " << iso_time(at) << ", broker " << broker << std::endl;
+    out() << recording_header() << "\n# " << tools::iso_time(at) << ", broker " << broker << std::endl;
   }
   void add(const Event& event) {
     const bool is_secret = com::topic_matches(com::topics::secure_storage_filter, event.text);
@@ -93,7 +93,7 @@ void record_messages(const Options& options, const BusConnection& bus, MonitorSe
     (void)session.next();
   }
   // Keeps an existing file when the broker is unreachable.
-  recorder.begin(wall_clock_now(), bus.broker());
+  recorder.begin(tools::wall_clock_now(), bus.broker());
   const auto end = options.duration
                        ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*options.duration)
                        : Clock::time_point::max();

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "common/escaping.h"
+#include "common/times.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/model/times.h"
 #include "quilctl/model/variable_rows.h"
 #include "quilctl/talk/parameter_client.h"
 #include "quilctl/talk/service_status.h"
@@ -74,7 +74,7 @@ const char* state_of_ports(const std::optional<std::size_t>& parameters) {
 void print(const Status& status) {
   std::cout << "broker      " << status.broker << ", reachable (address from " << status.origin << ")\n"
             << "daemon      " << shown(status.daemon_on_line)
-            << (status.running ? ", started " + age_text(*status.running) + " ago" : "") << '\n'
+            << (status.running ? ", started " + tools::age_text(*status.running) + " ago" : "") << '\n'
             << (status.service ? "service     " + tools::printable(*status.service) + '\n' : "")
             << "ports       " << state_of_ports(status.parameters) << '\n'
             << "variables   " << status.with_value << " of " << tools::variables().size()

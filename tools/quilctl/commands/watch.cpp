@@ -7,11 +7,11 @@
 #include <ecu/tamu/com/topics.h>
 
 #include "common/escaping.h"
+#include "common/name_pattern.h"
 #include "common/notes.h"
-#include "quilctl/base/name_pattern.h"
+#include "common/times.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/line_format.h"
-#include "quilctl/model/times.h"
 #include "quilctl/screen/display_width.h"
 #include "quilctl/screen/live_table.h"
 #include "quilctl/screen/text_table.h"
@@ -51,7 +51,7 @@ class Changes {
       clock_.take(event.message);
     }
     if (change != VariableView::Change::changed ||
-        !matches_any(*variable_of(event.text), options_.arguments)) {
+        !tools::matches_any(*variable_of(event.text), options_.arguments)) {
       return false;
     }
     const std::string name(*variable_of(event.text));
@@ -73,14 +73,14 @@ class Changes {
     if (!options_.exec.empty()) {
       run(row.name, value);
     } else if (options_.json) {
-      print_json({{"at", iso_time(event.at)},
+      print_json({{"at", tools::iso_time(event.at)},
                   {"name", row.name},
                   {"value", json_value(value)},
                   {"retained", event.message.retained}});
     } else if (!options_.format.empty()) {
       std::cout << formatted(options_.format, row, clock_, options_.raw) << std::endl;
     } else {
-      std::cout << local_time(event.at) << "  " << tools::printable(row.name) << "  "
+      std::cout << tools::local_time(event.at) << "  " << tools::printable(row.name) << "  "
                 << (options_.raw && value ? *value : shown_value(value)) << std::endl;
     }
   }

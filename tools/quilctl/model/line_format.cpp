@@ -1,7 +1,7 @@
 #include "quilctl/model/line_format.h"
 
 #include "common/escaping.h"
-#include "quilctl/model/times.h"
+#include "common/times.h"
 
 namespace ecu::ctl {
 
@@ -21,10 +21,10 @@ std::optional<std::string> field_of(std::string_view field, const VariableRow& r
     return raw ? value : tools::printable(value);
   }
   if (field == "age") {
-    return age ? age_text(*age) : "-";
+    return age ? tools::age_text(*age) : "-";
   }
   if (field == "time") {
-    return age ? local_time(System::now() - std::chrono::duration_cast<System::duration>(*age)) : "-";
+    return age ? tools::local_time(System::now() - std::chrono::duration_cast<System::duration>(*age)) : "-";
   }
   return field == "topic" ? std::optional(tools::printable(topic_of_variable(row.name))) : std::nullopt;
 }

@@ -4,10 +4,10 @@
 #include <iterator>
 
 #include "common/escaping.h"
+#include "common/name_pattern.h"
 #include "common/nearest_word.h"
+#include "common/times.h"
 #include "quilctl/base/failure.h"
-#include "quilctl/base/name_pattern.h"
-#include "quilctl/model/times.h"
 
 namespace ecu::ctl {
 
@@ -31,7 +31,7 @@ std::vector<VariableRow> variable_rows(const VariableView& view, const std::vect
   }
   std::vector<VariableRow> chosen;
   for (const std::string& pattern : patterns) {
-    const auto is_other = [&](const VariableRow& row) { return !matches_pattern(row.name, pattern); };
+    const auto is_other = [&](const VariableRow& row) { return !tools::matches_pattern(row.name, pattern); };
     const auto matching = std::stable_partition(rows.begin(), rows.end(), is_other);
     std::move(matching, rows.end(), std::back_inserter(chosen));
     rows.erase(matching, rows.end());
@@ -45,8 +45,8 @@ void require_known(const VariableView& view, const std::vector<std::string>& pat
     names.push_back(row.name);
   }
   for (const std::string& pattern : patterns) {
-    if (std::ranges::none_of(names,
-                             [&](const std::string& name) { return matches_pattern(name, pattern); })) {
+    if (std::ranges::none_of(
+            names, [&](const std::string& name) { return tools::matches_pattern(name, pattern); })) {
       const std::string hint = tools::did_you_mean(pattern, names);
       throw Failure(ExitCode::unknown, "no variable is named '" + pattern + '\'' +
                                            (hint.empty() ? "; quilctl describe lists them" : hint));
@@ -61,7 +61,7 @@ const std::vector<std::string>& variable_headings() {
 
 std::vector<std::string> columns_of(const VariableRow& row, const UnitClock& clock) {
   const auto age = row.age(clock);
-  return {tools::printable(row.name), shown_value(row.value()), age ? age_text(*age) : "-",
+  return {tools::printable(row.name), shown_value(row.value()), age ? tools::age_text(*age) : "-",
           row.info == nullptr ? "-" : row.info->sources_text()};
 }
 

@@ -8,8 +8,8 @@
 #include <ecu/tamu/rt/signal_adapter.h>
 
 #include "common/escaping.h"
-#include "quilctl/base/name_pattern.h"
-#include "quilctl/model/times.h"
+#include "common/name_pattern.h"
+#include "common/times.h"
 #include "quilctl/screen/display_width.h"
 #include "quilctl/screen/text_table.h"
 
@@ -71,7 +71,7 @@ void LiveTable::handle(const Event& event) {
 }
 
 void LiveTable::add_notice(const std::string& text) {
-  add_line(wall_clock_now(), tools::printable(text));
+  add_line(tools::wall_clock_now(), tools::printable(text));
 }
 
 void LiveTable::handle_message(const Event& event) {
@@ -89,7 +89,7 @@ void LiveTable::handle_message(const Event& event) {
   } else if (event.text != topics::daemon_presence) {
     clock_.take(event.message);
   }
-  if (change == VariableView::Change::changed && settled_ && matches_any(*name, patterns_)) {
+  if (change == VariableView::Change::changed && settled_ && tools::matches_any(*name, patterns_)) {
     changed_[std::string(*name)] = Clock::now();
     const Variable* const variable = view_.find(*name);
     add_line(event.at, tools::printable(*name) + "  " +
@@ -98,7 +98,7 @@ void LiveTable::handle_message(const Event& event) {
 }
 
 void LiveTable::add_line(std::chrono::system_clock::time_point at, const std::string& text) {
-  notices_.push_back(local_time(at) + "  " + text);
+  notices_.push_back(tools::local_time(at) + "  " + text);
   if (notices_.size() > max_notices) {
     notices_.pop_front();
   }

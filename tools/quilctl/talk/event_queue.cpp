@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "quilctl/model/times.h"
+#include "common/times.h"
 
 namespace ecu::ctl {
 
@@ -59,7 +59,7 @@ std::uint64_t EventQueue::take_lost() {
 }
 
 void EventQueue::put(Event event) {
-  event.at = wall_clock_now();
+  event.at = tools::wall_clock_now();
   const tamu::MutexLock lock(mutex_);
   bytes_ += event.message.payload.size();
   waiting_.push_back(std::move(event));

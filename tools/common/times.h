@@ -3,7 +3,7 @@
 #include <chrono>
 #include <string>
 
-namespace ecu::ctl {
+namespace ecu::tools {
 
 /// The time of day, also after 2038 on 32 bits.
 [[nodiscard]] std::chrono::system_clock::time_point wall_clock_now();
@@ -15,4 +15,4 @@ namespace ecu::ctl {
 /// A duration in the largest unit that fits: "3 s", "5 min", "2 h", "4 d".
 [[nodiscard]] std::string age_text(std::chrono::nanoseconds age);
 
-}  // namespace ecu::ctl
+}  // namespace ecu::tools

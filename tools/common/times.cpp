@@ -1,9 +1,9 @@
-#include "quilctl/model/times.h"
+#include "common/times.h"
 
 #include <array>
 #include <ctime>
 
-namespace ecu::ctl {
+namespace ecu::tools {
 
 namespace {
 
@@ -51,4 +51,4 @@ std::string age_text(std::chrono::nanoseconds age) {
                           : in(days(1), " d");
 }
 
-}  // namespace ecu::ctl
+}  // namespace ecu::tools

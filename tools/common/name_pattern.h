@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace ecu::ctl {
+namespace ecu::tools {
 
 /// Whether `name` matches `pattern`, in which `*` stands for any characters and `?` for any one character.
 [[nodiscard]] inline bool matches_pattern(std::string_view name, const std::string& pattern) {
@@ -26,4 +26,4 @@ namespace ecu::ctl {
   return text.find_first_of("*?[") != std::string_view::npos;
 }
 
-}  // namespace ecu::ctl
+}  // namespace ecu::tools
