@@ -1,9 +1,3 @@
-#include <chrono>
-#include <fstream>
-#include <functional>
-#include <string>
-#include <thread>
-
 #include "support/ports.h"
 #include "support/rt_messages.h"
 #include "system/daemon.h"

@@ -1,9 +1,10 @@
 #include "mqtt/fault.h"
 
-#include <gtest/gtest.h>
 #include <mosquitto.h>
 
 #include <cerrno>
+
+#include "support/testing.h"
 
 namespace {
 
