@@ -73,7 +73,7 @@ void write_of_the_same(benchmark::State& state) {
   for (const auto& signal : frame(state.range(0))) {
     params.push_back(to_parameter(signal).second);
   }
-  const auto same = to_message(std::move(params)).value();
+  const auto same = to_message(params).value();
   for ([[maybe_unused]] const auto _ : state) {
     handler.message(ecu::tamu::com::topics::parameter_write, same);
   }

@@ -1,5 +1,6 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <array>
 #include <type_traits>
 
 #include <ecu/tamu/com/message_fields.h>
@@ -100,31 +101,16 @@ com::Message message_from(FuzzedDataProvider& input) {
   return com::make_message(0, fuzz::framed(bytes, protocol_type, static_cast<std::uint32_t>(size)));
 }
 
+constexpr std::array checks{
+    check<pb::EcuVariable>,         check<pb::EcuVariableReq>, check<pb::SystemParameterEntry>,
+    check<pb::SystemParameterList>, check<pb::Signal>,         check<pb::SignalGroup>};
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::silence();
   FuzzedDataProvider input(data, size);
-  const auto type = input.ConsumeIntegralInRange(0, 5);
-  const com::Message message = message_from(input);
-  switch (type) {
-    case 0:
-      check<pb::EcuVariable>(message);
-      break;
-    case 1:
-      check<pb::EcuVariableReq>(message);
-      break;
-    case 2:
-      check<pb::SystemParameterEntry>(message);
-      break;
-    case 3:
-      check<pb::SystemParameterList>(message);
-      break;
-    case 4:
-      check<pb::Signal>(message);
-      break;
-    default:
-      check<pb::SignalGroup>(message);
-  }
+  const auto check_as = input.PickValueInArray(checks);
+  check_as(message_from(input));
   return 0;
 }

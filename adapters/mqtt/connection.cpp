@@ -186,8 +186,8 @@ void Connection::retry_soon() {
   timer_ = Clock::now() + backoff_.restart();
 }
 
-void Connection::publish(const std::string& topic, const Message& message) noexcept {
-  with_session([&](MqttSession& session) { return session.publish(topic, message); });
+void Connection::publish(const std::string& topic, const Message& message, Clock::time_point now) noexcept {
+  with_session([&](MqttSession& session) { return session.publish(topic, message, now); });
 }
 
 void Connection::subscribe(const std::string& filter, int max_qos) noexcept {

@@ -42,12 +42,15 @@ class Connection final {
   /// Whether the broker has accepted the connection.
   [[nodiscard]] bool is_up() const { return up_ && session_ && session_->is_open(); }
 
-  /// Whether the connection accepts another publication of that quality of service now.
-  [[nodiscard]] bool accepts(bool acknowledged) const { return is_up() && session_->accepts(acknowledged); }
+  /// Whether the connection accepts publications now: everything before has been written. It takes over a
+  /// whole batch, whether that can be written at once or not.
+  [[nodiscard]] bool accepts_publications() const { return is_up() && session_->accepts_publications(); }
+  /// How many of them may be of quality of service 1. The connection must be up.
+  [[nodiscard]] std::size_t room_for_acknowledged() const { return session_->room_for_acknowledged(); }
 
   /// Each does nothing without a connection. If the connection fails during the call, the listener learns of
   /// it.
-  void publish(const std::string& topic, const Message& message) noexcept;
+  void publish(const std::string& topic, const Message& message, Clock::time_point now) noexcept;
   void subscribe(const std::string& filter, int max_qos) noexcept;
   void unsubscribe(const std::string& filter) noexcept;
   void request_fence(Fence fence) noexcept;

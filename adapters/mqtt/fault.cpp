@@ -39,8 +39,8 @@ Fault fault_of(int result) {
     case MOSQ_ERR_TLS:
       return {ConnectionFailure::tls, mosqpp::strerror(result)};
     case MOSQ_ERR_PROTOCOL:
-    case MOSQ_ERR_MALFORMED_PACKET:
-      return {ConnectionFailure::protocol, mosqpp::strerror(result)};
+    case MOSQ_ERR_MALFORMED_PACKET:  // the library has no text for this code either
+      return {ConnectionFailure::protocol, mosqpp::strerror(MOSQ_ERR_PROTOCOL)};
     default:
       return {ConnectionFailure::internal, mosqpp::strerror(result)};
   }

@@ -1,6 +1,8 @@
-// The leader arms a timer before its calls and disarms it after them. The stand-in, the only thread besides
-// the leader that waits, sleeps in poll on that timer. When the timer expires during the calls, the stand-in
-// takes the lead. The old leader notices this when its present call returns. It then becomes the stand-in, or
+// The leader starts a timer before its calls, unless it is still running since earlier ones, and does not
+// stop it after them: most calls need no system call. The stand-in, the only thread besides the leader that
+// waits, sleeps in poll on that timer. When it expires, the stand-in takes the lead if the present calls have
+// lasted too long, starts it again for the rest of their time if they have not, and stops it between calls.
+// The old leader notices the loss of the lead when its present call returns. It then becomes the stand-in, or
 // ends if the new leader has started one meanwhile.
 //
 // A stand-in is started when calls begin and there is none; until then an old leader has time to return. A
@@ -85,6 +87,7 @@ bool LeaderThreads::wait_for_lead() {
       if (take_lead()) {
         return true;
       }
+      set_timer();
     }
     ::poll(fds.data(), fds.size(), -1);
   }
@@ -97,9 +100,20 @@ bool LeaderThreads::take_lead() {
   }
   leader_ = std::this_thread::get_id();
   in_calls_ = false;
-  timer_.cancel();
   has_stand_in_ = false;
+  set_timer();
   return true;
+}
+
+// To the end of the time that the present calls may last.
+void LeaderThreads::set_timer() {
+  timer_is_set_ = in_calls_;
+  if (in_calls_) {
+    constexpr std::chrono::nanoseconds at_once(1);
+    timer_.set(std::max<std::chrono::nanoseconds>(calls_since_ + relief_delay_ - Clock::now(), at_once));
+  } else {
+    timer_.cancel();
+  }
 }
 
 // Returns the thread that retired before, for the caller to join.
@@ -120,7 +134,9 @@ void LeaderThreads::begin_calls() {
   ensure_stand_in();
   in_calls_ = true;
   calls_since_ = Clock::now();
-  timer_.set(relief_delay_);
+  if (!std::exchange(timer_is_set_, true)) {
+    timer_.set(relief_delay_);
+  }
 }
 
 bool LeaderThreads::leading() const {
@@ -139,7 +155,6 @@ bool LeaderThreads::end_calls() {
     return false;
   }
   in_calls_ = false;
-  timer_.cancel();
   return true;
 }
 

@@ -56,6 +56,7 @@ class LeaderThreads {
   void run();
   [[nodiscard]] bool wait_for_lead();
   [[nodiscard]] bool take_lead() TAMU_REQUIRES(mutex_);
+  void set_timer() TAMU_REQUIRES(mutex_);
   [[nodiscard]] std::thread retire() TAMU_REQUIRES(mutex_);
 
   // Constant after construction.
@@ -64,7 +65,7 @@ class LeaderThreads {
   const MakeThread make_thread_;
 
   // With their own synchronisation.
-  const posix::Timer timer_;  // expires when the leader must be relieved
+  const posix::Timer timer_;  // expires when the leader must be relieved, or earlier
   const posix::Event end_;
 
   mutable Mutex mutex_;
@@ -73,6 +74,7 @@ class LeaderThreads {
   std::thread::id leader_ TAMU_GUARDED_BY(mutex_);  // no thread's before the first one leads
   bool in_calls_ TAMU_GUARDED_BY(mutex_) = false;
   Clock::time_point calls_since_ TAMU_GUARDED_BY(mutex_);
+  bool timer_is_set_ TAMU_GUARDED_BY(mutex_) = false;
   bool finished_ TAMU_GUARDED_BY(mutex_) = false;
   bool has_stand_in_ TAMU_GUARDED_BY(mutex_) = false;         // started, but may not wait yet
   bool stand_in_is_missing_ TAMU_GUARDED_BY(mutex_) = false;  // has been logged

@@ -26,20 +26,23 @@ LossLog::Clock::time_point LossLog::due() const {
 }
 
 void LossLog::log_due() {
+  const MutexLock lock(mutex_);
+  if (topics_.empty()) {
+    return;
+  }
   const auto now = now_();
   log_until(now);
-  const MutexLock lock(mutex_);
   std::erase_if(
       topics_, [now](const auto& entry) { return entry.second.count == 0 && entry.second.next_line <= now; });
 }
 
 void LossLog::log_all() {
+  const MutexLock lock(mutex_);
   log_until(Clock::time_point::max());
 }
 
 void LossLog::log_until(Clock::time_point time) {
   const auto next_line = now_() + interval;
-  const MutexLock lock(mutex_);
   for (auto& [filter, topic] : topics_) {
     if (topic.count > 0 && topic.next_line <= time) {
       mqtt_log.warning("observer too slow: ", topic.count, " messages dropped on topic ", filter);

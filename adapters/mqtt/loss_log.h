@@ -43,7 +43,7 @@ class LossLog {
     Clock::time_point next_line;  // not before
   };
 
-  void log_until(Clock::time_point time);
+  void log_until(Clock::time_point time) TAMU_REQUIRES(mutex_);
 
   // Constant after construction.
   const std::function<Clock::time_point()> now_;

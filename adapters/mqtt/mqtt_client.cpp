@@ -297,35 +297,46 @@ void MqttClient::send_subscription_changes(const std::vector<SubscriptionChange>
 }
 
 void MqttClient::send_publications() {
-  while (const PublicationPtr publication = next_publication()) {
-    const auto handling = quarantine_.handle(publication, Connection::Clock::now());
-    if (handling == Quarantine::Handling::withhold) {
-      continue;
-    }
-    connection_.publish(publication->topic, publication->message);
-    if (handling == Quarantine::Handling::test) {
-      connection_.request_fence(Fence::publication);
+  while (take_batch()) {
+    const auto now = Connection::Clock::now();
+    for (const PublicationPtr& publication : batch_) {
+      if (!connection_.is_up()) {
+        return;
+      }
+      const auto handling = quarantine_.handle(publication, now);
+      if (handling != Quarantine::Handling::withhold) {
+        connection_.publish(publication->topic, publication->message, now);
+      }
+      if (handling == Quarantine::Handling::test) {
+        connection_.request_fence(Fence::publication);
+      }
     }
   }
 }
 
-PublicationPtr MqttClient::next_publication() {
+bool MqttClient::take_batch() {
+  batch_.clear();
   const MutexLock lock(mutex_);
   if (!can_send()) {
     outbox_space_.notify_all();
-    return nullptr;
+    return false;
   }
   broker_stuck_ = false;
-  const bool takes_acknowledged = connection_.accepts(true);
-  PublicationPtr due = takes_acknowledged ? quarantine_.take_due(Connection::Clock::now()) : nullptr;
-  return due ? due : outbox_.pop(takes_acknowledged);
+  const std::size_t room = connection_.room_for_acknowledged();
+  if (PublicationPtr due = room > 0 ? quarantine_.take_due(Connection::Clock::now()) : nullptr) {
+    batch_.push_back(std::move(due));
+  } else {
+    // While it searches, the quarantine must see the broker's answer before the next publication.
+    outbox_.pop_batch(quarantine_.suspects_nothing() ? max_batch : 1, room, batch_);
+  }
+  return true;
 }
 
 bool MqttClient::can_send() noexcept {
-  if (!connection_.accepts(false) || quarantine_.testing()) {
+  if (!connection_.accepts_publications() || quarantine_.testing()) {
     return false;
   }
-  const bool takes_acknowledged = connection_.accepts(true);
+  const bool takes_acknowledged = connection_.room_for_acknowledged() > 0;
   try {
     return outbox_.has_next(takes_acknowledged) ||
            (takes_acknowledged && quarantine_.due() <= Connection::Clock::now());
@@ -341,7 +352,7 @@ void MqttClient::sleep() {
     const MutexLock lock(mutex_);
     work_left = work_left || !subscription_changes_.empty() || can_send();
     // While the connection accepts nothing, a new publication can only wait with the others.
-    leader_asleep_ = !work_left && (outbox_.size() == 0 || connection_.accepts(false));
+    leader_asleep_ = !work_left && (outbox_.size() == 0 || connection_.accepts_publications());
   }
   // A publication that is due but cannot be sent must wait for the broker.
   const auto withheld_until =

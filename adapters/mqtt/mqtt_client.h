@@ -61,7 +61,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void report_settlement();
   void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
   void send_publications();
-  [[nodiscard]] PublicationPtr next_publication();
+  [[nodiscard]] bool take_batch();
   [[nodiscard]] bool can_send() noexcept TAMU_REQUIRES(mutex_);
   void sleep();
   void close_connection();
@@ -84,8 +84,9 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   // Used by the leader only.
   Connection connection_;
   Quarantine quarantine_;
-  bool fence_wanted_ = false;        // after the first subscriptions of a connection
-  bool first_fence_wanted_ = false;  // before the first publication of a connection
+  std::vector<PublicationPtr> batch_;  // being sent
+  bool fence_wanted_ = false;          // after the first subscriptions of a connection
+  bool first_fence_wanted_ = false;    // before the first publication of a connection
   // The number of messages to deliver before the subscriptions count as settled.
   std::optional<std::uint64_t> settled_after_;
 

@@ -37,7 +37,7 @@ constexpr const char* fence_filter = "$echo";
 // The library counts whole seconds of its own clock.
 constexpr std::chrono::seconds clock_resolution{1};
 
-constexpr unsigned max_packets_per_read = 32;
+constexpr unsigned max_packets_per_read = 8;
 constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
 
 // The library sends nothing for an invalid topic or filter, and the session continues.
@@ -219,16 +219,20 @@ Failure MqttSession::keep_alive() {
   return outcome(library_->loop_misc());
 }
 
-bool MqttSession::accepts(bool acknowledged) const {
-  return is_connected() && is_open() && !library_->want_write() &&
-         (!acknowledged || library_->pending().publications() < max_unacknowledged);
+bool MqttSession::accepts_publications() const {
+  return is_connected() && is_open() && !library_->want_write();
+}
+
+std::size_t MqttSession::room_for_acknowledged() const {
+  return max_unacknowledged - std::min(library_->pending().publications(), max_unacknowledged);
 }
 
 bool MqttSession::idle() const {
   return !library_->want_write() && library_->pending().publications() == 0;
 }
 
-Failure MqttSession::publish(const std::string& topic, const Message& message) {
+Failure MqttSession::publish(const std::string& topic, const Message& message,
+                             std::chrono::steady_clock::time_point now) {
   int mid = 0;
   const int qos = message.acknowledged ? qos_acknowledged : 0;
   const int result = library_->publish(&mid, topic.c_str(), static_cast<int>(message.payload.size()),
@@ -240,7 +244,7 @@ Failure MqttSession::publish(const std::string& topic, const Message& message) {
   if (result == MOSQ_ERR_SUCCESS && message.acknowledged) {
     library_->pending().add({.mid = mid, .kind = PendingAnswers::Kind::publication});
   }
-  return written(result);
+  return written(result, now);
 }
 
 Failure MqttSession::subscribe(const std::string& filter, int max_qos) {
@@ -286,11 +290,11 @@ void MqttSession::uncork() const {
 }
 
 // The outcome of a call that writes packets.
-Failure MqttSession::written(int result) {
+Failure MqttSession::written(int result, std::chrono::steady_clock::time_point now) {
   if (result == MOSQ_ERR_SUCCESS) {
-    last_write_ = std::chrono::steady_clock::now();
+    last_write_ = now;
     if (!library_->want_write()) {
-      library_->pending().mark_sent(last_write_);
+      library_->pending().mark_sent(now);
     }
   }
   return outcome(result);

@@ -37,7 +37,7 @@ class MqttSession {
   [[nodiscard]] int fd() const;
   [[nodiscard]] short wanted_events() const;
 
-  /// Reads and writes as far as the events that `poll` reported allow. Stops reading after 32 packets or 256
+  /// Reads and writes as far as the events that `poll` reported allow. Stops reading after 8 packets or 256
   /// KiB, so that one call neither overfills an observer's queue nor lasts as long as a flood; `more_to_read`
   /// is then true. A broker that puts several packets into one TLS record may exceed these limits.
   [[nodiscard]] Failure handle(short events);
@@ -54,13 +54,17 @@ class MqttSession {
   [[nodiscard]] std::chrono::steady_clock::time_point keep_alive_due() const;
   [[nodiscard]] Failure keep_alive();
 
-  /// Whether the connection accepts another publication of that quality of service now.
-  [[nodiscard]] bool accepts(bool acknowledged) const;
+  /// Whether the connection accepts publications now: everything before has been written.
+  [[nodiscard]] bool accepts_publications() const;
+  /// How many of them may be of quality of service 1.
+  [[nodiscard]] std::size_t room_for_acknowledged() const;
   /// Whether everything that was sent has been written and acknowledged.
   [[nodiscard]] bool idle() const;
 
-  /// A message or topic that the library refuses is logged and does not fail the session.
-  [[nodiscard]] Failure publish(const std::string& topic, const Message& message);
+  /// A message or topic that the library refuses is logged and does not fail the session. `now` spares a look
+  /// at the clock for each of many publications.
+  [[nodiscard]] Failure publish(const std::string& topic, const Message& message,
+                                std::chrono::steady_clock::time_point now);
   [[nodiscard]] Failure subscribe(const std::string& filter, int max_qos);
   [[nodiscard]] Failure unsubscribe(const std::string& filter);
 
@@ -80,7 +84,8 @@ class MqttSession {
   [[nodiscard]] Failure configured(const char* what, int result) const;
   [[nodiscard]] Failure finish_connecting();
   [[nodiscard]] Failure read();
-  [[nodiscard]] Failure written(int result);
+  [[nodiscard]] Failure written(int result,
+                                std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
   [[nodiscard]] Failure outcome(int result);
   [[nodiscard]] Fault explain(Fault general) const;
   [[nodiscard]] Failure explain_tls(const Fault& general) const;

@@ -93,6 +93,19 @@ PublicationPtr Outbox::pop(bool takes_acknowledged) {
   return publication;
 }
 
+void Outbox::pop_batch(std::size_t most, std::size_t most_acknowledged, std::vector<PublicationPtr>& batch) {
+  std::size_t bytes = 0;
+  while (batch.size() < most && bytes < max_batch_bytes) {
+    PublicationPtr next = pop(most_acknowledged > 0);
+    if (!next) {
+      return;
+    }
+    bytes += size_of(*next);
+    most_acknowledged -= next->message.acknowledged ? 1U : 0U;
+    batch.push_back(std::move(next));
+  }
+}
+
 Outbox::Queue* Outbox::source(bool takes_acknowledged) {
   if (!stalled_.empty() && (takes_acknowledged || !stalled_.front()->message.acknowledged)) {
     return &stalled_;

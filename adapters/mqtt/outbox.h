@@ -18,6 +18,10 @@ namespace ecu::tamu::com::mqtt {
 inline constexpr std::size_t max_queued_publications = 1024;
 inline constexpr std::size_t max_queued_bytes = std::size_t{1024} * 1024;
 
+/// The limits for messages that are handed to the connection at once. The last of them may exceed the second.
+inline constexpr std::size_t max_batch = 32;
+inline constexpr std::size_t max_batch_bytes = std::size_t{64} * 1024;
+
 /// A message on its way to the broker. Immutable, so that the queue and the store share it.
 struct Publication {
   std::string topic;
@@ -54,6 +58,9 @@ class Outbox {
   [[nodiscard]] bool has_next(bool takes_acknowledged) { return source(takes_acknowledged) != nullptr; }
   /// Takes the publication to send next; null when nothing can be sent.
   [[nodiscard]] PublicationPtr pop(bool takes_acknowledged);
+  /// Appends to `batch` what is to be sent next: publications until it holds `most`, or has grown by
+  /// `max_batch_bytes`; of quality of service 1, at most `most_acknowledged`.
+  void pop_batch(std::size_t most, std::size_t most_acknowledged, std::vector<PublicationPtr>& batch);
 
  private:
   using Queue = std::deque<PublicationPtr>;

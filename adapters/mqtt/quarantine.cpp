@@ -99,7 +99,6 @@ Quarantine::Handling Quarantine::begin_test(const PublicationPtr& publication) {
 
 void Quarantine::fence_answered(Clock::time_point now) {
   awaits_broker_ = false;
-  last_untested_ = {};
   if (!under_test_) {
     return;
   }

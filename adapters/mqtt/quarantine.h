@@ -35,6 +35,9 @@ class Quarantine {
     withhold  ///< Do not send it.
   };
 
+  /// Whether `handle` says `send` for every publication.
+  [[nodiscard]] bool suspects_nothing() const noexcept { return !searching_ && suspects_.empty(); }
+
   /// How to handle the next publication.
   [[nodiscard]] Handling handle(const PublicationPtr& publication, Clock::time_point now);
 

@@ -1,326 +1,237 @@
-// Measures the path of a message through a real broker: the time from its publication to the arrival of the
-// last resulting variable, and the processor time that the process in between takes for each. Three processes
-// take turns in that place: the daemon; an echo over the transport client; and the baseline, an echo that
-// publishes constants from the message callback of the MQTT library and does nothing else. All figures are
-// medians over several rounds.
+// Measures the path of a message through a real broker. The daemon, optionally that of another build, and two
+// programs written by hand take turns in the middle. Each round measures all of them, and the ratios are
+// those of one round, so that a machine whose speed changes does not change them.
 
-#include <mosquitto.h>
-#include <time.h>
+#include <mosquittopp.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
-#include <cstdint>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
-#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include <ecu/tamu/com/framing.h>
-#include <ecu/tamu/com/transport_client.h>
-#include <ecu/tamu/pb/messages.pb.h>
-
+#include "echo.h"
+#include "probe.h"
+#include "process_costs.h"
 #include "support/broker.h"
 #include "support/process.h"
 #include "support/temp_dir.h"
 
 namespace {
 
-using namespace ecu::tamu;
-using Clock = std::chrono::steady_clock;
-using Microseconds = std::chrono::duration<double, std::micro>;
+using namespace bench;
 
-constexpr int rounds = 6;
 constexpr int warm_up_messages = 300;
 constexpr int measured_messages = 2000;
-constexpr int many_results = 17;
-constexpr const char* role_inline = "echo-inline";
-constexpr const char* role_client = "echo-client";
-constexpr const char* request_topic = "rt/system/rtc_ee";
-constexpr const char* last_result_topic = "system/var/serialnumber";
+constexpr int counted_messages = 500;  // under strace or perf
+constexpr int idle_seconds = 5;
+constexpr const char* other_daemon = "other daemon";
 
-std::string result_topic(int number, int results) {
-  return number + 1 == results ? last_result_topic : "system/var/result" + std::to_string(number);
-}
-
-com::Payload request() {
-  pb::SignalGroup group;
-  std::string data(128, '\0');
-  data.replace(64, 4, "\xd2\x02\x96\x49");
-  group.add_signal()->set_name("data");
-  group.mutable_signal(0)->set_data(data);
-  return com::frame(group, com::pb_protocol_type).value().payload;
-}
-
-com::Payload result() {
-  pb::EcuVariable variable;
-  variable.set_value("123456-7890");
-  variable.set_timestamp(1'000'000'000'000);
-  return com::frame(variable, com::pb_protocol_type).value().payload;
-}
-
-// ---- the echoes ----
-
-void echo_inline(const std::string& host, int port, int results) {
-  struct Echo {
-    std::vector<std::string> topics;
-    com::Payload payload = result();
-  } echo;
-  for (int i = 0; i < results; ++i) {
-    echo.topics.push_back(result_topic(i, results));
-  }
-  mosquitto* client = mosquitto_new("echo", true, &echo);
-  mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
-  mosquitto_connect_callback_set(
-      client, [](mosquitto* self, void*, int) { mosquitto_subscribe(self, nullptr, request_topic, 0); });
-  mosquitto_message_callback_set(client, [](mosquitto* self, void* context, const mosquitto_message*) {
-    const auto& constants = *static_cast<const Echo*>(context);
-    for (const std::string& topic : constants.topics) {
-      mosquitto_publish(self, nullptr, topic.c_str(), static_cast<int>(constants.payload.size()),
-                        constants.payload.data(), 0, true);
-    }
-  });
-  mosquitto_connect(client, host.c_str(), host.front() == '/' ? 0 : port, 60);
-  mosquitto_loop_forever(client, -1, 1);
-}
-
-void echo_over_client(const std::string& host, int port, int results) {
-  struct Echo final : com::ISubscriptionObserver {
-    void message(const std::string& /*topic*/, const com::Message& /*msg*/) override {
-      for (const std::string& topic : topics) {
-        com::Message answer = com::make_message(0, payload);
-        answer.retained = true;
-        (void)client->publish(topic, std::move(answer));
-      }
-    }
-    std::shared_ptr<com::ITransportClient> client;
-    std::vector<std::string> topics;
-    com::Payload payload = result();
-  };
-  auto config = std::make_unique<config::Configuration>();
-  config->set_value("client_name", "echo");
-  config->set_value("host", host);
-  config->set_value("port", std::to_string(port));
-  const auto echo = std::make_shared<Echo>();
-  echo->client = com::create_client(config, com::TransportType::mqtt);
-  for (int i = 0; i < results; ++i) {
-    echo->topics.push_back(result_topic(i, results));
-  }
-  echo->client->connect();
-  echo->client->subscribe(request_topic, 0, echo);
-  echo->client->start();
-  echo->client->run();
-}
-
-// ---- what the kernel knows of a process ----
-
-Microseconds cpu_time(int pid) {
-  clockid_t clock{};
-  timespec time{};
-  ::clock_getcpuclockid(pid, &clock);
-  ::clock_gettime(clock, &time);
-  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-}
-
-long number_behind(const std::string& key, const std::filesystem::path& path) {
-  std::ifstream file(path);
-  for (std::string word; file >> word;) {
-    if (long number = 0; word == key && file >> number) {
-      return number;
-    }
-  }
-  return 0;
-}
-
-/// How often the threads of the process went to sleep so far.
-long sleeps(const std::filesystem::path& process) {
-  long total = 0;
-  for (const auto& task : std::filesystem::directory_iterator(process / "task")) {
-    total += number_behind("voluntary_ctxt_switches:", task.path() / "status");
-  }
-  return total;
-}
-
-void print_idle_costs(const std::string& name, int pid) {
-  constexpr std::chrono::seconds idle_time{5};
-  const std::filesystem::path process = "/proc/" + std::to_string(pid);
-  const long sleeps_before = sleeps(process);
-  std::this_thread::sleep_for(idle_time);
-  std::printf("%s: peak resident %ld kB, private dirty %ld kB, wake-ups in %lld idle seconds: %ld\n",
-              name.c_str(), number_behind("VmHWM:", process / "status"),
-              number_behind("Private_Dirty:", process / "smaps_rollup"),
-              static_cast<long long>(idle_time.count()), sleeps(process) - sleeps_before);
-}
-
-// ---- the measuring side ----
-
-class Probe {
- public:
-  Probe(const std::string& host, int port) : client_(mosquitto_new("probe", true, this), &mosquitto_destroy) {
-    mosquitto_int_option(client_.get(), MOSQ_OPT_TCP_NODELAY, 1);
-    mosquitto_message_callback_set(client_.get(),
-                                   [](mosquitto*, void* self, const mosquitto_message* message) {
-                                     auto& probe = *static_cast<Probe*>(self);
-                                     probe.seen_ = probe.seen_ || message->retain == 0;
-                                   });
-    for (int tries = 0; mosquitto_connect(client_.get(), host.c_str(), host.front() == '/' ? 0 : port, 60) !=
-                        MOSQ_ERR_SUCCESS;
-         ++tries) {
-      if (tries == 500) {
-        throw std::runtime_error("no broker");
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    mosquitto_subscribe(client_.get(), nullptr, last_result_topic, 0);
-  }
-
-  /// The time from the publication of a request to the arrival of its last result; nothing after
-  /// `time_limit`.
-  [[nodiscard]] Microseconds round_trip(std::chrono::milliseconds time_limit = std::chrono::seconds(5)) {
-    seen_ = false;
-    const auto start = Clock::now();
-    mosquitto_publish(client_.get(), nullptr, request_topic, static_cast<int>(request_.size()),
-                      request_.data(), 0, false);
-    while (!seen_ && Clock::now() - start < time_limit) {
-      mosquitto_loop(client_.get(), 20, 1);
-    }
-    if (!seen_) {
-      throw std::runtime_error("no answer");
-    }
-    return Clock::now() - start;
-  }
-
-  void wait_for_answer() {
-    for (int tries = 0; tries < 100; ++tries) {
-      try {
-        (void)round_trip(std::chrono::milliseconds(50));
-        return;
-      } catch (const std::runtime_error&) {
-        continue;
-      }
-    }
-    throw std::runtime_error("no answer");
-  }
-
- private:
-  std::unique_ptr<mosquitto, decltype(&mosquitto_destroy)> client_;
-  com::Payload request_ = request();
-  bool seen_ = false;
+/// A program in the middle, with the number of results that it publishes for a message.
+struct Subject {
+  std::string name;
+  std::vector<std::string> arguments;
 };
 
-struct Figures {
-  double latency_us;
-  double cpu_us_per_result;
+struct Column {
+  const char* title;
+  const char* unit;
 };
+constexpr std::array<Column, 4> columns{{{"one by one", "latency, us"},
+                                         {"one by one", "cpu us/result"},
+                                         {"saturated", "cpu us/result"},
+                                         {"saturated", "results/s"}}};
+using Figures = std::array<double, columns.size()>;
 
 double median(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
-                   values.end());
-  return values[values.size() / 2];
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+double seconds_since(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 Figures measure(Probe& probe, int pid, int results) {
-  probe.wait_for_answer();
   for (int i = 0; i < warm_up_messages; ++i) {
     (void)probe.round_trip();
   }
   std::vector<double> latencies;
-  latencies.reserve(measured_messages);
-  const Microseconds cpu_before = cpu_time(pid);
+  double before = cpu_time(pid);
   for (int i = 0; i < measured_messages; ++i) {
-    latencies.push_back(probe.round_trip().count());
+    latencies.push_back(probe.round_trip());
   }
-  const Microseconds cpu = cpu_time(pid) - cpu_before;
-  return {median(std::move(latencies)), cpu.count() / measured_messages / results};
+  const double all_results = static_cast<double>(measured_messages) * results;
+  const double alone = (cpu_time(pid) - before) / all_results;
+  before = cpu_time(pid);
+  const auto start = std::chrono::steady_clock::now();
+  probe.stream(measured_messages);
+  return {median(std::move(latencies)), alone, (cpu_time(pid) - before) / all_results,
+          all_results / seconds_since(start)};
 }
 
-struct Subject {
-  std::string name;
-  int results;
-  std::vector<std::string> arguments;
-};
+// ---- tables ----
 
-void print_table(const std::vector<Subject>& subjects,
-                 const std::map<std::string, std::vector<Figures>>& figures) {
-  const auto middle = [&figures](const std::string& name, double Figures::*figure) {
+using Rounds = std::map<std::string, std::vector<Figures>>;
+
+/// One line: the medians, or for a program that is compared the median, smallest and largest ratio.
+void print_line(const std::string& name, const std::vector<Figures>& own, const std::vector<Figures>& base) {
+  std::printf("%-22s", name.c_str());
+  for (std::size_t column = 0; column < columns.size(); ++column) {
     std::vector<double> values;
-    for (const Figures& f : figures.at(name)) {
-      values.push_back(f.*figure);
+    std::vector<double> ratios;
+    for (std::size_t round = 0; round < own.size(); ++round) {
+      values.push_back(own[round][column]);
+      ratios.push_back(own[round][column] / base[round][column]);
     }
-    return median(std::move(values));
-  };
-  std::printf("%-28s %12s %7s %14s %7s\n", "", "latency us", "ratio", "cpu us/result", "ratio");
-  std::string baseline;
+    const auto [least, most] = std::minmax_element(ratios.begin(), ratios.end());
+    std::printf("%10.*f %5.2f (%4.2f-%4.2f)", column == 3 ? 0 : 1, median(values), median(ratios), *least,
+                *most);
+  }
+  std::printf("\n");
+}
+
+void print_table(const std::vector<Subject>& subjects, const Rounds& figures) {
+  std::printf("%-22s", "");
+  for (const Column& column : columns) {
+    std::printf("  %-13s %-12s", column.unit, column.title);
+  }
+  std::printf("\n");
   for (const Subject& subject : subjects) {
-    if (subject.name.starts_with("baseline")) {
-      baseline = subject.name;
-    }
-    const double latency = middle(subject.name, &Figures::latency_us);
-    const double cpu = middle(subject.name, &Figures::cpu_us_per_result);
-    std::printf("%-28s %12.1f %7.2f %14.2f %7.2f\n", subject.name.c_str(), latency,
-                latency / middle(baseline, &Figures::latency_us), cpu,
-                cpu / middle(baseline, &Figures::cpu_us_per_result));
+    print_line(subject.name, figures.at(subject.name), figures.at(subjects.front().name));
+  }
+  if (subjects.back().name == other_daemon) {
+    print_line("daemon / other", figures.at("daemon"), figures.at(other_daemon));
   }
 }
 
-void compare(const std::string& host, int port, const std::string& daemon) {
-  const tests::TempDir dir;
-  const std::string config =
-      dir.write("tolquil.conf", "host = " + host + "\nport = " + std::to_string(port) + "\n");
-  const auto echo = [&](const char* role, int results) {
-    return std::vector<std::string>{"/proc/self/exe", role, host, std::to_string(port),
-                                    std::to_string(results)};
-  };
-  const std::string daemon_name = "daemon, 1 result";
-  const std::vector<Subject> subjects{
-      {"baseline, 1 result", 1, echo(role_inline, 1)},
-      {"client, 1 result", 1, echo(role_client, 1)},
-      {daemon_name, 1, {daemon, "-c", config}},
-      {"baseline, 17 results", many_results, echo(role_inline, many_results)},
-      {"client, 17 results", many_results, echo(role_client, many_results)},
-  };
-  std::map<std::string, std::vector<Figures>> figures;
-  Probe probe(host, port);
-  for (int round = 0; round < rounds; ++round) {
-    for (const Subject& subject : subjects) {
-      const tests::Process process(subject.arguments);
-      figures[subject.name].push_back(measure(probe, process.pid(), subject.results));
-      if (subject.name == daemon_name && round + 1 == rounds) {
-        print_idle_costs("daemon", process.pid());
+// ---- runs ----
+
+class Comparison {
+ public:
+  Comparison(int rounds, const std::string& host, int port, const std::vector<std::string>& daemons)
+      : rounds_(rounds),
+        host_(host),
+        port_(std::to_string(port)),
+        config_(dir_.write("tolquil.conf", "host = " + host_ + "\nport = " + port_ + "\n")),
+        daemons_(daemons) {}
+
+  void run(int results) const {
+    const std::vector<Subject> all = subjects(results);
+    Rounds figures;
+    for (int round = 0; round < rounds_; ++round) {
+      for (const Subject& subject : all) {
+        Probe probe(host_, std::stoi(port_), results);
+        const tests::Process process(subject.arguments);
+        probe.wait_for_answer();
+        figures[subject.name].push_back(measure(probe, process.pid(), results));
       }
     }
+    std::printf("\n%d result%s a message\n", results, results == 1 ? "" : "s");
+    print_table(all, figures);
   }
-  print_table(subjects, figures);
-}
 
-void run_against_private_broker(const std::string& daemon) {
+  void print_costs() const {
+    std::printf("\n%-22s%14s%20s%20s%18s%36s\n", "", "start, cpu ms", "peak resident, kB",
+                "private dirty, kB", "wake-ups in 5 s", "system calls, instructions a message");
+    const std::vector<Subject> with_many = subjects(many_results);
+    for (const Subject& subject : subjects(1)) {
+      const auto same = std::find_if(with_many.begin(), with_many.end(),
+                                     [&](const Subject& other) { return other.name == subject.name; });
+      print_costs(subject, *same);
+    }
+  }
+
+ private:
+  [[nodiscard]] std::vector<Subject> subjects(int results) const {
+    const auto echo = [&](std::string_view kind) {
+      return std::vector<std::string>{"/proc/self/exe", std::string(kind), host_, port_,
+                                      std::to_string(results)};
+    };
+    std::vector<Subject> all{{"inline echo", echo(inline_echo)}, {"batching echo", echo(batching_echo)}};
+    all.push_back({"daemon", {daemons_.front(), "-c", config_}});
+    if (daemons_.size() > 1) {
+      all.push_back({other_daemon, {daemons_.back(), "-c", config_}});
+    }
+    return all;
+  }
+
+  void print_costs(const Subject& with_one, const Subject& with_many) const {
+    std::vector<double> starts;
+    for (int round = 0; round < rounds_; ++round) {
+      Probe probe(host_, std::stoi(port_), 1);
+      const tests::Process process(with_one.arguments);
+      probe.wait_for_answer();
+      starts.push_back(cpu_time(process.pid()) / 1000);
+    }
+    Probe probe(host_, std::stoi(port_), 1);
+    const tests::Process process(with_one.arguments);
+    probe.wait_for_answer();
+    probe.stream(measured_messages);
+    const IdleCosts idle = idle_costs(process.pid(), idle_seconds);
+    std::printf("%-22s%14.1f%20ld%20ld%18ld", with_one.name.c_str(), median(std::move(starts)),
+                idle.peak_resident_kilobytes, idle.private_dirty_kilobytes, idle.wake_ups);
+    print_counts(with_one, 1);
+    print_counts(with_many, many_results);
+    std::printf("\n");
+  }
+
+  void print_counts(const Subject& subject, int results) const {
+    Probe probe(host_, std::stoi(port_), results);
+    const tests::Process process(subject.arguments);
+    probe.wait_for_answer();
+    const auto round_trips = [&probe] {
+      for (int i = 0; i < counted_messages; ++i) {
+        (void)probe.round_trip();
+      }
+    };
+    for (const auto& count : {system_calls, instructions}) {
+      const std::optional<double> total = count(process.pid(), round_trips);
+      std::printf("%9s", total ? std::to_string(std::lround(*total / counted_messages)).c_str() : "-");
+    }
+  }
+
+  const tests::TempDir dir_;
+  const int rounds_;
+  const std::string host_;
+  const std::string port_;
+  const std::string config_;
+  const std::vector<std::string> daemons_;
+};
+
+void compare(int rounds, const std::vector<std::string>& daemons) {
   const tests::Broker broker;
-  std::printf("TCP loopback, medians of %d rounds of %d messages\n", rounds, measured_messages);
-  compare("127.0.0.1", broker.port(), daemon);
-  std::printf("\nUnix-domain socket\n");
-  compare(broker.socket_path(), 1, daemon);
+  std::printf("Medians of %d rounds of %d messages; in brackets the smallest and largest ratio\n", rounds,
+              measured_messages);
+  for (const std::string& host : {std::string("127.0.0.1"), broker.socket_path()}) {
+    std::printf("\n%s\n", host.front() == '/' ? "Unix-domain socket" : "TCP loopback");
+    const Comparison comparison(rounds, host, broker.port(), daemons);
+    comparison.run(1);
+    comparison.run(many_results);
+    comparison.print_costs();
+  }
 }
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  const std::vector<std::string> arguments(argv, argv + argc);
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
   try {
-    mosquitto_lib_init();
-    if (arguments.size() == 5 && arguments[1] == role_inline) {
-      echo_inline(arguments[2], std::stoi(arguments[3]), std::stoi(arguments[4]));
-    } else if (arguments.size() == 5 && arguments[1] == role_client) {
-      echo_over_client(arguments[2], std::stoi(arguments[3]), std::stoi(arguments[4]));
-    } else if (arguments.size() == 2) {
-      run_against_private_broker(arguments[1]);
+    mosqpp::lib_init();
+    if (arguments.size() == 4) {
+      run_echo(arguments[0], arguments[1], std::stoi(arguments[2]), std::stoi(arguments[3]));
+    } else if (arguments.size() == 2 || arguments.size() == 3) {
+      compare(std::stoi(arguments[0]), {arguments.begin() + 1, arguments.end()});
       return EXIT_SUCCESS;
     } else {
-      (void)std::fprintf(stderr, "Usage: bus_roundtrip PATH_OF_TOLQUIL\n");
+      (void)std::fprintf(stderr, "Usage: bus_roundtrip ROUNDS TOLQUIL [OTHER_TOLQUIL]\n");
     }
   } catch (const std::exception& failure) {
     (void)std::fprintf(stderr, "bus_roundtrip: %s\n", failure.what());

@@ -1,12 +1,8 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 
-#include <array>
 #include <cstdlib>
-#include <functional>
-#include <memory>
 #include <random>
-#include <vector>
 
 #include "guards/allocations.h"
 #include "guards/surroundings.h"
@@ -104,7 +100,7 @@ class Life {
     bus = std::make_unique<BusClient>(broker.port());
     bus->subscribe("system/#");
   }
-  bool answers(const std::string& value) {
+  bool answers(const std::string& value) const {
     constexpr milliseconds time(2000);
     far_side.drain();
     far_side.write_top_version(value);
@@ -149,7 +145,7 @@ std::vector<std::uint64_t> measure() {
     const std::uint64_t now = life.allocations.count();
     counts.push_back(now - before);
     before = now;
-    std::printf("%s: %ju allocations\n", phase.name, static_cast<std::uintmax_t>(counts.back()));
+    (void)std::printf("%s: %ju allocations\n", phase.name, static_cast<std::uintmax_t>(counts.back()));
   }
   return counts;
 }
@@ -191,21 +187,21 @@ void inject(std::size_t phase, std::uint64_t nth) {
   (life.*phases[phase].run)();
   expect_end_or_health(life, phases[phase]);
   if (testing::Test::HasFailure()) {
-    std::printf("%s\n", life.daemon->output().c_str());
+    (void)std::printf("%s\n", life.daemon->output().c_str());
   }
 }
 
 TEST(InjectionTest, AFailedAllocationEndsTheDaemonOrLosesAMessage) {
   const std::uint64_t seed = number_from("TOLQUIL_INJECT_SEED", std::random_device()());
   const std::uint64_t rounds = number_from("TOLQUIL_INJECT_COUNT", 14);
-  std::printf("seed %ju\n", static_cast<std::uintmax_t>(seed));
+  (void)std::printf("seed %ju\n", static_cast<std::uintmax_t>(seed));
   std::mt19937_64 random(seed);
   const auto counts = measure();
   for (std::uint64_t round = 0; round < rounds && !HasFailure(); ++round) {
     const std::size_t phase = round % phases.size();
     const std::uint64_t nth = 1 + random() % (counts[phase] + 1);
-    std::printf("%s, allocation %ju\n", phases[phase].name, static_cast<std::uintmax_t>(nth));
-    std::fflush(stdout);
+    (void)std::printf("%s, allocation %ju\n", phases[phase].name, static_cast<std::uintmax_t>(nth));
+    (void)std::fflush(stdout);
     SCOPED_TRACE(std::string(phases[phase].name) + ", allocation " + std::to_string(nth));
     inject(phase, nth);
   }

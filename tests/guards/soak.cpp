@@ -1,12 +1,5 @@
-#include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "guards/surroundings.h"
 

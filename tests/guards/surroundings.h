@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string>
-#include <utility>
-
 #include "support/ports.h"
 #include "system/daemon.h"
 

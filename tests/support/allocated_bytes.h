@@ -14,7 +14,7 @@ inline std::size_t allocated_bytes() {
   return info.uordblks + info.hblkhd;
 }
 
-/// What of the process is in memory.
+/// The resident memory of the process.
 inline std::size_t resident_bytes() {
   std::size_t all = 0;
   std::size_t resident = 0;

@@ -1,9 +1,4 @@
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <map>
 #include <regex>
-#include <sstream>
 
 #include <ecu/tamu/pb/messages.pb.h>
 
@@ -192,6 +187,24 @@ TEST(BrokerSamplesTest, AnOversizedMessageIsDroppedAndItsSenderStaysConnected) {
   EXPECT_EQ(witness.history().size(), 1U);
 }
 
+/// A call of a tool that logs in as `user`.
+std::vector<std::string> as_user(std::vector<std::string> words, const TempDir& dir, const std::string& user,
+                                 const std::string& address) {
+  words.front().insert(0, PROGRAM_DIR "/");
+  words.insert(words.end(), {"--host", address, "--user", user, "--password-file", dir.write(user, user)});
+  return words;
+}
+
+TEST(BrokerSamplesTest, TheToolsLogIn) {
+  const UnitBroker unit;
+  const std::string address = "127.0.0.1:" + std::to_string(unit.logins.number());
+  const Daemon daemon(unit.config());
+  const Process surroundings(as_user({"ecusim", "play"}, unit.dir, "realtime", address));
+  Process get(as_user({"quilctl", "get", "vehicleid", "--wait", "30"}, unit.dir, "application", address));
+  EXPECT_EQ(get.wait(), 0) << get.output();
+  EXPECT_EQ(get.standard_output(), "1M8GDM9AXKP042788\n");
+}
+
 // ---- the fleet ----
 
 /// The fleet's broker, which knows each unit by its certificate.
@@ -270,6 +283,10 @@ TEST_F(BridgeTest, TheFleetHasTheVariablesAfterEitherSideRestartsAndNeverASecret
   unit.log_in("witness").publish("system/quil/secstore/getmaster", "hush", true, 1);
   send_variant("R08_B1");
   expect_kept("R08_B1");
+  Process decode({PROGRAM_DIR "/quilctl", "decode", variable, "--count", "1", "--host",
+                  "mqtts://127.0.0.1:" + std::to_string(fleet_port.number()), "--cafile",
+                  certificate("authority"), "--cert", certificate("monitor"), "--key", key("monitor")});
+  EXPECT_EQ(decode.wait(), 0) << decode.output();
   fleet.restart();
   expect_kept("R08_B1");
   unit.broker.restart();

@@ -1,46 +1,17 @@
-#include <gmock/gmock.h>
 #include <poll.h>
-
-#include <functional>
-#include <optional>
 
 #include "client_fixture.h"
 #include "mqtt/mqtt_session.h"
-#include "support/captured_log.h"
 
 namespace tests {
 namespace {
 
 using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 using ClientConnectionTest = ClientTest;
 
 // ---- publishing ----
-
-TEST_F(ClientConnectionTest, WithoutAConnectionRetainedMessagesAreKeptAndOthersRefused) {
-  broker.stop();
-  const std::string log = logged_by([&] {
-    run();
-    EXPECT_EQ(publish("out/lost", "1"), PublishResult::not_connected);
-    EXPECT_EQ(publish("out/lost", "2"), PublishResult::not_connected);
-    EXPECT_EQ(publish("out/kept", "1", true), PublishResult::success);
-    EXPECT_EQ(publish("out/kept", "2", true), PublishResult::success);
-    broker.start();
-    BusClient late(broker.port());
-    late.subscribe("#");
-    EXPECT_TRUE(late.wait_for_text("out/kept", "2"));
-    EXPECT_TRUE(late.wait_for_text(presence_topic, "online"));
-    EXPECT_THAT(late.history(), testing::SizeIs(2));
-    EXPECT_EQ(publish("out/lost", "3"), PublishResult::success);
-    EXPECT_TRUE(late.wait_for_text("out/lost", "3"));
-    stop();
-  });
-  EXPECT_EQ(count(log, "out/lost"), 1) << log;
-  EXPECT_THAT(log, HasSubstr("WARNING [tamu.com.mqtt] no connection"));
-}
 
 TEST_F(ClientConnectionTest, AConnectionObserverLearnsWhenAllRetainedMessagesHaveArrived) {
   std::promise<std::size_t> settled;
@@ -146,44 +117,16 @@ TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
     hear();
     return failure;
   }));
-  EXPECT_TRUE(puts_keep_alive_off([this] { return session->publish("out/x", raw_message("x")); }));
-  EXPECT_FALSE(puts_keep_alive_off([this] { return session->publish("not/a/+/topic", raw_message("x")); }));
+  const auto publish = [this](const std::string& topic) {
+    return session->publish(topic, raw_message("x"), std::chrono::steady_clock::now());
+  };
+  EXPECT_TRUE(puts_keep_alive_off([&] { return publish("out/x"); }));
+  EXPECT_FALSE(puts_keep_alive_off([&] { return publish("not/a/+/topic"); }));
   EXPECT_TRUE(puts_keep_alive_off([this] {
     bus.publish("in/a", "to be acknowledged", false, 1);
     hear();
     return Failure();
   }));
-}
-
-// ---- publications that the broker does not want ----
-
-struct AccessList {
-  TempDir dir;
-  std::string file =
-      dir.write("access", "topic readwrite system/#\ntopic readwrite out/#\ntopic deny out/denied\n");
-};
-
-/// The broker denies a topic. A broker that ends the connection because of it must cause no other damage.
-class DeniedTopicTest : private AccessList, public ClientTest {
- protected:
-  DeniedTopicTest() : ClientTest("allow_anonymous true\nacl_file " + file) {}
-};
-
-TEST_F(DeniedTopicTest, ADeniedTopicDoesNotBlockOthers) {
-  publish("out/before", "1", true);
-  publish("out/denied", "1", true);
-  publish("out/after", "1", true);
-  start();
-  EXPECT_TRUE(bus.wait_for_text("out/before", "1"));
-  EXPECT_TRUE(bus.wait_for_text("out/after", "1"));
-  for (const char* text : {"2", "3", "4"}) {
-    publish("out/denied", text);
-    publish("out/after", text, true);
-    EXPECT_TRUE(bus.wait_for_text("out/after", text));
-  }
-  for (const BusMessage& message : bus.history()) {
-    EXPECT_NE(message.topic, "out/denied");
-  }
 }
 
 // ---- stopping ----

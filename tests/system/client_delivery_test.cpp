@@ -1,20 +1,12 @@
-#include <gmock/gmock.h>
-
-#include <cstdio>
-#include <stdexcept>
-
 #include <ecu/tamu/date_time.h>
 
 #include "client_fixture.h"
-#include "support/captured_log.h"
 
 namespace tests {
 namespace {
 
 using namespace ecu::tamu::com;
 using ecu::tamu::DateTime;
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 using ClientDeliveryTest = ClientTest;
 
@@ -63,8 +55,8 @@ TEST_F(ClientDeliveryTest, AFloodForABlockedObserverIsReportedWithTheNumberOfDro
   client->subscribe("in/#", 1, witness);
   std::promise<void> all_reported;
   on_connection = [&, dropped = 0](const std::string& event) mutable {
-    int count = 0;
-    if (std::sscanf(event.c_str(), "dropped: %d in/flood", &count) == 1 && (dropped += count) == 43) {
+    if (event.starts_with("dropped: ") && event.ends_with(" in/flood") &&
+        (dropped += std::stoi(event.substr(9))) == 43) {
       all_reported.set_value();
     }
   };
@@ -109,14 +101,12 @@ TEST_F(ClientDeliveryTest, UnsubscribeWaitsForTheCallInProgress) {
   start();
   bus.publish("in/a", "1");
   ASSERT_TRUE(observer->wait_for(1));
-  bus.publish("in/a", "2");
-  ASSERT_TRUE(witness->wait_for(2));
   const auto call = std::async(std::launch::async, [&] { client->unsubscribe("in/a", observer); });
   EXPECT_FALSE(has_returned(call));
   gate.count_down();
   EXPECT_TRUE(returns_soon(call));
-  bus.publish("in/a", "3");
-  ASSERT_TRUE(witness->wait_for(3));
+  bus.publish("in/a", "2");
+  ASSERT_TRUE(witness->wait_for(2));
   stop();
   EXPECT_THAT(observer->seen(), ElementsAre("in/a=1"));
   EXPECT_EQ(observer.use_count(), 1);

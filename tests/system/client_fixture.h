@@ -1,24 +1,12 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <condition_variable>
-#include <functional>
-#include <future>
-#include <latch>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include <ecu/tamu/com/transport_client.h>
 #include <ecu/tamu/config/configuration.h>
 
 #include "support/broker.h"
 #include "support/bus_client.h"
 #include "support/rt_messages.h"
+#include "support/testing.h"
 
 namespace tests {
 

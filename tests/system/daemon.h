@@ -1,17 +1,5 @@
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
-
 #include <ecu/tamu/com/framing.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
@@ -22,6 +10,7 @@
 #include "support/process.h"
 #include "support/rt_messages.h"
 #include "support/temp_dir.h"
+#include "support/testing.h"
 
 namespace tests {
 

@@ -1,6 +1,4 @@
-#include <fstream>
 #include <iterator>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
@@ -9,8 +7,6 @@
 
 namespace tests {
 namespace {
-
-using testing::Contains;
 
 std::string contents(const std::string& path) {
   std::ifstream file(SOURCE_DIR "/" + path);
@@ -83,8 +79,7 @@ TEST(DocumentationTest, CompletionForZshWorksMoreThanOnce) {
   // Zsh runs the file as the body of a function, the first time only: local names of that run no longer exist
   // afterwards.
   for (const std::string name : {"tolquil", "ecusim", "quilctl", "tolquil-uplink"}) {
-    EXPECT_THAT(all(contents("deploy/completion/_" + name), "^(local|typeset|declare|integer)\\b"),
-                testing::IsEmpty())
+    EXPECT_THAT(all(contents("deploy/completion/_" + name), "^(local|typeset|declare|integer)\\b"), IsEmpty())
         << name;
   }
 }

@@ -1,5 +1,3 @@
-#include <algorithm>
-#include <optional>
 #include <ostream>
 
 #include "system/daemon.h"

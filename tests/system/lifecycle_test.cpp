@@ -1,12 +1,6 @@
 #include <sys/socket.h>
 #include <time.h>
 
-#include <array>
-#include <chrono>
-#include <filesystem>
-
-#include <ecu/tamu/date_time.h>
-
 #include "support/authority.h"
 #include "support/ports.h"
 #include "system/daemon.h"
@@ -14,7 +8,6 @@
 namespace tests {
 namespace {
 
-using ecu::tamu::DateTime;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
@@ -99,24 +92,6 @@ TEST_F(StopTest, ASignalPendingAtTheStartTakesEffectOnceItIsUp) {
 // ---- the connection ----
 
 using ConnectionTest = SystemTest;
-
-TEST_F(ConnectionTest, AVariableIsPublishedRetainedWithTheTimeOfTheMessagesReception) {
-  const Daemon daemon(config());
-  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
-  const auto before = DateTime::time_since_boot_ns();
-  bus.publish("rt/system/hw_variant", hardware_variant("R08_B1"));
-  ASSERT_TRUE(bus.wait_for("system/var/hwvariant"));
-  const auto after = DateTime::time_since_boot_ns();
-  BusClient late(broker.port());
-  late.subscribe("system/var/#");
-  const auto message = late.wait_for("system/var/hwvariant");
-  ASSERT_TRUE(message);
-  EXPECT_TRUE(message->retained);
-  const auto variable = variable_in(raw_message(message->payload));
-  EXPECT_EQ(variable.value(), "R08_B1");
-  EXPECT_GT(variable.timestamp(), before);
-  EXPECT_LT(variable.timestamp(), after);
-}
 
 TEST_F(ConnectionTest, ALocalSocketAndTheKeepaliveAreReadFromTheFile) {
   Daemon daemon("client_name = other\nkeepalive = 7\nport = 1\nhost = " + broker.socket_path());

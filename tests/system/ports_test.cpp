@@ -1,8 +1,6 @@
 #include "support/ports.h"
 
 #include <csignal>
-#include <filesystem>
-#include <optional>
 
 #include <ecu/tamu/pb/messages.pb.h>
 

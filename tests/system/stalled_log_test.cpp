@@ -36,7 +36,7 @@ TEST_F(StalledLogTest, DelaysNothingAndReceivesTheNumberOfLostLinesOnceItIsReadA
   ASSERT_FALSE(lines.empty());
   EXPECT_THAT(lines.front(),
               testing::MatchesRegex(R"(WARNING \[tamu\.logging\] [1-9][0-9]* lines? lost: .*)"));
-  EXPECT_THAT(lines, testing::Contains(testing::HasSubstr("HW Variant")));
+  EXPECT_THAT(lines, Contains(HasSubstr("HW Variant")));
   log.write(std::string(1 << 20, '.'));
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.wait(std::chrono::milliseconds(4000)), 0);

@@ -86,6 +86,7 @@ TEST_F(UplinkTest, SendsEachChangeOnceAndNothingElseOfTheUnit) {
   const auto retained = late.wait_for("fleet/U1/var/vehicleid");
   ASSERT_TRUE(retained);
   EXPECT_TRUE(retained->retained);
+  EXPECT_EQ(retained->qos, 1);
   const Json message = Json::parse(retained->payload);
   EXPECT_EQ(message.at("stamp"), 6);
   EXPECT_EQ(message.at("daemon"), "online");

@@ -11,7 +11,7 @@ namespace ecu::uplink {
 namespace {
 
 // 2026-01-01T00:00:00Z
-constexpr UnixTime released{1'767'225'600};
+constexpr std::chrono::seconds released{1'767'225'600};
 
 }  // namespace
 
@@ -19,18 +19,15 @@ BootTime boot_time_now() {
   return BootTime(tamu::DateTime::time_since_boot_ns());
 }
 
-std::optional<UnixTime> wall_time_of(BootTime at) {
+std::optional<UnixTime> wall_time_now() {
   timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
-  if (UnixTime(now.tv_sec) < released) {
-    return std::nullopt;
-  }
-  const auto wall_now = std::chrono::nanoseconds(now.tv_nsec) + UnixTime(now.tv_sec);
-  return std::chrono::floor<UnixTime>(wall_now - (boot_time_now() - at));
+  const UnixTime time = std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+  return time < released ? std::nullopt : std::optional(time);
 }
 
 std::string rfc3339(UnixTime time) {
-  const auto seconds = static_cast<time_t>(time.count());
+  const auto seconds = static_cast<time_t>(std::chrono::floor<std::chrono::seconds>(time).count());
   std::tm parts{};
   ::gmtime_r(&seconds, &parts);
   std::array<char, 32> text{};

@@ -14,7 +14,6 @@
 #include <ecu/tamu/pb/messages.pb.h>
 
 #include "uplink/fleet_message.h"
-#include "uplink/unit_clock.h"
 
 namespace ecu::uplink {
 
@@ -48,8 +47,9 @@ class Uplink::BusObserver final : public com::ISubscriptionObserver {
   Uplink& uplink_;
 };
 
-Uplink::Uplink(UplinkSettings settings)
+Uplink::Uplink(UplinkSettings settings, WallClock wall_clock)
     : settings_(std::move(settings)),
+      wall_clock_(std::move(wall_clock)),
       observer_(std::make_shared<BusObserver>(*this)),
       bus_(com::create_client(settings_.bus, com::TransportType::mqtt, nullptr, {.name = "unit"})),
       filter_(settings_.limits) {}
@@ -190,8 +190,12 @@ std::string Uplink::payload_of(const std::string& key, const ChangeFilter::Value
   if (key == daemon_key) {
     return value.text;
   }
-  const std::optional<UnixTime> since = wall_time_of(value.since);
-  clock_was_unset_ |= !since;
+  std::optional<UnixTime> since = wall_clock_();
+  if (since) {
+    *since -= boot_time_now() - value.since;
+  } else {
+    clock_was_unset_ = true;
+  }
   return variable_message(value, since, daemon_presence_);
 }
 
@@ -199,7 +203,7 @@ void Uplink::run_timer() {
   ::pthread_setname_np(::pthread_self(), "uplink-timer");
   tamu::MutexLock lock(mutex_);
   while (!is_stopping_) {
-    if (clock_was_unset_ && wall_time_of(boot_time_now())) {
+    if (clock_was_unset_ && wall_clock_()) {
       clock_was_unset_ = false;
       filter_.send_all_again();
     }

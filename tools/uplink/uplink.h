@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,6 +12,7 @@
 
 #include "uplink/change_filter.h"
 #include "uplink/fleet_link.h"
+#include "uplink/unit_clock.h"
 #include "uplink/uplink_settings.h"
 
 namespace ecu::uplink {
@@ -22,7 +24,10 @@ namespace ecu::uplink {
 /// `mutex_` while they publish, so that the newest value of a topic is published last.
 class Uplink {
  public:
-  explicit Uplink(UplinkSettings settings);
+  using WallClock = std::function<std::optional<UnixTime>()>;
+
+  /// `wall_clock` is called with internal locks held.
+  explicit Uplink(UplinkSettings settings, WallClock wall_clock = wall_time_now);
   ~Uplink();
   Uplink(const Uplink&) = delete;
   Uplink& operator=(const Uplink&) = delete;
@@ -53,6 +58,7 @@ class Uplink {
 
   // Constant after construction.
   const UplinkSettings settings_;
+  const WallClock wall_clock_;
   const std::shared_ptr<BusObserver> observer_;
   const std::shared_ptr<tamu::com::ITransportClient> bus_;
 

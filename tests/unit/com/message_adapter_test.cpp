@@ -1,20 +1,14 @@
-#include <gmock/gmock.h>
-
-#include <string>
-#include <vector>
-
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
 #include <ecu/tamu/date_time.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
-#include "support/captured_log.h"
 #include "support/failing_allocation.h"
 #include "support/rt_messages.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu;
-using namespace std::string_literals;
 
 using Adapter = com::PbInternalMessageAdapter<pb::EcuVariable>;
 
@@ -138,7 +132,7 @@ class BodyOfSizes final : public google::protobuf::MessageLite {
 TEST(MessageAdapter, RefusesABodyThatIsTooLargeOrGrowsMeanwhile) {
   for (const auto& sizes : {std::vector<std::size_t>{std::size_t{1} << 31}, {1, 2}}) {
     const auto log = tests::logged_lines([&] { EXPECT_FALSE(com::frame(BodyOfSizes(sizes), 1)); });
-    EXPECT_THAT(log, testing::ElementsAre("ERROR [tamu.com.messageadapter] unable to serialize body!"));
+    EXPECT_THAT(log, ElementsAre("ERROR [tamu.com.messageadapter] unable to serialize body!"));
   }
 }
 

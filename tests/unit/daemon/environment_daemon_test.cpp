@@ -1,23 +1,16 @@
-#include <gmock/gmock.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
 #include <ecu/quil/environment_daemon.h>
 #include <ecu/quil/environment_variable.h>
 
-#include "support/captured_log.h"
 #include "support/fake_client.h"
 #include "support/ports.h"
 #include "support/rt_messages.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::quil;
 using ecu::tamu::com::PublishResult;
 using ecu::tamu::config::Configuration;
-using testing::ElementsAre;
 
 class EnvironmentDaemonTest : public testing::Test {
  protected:
@@ -65,8 +58,7 @@ TEST_F(EnvironmentDaemonTest, SubscribesOncePerEntryInRegistryOrderAndUnsubscrib
   EXPECT_THAT(
       log,
       ElementsAre("ERROR [QueuingPortHandler] Unable to open System Parameter queueing port for reading: ",
-                  testing::HasSubstr("UBootVersion"), "DEBUG Subscribed to 31 topics",
-                  "NOTICE Stop vin thread"));
+                  HasSubstr("UBootVersion"), "DEBUG Subscribed to 31 topics", "NOTICE Stop vin thread"));
   daemon.reset();
   EXPECT_THAT(client->unsubscribed, testing::UnorderedElementsAreArray(topics));
 }
@@ -163,8 +155,8 @@ TEST_F(EnvironmentDaemonTest, IgnoresOtherTopicsSilently) {
       daemon->message(topic, tests::Group().bytes("variant", "R08").message());
     }
   });
-  EXPECT_THAT(client->published, testing::IsEmpty());
-  EXPECT_THAT(log, testing::IsEmpty());
+  EXPECT_THAT(client->published, IsEmpty());
+  EXPECT_THAT(log, IsEmpty());
 }
 
 TEST_F(EnvironmentDaemonTest, PublishesVariablesWithoutAMessageAtTheStart) {

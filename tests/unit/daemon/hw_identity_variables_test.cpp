@@ -1,18 +1,12 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include <ecu/quil/hw_identity_variables.h>
 
 #include "support/allocated_bytes.h"
-#include "support/captured_log.h"
 #include "support/rt_messages.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::quil;
-using namespace std::string_literals;
 
 /// One message offered to a fresh variable, or to `variable`.
 struct Case {

@@ -1,20 +1,11 @@
-#include <gmock/gmock.h>
-
-#include <initializer_list>
-#include <limits>
-#include <string>
-#include <utility>
-
 #include <ecu/quil/hw_property_variables.h>
 
-#include "support/captured_log.h"
 #include "support/rt_messages.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::quil;
-using namespace std::string_literals;
-using testing::ElementsAre;
 
 template <class Variable>
 std::string text_of(const std::string& signal, const tests::Group& group) {

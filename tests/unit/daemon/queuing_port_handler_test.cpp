@@ -1,24 +1,14 @@
-#include <gmock/gmock.h>
-
-#include <chrono>
-#include <future>
-#include <memory>
-#include <string>
-#include <thread>
-
 #include <ecu/quil/queuing_port_handler.h>
 #include <ecu/quil/sys_param_codec.h>
 
 #include "ports/port_file.h"
-#include "support/captured_log.h"
 #include "support/ports.h"
+#include "support/testing.h"
 
 namespace {
 
 using ecu::quil::QueuingPortHandler;
 using ecu::quil::to_signal;
-using namespace std::string_literals;
-using testing::ElementsAre;
 using tests::end_mark;
 using tests::record;
 using tests::wire;
@@ -60,14 +50,14 @@ TEST_F(QueuingPortHandlerTest, AStopBeforeTheStartTakesEffect) {
 }
 
 TEST_F(QueuingPortHandlerTest, WithoutAReceivePortItStillWrites) {
-  QueuingPortHandler deaf(dir.path("absent"), send.path(), 1);
-  const auto log = tests::logged_lines([&] { deaf.init(); });
+  QueuingPortHandler sender(dir.path("absent"), send.path(), 1);
+  const auto log = tests::logged_lines([&] { sender.init(); });
   EXPECT_THAT(
       log,
       ElementsAre("ERROR [QueuingPortHandler] Unable to open System Parameter queueing port for reading: " +
                   dir.path("absent")));
   send.open();
-  EXPECT_TRUE(deaf.write({record(1, "x")}));
+  EXPECT_TRUE(sender.write({record(1, "x")}));
   EXPECT_EQ(send.read(), wire(1, "x") + end_mark());
 }
 

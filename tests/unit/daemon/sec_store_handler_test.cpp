@@ -1,28 +1,16 @@
-#include <gmock/gmock.h>
-
-#include <chrono>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-
 #include <ecu/quil/sec_store_handler.h>
 #include <ecu/quil/sys_param_container.h>
 
-#include "support/captured_log.h"
 #include "support/fake_client.h"
 #include "support/fake_port.h"
 #include "support/ports.h"
 #include "support/rt_messages.h"
 #include "support/temp_dir.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::quil;
-using namespace std::string_literals;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 class SecStoreHandlerTest : public testing::Test {
  protected:
@@ -93,8 +81,7 @@ TEST_F(SecStoreHandlerTest, NoLogLineShowsAValue) {
     handler->message("system/quil/secstore/getmaster", tests::raw_message("hush"));
     port->consume(SysParamContainer::to_signal({3, "hush"}));
   });
-  EXPECT_THAT(
-      log, testing::Contains("NOTICE Message on unexpect topic 'system/quil/secstore/getmaster' received"));
+  EXPECT_THAT(log, Contains("NOTICE Message on unexpect topic 'system/quil/secstore/getmaster' received"));
   EXPECT_THAT(log, testing::Each(testing::Not(HasSubstr("hush"))));
 }
 

@@ -1,24 +1,15 @@
-#include <gmock/gmock.h>
-
 #include <ctime>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include <ecu/quil/sys_param_container.h>
 
-#include "support/captured_log.h"
 #include "support/fake_port.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::quil;
-using namespace std::chrono_literals;
-using namespace std::string_literals;
 using State = SysParamContainer::ContainerState;
 using Params = std::vector<SysParamContainer::SysParam>;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class SysParamContainerTest : public testing::Test {
  protected:
@@ -123,7 +114,7 @@ TEST_F(SysParamContainerTest, AFrameAboveTheLimitsIsDroppedUpToItsEnd) {
 }
 
 // In processor time, which other processes do not affect.
-TEST_F(SysParamContainerTest, AFrameOfOneParameterCostsTheSameWhateverTheCopyHolds) {
+TEST_F(SysParamContainerTest, MergeCostIsIndependentOfTheCopysSize) {
   const auto cost = [this](std::uint32_t cached_params) {
     for (std::uint32_t id = 10; id < cached_params; ++id) {
       container.consume(SysParamContainer::to_signal({id, "a value that needs an allocation"}));

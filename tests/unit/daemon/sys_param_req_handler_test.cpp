@@ -1,26 +1,16 @@
-#include <gmock/gmock.h>
-
-#include <future>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include <ecu/quil/sys_param_req_handler.h>
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
-#include "support/captured_log.h"
 #include "support/fake_client.h"
 #include "support/fake_port.h"
 #include "support/rt_messages.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::quil;
-using namespace std::chrono_literals;
 using ecu::tamu::com::Message;
-using testing::ElementsAre;
-using testing::IsEmpty;
 namespace pb = ecu::tamu::pb;
 
 constexpr const char* request = "system/quil/request/sysparam";
@@ -106,7 +96,7 @@ TEST_F(SysParamReqHandlerTest, AllParametersAreAnsweredInOneListEvenWhenThereAre
   EXPECT_EQ(all.entry(1).value(), "two");
 }
 
-TEST_F(SysParamReqHandlerTest, WritesGoToThePortOnlyWhileInStep) {
+TEST_F(SysParamReqHandlerTest, WritesGoToThePortOnlyWhileSynchronised) {
   const std::string discarded =
       "INFO [SysParam] Discarded request to write SysParams since they have gone out of sync with local "
       "cache";

@@ -1,25 +1,14 @@
-#include <gmock/gmock.h>
-
-#include <filesystem>
-#include <fstream>
-#include <latch>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include <ecu/quil/serial_task.h>
 #include <ecu/quil/uboot_version.h>
 #include <ecu/quil/version_variables.h>
 
-#include "support/captured_log.h"
 #include "support/rt_messages.h"
 #include "support/temp_dir.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::quil;
-using namespace std::string_literals;
-using testing::ElementsAre;
 
 const std::string unset(16, '\xff');
 

@@ -1,20 +1,13 @@
-#include <gmock/gmock.h>
-
-#include <initializer_list>
-#include <limits>
-#include <memory>
-#include <string>
 #include <system_error>
 
 #include <ecu/quil/vin_variables.h>
 
-#include "support/captured_log.h"
 #include "support/rt_messages.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::quil;
-using testing::ElementsAre;
 
 constexpr const char* topic = "rt/j1939can/rx/vi_00";
 
@@ -122,7 +115,7 @@ TEST(VinConfirmation, LogsTheCountAndNeedsTheMutex) {
     offer(*variable, 'A');
     offer(*variable, 'A');
   });
-  EXPECT_THAT(log, testing::Contains("DEBUG Received 2/2 to confirm VIN :A; m_prev_msg = A"));
+  EXPECT_THAT(log, Contains("DEBUG Received 2/2 to confirm VIN :A; m_prev_msg = A"));
   shared.mutex.reset();
   EXPECT_THAT([&] { offer(*shared.variable(2), 'A'); },
               testing::Throws<std::system_error>(testing::Property(

@@ -1,16 +1,10 @@
-#include <gmock/gmock.h>
 #include <sys/stat.h>
-
-#include <fstream>
-#include <sstream>
 
 #include <ecu/tamu/config/configuration.h>
 
-#include "support/captured_log.h"
+#include "support/testing.h"
 
-using namespace std::string_literals;
 using ecu::tamu::config::Configuration;
-using testing::HasSubstr;
 
 namespace {
 

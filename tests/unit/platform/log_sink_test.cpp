@@ -1,16 +1,15 @@
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <filesystem>
 #include <regex>
-#include <sstream>
 
 #include "logging/sink.h"
 #include "support/datagram_socket.h"
 #include "support/ports.h"
 #include "support/temp_dir.h"
+#include "support/testing.h"
 
 using namespace ecu::tamu;
 using namespace ecu::tamu::logging;

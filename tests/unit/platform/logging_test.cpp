@@ -1,18 +1,12 @@
 #include <fcntl.h>
-#include <gmock/gmock.h>
-
-#include <limits>
-#include <sstream>
-#include <thread>
 
 #include <ecu/tamu/logging/logging.h>
 
 #include "logging/line_builder.h"
-#include "support/captured_log.h"
+#include "support/testing.h"
 
 using namespace ecu::tamu;
 using namespace ecu::tamu::logging;
-using namespace std::chrono_literals;
 using testing::EndsWith;
 using testing::MatchesRegex;
 using tests::logged_by;
@@ -28,7 +22,7 @@ TEST(LoggingTest, LevelFollowsAKnownNameInEitherCaseAndIgnoresAnUnknownOne) {
   EXPECT_THAT(logged_by([] { warning("w"), error("e"); }), MatchesRegex("[^\n]* ERROR e\n"));
   configure_logging("debug");
   for (const char* const name : {"LOUD", "INF", "INFOS", "6"}) {
-    EXPECT_THAT(logged_by([name] { configure_logging(name); }), testing::HasSubstr(" WARNING "));
+    EXPECT_THAT(logged_by([name] { configure_logging(name); }), HasSubstr(" WARNING "));
     EXPECT_EQ(get_log_level(), Level::debug);
   }
   configure_logging("");

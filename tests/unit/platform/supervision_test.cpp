@@ -1,25 +1,17 @@
 #include "system/supervision.h"
 
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <atomic>
-#include <future>
-#include <thread>
-
 #include <ecu/tamu/application.h>
 
-#include "support/captured_log.h"
 #include "support/datagram_socket.h"
+#include "support/testing.h"
 #include "system/heartbeat.h"
 #include "system/supervised_wait.h"
 #include "system/watchdog.h"
 
 using namespace ecu::tamu;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using namespace std::string_literals;
 using tests::logged_by;
 
 namespace {
@@ -30,7 +22,7 @@ void set_environment(const char* name, const std::string& value) {
   ::setenv(name, value.c_str(), 1);
 }
 
-// The service manager's end.
+// The service manager's socket.
 class Manager : public tests::DatagramSocket {
  public:
   explicit Manager(const std::string& name = "") : DatagramSocket(name) {

@@ -1,10 +1,21 @@
+#include "uplink/uplink.h"
+
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <ecu/tamu/com/framing.h>
+#include <ecu/tamu/date_time.h>
+#include <ecu/tamu/pb/messages.pb.h>
+
+#include "support/broker.h"
+#include "support/bus_client.h"
 #include "support/captured_log.h"
 #include "support/temp_dir.h"
 #include "uplink/change_filter.h"
@@ -80,11 +91,11 @@ TEST_F(ChangeFilterTest, ItsMemoryIsBounded) {
 
 TEST(FleetMessageTest, IsOneJsonObject) {
   EXPECT_EQ(
-      variable_message({"1M8GDM9AXKP042788", 1500ms}, UnixTime(1'795'334'400), "online"),
+      variable_message({"1M8GDM9AXKP042788", 1500ms}, UnixTime(1'795'334'400s), "online"),
       R"({"value":"1M8GDM9AXKP042788","since":"2026-11-22T08:00:00Z","stamp":1500000000,"daemon":"online"})");
   EXPECT_EQ(variable_message({"a\"\n\xff\xc3\xa4", 0ns}, std::nullopt, std::nullopt),
             "{\"value\":\"a\\\"\\n\xef\xbf\xbd\xc3\xa4\",\"since\":null,\"stamp\":0,\"daemon\":null}");
-  EXPECT_EQ(rfc3339(UnixTime(4'102'444'800)), "2100-01-01T00:00:00Z");
+  EXPECT_EQ(rfc3339(UnixTime(4'102'444'800s)), "2100-01-01T00:00:00Z");
 }
 
 TEST(UplinkSettingsTest, EachFaultIsOneLine) {
@@ -134,6 +145,40 @@ TEST(UplinkSettingsTest, EveryKeyIsRead) {
               ElementsAre(0s, 0s, 5s));
   EXPECT_EQ(all.bus->get("host") + all.bus->get("port") + all.bus->get("username") + all.bus->get("password"),
             "/run/socket1884uplink");
+}
+
+TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
+  tests::Broker unit_broker, fleet_broker;
+  tests::BusClient unit(unit_broker.port()), fleet(fleet_broker.port());
+  const tests::TempDir dir;
+  const std::string config = "host = 127.0.0.1\nunit = U1\nport = " + std::to_string(fleet_broker.port()) +
+                             "\nbus_host = " + unit_broker.socket_path();
+  const std::uint64_t now = ecu::tamu::DateTime::time_since_boot_ns();
+  ecu::tamu::pb::EcuVariable variable;
+  std::atomic<bool> is_set = false;
+  fleet.subscribe("fleet/#");
+  Uplink uplink(read_settings(dir.write("uplink.conf", config)).value(), [&]() -> std::optional<UnixTime> {
+    return is_set ? std::optional(UnixTime(4'102'444'800s) + 500ms + boot_time_now() - BootTime(now))
+                  : std::nullopt;
+  });
+  uplink.start();
+  const auto publish = [&](const std::string& value, std::uint64_t stamp) {
+    variable.set_value(value);
+    variable.set_timestamp(stamp);
+    unit.publish("system/var/" + value, ecu::tamu::com::frame(variable, 1).value().payload);
+  };
+  ASSERT_TRUE(fleet.wait_for_text("fleet/U1/presence", "online"));
+  publish("a", now);
+  EXPECT_TRUE(fleet.wait_for_text("fleet/U1/var/a", R"({"value":"a","since":null,"stamp":)" +
+                                                        std::to_string(now) + R"(,"daemon":null})"));
+  is_set = true;
+  EXPECT_TRUE(
+      fleet.wait_for_text("fleet/U1/var/a", R"({"value":"a","since":"2100-01-01T00:00:00Z","stamp":)" +
+                                                std::to_string(now) + R"(,"daemon":null})"));
+  publish("future", UINT64_MAX);
+  const auto message = fleet.wait_for("fleet/U1/var/future");
+  ASSERT_TRUE(message);
+  EXPECT_LT(message->payload, R"({"value":"future","since":"2100-01-02)") << "no later than now";
 }
 
 }  // namespace

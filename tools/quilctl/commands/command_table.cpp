@@ -129,7 +129,7 @@ const CommandEntry table[] = {
      .add_options = add_list_options,
      .run = list},
     {.name = "get",
-     .purpose = "Prints the values of variables; of a single one the value only.",
+     .purpose = "Prints the values of variables; for a single one, only the value.",
      .examples = "  quilctl get serialnumber\n  quilctl get vehicleid --wait 60 --default unknown\n  quilctl "
                  "get 'version*'",
      .add_options = add_get_options,

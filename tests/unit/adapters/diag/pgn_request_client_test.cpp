@@ -1,18 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstdint>
-#include <future>
-#include <memory>
-#include <string>
-
 #include "diag/bus_pgn_request_client.h"
 #include "support/fake_client.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu::diag;
-using namespace std::chrono_literals;
 
 constexpr const char* request_topic = "rt/j1939can/tx/rqst_fb_ee";
 using Clock = BusPgnRequestClient::Clock;

@@ -1,32 +1,18 @@
 #include "mqtt/connection.h"
 
-#include <gmock/gmock.h>
 #include <poll.h>
-
-#include <atomic>
-#include <functional>
-#include <future>
-#include <latch>
-#include <new>
-#include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "mqtt/name_lookup.h"
 #include "support/authority.h"
-#include "support/captured_log.h"
 #include "support/mqtt.h"
 #include "support/scripted_broker.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
-using namespace std::chrono_literals;
-using namespace std::string_literals;
 using Reaction = tests::ScriptedBroker::Reaction;
-using testing::Contains;
-using testing::ElementsAre;
 using tests::settings_for;
 using tests::text_message;
 
@@ -187,7 +173,10 @@ TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
     std::function<void(Connection&)> send;
   };
   const std::vector<Request> requests{
-      {"PUBLISH a=1", [](Connection& connection) { connection.publish("a", text_message("1", true)); }},
+      {"PUBLISH a=1",
+       [](Connection& connection) {
+         connection.publish("a", text_message("1", true), Connection::Clock::now());
+       }},
       {"SUBSCRIBE a", [](Connection& connection) { connection.subscribe("a", 0); }},
       {"UNSUBSCRIBE a", [](Connection& connection) { connection.unsubscribe("a"); }},
       {"UNSUBSCRIBE $echo", [](Connection& connection) { connection.request_fence(Fence::publication); }},
@@ -234,7 +223,7 @@ TEST_F(ConnectionTest, AFloodOfAnswersIsReadInParts) {
   }
 }
 
-TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndCostsNothingElse) {
+TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndAffectsNothingElse) {
   const tests::ScriptedBroker broker([](const std::string& packet) {
     return packet == "SUBSCRIBE in" ? Reaction("\x30\x04\x00\x02in"s) : Reaction::answer;
   });
@@ -244,7 +233,7 @@ TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndCostsNothingElse) {
     if (event == "in") {
       throw std::runtime_error("full");
     }
-    connection.publish("a/+", text_message("1"));
+    connection.publish("a/+", text_message("1"), Connection::Clock::now());
     connection.subscribe("a/#/b", 0);
     connection.unsubscribe("a/#/b");
     connection.subscribe("in", 0);
@@ -287,7 +276,7 @@ TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
 TEST(NameLookupTest, ExplainsWhyAHostHasNoAddress) {
   EXPECT_THAT(look_up("192.0.2.1").addresses, ElementsAre("192.0.2.1"));
   const LookupResult too_long = look_up(std::string(300, 'x'));
-  EXPECT_THAT(too_long.addresses, testing::IsEmpty());
+  EXPECT_THAT(too_long.addresses, IsEmpty());
   EXPECT_NE(too_long.error, "");
   NameLookup without_memory("broker", [](const std::string&) -> LookupResult { throw std::bad_alloc(); });
   pollfd done{without_memory.fd(), POLLIN, 0};
@@ -301,7 +290,7 @@ TEST(NameLookupTest, AsksNoNameServerForTheAddressesOfThisMachine) {
     EXPECT_THAT(known_addresses(address), ElementsAre(address));
   }
   for (const char* name : {"broker", "localhost.example", "127.0.0.1.example", "fe80::1%eth0"}) {
-    EXPECT_THAT(known_addresses(name), testing::IsEmpty()) << name;
+    EXPECT_THAT(known_addresses(name), IsEmpty()) << name;
   }
 }
 

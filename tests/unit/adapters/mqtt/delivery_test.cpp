@@ -1,24 +1,13 @@
 #include "mqtt/delivery.h"
 
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <functional>
-#include <future>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "support/allocated_bytes.h"
-#include "support/captured_log.h"
 #include "support/failing_allocation.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
-using testing::ElementsAre;
 
 /// Records "topic:payload", then calls the test's function.
 struct Recorder final : ISubscriptionObserver {
@@ -64,7 +53,7 @@ class DeliveryTest : public testing::Test {
   std::shared_ptr<Recorder> b = std::make_shared<Recorder>();
 };
 
-TEST_F(DeliveryTest, EveryObserverReceivesEachMessageOnceInTheOrderOfArrival) {
+TEST_F(DeliveryTest, EveryObserverReceivesEachMessageOnceAndInOrder) {
   EXPECT_TRUE(delivery.add("x", 0, a));
   EXPECT_FALSE(delivery.add("x", 0, a));
   EXPECT_TRUE(delivery.add("x", 1, b));
@@ -166,7 +155,7 @@ TEST_F(DeliveryTest, OnlyTheMessageThatExceedsAQueueIsDroppedAndTheOldestOfThose
   EXPECT_EQ(lost, 4u);
 }
 
-/// Takes many small blocks and keeps the last of them, as who parses a message and keeps a value of it.
+/// Allocates many small blocks and keeps the last one, like a parser that keeps one value of a message.
 struct Parser final : ISubscriptionObserver {
   void message(const std::string&, const Message&) override {
     std::vector<std::unique_ptr<char[]>> blocks(200'000);

@@ -1,28 +1,14 @@
 #include "mqtt/mqtt_client.h"
 
-#include <gmock/gmock.h>
-
-#include <future>
-#include <memory>
-#include <new>
-#include <optional>
-#include <stdexcept>
-#include <string>
-#include <utility>
-
-#include "support/captured_log.h"
 #include "support/mqtt.h"
 #include "support/scripted_broker.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
-using namespace std::chrono_literals;
-using namespace std::string_literals;
 using Reaction = tests::ScriptedBroker::Reaction;
-using testing::Contains;
-using testing::ElementsAre;
 using testing::Not;
 using tests::settings_for;
 using tests::text_message;
@@ -70,7 +56,7 @@ TEST(MqttClientTest, IsTheOnlyTypeOfClient) {
   EXPECT_THROW((void)create_client(nullptr, static_cast<TransportType>(1), nullptr), std::invalid_argument);
 }
 
-TEST_F(ClientAgainstScriptTest, EachConnectionBringsSubscriptionsThenRetainedMessagesThenThePresence) {
+TEST_F(ClientAgainstScriptTest, NewConnectionSendsSubscriptionsThenRetainedMessagesThenPresence) {
   broker.emplace([lost = false](const std::string& packet) mutable {
     return packet.ends_with("=online") && !std::exchange(lost, true) ? Reaction::close : Reaction::answer;
   });
@@ -194,7 +180,7 @@ TEST_F(ClientAgainstScriptTest, AnUnacceptablePublicationIsSetAsideUntilItsValue
   }
 }
 
-TEST_F(ClientAgainstScriptTest, AnUnacceptableSubscriptionIsBlamedOnNoPublication) {
+TEST_F(ClientAgainstScriptTest, RefusedSubscriptionSetsNoPublicationAside) {
   constexpr int denials = 5;
   const auto observer = std::make_shared<FailingObserver>();
   const std::string log = tests::logged_by([&] {
@@ -212,7 +198,7 @@ TEST_F(ClientAgainstScriptTest, AnUnacceptableSubscriptionIsBlamedOnNoPublicatio
   EXPECT_EQ(tests::count(log, "ERROR"), 0) << log;
 }
 
-TEST_F(ClientAgainstScriptTest, AnUnacceptableUnretainedPublicationIsFoundToo) {
+TEST_F(ClientAgainstScriptTest, AnUnacceptableUnretainedPublicationIsSetAsideToo) {
   start([](const std::string& packet) {
     return packet.starts_with("PUBLISH denied") ? Reaction::close : Reaction::answer;
   });

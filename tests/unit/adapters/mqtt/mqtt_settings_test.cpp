@@ -1,21 +1,14 @@
 #include "mqtt/mqtt_settings.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "mqtt/backoff.h"
 #include "support/mqtt.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu::com::mqtt;
-using namespace std::chrono_literals;
-using testing::ElementsAre;
 using tests::settings_for;
 
 TEST(BackoffTest, APauseDoublesUpToTheLongestLessAtMostAQuarter) {
@@ -42,7 +35,7 @@ TEST(BackoffTest, APauseDoublesUpToTheLongestLessAtMostAQuarter) {
   }
 }
 
-TEST(BackoffTest, ASpreadMakesEveryPauseRandomButThatAfterACulprit) {
+TEST(BackoffTest, ASpreadMakesEveryPauseRandomExceptAfterAFaultyPublication) {
   MqttSettings settings = settings_for("localhost");
   settings.reconnect_spread = 60s;
   Backoff backoff(settings);
@@ -58,7 +51,7 @@ TEST(BackoffTest, ASpreadMakesEveryPauseRandomButThatAfterACulprit) {
   EXPECT_LE(longest, 60s);
 }
 
-TEST(MqttSettingsTest, AreReadFromTheConfiguration) {
+TEST(MqttSettingsTest, ReadsEveryKeyOfTheConfiguration) {
   ecu::tamu::config::Configuration config;
   const MqttSettings preset = read_settings(config);
   EXPECT_EQ(preset.broker(), "localhost:1883");
@@ -93,7 +86,7 @@ TEST(MqttSettingsTest, AreReadFromTheConfiguration) {
   EXPECT_EQ(read_settings(config).broker(), "/run/broker");
 }
 
-TEST(MqttSettingsTest, KnowsABrokerOnThisMachine) {
+TEST(MqttSettingsTest, RecognisesABrokerOnThisMachine) {
   for (const char* host : {"/run/broker", "localhost", "127.0.0.1", "127.1.2.3", "::1"}) {
     EXPECT_TRUE(settings_for(host).is_local()) << host;
   }

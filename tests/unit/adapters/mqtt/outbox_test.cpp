@@ -1,17 +1,11 @@
 #include "mqtt/outbox.h"
 
-#include <gmock/gmock.h>
-
-#include <string>
-#include <vector>
-
-#include "support/captured_log.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
-using testing::ElementsAre;
 
 class OutboxTest : public testing::Test {
  protected:
@@ -64,7 +58,7 @@ TEST_F(OutboxTest, AnOutageDropsUnretainedMessagesWithOneLogLine) {
   }
 }
 
-TEST_F(OutboxTest, AgainstASlowBrokerItStaysBoundedAndKeepsTheNewestRetained) {
+TEST_F(OutboxTest, WithASlowBrokerItStaysBoundedAndKeepsTheLatestRetainedMessages) {
   outbox.connection_up();
   push("r", "oldest");
   push("r", "old");
@@ -130,7 +124,7 @@ TEST_F(OutboxTest, StalledPublicationsCountAndRetainedOnesAmongThemAreReplaced) 
   EXPECT_THAT(pop_all(), ElementsAre("r:new"));
 }
 
-TEST_F(OutboxTest, ARetainedMessageIsHeldOnceAndALargeOneLeavesNothingBehind) {
+TEST_F(OutboxTest, ARetainedMessageIsHeldOnceAndFreesItsExcessCapacity) {
   outbox.connection_up();
   Message message;
   message.retained = true;

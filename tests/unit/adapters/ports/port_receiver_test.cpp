@@ -1,25 +1,14 @@
 #include "ports/port_receiver.h"
 
-#include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/inotify.h>
 
-#include <chrono>
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <optional>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "support/captured_log.h"
 #include "support/ports.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu::ipc;
-using namespace std::chrono_literals;
 using tests::end_mark;
 using tests::wire;
 
@@ -55,8 +44,8 @@ class PortAwayTest : public testing::Test {
   }
   static auto away_and_back(const std::string& path, const std::string& reason) {
     const std::string prefix = "[tamu.ipc.queueport] " + path + ": receive port ";
-    return testing::ElementsAre(testing::MatchesRegex("WARNING ." + prefix.substr(1) + "away: " + reason),
-                                "NOTICE " + prefix + "is back");
+    return ElementsAre(testing::MatchesRegex("WARNING ." + prefix.substr(1) + "away: " + reason),
+                       "NOTICE " + prefix + "is back");
   }
 
   tests::TempDir dir;

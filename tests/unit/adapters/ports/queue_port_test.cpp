@@ -1,34 +1,18 @@
-#include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/fsuid.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <future>
-#include <new>
-#include <optional>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "ports/port_file.h"
 #include "ports/port_receiver.h"
 #include "ports/record_parser.h"
-#include "support/captured_log.h"
 #include "support/failing_allocation.h"
 #include "support/ports.h"
 #include "support/process.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu::ipc;
-using namespace std::chrono_literals;
 using tests::end_mark;
 using tests::wire;
 
@@ -57,7 +41,7 @@ TEST_F(QueuePortTest, AWritersRecordsFormAFrame) {
   EXPECT_EQ(log.text(), "26:abc 27: |.");
 }
 
-TEST_F(QueuePortTest, AWaitingReaderReceivesNewRecordsAndSurvivesTheFarSide) {
+TEST_F(QueuePortTest, AWaitingReaderReceivesNewRecordsAfterTheWriterReturns) {
   ASSERT_TRUE(reader.open(fifo.path()));
   std::thread thread([this] { reader.reception_loop(); });
   for (int life = 0; life < 3; ++life) {
@@ -185,7 +169,7 @@ TEST_F(QueuePortTest, AFarSideThatNeverPausesDoesNotProlongADrain) {
   enough = true;
 }
 
-TEST_F(QueuePortTest, AnAbsentOrDeadFarSideFailsTheWriteWithoutASignal) {
+TEST_F(QueuePortTest, WithoutAReaderAWriteFailsWithoutASignal) {
   tests::Writer writer;
   EXPECT_FALSE(writer.open(fifo.path()));
   EXPECT_FALSE(writer.open(dir.path("absent")));
@@ -199,7 +183,7 @@ TEST_F(QueuePortTest, AnAbsentOrDeadFarSideFailsTheWriteWithoutASignal) {
   EXPECT_FALSE(reader.open(dir.path("absent")));
 }
 
-TEST_F(QueuePortTest, AFullPortFailsAfterAWhile) {
+TEST_F(QueuePortTest, AWriteToAFullPortFailsAfterItsTimeLimit) {
   fifo.open();
   tests::Writer writer;
   ASSERT_TRUE(writer.open(fifo.path()));
@@ -218,12 +202,11 @@ TEST_F(QueuePortTest, AFolderThatCannotBeWatchedIsReportedOnce) {
       EXPECT_TRUE(reader.open(fifo.path()));
     }).get();
   });
-  EXPECT_THAT(lines,
-              testing::ElementsAre("WARNING [tamu.ipc.queueport] " + fifo.path() +
-                                   ": cannot watch for a replaced file at this path: Permission denied"));
+  EXPECT_THAT(lines, ElementsAre("WARNING [tamu.ipc.queueport] " + fifo.path() +
+                                 ": cannot watch for a replaced file at this path: Permission denied"));
 }
 
-TEST_F(QueuePortTest, APortThatAnotherProcessKeepsLockedFailsAfterAWhileAndNotForGood) {
+TEST_F(QueuePortTest, AWriteToALockedPortFailsUntilItIsUnlocked) {
   fifo.open();
   tests::Writer writer;
   ASSERT_TRUE(writer.open(fifo.path()));
@@ -234,7 +217,7 @@ TEST_F(QueuePortTest, APortThatAnotherProcessKeepsLockedFailsAfterAWhileAndNotFo
   EXPECT_TRUE(writer.transmit_data(tests::record(1, "x")));
 }
 
-TEST_F(QueuePortTest, AConsumersFailureCostsOneCall) {
+TEST_F(QueuePortTest, AnExceptionFromAConsumerAffectsOneCallOnly) {
   class Failing final : public IDataConsumer<IpcSignal> {
    public:
     explicit Failing(tests::PortLog& log) : log_(log) {}
@@ -261,7 +244,7 @@ TEST_F(QueuePortTest, AConsumersFailureCostsOneCall) {
   });
   EXPECT_EQ(log.text(), "1: 2: |.");
   const std::string prefix = "ERROR [tamu.ipc.queueport] " + fifo.path() + ": consumer failed";
-  EXPECT_THAT(lines, testing::ElementsAre(prefix + ": std::bad_alloc", prefix, prefix + ": no frame"));
+  EXPECT_THAT(lines, ElementsAre(prefix + ": std::bad_alloc", prefix, prefix + ": no frame"));
 }
 
 }  // namespace

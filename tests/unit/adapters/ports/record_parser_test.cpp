@@ -1,20 +1,14 @@
 #include "ports/record_parser.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <span>
-#include <string>
-#include <string_view>
 
-#include "support/captured_log.h"
 #include "support/failing_allocation.h"
 #include "support/ports.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu::ipc;
-using namespace std::chrono_literals;
 using tests::end_mark;
 using tests::wire;
 
@@ -63,7 +57,7 @@ TEST(RecordParserTest, WholeRecordsAreFoundHoweverTheyAreSplit) {
   }
 }
 
-TEST(RecordParserTest, DamageAtAnyOffsetCostsNoOtherRecord) {
+TEST(RecordParserTest, DamageAtAnyOffsetLosesNoOtherRecord) {
   const std::string first = wire(1, "one"), last = wire(9, "last");
   for (std::size_t offset = 0; offset < first.size(); ++offset) {
     std::string rotten = first;

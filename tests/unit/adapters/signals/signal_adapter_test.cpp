@@ -1,21 +1,13 @@
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cstdint>
-#include <new>
-#include <string>
-#include <vector>
-
 #include <ecu/tamu/rt/signal_adapter.h>
 
 #include "support/allocated_bytes.h"
 #include "support/failing_allocation.h"
 #include "support/rt_messages.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::tamu::rt;
-using namespace std::string_literals;
 
 constexpr const char* properties = "rt/system/hw_properties";
 
