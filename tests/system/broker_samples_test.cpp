@@ -337,7 +337,8 @@ TEST_F(FleetTest, AHostileUnitNeitherForgesNorReadsNorDisturbsAnother) {
   ASSERT_TRUE(monitor.wait_for_text("fleet/unit-0001/var/vehicleid", "its own"));
   ecu::tamu::pb::EcuVariable variable;
   variable.set_value("1M8GDM9AXKP042788");
-  unit.publish("system/var/vehicleid", framed(variable));
+  const auto payload = framed(variable);
+  unit.publish("system/var/vehicleid", std::string(payload.begin(), payload.end()), true);
   EXPECT_TRUE(comes(monitor, unit_tree + "var/vehicleid", R"({"value":"1M8GDM9AXKP042788",)"));
   for (const BusMessage& message : monitor.history()) {
     EXPECT_EQ(message.payload.find("forged"), std::string::npos) << message.topic;

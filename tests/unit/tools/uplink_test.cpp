@@ -163,7 +163,8 @@ TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
   const auto publish = [&](const std::string& value, std::uint64_t stamp) {
     variable.set_value(value);
     variable.set_timestamp(stamp);
-    unit.publish("system/var/" + value, ecu::tamu::com::frame(variable, 1).value().payload);
+    const auto payload = ecu::tamu::com::frame(variable, 1).value().payload;
+    unit.publish("system/var/" + value, std::string(payload.begin(), payload.end()), true);
   };
   ASSERT_TRUE(fleet.wait_for_text("fleet/U1/presence", "online"));
   publish("a", now);
