@@ -90,7 +90,7 @@ TEST_F(MemoryTest, AMessageCostsAFewTimesItsSizeAndNothingLater) {
     GTEST_SKIP() << "a sanitizer has its own allocator";
   }
   const long allowed = anonymous() * 11 / 10;
-  const struct {
+  const struct Attack {
     std::string topic, body;
   } attacks[] = {
       {"rt/system/network_variant", repeated({"\x0a\x02\x0a\0", 4})},
@@ -103,14 +103,14 @@ TEST_F(MemoryTest, AMessageCostsAFewTimesItsSizeAndNothingLater) {
       {"system/sysparams/write", repeated({"\x0a\0", 2}) + '\x0a'},
       {"system/sysparams/write", repeated("x", oversized_kilobytes)},
   };
-  for (const auto& [topic, body] : attacks) {
-    const bool oversized = body.size() > std::size_t{message_kilobytes} * 1100;
+  for (const Attack& attack : attacks) {
+    const bool oversized = attack.body.size() > std::size_t{message_kilobytes} * 1100;
     EXPECT_LT(peak([&] {
-                publish(topic, body);
+                publish(attack.topic, attack.body);
                 wait_until_handled();
               }),
               oversized ? oversized_kilobytes * 5 / 2 : message_kilobytes * 5)
-        << topic << " " << testing::PrintToString(body.substr(0, 8));
+        << attack.topic << " " << testing::PrintToString(attack.body.substr(0, 8));
   }
   receive_frame(std::string(60000, 'x'));
   EXPECT_LT(peak([this] { wait_until_handled(); }), 20 * 60 * 5 / 2);  // the answer and its packet

@@ -158,9 +158,10 @@ void Uplink::set_unit(const std::string& unit) {
   }
   std::vector<std::string> old_topics;
   if (fleet_) {
-    old_topics.push_back(fleet_->topic(presence_key));
-    filter_.for_each_sent([&](const std::string& key) { old_topics.push_back(fleet_->topic(key)); });
-    uplink_log.notice("the unit's name changes from ", fleet_->unit(), " to ", unit);
+    const FleetLink& old = *fleet_;
+    old_topics.push_back(old.topic(presence_key));
+    filter_.for_each_sent([&](const std::string& key) { old_topics.push_back(old.topic(key)); });
+    uplink_log.notice("the unit's name changes from ", old.unit(), " to ", unit);
     fleet_.reset();
   }
   fleet_ = std::make_unique<FleetLink>(settings_, unit);
