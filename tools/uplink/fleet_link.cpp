@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include <ecu/tamu/com/topics.h>
+
 namespace ecu::uplink {
 
 namespace com = tamu::com;
@@ -15,7 +17,8 @@ std::shared_ptr<com::ITransportClient> create_client(const UplinkSettings& setti
     config->set_value("client_name", unit);
   }
   com::ClientTraits traits;
-  traits.presence = {tree + presence_key, "online", "offline", "lost"};
+  traits.presence = {tree + presence_key, com::topics::presence_online, com::topics::presence_offline,
+                     "lost"};
   traits.reconnect_spread = settings.reconnect_spread;
   traits.name = "fleet";
   return com::create_client(config, com::TransportType::mqtt, nullptr, traits);

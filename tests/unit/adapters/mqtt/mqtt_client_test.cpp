@@ -37,9 +37,15 @@ class FailingObserver final : public IConnectionObserver, public ISubscriptionOb
 
 class ClientAgainstScriptTest : public testing::Test {
  protected:
-  void start(tests::ScriptedBroker::Script script, std::shared_ptr<IConnectionObserver> observer = nullptr) {
+  /// With a subscriber, the client subscribes to "in/a" and publishes on "kept" before it connects.
+  void start(tests::ScriptedBroker::Script script, std::shared_ptr<IConnectionObserver> observer = nullptr,
+             const std::shared_ptr<ISubscriptionObserver>& subscriber = nullptr) {
     broker.emplace(std::move(script));
     client.emplace(settings_for("127.0.0.1", broker->port()), std::move(observer));
+    if (subscriber) {
+      client->subscribe("in/a", 0, subscriber);
+      publish("kept", "1", false, true);
+    }
     client->connect();
     client->start();
   }
@@ -139,14 +145,11 @@ TEST_F(ClientAgainstScriptTest, MissingAcknowledgementsDoNotDelayOtherTopics) {
 
 TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKeptAndARefusedSubscriptionIsReported) {
   const auto observer = std::make_shared<FailingObserver>();
-  broker.emplace([](const std::string& packet) {
-    return packet == "SUBSCRIBE in/a" ? Reaction::refuse : Reaction::answer;
-  });
-  client.emplace(settings_for("127.0.0.1", broker->port()), observer);
-  client->subscribe("in/a", 0, observer);
-  publish("kept", "1", false, true);
-  client->connect();
-  client->start();
+  start(
+      [](const std::string& packet) {
+        return packet == "SUBSCRIBE in/a" ? Reaction::refuse : Reaction::answer;
+      },
+      observer, observer);
   EXPECT_TRUE(broker->wait_for("PUBLISH kept=1"));
   client.reset();
   EXPECT_TRUE(broker->wait_for("DISCONNECT"));
@@ -182,16 +185,13 @@ TEST_F(ClientAgainstScriptTest, AnUnacceptablePublicationIsSetAsideUntilItsValue
 
 TEST_F(ClientAgainstScriptTest, RefusedSubscriptionSetsNoPublicationAside) {
   constexpr int denials = 5;
-  const auto observer = std::make_shared<FailingObserver>();
   const std::string log = tests::logged_by([&] {
-    broker.emplace([subscriptions = 0](const std::string& packet) mutable {
-      return packet == "SUBSCRIBE in/a" && ++subscriptions <= denials ? Reaction::close : Reaction::answer;
-    });
-    client.emplace(settings_for("127.0.0.1", broker->port()), nullptr);
-    client->subscribe("in/a", 0, observer);
-    publish("kept", "1", false, true);
-    client->connect();
-    client->start();
+    start(
+        [subscriptions = 0](const std::string& packet) mutable {
+          return packet == "SUBSCRIBE in/a" && ++subscriptions <= denials ? Reaction::close
+                                                                          : Reaction::answer;
+        },
+        nullptr, std::make_shared<FailingObserver>());
     EXPECT_TRUE(broker->wait_for("PUBLISH kept=1"));
     client.reset();
   });
