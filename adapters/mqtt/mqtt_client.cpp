@@ -166,12 +166,12 @@ void MqttClient::connection_down(ConnectionFailure failure, const std::string& r
   fence_wanted_ = false;
   first_fence_wanted_ = false;
   try {
-    report_status("broker not reachable: " + reason);
     if (!was_up) {
       quarantine_.attempt_failed();
     } else if (quarantine_.connection_lost(failure, Connection::Clock::now())) {
       connection_.retry_soon();
     }
+    report_status("broker not reachable: " + reason);
     if (observer_) {
       observer_->connection_down(failure, reason);
     }

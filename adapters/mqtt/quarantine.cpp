@@ -144,12 +144,12 @@ bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point no
   passed_.clear();
   if (!tested) {
     if (!last_topic.empty()) {
-      suspects_[last_topic].size = last_size;
+      suspects_[last_topic].lost_for(last_size, now);
     }
     return false;
   }
   Suspect& suspect = suspects_[tested->topic];
-  suspect.size = tested->message.payload.size();
+  suspect.lost_for(tested->message.payload.size(), now);
   const bool many_found = topics_found_ >= many_topics_found && now - last_found_ <= right_after;
   if (++suspect.losses < enough_losses && !many_found) {
     return false;

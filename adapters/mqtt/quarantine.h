@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <map>
@@ -70,6 +71,13 @@ class Quarantine {
     bool operator==(const Digest&) const = default;
   };
   struct Suspect {
+    /// The connection was lost for a message of this size. One that is smaller than before is not withheld
+    /// until the larger one is retried, but tested.
+    void lost_for(std::size_t bytes, Clock::time_point now) {
+      retry_at = bytes < size ? std::min(retry_at, now) : retry_at;
+      size = bytes;
+    }
+
     std::size_t size = 0;             // of the message for which the connection was lost last
     int losses = 0;                   // under test, since a message was set aside or one of that size passed
     unsigned times_set_aside = 0;     // since it became a suspect

@@ -106,6 +106,15 @@ TEST_F(QuarantineTest, AMessageRefusedForItsContentsIsFoundAlthoughALargerOneHas
   EXPECT_EQ(handled("a", "larger"), "passed");
 }
 
+TEST_F(QuarantineTest, ALossDoesNotWithholdASmallMessageUntilALargeOneIsRetried) {
+  set_aside("a", "large");
+  set_aside("a", "as large");
+  EXPECT_EQ(handled("a", "1"), "passed");
+  EXPECT_EQ(handled("a", "2"), "sent");
+  EXPECT_FALSE(lose());
+  EXPECT_EQ(handled("a", "3"), "passed");
+}
+
 TEST_F(QuarantineTest, TheSearchEndsAfterManyPublicationsThatPass) {
   EXPECT_FALSE(lose_by("0", ""));
   EXPECT_FALSE(lose_by("0", ""));
