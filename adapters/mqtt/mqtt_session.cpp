@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <string_view>
+#include <utility>
 
 #include <ecu/tamu/com/topics.h>
 
@@ -129,8 +130,9 @@ short MqttSession::wanted_events() const {
 }
 
 Failure MqttSession::handle(short events) {
-  more_to_read_ = false;
-  if (events == 0) {
+  // TLS may hold packets that poll does not report.
+  const bool has_more = std::exchange(more_to_read_, false);
+  if (events == 0 && !has_more) {
     return std::nullopt;
   }
   if (!is_connected()) {
@@ -140,7 +142,7 @@ Failure MqttSession::handle(short events) {
   }
   // Reading comes first: after a failed write, the peer's last data before it closed the connection is lost.
   // It also shows what an error or a hang-up means.
-  if ((events & ~POLLOUT) != 0) {
+  if (has_more || (events & ~POLLOUT) != 0) {
     if (auto failure = read()) {
       return failure;
     }

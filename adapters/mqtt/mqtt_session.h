@@ -39,7 +39,8 @@ class MqttSession {
 
   /// Reads and writes as far as the events that `poll` reported allow. Stops reading after 8 packets or 256
   /// KiB, so that one call neither overfills an observer's queue nor lasts as long as a flood; `more_to_read`
-  /// is then true. A broker that puts several packets into one TLS record may exceed these limits.
+  /// is then true. Several packets in one TLS record, or acknowledgements that are awaited, may exceed these
+  /// limits.
   [[nodiscard]] Failure handle(short events);
   [[nodiscard]] bool more_to_read() const noexcept { return more_to_read_; }
 
