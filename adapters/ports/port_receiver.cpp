@@ -205,10 +205,11 @@ void PortReceiver::deliver(TimePoint now) noexcept {
 
 void PortReceiver::release_memory() noexcept {
   const std::uint64_t bytes = received_ - released_;
-  if (bytes <= large_amount || parser_.release_memory()) {
+  const bool is_handled = bytes <= large_amount || parser_.release_memory();
+  if (is_handled) {
     released_ = received_;
   }
-  release_free_memory(bytes);
+  release_free_memory(is_handled ? bytes : 0);
 }
 
 void PortReceiver::report_damage() noexcept {

@@ -40,6 +40,9 @@ RecordParser::RecordParser() {
 }
 
 bool RecordParser::release_memory() noexcept {
+  if (!received_.empty()) {
+    return false;
+  }
   try {
     std::vector<char> fresh = room_for_payload();
     return received_.release_memory() && (record_.data.swap(fresh), true);
