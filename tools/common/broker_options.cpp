@@ -1,9 +1,10 @@
 #include "common/broker_options.h"
 
 #include <algorithm>
-#include <charconv>
 #include <fstream>
 #include <string_view>
+
+#include <ecu/tamu/text/parse_number.h>
 
 #include "common/bounded_line.h"
 
@@ -90,9 +91,7 @@ void set_login(const BrokerOptions& options, Configuration& config) {
 }
 
 bool is_port(std::string_view text) {
-  std::uint16_t port = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-  return error == std::errc() && end == text.data() + text.size() && port != 0;
+  return tamu::text::parse_number<std::uint16_t>(text).value_or(0) != 0;
 }
 
 bool take_prefix(std::string_view& text, std::string_view prefix) {

@@ -3,9 +3,10 @@
 #include <grp.h>
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <span>
 #include <string_view>
+
+#include <ecu/tamu/text/parse_number.h>
 
 #include "common/option_checks.h"
 #include "common/usage_error.h"
@@ -51,16 +52,9 @@ Vehicle and ports have further keys for faults: see docs/ecusim.md.
 
 Exit codes: 0 done; 1 failure; 2 wrong usage or an invalid scenario.)";
 
-template <class Number>
-std::optional<Number> parse(std::string_view text, int base) {
-  Number number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
-}
-
 void set_group(FifoAccess& access, const std::string& name) {
   const group* const known = ::getgrnam(name.c_str());
-  access.group = known != nullptr ? std::optional(known->gr_gid) : parse<gid_t>(name, 10);
+  access.group = known != nullptr ? std::optional(known->gr_gid) : tamu::text::parse_number<gid_t>(name);
   if (!access.group) {
     throw CLI::ValidationError("--group", "there is no group " + name);
   }
@@ -68,7 +62,7 @@ void set_group(FifoAccess& access, const std::string& name) {
 
 void set_mode(FifoAccess& access, const std::string& octal) {
   constexpr mode_t all_permissions = 0777;
-  const auto mode = parse<mode_t>(octal, 8);
+  const auto mode = tamu::text::parse_number<mode_t>(octal, 8);
   if (!mode || *mode > all_permissions) {
     throw CLI::ValidationError("--mode", octal + " is not an octal number up to 777");
   }

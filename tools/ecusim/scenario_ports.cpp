@@ -1,6 +1,6 @@
-#include <charconv>
 
 #include <ecu/tamu/com/system_parameters.h>
+#include <ecu/tamu/text/parse_number.h>
 
 #include "ecusim/scenario_parts.h"
 
@@ -10,13 +10,8 @@ namespace {
 
 std::optional<std::uint32_t> parse_hexadecimal(std::string_view text) {
   constexpr std::string_view prefix = "0x";
-  std::uint32_t number = 0;
-  if (!text.starts_with(prefix)) {
-    return std::nullopt;
-  }
-  text.remove_prefix(prefix.size());
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
-  return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+  return text.starts_with(prefix) ? tamu::text::parse_number<std::uint32_t>(text.substr(prefix.size()), 16)
+                                  : std::nullopt;
 }
 
 std::uint32_t read_id(const ObjectReader& reader) {

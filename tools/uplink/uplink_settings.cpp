@@ -1,12 +1,12 @@
 #include "uplink/uplink_settings.h"
 
 #include <algorithm>
-#include <charconv>
 #include <fstream>
 #include <sstream>
 
 #include <ecu/tamu/com/topic.h>
 #include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/text/parse_number.h>
 
 namespace ecu::uplink {
 
@@ -43,17 +43,16 @@ class Reader {
 
   [[nodiscard]] std::string text(const char* key) const { return config_.get(key); }
 
-  long number(const char* key, long least, long most) {
+  std::uint32_t number(const char* key, std::uint32_t least, std::uint32_t most) {
     const std::string text = config_.get(key);
-    long number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size() || number < least || number > most) {
+    const auto number = tamu::text::parse_number<std::uint32_t>(text);
+    if (!number || *number < least || *number > most) {
       fault(key, "is not a number from " + std::to_string(least) + " to " + std::to_string(most));
     }
-    return number;
+    return number.value_or(0);
   }
 
-  std::chrono::seconds seconds(const char* key, long least, long most) {
+  std::chrono::seconds seconds(const char* key, std::uint32_t least, std::uint32_t most) {
     return std::chrono::seconds(number(key, least, most));
   }
 
@@ -102,7 +101,7 @@ std::unique_ptr<Configuration> bus_configuration(Reader& reader) {
 }  // namespace
 
 std::optional<UplinkSettings> read_settings(const std::string& path) {
-  constexpr long day = 24L * 60 * 60;
+  constexpr std::uint32_t day = 24U * 60 * 60;
   std::ifstream file(path);
   if (!file) {
     logger.error("Unable to open configuration file ", path);

@@ -8,9 +8,9 @@
 
 #include <ecu/tamu/config/configuration.h>
 #include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/text/parse_number.h>
 
 #include "posix/unique_fd.h"
-#include "text/parse_number.h"
 
 namespace ecu::tamu::config {
 

@@ -18,10 +18,10 @@
 
 #include <ecu/tamu/application.h>
 #include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/text/parse_number.h>
 #include <ecu/tamu/thread_safety.h>
 
 #include "posix/unique_fd.h"
-#include "text/parse_number.h"
 
 namespace ecu::tamu {
 

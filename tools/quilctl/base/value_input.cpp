@@ -1,9 +1,9 @@
 #include "quilctl/base/value_input.h"
 
-#include <charconv>
 #include <utility>
 
 #include <ecu/tamu/com/system_parameters.h>
+#include <ecu/tamu/text/parse_number.h>
 
 #include "common/hexadecimal.h"
 #include "common/input_file.h"
@@ -35,10 +35,7 @@ std::string unchecked_value(std::string_view argument) {
 std::optional<std::uint32_t> parse_id(std::string_view text) {
   const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
   const std::string_view number = text.substr(is_hex ? 2 : 0);
-  std::uint32_t id = 0;
-  const char* const end = number.data() + number.size();
-  const auto [stop, error] = std::from_chars(number.data(), end, id, is_hex ? 16 : 10);
-  return !number.empty() && error == std::errc() && stop == end ? std::optional(id) : std::nullopt;
+  return tamu::text::parse_number<std::uint32_t>(number, is_hex ? 16 : 10);
 }
 
 std::string value_of_argument(std::string_view argument) {

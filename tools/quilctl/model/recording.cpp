@@ -1,10 +1,10 @@
 #include "quilctl/model/recording.h"
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
 #include <ecu/tamu/com/topic.h>
+#include <ecu/tamu/text/parse_number.h>
 
 #include "common/bounded_line.h"
 #include "common/escaping.h"
@@ -64,12 +64,9 @@ std::string_view next_word(std::string_view& rest) {
 }
 
 std::optional<std::int64_t> number_of(std::string_view digits) {
-  std::int64_t number = 0;
-  const char* const end = digits.data() + digits.size();
-  const auto [stop, error] = std::from_chars(digits.data(), end, number);
-  return !digits.empty() && digits.front() != '-' && error == std::errc() && stop == end
-             ? std::optional(number)
-             : std::nullopt;
+  const auto number = tamu::text::parse_number(digits);
+  return number && std::in_range<std::int64_t>(*number) ? std::optional(static_cast<std::int64_t>(*number))
+                                                        : std::nullopt;
 }
 
 }  // namespace
