@@ -70,7 +70,7 @@ TEST(CommandLineTest, QuilctlNamesTheInvalidWord) {
            {"quilctl decode --count 0", "--count: "},
            {"quilctl --host \"\" describe", "--host: "},
        }) {
-    Process quilctl({"/bin/sh", "-c", "PATH=" PROGRAM_DIR ":$PATH; " + line});
+    Process quilctl({"/bin/sh", "-c", "PATH=\"" PROGRAM_DIR ":$PATH\"; " + line});
     EXPECT_EQ(quilctl.wait(), 2) << line;
     EXPECT_THAT(quilctl.output(), testing::StartsWith("quilctl: " + text)) << line;
   }

@@ -158,7 +158,7 @@ TEST_F(QuilctlWatchTest, ATableFitsTheTerminalAndRestoresIt) {
   start_surroundings();
   start_daemon();
   publish_variant("R08_B1");
-  const std::string table = PROGRAM_DIR "/quilctl watch --table --host " + broker.socket_path();
+  const std::string table = "\"" PROGRAM_DIR "/quilctl\" watch --table --host " + broker.socket_path();
   Process terminal(on_terminal(table + "; echo given back; fg"));
   ASSERT_TRUE(terminal.wait_for_output("r08"));
   publish_variant("R09_C1");
