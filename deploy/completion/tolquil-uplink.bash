@@ -1,9 +1,15 @@
 # shellcheck shell=bash
 # Completion of tolquil-uplink(8).
 
-_tolquil_uplink() {
-  local current=${COMP_WORDS[COMP_CWORD]}
-  case ${COMP_WORDS[COMP_CWORD - 1]} in
+_tolquil-uplink() {
+  local current=${COMP_WORDS[COMP_CWORD]} option=${COMP_WORDS[COMP_CWORD - 1]}
+  # Of --option=value the shell makes three words.
+  if [[ $current == '=' ]]; then
+    current=
+  elif [[ $option == '=' ]]; then
+    option=${COMP_WORDS[COMP_CWORD - 2]}
+  fi
+  case $option in
     -c | --config)
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
@@ -19,4 +25,4 @@ _tolquil_uplink() {
   esac
 }
 
-complete -F _tolquil_uplink tolquil-uplink
+complete -F _tolquil-uplink tolquil-uplink

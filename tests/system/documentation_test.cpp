@@ -97,6 +97,8 @@ TEST(DocumentationTest, CompletionOffersSuitableWords) {
            {"tolquil -l n", "NOTICE"},
            {"tolquil -L --loglevel = E", "EMERG ERROR"},
            {"tolquil --config = mine.t", "mine.txt"},
+           {"tolquil-uplink --config = mine.t", "mine.txt"},
+           {"tolquil-uplink --l", "--loglevel"},
            {"ecusim s", "scenario"},
            {"ecusim m", "mine.json"},
            {"ecusim scenario --v", ""},

@@ -150,7 +150,7 @@ constexpr std::array catalogue{
 }  // namespace
 
 std::string VariableInfo::topic() const {
-  return topics::variable_prefix + std::string(name);
+  return topic_of_variable(name);
 }
 
 std::span<const std::string_view> VariableInfo::sources() const noexcept {
@@ -172,6 +172,17 @@ std::span<const VariableInfo> variables() noexcept {
 const VariableInfo* find_variable(std::string_view name) noexcept {
   const auto* const found = std::ranges::find(catalogue, name, &VariableInfo::name);
   return found == catalogue.end() ? nullptr : found;
+}
+
+std::optional<std::string_view> variable_of(std::string_view topic) {
+  constexpr std::string_view prefix = topics::variable_prefix;
+  return topic.starts_with(prefix) && topic.size() > prefix.size()
+             ? std::optional(topic.substr(prefix.size()))
+             : std::nullopt;
+}
+
+std::string topic_of_variable(std::string_view name) {
+  return topics::variable_prefix + std::string(name);
 }
 
 Json json_of(const VariableInfo& info) {

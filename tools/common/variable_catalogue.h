@@ -2,6 +2,7 @@
 
 #include <array>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -41,6 +42,12 @@ struct VariableInfo {
 
 /// The variable of that name; null when it is not in the catalogue.
 [[nodiscard]] const VariableInfo* find_variable(std::string_view name) noexcept;
+
+/// The name of the variable that is published on `topic`; nothing for another topic.
+[[nodiscard]] std::optional<std::string_view> variable_of(std::string_view topic);
+
+/// The topic on which the variable of that name is published.
+[[nodiscard]] std::string topic_of_variable(std::string_view name);
 
 /// The whole description.
 [[nodiscard]] Json json_of(const VariableInfo& info);

@@ -8,6 +8,7 @@ bool ChangeFilter::take(const std::string& key, const std::string& text, BootTim
   if (const auto found = entries_.find(key); found != entries_.end()) {
     if (found->second.value.text != text) {
       found->second.value = {text, published};
+      found->second.is_changed = found->second.sent != text;
     }
     return true;
   }
@@ -21,6 +22,7 @@ bool ChangeFilter::take(const std::string& key, const std::string& text, BootTim
 void ChangeFilter::send_all_again() {
   for (auto& [key, entry] : entries_) {
     entry.sent.reset();
+    entry.is_changed = true;
   }
 }
 
@@ -28,6 +30,7 @@ void ChangeFilter::send_due(BootTime now, const Send& send) {
   for (auto& [key, entry] : entries_) {
     if (due(entry) <= now) {
       entry.sent = entry.value.text;
+      entry.is_changed = false;
       entry.sent_at = now;
       send(key, entry.value);
     }
@@ -54,7 +57,7 @@ BootTime ChangeFilter::due(const Entry& entry) const {
   if (!entry.sent) {
     return BootTime::min();
   }
-  if (*entry.sent != entry.value.text) {
+  if (entry.is_changed) {
     return entry.sent_at + limits_.min_interval;
   }
   if (limits_.refresh > std::chrono::seconds::zero()) {

@@ -17,8 +17,8 @@ using BootTime = std::chrono::nanoseconds;
 class ChangeFilter {
  public:
   struct Limits {
-    std::chrono::seconds min_interval{10};  ///< between two values of one key; the last one is sent
-    std::chrono::seconds refresh{0};        ///< from a value to its repetition; 0: never repeated
+    std::chrono::seconds min_interval{};  ///< between two values of one key; the last one is sent
+    std::chrono::seconds refresh{};       ///< from a value to its repetition; 0: never repeated
     std::size_t max_keys = 256;
   };
 
@@ -53,6 +53,7 @@ class ChangeFilter {
   struct Entry {
     Value value;
     std::optional<std::string> sent;
+    bool is_changed = true;  // the value differs from what was sent
     BootTime sent_at{};
   };
 

@@ -33,10 +33,9 @@ FleetLink::FleetLink(const UplinkSettings& settings, const std::string& unit)
 }
 
 void FleetLink::publish(const std::string& topic, const std::string& payload) {
-  com::Message message;
+  com::Message message = com::make_message(0, {payload.begin(), payload.end()});
   message.acknowledged = true;
   message.retained = true;
-  message.payload.assign(payload.begin(), payload.end());
   (void)client_->publish(topic, std::move(message));  // remembered without a connection, too
 }
 

@@ -3,8 +3,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
-#include <iostream>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -12,6 +12,8 @@
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/signal_mask.h>
 
+#include "common/notes.h"
+#include "common/usage_error.h"
 #include "common/version.h"
 #include "uplink/uplink.h"
 #include "uplink/uplink_settings.h"
@@ -54,8 +56,11 @@ std::optional<int> parse_command_line(int argc, char* argv[], Options& options) 
   app.set_version_flag("-V,--version", ecu::tools::release_version());
   try {
     app.parse(argc, argv);
+  } catch (const CLI::Success& end) {
+    return app.exit(end);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    ecu::tools::report_usage_error(app, error, std::span(argv, static_cast<std::size_t>(argc)));
+    return EXIT_FAILURE;
   }
   return std::nullopt;
 }
@@ -95,6 +100,6 @@ int main(int argc, char* argv[]) try {
   ecu::tamu::com::library_cleanup();
   return exit_code;
 } catch (const std::exception& failure) {
-  std::cerr << "tolquil-uplink: " << failure.what() << std::endl;
+  ecu::tools::note(failure.what());
   return EXIT_FAILURE;
 }

@@ -13,13 +13,13 @@
 #include <ecu/tamu/pb/messages.pb.h>
 
 #include "common/name_pattern.h"
+#include "common/variable_catalogue.h"
 #include "uplink/fleet_message.h"
 
 namespace ecu::uplink {
 
 namespace com = tamu::com;
 namespace topics = tamu::com::topics;
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -98,7 +98,7 @@ void Uplink::handle(const std::string& topic, const com::Message& msg) {
   if (topic == topics::daemon_presence) {
     take_presence({msg.payload.begin(), msg.payload.end()});
   } else {
-    take_variable(topic.substr(std::string_view(topics::variable_prefix).size()), msg);
+    take_variable(std::string(tools::variable_of(topic).value_or("")), msg);
   }
   send_due();
   if (next_task() < timer_due_) {

@@ -17,8 +17,8 @@ namespace ecu::uplink {
 struct UplinkSettings {
   std::unique_ptr<tamu::config::Configuration> bus;    ///< of the client of the unit's bus
   std::unique_ptr<tamu::config::Configuration> fleet;  ///< of the client of the fleet's broker
-  std::chrono::seconds reconnect_spread{30};
-  std::string prefix = "fleet";
+  std::chrono::seconds reconnect_spread{};
+  std::string prefix;
   std::string unit;                    ///< empty: the value of the variable `unit_variable`
   std::string unit_variable;           ///< empty if the unit's name is configured
   std::vector<std::string> variables;  ///< patterns (fnmatch) of the variables to send

@@ -21,8 +21,8 @@ bool has_value(const VariableRow& row) {
 Failure failure_of(const VariableRow& row, const VariableSession& session, bool has_waited) {
   const std::string without = row.name + " has no value";
   if (row.variable != nullptr && row.variable->is_faulty) {
-    return {ExitCode::failure,
-            "cannot decode the message on " + topic_of_variable(row.name) + "; quilctl decode shows it"};
+    return {ExitCode::failure, "cannot decode the message on " + tools::topic_of_variable(row.name) +
+                                   "; quilctl decode shows it"};
   }
   if (has_waited) {
     return {ExitCode::time_out, row.name + " got no value in the time of --wait"};

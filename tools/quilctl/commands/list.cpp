@@ -37,7 +37,7 @@ void print(const Options& options, const std::vector<VariableRow>& rows, const U
 void note_faults(const std::vector<VariableRow>& rows) {
   for (const VariableRow& row : rows) {
     if (row.variable != nullptr && row.variable->is_faulty) {
-      tools::note("cannot decode the message on " + topic_of_variable(row.name));
+      tools::note("cannot decode the message on " + tools::topic_of_variable(row.name));
     }
   }
 }

@@ -36,10 +36,9 @@ constexpr std::size_t max_waiting = 1000;
 constexpr std::chrono::seconds default_echo_timeout{5};
 
 com::Message message_of(const Recorded& recorded, const std::string& payload) {
-  com::Message message;
+  com::Message message = com::make_message(0, {payload.begin(), payload.end()});
   message.acknowledged = recorded.acknowledged;
   message.retained = recorded.retained;
-  message.payload.assign(payload.begin(), payload.end());
   return message;
 }
 

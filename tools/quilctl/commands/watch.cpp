@@ -51,10 +51,10 @@ class Changes {
       clock_.take(event.message);
     }
     if (change != VariableView::Change::changed ||
-        !tools::matches_any(*variable_of(event.text), options_.arguments)) {
+        !tools::matches_any(*tools::variable_of(event.text), options_.arguments)) {
       return false;
     }
-    const std::string name(*variable_of(event.text));
+    const std::string name(*tools::variable_of(event.text));
     report(event, {name, view_.find(name), tools::find_variable(name)});
     return true;
   }

@@ -7,8 +7,6 @@ namespace ecu::ctl {
 
 namespace {
 
-using System = std::chrono::system_clock;
-
 // Nothing for an unknown field.
 std::optional<std::string> field_of(std::string_view field, const VariableRow& row, const UnitClock& clock,
                                     bool raw) {
@@ -24,9 +22,12 @@ std::optional<std::string> field_of(std::string_view field, const VariableRow& r
     return age ? tools::age_text(*age) : "-";
   }
   if (field == "time") {
-    return age ? tools::local_time(System::now() - std::chrono::duration_cast<System::duration>(*age)) : "-";
+    using Duration = std::chrono::system_clock::duration;
+    return age ? tools::local_time(tools::wall_clock_now() - std::chrono::duration_cast<Duration>(*age))
+               : "-";
   }
-  return field == "topic" ? std::optional(tools::printable(topic_of_variable(row.name))) : std::nullopt;
+  return field == "topic" ? std::optional(tools::printable(tools::topic_of_variable(row.name)))
+                          : std::nullopt;
 }
 
 // The character that an escape stands for; 0 for an unknown one.

@@ -8,22 +8,12 @@
 #include <ecu/tamu/date_time.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
+#include "common/variable_catalogue.h"
 #include "quilctl/model/message_header.h"
 
 namespace ecu::ctl {
 
 namespace com = tamu::com;
-
-std::optional<std::string_view> variable_of(std::string_view topic) {
-  constexpr std::string_view prefix = com::topics::variable_prefix;
-  return topic.starts_with(prefix) && topic.size() > prefix.size()
-             ? std::optional(topic.substr(prefix.size()))
-             : std::nullopt;
-}
-
-std::string topic_of_variable(std::string_view name) {
-  return com::topics::variable_prefix + std::string(name);
-}
 
 VariableView::Change VariableView::take(const std::string& topic, const com::Message& msg) {
   if (topic == com::topics::daemon_presence) {
@@ -31,7 +21,7 @@ VariableView::Change VariableView::take(const std::string& topic, const com::Mes
                com::topics::presence_online;
     return Change::other;
   }
-  const auto name = variable_of(topic);
+  const auto name = tools::variable_of(topic);
   if (!name) {
     return Change::other;
   }

@@ -46,12 +46,6 @@ class VariableView {
   std::optional<bool> on_line_;
 };
 
-/// The name of the variable that is published on `topic`; nothing for another topic.
-[[nodiscard]] std::optional<std::string_view> variable_of(std::string_view topic);
-
-/// The topic on which the variable of that name is published.
-[[nodiscard]] std::string topic_of_variable(std::string_view name);
-
 /// The unit's clock, derived from the send times of the daemon's live messages.
 class UnitClock {
  public:

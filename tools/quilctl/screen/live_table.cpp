@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <utility>
 
 #include <ecu/tamu/com/topics.h>
@@ -82,7 +83,7 @@ void LiveTable::handle_message(const Event& event) {
     }
     return;
   }
-  const auto name = variable_of(event.text);
+  const auto name = tools::variable_of(event.text);
   const auto change = view_.take(event.text, event.message);
   if (change == VariableView::Change::faulty) {
     add_line(event.at, tools::printable(*name) + "  cannot be decoded");
@@ -111,7 +112,7 @@ bool LiveTable::handle(const KeyPress& press) {
     return true;
   }
   const auto page = static_cast<std::ptrdiff_t>(room_);
-  const auto all = static_cast<std::ptrdiff_t>(rows().size());
+  constexpr std::ptrdiff_t all = std::numeric_limits<int>::max();
   switch (press.key) {
     case Key::up:
     case Key::down:
