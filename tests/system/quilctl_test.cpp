@@ -119,6 +119,7 @@ TEST_F(QuilctlTest, InvalidArgumentsAreWrongUsage) {
                                              {"list", "--raw"},
                                              {"list", "--expect", faulty, "vehicleid"},
                                              {"help", "nothing"},
+                                             {"--json", "help"},
                                              {"list", "--port", "0"},
                                              {"list", "--port", "0x10"},
                                              {"list", "--timeout", "nan"},

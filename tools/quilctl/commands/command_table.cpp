@@ -1,6 +1,7 @@
 #include "quilctl/commands/command_table.h"
 
 #include "common/option_checks.h"
+#include "quilctl/base/failure.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/line_format.h"
 
@@ -122,6 +123,11 @@ void add_replay_options(CLI::App& command, Options& options) {
       ->type_name("FILTER");
 }
 
+// As the first word it never gets here; see parse_command_line.
+ExitCode misplaced_help(const Options& /*options*/) {
+  throw Failure(ExitCode::usage, "help must be the first word: quilctl help COMMAND");
+}
+
 const CommandEntry table[] = {
     {.name = "list",
      .purpose = "Lists variables with their values, ages and sources.",
@@ -207,7 +213,7 @@ const CommandEntry table[] = {
     {.name = "help",
      .purpose = "Shows the usage of a command.",
      .examples = "  quilctl help watch",
-     .run = list},
+     .run = misplaced_help},
 };
 
 }  // namespace

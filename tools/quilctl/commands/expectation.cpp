@@ -141,17 +141,21 @@ std::string verdict(const Expectation& expected, duration<double> time) {
 ExitCode list_expected(const Options& options) {
   const Expectation expected = read_expectation(options.expect_file);
   const auto begin = Clock::now();
-  VariableSession session(options, true, default_time_limit);
   const auto limit = options.timeout.value_or(default_time_limit);
   const auto deadline = begin + std::chrono::duration_cast<Clock::duration>(limit);
-  (void)session.session().wait_until([&] { return has_variables(expected, session.view()); });
+  // Its connection must end before another one begins.
+  std::optional<VariableSession> session(std::in_place, options, true, default_time_limit);
+  (void)session->session().wait_until([&] { return has_variables(expected, session->view()); });
+  session->determine_clock();
+  const VariableView view = session->view();
+  const UnitClock clock = session->clock();
+  const std::string time_limit = session->session().time_limit();
+  session.reset();
   const Parameters held = await_parameters(options, expected, deadline);
-  session.session().process_until(Clock::now());
-  session.determine_clock();
-  print(expected, session.view(), held, session.clock());
-  if (const std::size_t count = note_differences(expected, session.view(), held); count > 0) {
+  print(expected, view, held, clock);
+  if (const std::size_t count = note_differences(expected, view, held); count > 0) {
     throw Failure(ExitCode::failure, std::to_string(count) + " of " + std::to_string(expected.size()) +
-                                         " values not as expected within " + session.session().time_limit());
+                                         " values not as expected within " + time_limit);
   }
   std::cout << verdict(expected, Clock::now() - begin) << '\n';
   return ExitCode::done;

@@ -48,8 +48,7 @@ attr_t attributes_of(Look look) {
 }
 
 bool has_colour(Look look) {
-  return (look == Look::fresh || look == Look::stale || look == Look::alarm) && ::has_colors() &&
-         OutputStyle::of_standard_output().colour;
+  return look == Look::fresh || look == Look::stale || look == Look::alarm;
 }
 
 KeyPress key_of(int code) {
@@ -113,6 +112,7 @@ void TerminalScreen::enter() {
     throw Failure(ExitCode::failure, std::string("unknown terminal type ") + std::getenv("TERM"));
   }
   define_colours();
+  is_coloured_ = ::has_colors() && OutputStyle::of_standard_output().colour;
   ::cbreak();
   ::noecho();
   ::nonl();
@@ -152,7 +152,8 @@ void TerminalScreen::draw(const std::vector<ScreenLine>& lines) {
   ::werase(::stdscr);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const auto& [text, look] = lines[i];
-    ::wattr_set(::stdscr, attributes_of(look), has_colour(look) ? colour_pair_of(look) : short{0}, nullptr);
+    ::wattr_set(::stdscr, attributes_of(look),
+                is_coloured_ && has_colour(look) ? colour_pair_of(look) : short{0}, nullptr);
     (void)::mvwaddstr(::stdscr, static_cast<int>(i), 0, for_terminal(text).c_str());
   }
   ::wattr_set(::stdscr, A_NORMAL, 0, nullptr);

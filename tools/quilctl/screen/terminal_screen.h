@@ -56,6 +56,7 @@ class TerminalScreen {
 
  private:
   screen* screen_ = nullptr;  // of the library; not null between `enter` and `leave`
+  bool is_coloured_ = false;
   std::unique_ptr<FILE, int (*)(FILE*)> keyboard_{nullptr, &std::fclose};
 };
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 namespace ecu::ctl {
 
@@ -13,9 +14,9 @@ constexpr const char* command =
     "SYSTEMD_BUS_TIMEOUT=2 exec systemctl show --property=StatusText --value tolquil.service 2>/dev/null";
 
 bool is_on_this_machine(const std::string& broker) {
-  constexpr std::array beginnings{"/", "localhost:", "127.", "::1:"};
-  return std::any_of(beginnings.begin(), beginnings.end(),
-                     [&](const char* beginning) { return broker.rfind(beginning, 0) == 0; });
+  constexpr std::array beginnings{"/", "localhost:", "127.", "[::1]:"};
+  return std::ranges::any_of(beginnings,
+                             [&](const char* beginning) { return broker.starts_with(beginning); });
 }
 
 std::string first_line_of_output() {
