@@ -18,7 +18,7 @@ struct IdleCosts {
 /// Watches the process for `seconds`.
 [[nodiscard]] IdleCosts idle_costs(int pid, int seconds);
 
-/// The system calls of a process during `action`, or its instructions outside the kernel. Negative if the
+/// The system calls of a process during `action`, or its instructions outside the kernel. Nothing if the
 /// tool that counts, strace or perf, is missing or refuses to.
 [[nodiscard]] std::optional<double> system_calls(int pid, const std::function<void()>& action);
 [[nodiscard]] std::optional<double> instructions(int pid, const std::function<void()>& action);

@@ -1,10 +1,6 @@
 # shellcheck shell=bash
 # The broker goes away and comes back.
 
-has_all_variables() {
-  quilctl status | grep -q '31 of 31 have a value'
-}
-
 survives_a_restart_of_the_broker() {
   local before
   reconnect_far_side

@@ -52,6 +52,10 @@ is_on_line() {
   quilctl "$@" status | grep 'on line'
 }
 
+has_all_variables() {
+  quilctl status | grep -q '31 of 31 have a value'
+}
+
 status_text_is() {
   # shellcheck disable=SC2053 # a pattern
   [[ $(property StatusText) == $1 ]]

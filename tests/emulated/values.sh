@@ -9,8 +9,9 @@ becomes_active() {
 
 publishes_all_variables() {
   systemd-run --quiet --unit ecusim --property DynamicUser=yes ecusim play
-  ecusim watch --once --timeout 60
-  quilctl status | grep -q "31 of 31 have a value"
+  ecusim scenario >/run/expected.json
+  quilctl list --expect /run/expected.json
+  has_all_variables
 }
 
 # tests/emulated/boot_loader.txt is at 0x900000 of the unit's memory.
