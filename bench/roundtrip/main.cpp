@@ -14,6 +14,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "echo.h"
@@ -63,11 +64,9 @@ Figures measure(Probe& probe, int pid, int results) {
   for (int i = 0; i < warm_up_messages; ++i) {
     (void)probe.round_trip();
   }
-  std::vector<double> latencies;
+  std::vector<double> latencies(measured_messages);
   double before = cpu_time(pid);
-  for (int i = 0; i < measured_messages; ++i) {
-    latencies.push_back(probe.round_trip());
-  }
+  std::generate(latencies.begin(), latencies.end(), [&probe] { return probe.round_trip(); });
   const double all_results = static_cast<double>(measured_messages) * results;
   const double alone = (cpu_time(pid) - before) / all_results;
   before = cpu_time(pid);
@@ -116,12 +115,12 @@ void print_table(const std::vector<Subject>& subjects, const Rounds& figures) {
 
 class Comparison {
  public:
-  Comparison(int rounds, const std::string& host, int port, const std::vector<std::string>& daemons)
+  Comparison(int rounds, std::string host, int port, std::vector<std::string> daemons)
       : rounds_(rounds),
-        host_(host),
+        host_(std::move(host)),
         port_(std::to_string(port)),
         config_(dir_.write("tolquil.conf", "host = " + host_ + "\nport = " + port_ + "\n")),
-        daemons_(daemons) {}
+        daemons_(std::move(daemons)) {}
 
   void run(int results) const {
     const std::vector<Subject> all = subjects(results);
