@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <ecu/tamu/com/topics.h>
+
 #include "common/broker_options.h"
 #include "quilctl/base/failure.h"
 
@@ -28,8 +30,11 @@ struct Options {
   CommandFunction command = nullptr;
   BrokerOptions broker;
   bool json = false;
-  bool raw = false;      // values unchanged, without escapes
-  bool verbose = false;  // log of the bus client on standard error
+  bool raw = false;                  // values unchanged, without escapes
+  bool verbose = false;              // log of the bus client on standard error
+  std::optional<std::string> fleet;  // units of a fleet, by name or pattern: the broker is that of the fleet
+  std::string fleet_prefix = tamu::com::topics::default_fleet_prefix;
+  bool yes = false;  // do not ask
   /// For the broker's answer and for the effect of a command; unset: the command's default.
   std::optional<std::chrono::duration<double>> timeout;
 
