@@ -17,6 +17,7 @@ struct BrokerOptions : tools::BrokerOptions {
   std::string config_file;
   std::string unit_config_file;    // applies without a host, a port and `config_file`, when it is readable
   bool host_is_inherited = false;  // from the environment
+  std::size_t backlog = 1;         // how many times the usual number of messages may wait
 };
 
 struct Options;

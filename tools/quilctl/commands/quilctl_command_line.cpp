@@ -36,6 +36,9 @@ value; 5 refused; 6 the daemon is off line; 7 broker not reachable, or login rej
 Environment: QUILCTL_HOST, QUILCTL_PORT, QUILCTL_USER, QUILCTL_PASSWORD_FILE, QUILCTL_CAFILE, QUILCTL_CERT,
 QUILCTL_KEY and QUILCTL_CONFIG are the defaults of the options. NO_COLOR turns colours off.)";
 
+// The broker of a fleet sends what it retains of thousands of units at once.
+constexpr std::size_t fleet_backlog = 64;
+
 constexpr const char* other_options = "quilctl --help shows the options of all commands, and the exit codes.";
 
 /// Shows the purpose of each command in a list of commands; its examples are in its own help.
@@ -144,6 +147,7 @@ void apply_fleet(Options& options) {
     throw CLI::ValidationError("--fleet", "not with --shell and --expect");
   }
   options.command = entry->run_on_fleet;
+  options.broker.backlog = fleet_backlog;
   options.broker.unit_config_file.clear();
 }
 
