@@ -79,7 +79,9 @@ TEST_F(UplinkTest, SendsEachChangeOnceAndNothingElseOfTheUnit) {
   ASSERT_TRUE(arrives("fleet/U1/var/last", "1"));
   EXPECT_EQ(received("fleet/U1/var/vehicleid"), (std::vector<std::string>{"A", "B", "A"}));
   EXPECT_EQ(received("fleet/U1/daemon"), std::vector<std::string>{"online"});
-  EXPECT_EQ(fleet.history().size(), 6U);
+  EXPECT_THAT(received("fleet/U1/connected_since"),
+              testing::ElementsAre(testing::MatchesRegex("20..-..-..T..:..:..[.]...Z")));
+  EXPECT_EQ(fleet.history().size(), 7U);
 
   BusClient late(fleet_broker.port());
   late.subscribe("fleet/#");
@@ -125,7 +127,8 @@ TEST_F(UplinkTest, TheValueOfAVariableIsTheNameAndAnotherOneClearsTheOldTopics) 
     topics.push_back(message.topic);
   }
   EXPECT_THAT(topics, testing::UnorderedElementsAre("fleet/S2/var/serialnumber", "fleet/S2/var/vehicleid",
-                                                    "fleet/S2/daemon", "fleet/S2/presence"));
+                                                    "fleet/S2/daemon", "fleet/S2/presence",
+                                                    "fleet/S2/connected_since"));
 }
 
 TEST_F(UplinkTest, PresenceTellsAStopFromALoss) {
