@@ -72,7 +72,7 @@ bool LiveTable::handle(const KeyPress& press) {
     return true;
   }
   const auto page = static_cast<std::ptrdiff_t>(room_);
-  const auto all = static_cast<std::ptrdiff_t>(rows().size());
+  const auto all = static_cast<std::ptrdiff_t>(count_);
   switch (press.key) {
     case Key::up:
     case Key::down:
