@@ -2,6 +2,9 @@
 
 #include <array>
 #include <ctime>
+#include <string_view>
+
+#include <ecu/tamu/text/parse_number.h>
 
 namespace ecu::tools {
 
@@ -31,6 +34,18 @@ std::string iso_time(std::chrono::system_clock::time_point at) {
   std::tm parts{};
   ::gmtime_r(&seconds, &parts);
   return with_milliseconds(at, parts, "%FT%T", "Z");
+}
+
+std::optional<std::chrono::system_clock::time_point> from_iso_time(const std::string& text) {
+  constexpr int first_year = 70, last_year = 299;  // since 1900
+  std::tm parts{};
+  const char* const end = ::strptime(text.c_str(), "%FT%T.", &parts);
+  if (end == nullptr || parts.tm_year < first_year || parts.tm_year > last_year) {
+    return std::nullopt;
+  }
+  const auto ms = tamu::text::parse_number<unsigned>(std::string_view(end).substr(0, 3)).value_or(0);
+  const auto time = std::chrono::system_clock::from_time_t(::timegm(&parts)) + std::chrono::milliseconds(ms);
+  return iso_time(time) == text ? std::optional(time) : std::nullopt;
 }
 
 std::string local_time(std::chrono::system_clock::time_point at) {

@@ -89,6 +89,9 @@ constexpr std::string_view components = R"yaml(components:
     FleetPresence:
       contentType: text/plain
       payload: {type: string, enum: [online, offline, lost]}
+    FleetTime:
+      contentType: text/plain
+      payload: {type: string, format: date-time, description: UTC, examples: ["2026-11-22T08:00:00.000Z"]}
     Secret:
       contentType: application/octet-stream
       payload: {type: string, format: binary}
@@ -163,6 +166,9 @@ const std::vector<Channel> other_channels{
     {"fleet_presence", "fleet/{unit}/presence",
      R"("online"; "offline" after an orderly stop; "lost" as last will)", "send", "confirmed",
      "FleetPresence"},
+    {"fleet_connected_since", "fleet/{unit}/connected_since",
+     "when the present or last connection began; cleared until the unit's clock is set", "send", "confirmed",
+     "FleetTime"},
 };
 
 std::string quoted(std::string_view text) {

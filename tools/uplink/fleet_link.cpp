@@ -4,30 +4,54 @@
 
 #include <ecu/tamu/com/topics.h>
 
+#include "common/times.h"
+
 namespace ecu::uplink {
 
 namespace com = tamu::com;
+namespace topics = com::topics;
 
 namespace {
 
 std::shared_ptr<com::ITransportClient> create_client(const UplinkSettings& settings, const std::string& unit,
-                                                     const std::string& tree) {
+                                                     const std::string& tree,
+                                                     std::shared_ptr<com::IConnectionObserver> observer) {
   auto config = std::make_unique<tamu::config::Configuration>(*settings.fleet);
   if (config->get("client_name").empty()) {
     config->set_value("client_name", unit);
   }
   com::ClientTraits traits;
-  traits.presence = {tree + presence_key, com::topics::presence_online, com::topics::presence_offline,
-                     "lost"};
+  traits.presence = {tree + topics::fleet_presence, topics::presence_online, topics::presence_offline,
+                     topics::presence_lost};
   traits.reconnect_spread = settings.reconnect_spread;
   traits.name = "fleet";
-  return com::create_client(config, com::TransportType::mqtt, nullptr, traits);
+  return com::create_client(config, com::TransportType::mqtt, std::move(observer), traits);
 }
 
 }  // namespace
 
-FleetLink::FleetLink(const UplinkSettings& settings, const std::string& unit)
-    : unit_(unit), tree_(settings.prefix + '/' + unit + '/'), client_(create_client(settings, unit, tree_)) {
+class FleetLink::ConnectionObserver final : public com::IConnectionObserver {
+ public:
+  explicit ConnectionObserver(FleetLink& link) : link_(link) {}
+
+  void connection_up() override {
+    link_.connected_at_ = boot_time_now().count();
+    link_.publish_connection_time();
+  }
+  void connection_down(com::ConnectionFailure /*failure*/, const std::string& /*reason*/) override {}
+  void subscription_refused(const std::string& /*filter*/) override {}
+  void subscriptions_settled() override {}
+  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
+
+ private:
+  FleetLink& link_;
+};
+
+FleetLink::FleetLink(const UplinkSettings& settings, const std::string& unit, WallClock wall_clock)
+    : unit_(unit),
+      tree_(settings.prefix + '/' + unit + '/'),
+      wall_clock_(std::move(wall_clock)),
+      client_(create_client(settings, unit, tree_, std::make_shared<ConnectionObserver>(*this))) {
   client_->connect();
   client_->start();
 }
@@ -37,6 +61,14 @@ void FleetLink::publish(const std::string& topic, const std::string& payload) {
   message.acknowledged = true;
   message.retained = true;
   (void)client_->publish(topic, std::move(message));  // remembered without a connection, too
+}
+
+void FleetLink::publish_connection_time() {
+  if (const BootTime at(connected_at_); at != BootTime::zero()) {
+    const auto now = wall_clock_();
+    publish(topic(topics::fleet_connected_since),
+            now ? tools::iso_time(*now - (boot_time_now() - at)) : std::string());
+  }
 }
 
 }  // namespace ecu::uplink

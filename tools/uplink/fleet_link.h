@@ -1,21 +1,28 @@
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <ecu/tamu/com/transport_client.h>
 
+#include "uplink/unit_clock.h"
 #include "uplink/uplink_settings.h"
 
 namespace ecu::uplink {
 
 /// The connection to the fleet's broker under one unit's name. Everything that it publishes is retained, at
-/// quality of service 1. Its presence is "online", "offline" after an orderly stop, and "lost" otherwise.
-/// Callable from any thread.
+/// quality of service 1. Its presence is "online", "offline" after an orderly stop, and "lost" otherwise. On
+/// each connection it publishes the time. Callable from any thread.
 class FleetLink {
  public:
+  /// The unit's wall clock; nothing while it is not set. Called from any thread.
+  using WallClock = std::function<std::optional<WallTime>()>;
+
   /// Begins to connect. `settings` is only read during the call.
-  FleetLink(const UplinkSettings& settings, const std::string& unit);
+  FleetLink(const UplinkSettings& settings, const std::string& unit, WallClock wall_clock);
   /// Stops, which takes at most 2 s.
   ~FleetLink() = default;
   FleetLink(const FleetLink&) = delete;
@@ -29,16 +36,23 @@ class FleetLink {
   /// Publishes `payload` on a topic. An empty one clears what the broker retains.
   void publish(const std::string& topic, const std::string& payload);
 
+  /// Publishes when the present or last connection began; clears that topic while the wall clock is not set.
+  void publish_connection_time();
+
   /// Requests the stop; see ITransportClient::stop.
   void stop() { client_->stop(); }
 
  private:
+  class ConnectionObserver;
+
+  // Constant after construction.
   const std::string unit_;
   const std::string tree_;
+  const WallClock wall_clock_;
+
+  // With their own synchronisation.
+  std::atomic<BootTime::rep> connected_at_ = 0;  // 0: never
   const std::shared_ptr<tamu::com::ITransportClient> client_;
 };
-
-/// The key of the link's presence.
-inline constexpr const char* presence_key = "presence";
 
 }  // namespace ecu::uplink

@@ -12,9 +12,9 @@
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
+#include "common/fleet_message.h"
 #include "common/name_pattern.h"
 #include "common/variable_catalogue.h"
-#include "uplink/fleet_message.h"
 
 namespace ecu::uplink {
 
@@ -27,8 +27,6 @@ constexpr auto uplink_log = tamu::logging::module("uplink");
 
 constexpr int at_least_once = 1;
 constexpr std::size_t longest_value = 4096;
-constexpr std::string_view variable_key_prefix = "var/";
-constexpr const char* daemon_key = "daemon";
 
 // How often an unset wall clock is looked at.
 constexpr std::chrono::seconds clock_period{5};
@@ -52,7 +50,8 @@ Uplink::Uplink(UplinkSettings settings, WallClock wall_clock)
       wall_clock_(std::move(wall_clock)),
       observer_(std::make_shared<BusObserver>(*this)),
       bus_(com::create_client(settings_.bus, com::TransportType::mqtt, nullptr, {.name = "unit"})),
-      filter_(settings_.limits) {}
+      filter_(settings_.limits),
+      clock_was_unset_(!wall_clock_()) {}
 
 Uplink::~Uplink() {
   bus_->unsubscribe(topics::daemon_presence, observer_);
@@ -109,7 +108,7 @@ void Uplink::handle(const std::string& topic, const com::Message& msg) {
 void Uplink::take_presence(const std::string& state) {
   if (state == topics::presence_online || state == topics::presence_offline) {
     daemon_presence_ = state;
-    take(daemon_key, state, boot_time_now());
+    take(topics::fleet_daemon, state, boot_time_now());
   } else {
     uplink_log.warning("the daemon's presence is neither ", topics::presence_online, " nor ",
                        topics::presence_offline);
@@ -135,7 +134,8 @@ void Uplink::take_variable(const std::string& name, const com::Message& msg) {
   }
   if (tools::matches_any(name, settings_.variables)) {
     const auto now = static_cast<std::uint64_t>(boot_time_now().count());
-    take(std::string(variable_key_prefix) + name, value, BootTime(std::min(variable.body.timestamp(), now)));
+    take(std::string(topics::fleet_variable_prefix) + name, value,
+         BootTime(std::min(variable.body.timestamp(), now)));
   }
 }
 
@@ -159,12 +159,12 @@ void Uplink::set_unit(const std::string& unit) {
   std::vector<std::string> old_topics;
   if (fleet_) {
     const FleetLink& old = *fleet_;
-    old_topics.push_back(old.topic(presence_key));
+    old_topics = {old.topic(topics::fleet_presence), old.topic(topics::fleet_connected_since)};
     filter_.for_each_sent([&](const std::string& key) { old_topics.push_back(old.topic(key)); });
     uplink_log.notice("the unit's name changes from ", old.unit(), " to ", unit);
     fleet_.reset();
   }
-  fleet_ = std::make_unique<FleetLink>(settings_, unit);
+  fleet_ = std::make_unique<FleetLink>(settings_, unit, wall_clock_);
   for (const std::string& topic : old_topics) {
     fleet_->publish(topic, "");
   }
@@ -182,7 +182,7 @@ void Uplink::send_due() {
 }
 
 std::string Uplink::payload_of(const std::string& key, const ChangeFilter::Value& value) {
-  if (key == daemon_key) {
+  if (key == topics::fleet_daemon) {
     return value.text;
   }
   std::optional<WallTime> since = wall_clock_();
@@ -191,7 +191,7 @@ std::string Uplink::payload_of(const std::string& key, const ChangeFilter::Value
   } else {
     clock_was_unset_ = true;
   }
-  return variable_message(value, since, daemon_presence_);
+  return tools::to_json({value.text, since, value.since.count(), daemon_presence_});
 }
 
 void Uplink::run_timer() {
@@ -201,6 +201,9 @@ void Uplink::run_timer() {
     if (clock_was_unset_ && wall_clock_()) {
       clock_was_unset_ = false;
       filter_.send_all_again();
+      if (fleet_) {
+        fleet_->publish_connection_time();
+      }
     }
     send_due();
     timer_due_ = next_task();

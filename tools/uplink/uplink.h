@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,7 +22,7 @@ namespace ecu::uplink {
 /// `mutex_` while they publish, so that the newest value of a topic is published last.
 class Uplink {
  public:
-  using WallClock = std::function<std::optional<WallTime>()>;
+  using WallClock = FleetLink::WallClock;
 
   /// `wall_clock` is called with internal locks held.
   explicit Uplink(UplinkSettings settings, WallClock wall_clock = wall_time_now);
@@ -66,8 +65,8 @@ class Uplink {
   // Guarded by mutex_.
   ChangeFilter filter_ TAMU_GUARDED_BY(mutex_);
   std::optional<std::string> daemon_presence_ TAMU_GUARDED_BY(mutex_);
-  bool clock_was_unset_ TAMU_GUARDED_BY(mutex_) = false;          // when a message was composed
-  bool is_full_ TAMU_GUARDED_BY(mutex_) = false;                  // which has been reported
+  bool clock_was_unset_ TAMU_GUARDED_BY(mutex_);  // at the start, or when a message was composed
+  bool is_full_ TAMU_GUARDED_BY(mutex_) = false;  // which has been reported
   BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // when the timer thread wakes by itself
   bool is_stopping_ TAMU_GUARDED_BY(mutex_) = false;
   std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);  // null until the unit's name is known

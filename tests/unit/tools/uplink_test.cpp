@@ -14,12 +14,12 @@
 #include <ecu/tamu/date_time.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
+#include "common/fleet_message.h"
 #include "support/broker.h"
 #include "support/bus_client.h"
 #include "support/captured_log.h"
 #include "support/temp_dir.h"
 #include "uplink/change_filter.h"
-#include "uplink/fleet_message.h"
 #include "uplink/unit_clock.h"
 #include "uplink/uplink_settings.h"
 
@@ -90,11 +90,31 @@ TEST_F(ChangeFilterTest, ItsMemoryIsBounded) {
 }
 
 TEST(FleetMessageTest, IsOneJsonObject) {
-  EXPECT_EQ(
-      variable_message({"1M8GDM9AXKP042788", 1500ms}, WallTime(1'795'334'400s + 5ms), "online"),
-      R"({"value":"1M8GDM9AXKP042788","since":"2026-11-22T08:00:00.005Z","stamp":1500000000,"daemon":"online"})");
-  EXPECT_EQ(variable_message({"a\"\n\xff\xc3\xa4", 0ns}, std::nullopt, std::nullopt),
+  using ecu::tools::fleet_variable_from_json, ecu::tools::to_json;
+  const std::string vin =
+      R"({"value":"1M8GDM9AXKP042788","since":"2026-11-22T08:00:00.005Z","stamp":1500000000,"daemon":"online"})";
+  EXPECT_EQ(to_json({"1M8GDM9AXKP042788", WallTime(1'795'334'400s + 5ms), 1'500'000'000, "online"}), vin);
+  EXPECT_EQ(to_json({"a\"\n\xff\xc3\xa4"}),
             "{\"value\":\"a\\\"\\n\xef\xbf\xbd\xc3\xa4\",\"since\":null,\"stamp\":0,\"daemon\":null}");
+  EXPECT_EQ(fleet_variable_from_json(vin).value().since, WallTime(1'795'334'400s + 5ms));
+  for (const auto& [text, is_valid] : std::vector<std::pair<std::string, bool>>{
+           {R"({"value":"","since":null,"stamp":-1,"daemon":null,"more":[]})", true},
+           {"", false},
+           {"null", false},
+           {std::string(60'000, '['), false},
+           {R"({"value":")" + std::string(70'000, 'x') + R"(","since":null,"stamp":1,"daemon":null})", false},
+           {R"({"value":null,"since":null,"stamp":1,"daemon":null})", false},
+           {R"({"since":null,"stamp":1,"daemon":null})", false},
+           {R"({"value":"a","since":null,"stamp":1.5,"daemon":null})", false},
+           {R"({"value":"a","since":null,"stamp":1,"daemon":true})", false},
+           {"{\"value\":\"\xff\",\"since\":null,\"stamp\":1,\"daemon\":null}", false},
+           {R"({"value":"a","since":"2026-11-22","stamp":1,"daemon":null})", false},
+           {R"({"value":"a","since":"2026-02-30T08:00:00.000Z","stamp":1,"daemon":null})", false},
+           {R"({"value":"a","since":"9999-11-22T08:00:00.000Z","stamp":1,"daemon":null})", false},
+           {R"({"value":"a","since":"2026-11-22T08:00:00.0","stamp":1,"daemon":null})", false},
+       }) {
+    EXPECT_EQ(fleet_variable_from_json(text).has_value(), is_valid) << text.substr(0, 80);
+  }
 }
 
 TEST(UplinkSettingsTest, EachFaultIsOneLine) {
@@ -167,12 +187,16 @@ TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
     unit.publish("system/var/" + value, std::string(payload.begin(), payload.end()), true);
   };
   ASSERT_TRUE(fleet.wait_for_text("fleet/U1/presence", "online"));
+  EXPECT_EQ(fleet.wait_for("fleet/U1/connected_since").value().payload, "");
   publish("a", now);
   EXPECT_TRUE(fleet.wait_for_text("fleet/U1/var/a", R"({"value":"a","since":null,"stamp":)" +
                                                         std::to_string(now) + R"(,"daemon":null})"));
   is_set = true;
   EXPECT_TRUE(fleet.wait_for("fleet/U1/var/a", [](const tests::BusMessage& message) {
     return message.payload.starts_with(R"({"value":"a","since":"2100-01-01T00:00:0)");
+  }));
+  EXPECT_TRUE(fleet.wait_for("fleet/U1/connected_since", [](const tests::BusMessage& message) {
+    return message.payload.starts_with("2100-01-01T00:00:0");
   }));
   publish("future", UINT64_MAX);
   const auto message = fleet.wait_for("fleet/U1/var/future");

@@ -14,6 +14,16 @@ inline constexpr const char* daemon_presence = "system/presence/quil";
 inline constexpr const char* presence_online = "online";
 inline constexpr const char* presence_offline = "offline";
 
+/// What a unit publishes at the broker of its fleet, after the prefix of the fleet and the unit's name: a
+/// variable (followed by its name), the daemon's presence, the unit's own presence, which has a third text,
+/// and when its present or last connection began.
+inline constexpr const char* default_fleet_prefix = "fleet";
+inline constexpr const char* fleet_variable_prefix = "var/";
+inline constexpr const char* fleet_daemon = "daemon";
+inline constexpr const char* fleet_presence = "presence";
+inline constexpr const char* fleet_connected_since = "connected_since";
+inline constexpr const char* presence_lost = "lost";
+
 /// System parameters: requests to the daemon, and its answers. The answers to a request for chosen parameters
 /// differ by the identifier inside; their topic has nothing after the slash.
 inline constexpr const char* parameter_request = "system/quil/request/sysparam";
