@@ -68,13 +68,13 @@ TEST_F(QuilctlFleetTest, ShowsTheUnitsAndRetiresOne) {
 TEST_F(QuilctlFleetTest, AMessageThatCannotBeReadIsOneLine) {
   bus.publish("fleet/U1/var/bad", "\x1b[2J{", true);
   bus.publish("fleet/U1/presence", "asleep", true);
-  bus.publish("fleet/U\xe2\x80\xae/var/good",
+  bus.publish("fleet/U\xe2\x80\x8e/var/good",
               R"({"value":"\u001b[2J\u009b","since":null,"stamp":1,"daemon":null})", true, 1);
   const std::string all = call({"--fleet"}).all;
   EXPECT_THAT(all,
               AllOf(HasSubstr("quilctl: cannot read the message on fleet/U1/var/bad\n"),
                     HasSubstr("quilctl: cannot read the message on fleet/U1/presence\n"),
-                    HasSubstr(R"(U\xe2\x80\xae  good  \x1b[2J\xc2\x9b  -    -)"), Not(HasSubstr("\x1b"))));
+                    HasSubstr(R"(U\xe2\x80\x8e  good  \x1b[2J\xc2\x9b  -    -)"), Not(HasSubstr("\x1b"))));
 }
 
 TEST_F(QuilctlFleetTest, RefusesWhatItCannotDo) {
