@@ -19,6 +19,7 @@
 #include "quilctl/screen/live_table.h"
 #include "quilctl/screen/text_table.h"
 #include "quilctl/talk/client_configuration.h"
+#include "quilctl/talk/unit_source.h"
 #include "support/fake_client.h"
 #include "support/temp_dir.h"
 #include "support/testing.h"
@@ -179,7 +180,8 @@ TEST(BrokerOptions, OptionsOverrideTheConfigurationOfTheUnit) {
 }
 
 TEST(QuilctlTable, FollowsTheBusAndTheKeyboard) {
-  LiveTable table("broker:1", true, {"has*", "hw*"});
+  UnitSource source({"has*", "hw*"});
+  LiveTable table("broker:1", source);
   const auto shown = [&table](std::size_t width = 60, std::size_t height = 9) {
     std::string text;
     for (const ScreenLine& line : table.draw(width, height)) {

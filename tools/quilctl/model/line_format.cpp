@@ -26,8 +26,9 @@ std::optional<std::string> field_of(std::string_view field, const VariableRow& r
     return age ? tools::local_time(tools::wall_clock_now() - std::chrono::duration_cast<Duration>(*age))
                : "-";
   }
-  return field == "topic" ? std::optional(tools::printable(tools::topic_of_variable(row.name)))
-                          : std::nullopt;
+  return field == "topic"  ? std::optional(tools::printable(row.topic()))
+         : field == "unit" ? std::optional(tools::printable(row.unit_name()))
+                           : std::nullopt;
 }
 
 // The character that an escape stands for; 0 for an unknown one.
@@ -48,9 +49,9 @@ Result filled_in(std::string_view format, const VariableRow& row, const UnitCloc
       const auto field =
           end == format.npos ? std::nullopt : field_of(part.substr(1, part.size() - 2), row, clock, raw);
       result.text += field.value_or("");
-      result.fault =
-          field ? ""
-                : "unknown field '" + std::string(part) + "': use {name}, {value}, {age}, {time} or {topic}";
+      result.fault = field ? ""
+                           : "unknown field '" + std::string(part) +
+                                 "': use {unit}, {name}, {value}, {age}, {time} or {topic}";
       at = end;
     } else if (format[at] == '\\') {
       const char letter = part.size() == 2 ? unescaped(part.back()) : '\0';

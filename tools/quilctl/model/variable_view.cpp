@@ -26,7 +26,7 @@ VariableView::Change VariableView::take(const std::string& topic, const com::Mes
     return Change::other;
   }
   if (msg.payload.empty()) {  // nothing is retained any more
-    return variables_.erase(std::string(*name)) > 0 ? Change::changed : Change::none;
+    return update(std::string(*name), std::nullopt);
   }
   const auto decoded = com::PbInternalMessageAdapter<tamu::pb::EcuVariable>().deserialize(msg);
   if (!decoded.ok) {
@@ -38,9 +38,16 @@ VariableView::Change VariableView::take(const std::string& topic, const com::Mes
     variable.value = decoded.body.value();
   }
   variable.timestamp = decoded.body.timestamp();
-  const auto [held, is_new] = variables_.try_emplace(std::string(*name), variable);
-  const Variable before = std::exchange(held->second, variable);
-  return is_new || before.value != variable.value ? Change::changed : Change::none;
+  return update(std::string(*name), variable);
+}
+
+VariableView::Change VariableView::update(const std::string& name, const std::optional<Variable>& variable) {
+  if (!variable) {
+    return variables_.erase(name) > 0 ? Change::changed : Change::none;
+  }
+  const auto [held, is_new] = variables_.try_emplace(name, *variable);
+  const Variable before = std::exchange(held->second, *variable);
+  return is_new || before.value != variable->value ? Change::changed : Change::none;
 }
 
 const Variable* VariableView::find(std::string_view name) const {

@@ -67,6 +67,17 @@ TEST_F(DeliveryTest, AFloodDropsMessagesOfItsOwnTopicOnlyAndIsReportedOnceAndAtO
               ElementsAre("WARNING [tamu.com.mqtt] observer too slow: 744 messages dropped on topic flood"));
 }
 
+TEST_F(DeliveryTest, ABacklogMultipliesWhatMayWait) {
+  Mailbox mailbox(a, 2);
+  mailbox.add_topic("t");
+  const auto message = std::make_shared<const QueuedMessage>(QueuedMessage{"t", {}, 1});
+  int taken = 0;
+  while (mailbox.put("t", message)) {
+    ++taken;
+  }
+  EXPECT_EQ(taken, 512);
+}
+
 TEST_F(DeliveryTest, OverloadIsLoggedAtMostOnceInFiveSecondsAndCountedCompletely) {
   using std::chrono::seconds;
   const auto dropped = [](int count) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -86,6 +87,9 @@ struct ClientTraits {
   /// Every attempt to reconnect follows a random pause of at most this time, so that the clients of a large
   /// bus do not return all at once. 0: the short pauses of a unit's bus.
   std::chrono::seconds reconnect_spread{0};
+  /// How many times the usual number of messages and bytes may wait for an observer: more for a bus whose
+  /// broker retains very many messages, which arrive at once.
+  std::size_t backlog = 1;
   /// Distinguishes the clients of one process in the service manager's status text.
   std::string name{};
 };
