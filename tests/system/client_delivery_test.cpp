@@ -99,18 +99,16 @@ TEST_F(ClientDeliveryTest, UnsubscribeWaitsForACallInProgressOnThatTopicOnly) {
   }
   client->subscribe("in/#", 0, witness);
   start();
-  for (const char* text : {"1", "2"}) {
-    bus.publish("in/a", text);
-  }
-  ASSERT_TRUE(observer->wait_for(1) && witness->wait_for(2));
+  bus.publish("in/a", "1");
+  ASSERT_TRUE(observer->wait_for(1));
   const auto other = std::async(std::launch::async, [&] { client->unsubscribe("in/b", observer); });
   EXPECT_TRUE(returns_soon(other));
   const auto call = std::async(std::launch::async, [&] { client->unsubscribe("in/a", observer); });
   EXPECT_FALSE(has_returned(call));
   gate.count_down();
   EXPECT_TRUE(returns_soon(call));
-  bus.publish("in/a", "3");
-  ASSERT_TRUE(witness->wait_for(3));
+  bus.publish("in/a", "2");
+  ASSERT_TRUE(witness->wait_for(2));
   stop();
   EXPECT_THAT(observer->seen(), ElementsAre("in/a=1"));
   EXPECT_EQ(observer.use_count(), 1);

@@ -114,6 +114,11 @@ TEST(QuilctlUnitClock, IsSetByLiveMessagesOnly) {
   EXPECT_GE(clock.age_of(sent - 5'000'000'000).value(), 5'000'000'000u);
   EXPECT_LT(clock.age_of(sent - 5'000'000'000).value(), 65'000'000'000u);
   EXPECT_EQ(clock.age_of(sent + 600'000'000'000), 0u);
+  for (int byte = 10; byte < 18; ++byte) {
+    message.payload[static_cast<std::size_t>(byte)] = 0xf0;
+  }
+  clock.take(message);
+  EXPECT_EQ(clock.age_of(0), 0x7fff'ffff'ffff'ffff) << "more than a duration holds";
 }
 
 std::vector<Recorded> read(const std::string& text) {

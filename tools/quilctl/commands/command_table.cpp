@@ -16,8 +16,8 @@ constexpr const char* names_purpose = "names; * stands for any characters, ? for
 void add_format(CLI::App& command, Options& options) {
   command
       .add_option("--format", options.format,
-                  "a line with the fields {unit}, {name}, {value}, {age}, {time} and {topic}; \\n, \\t and "
-                  "\\\\ are escapes")
+                  "a line with the fields {unit}, {name}, {value}, {age}, {time} and {topic}; "
+                  R"(\n, \t and \\ are escapes)")
       ->check(CLI::Validator(fault_of_format, ""))
       ->type_name("TEXT");
   command.add_flag("--raw", options.raw,

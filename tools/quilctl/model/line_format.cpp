@@ -44,10 +44,11 @@ Result filled_in(std::string_view format, const VariableRow& row, const UnitCloc
   Result result;
   for (std::size_t at = 0; at < format.size() && result.fault.empty(); ++at) {
     const std::size_t end = format[at] == '{' ? format.find('}', at) : at + 1;
-    const std::string_view part = format.substr(at, end == format.npos ? end : end - at + 1);
+    const std::string_view part = format.substr(at, end == std::string_view::npos ? end : end - at + 1);
     if (format[at] == '{') {
-      const auto field =
-          end == format.npos ? std::nullopt : field_of(part.substr(1, part.size() - 2), row, clock, raw);
+      const auto field = end == std::string_view::npos
+                             ? std::nullopt
+                             : field_of(part.substr(1, part.size() - 2), row, clock, raw);
       result.text += field.value_or("");
       result.fault = field ? ""
                            : "unknown field '" + std::string(part) +

@@ -1,6 +1,8 @@
 #include "quilctl/model/variable_view.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
 #include <utility>
 
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
@@ -71,7 +73,8 @@ std::optional<std::uint64_t> UnitClock::age_of(std::uint64_t timestamp) const {
     return std::nullopt;
   }
   const std::uint64_t now = tamu::DateTime::time_since_boot_ns() + static_cast<std::uint64_t>(*ahead_ns_);
-  return now > timestamp ? now - timestamp : 0;
+  constexpr std::uint64_t longest = std::numeric_limits<std::int64_t>::max();  // as a duration
+  return now > timestamp ? std::min(now - timestamp, longest) : 0;
 }
 
 }  // namespace ecu::ctl
