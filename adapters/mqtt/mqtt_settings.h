@@ -24,6 +24,8 @@ struct MqttSettings {
   std::optional<Presence> presence;
   /// The longest pause before an attempt to reconnect; 0: see Backoff.
   std::chrono::milliseconds reconnect_spread{0};
+  /// See ClientTraits.
+  std::chrono::seconds repeat_after{0};
   /// Distinguishes the clients of one process in the service manager's status text.
   std::string name;
   /// How long an attempt to connect may take, from the lookup of the host's name on.

@@ -76,6 +76,7 @@ class SessionTest : public testing::Test, public ConnectionListener {
   void oversized_message(const std::string& /*topic*/) override { ++heard; }
   void subscription_refused(const std::string& /*filter*/) override {}
   void fence_answered(Fence /*fence*/) override { ++heard; }
+  void acknowledged_late() override {}
 
   void hear() {
     const bool was_connected = session->is_connected();

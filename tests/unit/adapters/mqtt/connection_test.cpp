@@ -28,6 +28,7 @@ class Listener final : public ConnectionListener {
   void oversized_message(const std::string& topic) override { happened(topic); }
   void subscription_refused(const std::string& filter) override { happened("refused " + filter); }
   void fence_answered(Fence /*fence*/) override { happened("fence"); }
+  void acknowledged_late() override { happened("late"); }
 
   std::vector<std::string> events;
   ConnectionFailure down = ConnectionFailure::refused;
