@@ -129,8 +129,8 @@ TEST_F(ClientAgainstScriptTest, PresenceAndRetainedMessagesAreRepeatedOnceAfterA
   settings.presence = tests::presence_of("tested");
   settings.repeat_after = 1s;
   client.emplace(settings, nullptr);
-  publish("a", "1", true);
-  publish("a", "2", true);
+  publish("a", "1", true, true);
+  publish("a", "2", true, true);
   client->connect();
   client->start();
   ASSERT_TRUE(broker->wait_for("PUBLISH system/presence/tested=online", 2));
