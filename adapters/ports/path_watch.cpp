@@ -1,18 +1,21 @@
 #include "ports/path_watch.h"
 
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <exception>
 #include <iterator>
+#include <optional>
 #include <span>
+#include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 namespace ecu::tamu::ipc {
@@ -42,6 +45,21 @@ bool concerns(std::span<const char> events, std::string_view name) noexcept {
     events = events.subspan(sizeof(event) + event.len);
   }
   return false;
+}
+
+// std::filesystem reads the times of a file, too, and on 32 bits it fails for those after 2038.
+std::optional<std::filesystem::path> target_of_link(const std::filesystem::path& file) {
+  std::array<char, PATH_MAX> target{};
+  const ssize_t size = ::readlink(file.c_str(), target.data(), target.size());
+  if (size < 0) {
+    return std::nullopt;
+  }
+  return std::string(target.data(), static_cast<std::size_t>(size));
+}
+
+bool is_folder(const std::filesystem::path& file) {
+  struct stat status {};
+  return ::lstat(file.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 std::filesystem::path without_first(const std::filesystem::path& path) {
@@ -86,14 +104,11 @@ bool PathWatch::follow_path() {
     const std::filesystem::path file = folder / *rest.begin();
     const std::filesystem::path after = without_first(rest);
     watch(file, own_changes | IN_DONT_FOLLOW);
-    std::error_code ignored;
-    const auto type = std::filesystem::symlink_status(file, ignored).type();
-    if (type == std::filesystem::file_type::symlink) {
-      const std::filesystem::path target = std::filesystem::read_symlink(file, ignored);
-      folder = target.is_absolute() ? "/" : folder;
-      rest = target.relative_path() / after;
+    if (const auto target = target_of_link(file)) {
+      folder = target->is_absolute() ? "/" : folder;
+      rest = target->relative_path() / after;
       ++links;
-    } else if (type == std::filesystem::file_type::directory && !after.empty()) {
+    } else if (!after.empty() && is_folder(file)) {
       folder = file;
       rest = after;
     } else if (folder != last_folder) {

@@ -71,7 +71,8 @@ uses_other_ports() {
   cp --archive "$(readlink -f /dev/qport/telematics_param_send)" /dev/other/send
   printf '[Service]\nDeviceAllow=/dev/other/receive r\nDeviceAllow=/dev/other/send w\n' >$drop_ins/other-ports.conf
   printf 'qpread = /dev/other/receive\nqpwrite = /dev/other/send\n' >>$configuration
-  with_changed_service wait_until is_on_line
+  with_changed_service wait_until has_no_top_version
+  reconnect_far_side
   quilctl param set 0xa002=Asia/Seoul
   sed -i '/^qp/d' $configuration
   rm $drop_ins/other-ports.conf

@@ -35,3 +35,14 @@ writes_secrets_both_ways() {
 remote_secret_is() {
   [[ $(quilctl secstore get remote) == "$1" ]]
 }
+
+# The broker of the unit is that of its fleet, too.
+sends_its_values_to_the_fleet() {
+  local vin message
+  vin=$(quilctl get vehicleid)
+  echo 'host = localhost' >>/etc/morn/tolquil-uplink.conf
+  systemctl start tolquil-uplink
+  message=$(mosquitto_sub -C 1 -W 600 -t fleet/+/var/vehicleid)
+  echo "$message" | grep -F "\"value\":\"$vin\""
+  systemctl stop tolquil-uplink
+}

@@ -118,17 +118,21 @@ TEST_F(UplinkTest, TheValueOfAVariableIsTheNameAndAnotherOneClearsTheOldTopics) 
   ASSERT_TRUE(arrives("fleet/S1/var/vehicleid", "A"));
   publish("serialnumber", "S2");
   ASSERT_TRUE(arrives("fleet/S2/var/vehicleid", "A"));
+  ASSERT_TRUE(arrives("fleet/S2/var/serialnumber", "S2"));
+  ASSERT_TRUE(fleet.wait_for_text("fleet/S2/daemon", "online"));
   ASSERT_TRUE(fleet.wait_for_text("fleet/S2/presence", "online"));
+  ASSERT_TRUE(fleet.wait_for("fleet/S2/connected_since"));
   BusClient late(fleet_broker.port());
-  late.subscribe("fleet/#");
-  ASSERT_TRUE(late.wait_for("fleet/S2/presence"));
+  late.subscribe("#");
+  late.publish("end", "");
+  ASSERT_TRUE(late.wait_for("end"));
   std::vector<std::string> topics;
   for (const BusMessage& message : late.history()) {
     topics.push_back(message.topic);
   }
   EXPECT_THAT(topics, testing::UnorderedElementsAre("fleet/S2/var/serialnumber", "fleet/S2/var/vehicleid",
                                                     "fleet/S2/daemon", "fleet/S2/presence",
-                                                    "fleet/S2/connected_since"));
+                                                    "fleet/S2/connected_since", "end"));
 }
 
 TEST_F(UplinkTest, PresenceTellsAStopFromALoss) {

@@ -8,7 +8,7 @@
 namespace ecu::tools {
 
 InputError input_error(const std::string& name) {
-  return InputError(name + ": " + std::generic_category().message(errno));
+  return InputError{name + ": " + std::generic_category().message(errno)};
 }
 
 std::string read_file(const std::string& path, std::size_t max_size) {

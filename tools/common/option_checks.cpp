@@ -1,5 +1,7 @@
 #include "common/option_checks.h"
 
+#include <unistd.h>
+
 #include <ecu/tamu/com/topic.h>
 
 namespace ecu::tools {
@@ -36,6 +38,11 @@ CLI::Validator is_positive_number() {
 
 CLI::Validator is_topic_filter() {
   return validator(tamu::com::is_topic_filter, "an MQTT topic filter");
+}
+
+CLI::Validator is_folder() {
+  return validator([](const std::string& text) { return ::access((text + "/.").c_str(), F_OK) == 0; },
+                   "a folder");
 }
 
 CLI::Validator is_not_empty() {

@@ -16,6 +16,8 @@ namespace ecu::tools {
 [[nodiscard]] CLI::Validator is_positive_number();
 [[nodiscard]] CLI::Validator is_topic_filter();
 
+[[nodiscard]] CLI::Validator is_folder();
+
 /// An unset variable of the shell gives an empty value, which must not select the default.
 [[nodiscard]] CLI::Validator is_not_empty();
 

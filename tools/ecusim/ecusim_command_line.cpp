@@ -75,7 +75,7 @@ void add_play_options(CLI::App& command, Options& options) {
   CLI::Option* const ports = command
                                  .add_option("--ports", options.ports_folder,
                                              "existing folder for the queueing ports; default: no ports")
-                                 ->check(CLI::ExistingDirectory);
+                                 ->check(tools::is_folder());
   FifoAccess& access = options.ports_access;
   command
       .add_option_function<std::string>(

@@ -137,6 +137,8 @@ const std::vector<Channel> other_channels{
     {"presence", topics::daemon_presence,
      R"("online" after each connection; "offline" on an orderly stop and as last will)", "send", "confirmed",
      "Presence"},
+    {"uplink_presence", "system/presence/uplink", "the same of tolquil-uplink", "send", "confirmed",
+     "Presence"},
     {"parameter_request", topics::parameter_request, "requests system parameters by their identifiers",
      "receive", "request", "EcuVariableReq"},
     {"parameter_answer", topics::parameter_answer,
@@ -207,7 +209,7 @@ void write_value_message(std::ostream& out, const tools::VariableInfo& info) {
          "        payload:\n"
          "          type: object\n"
          "          description: "
-      << quoted("published " + std::string(info.published_when) + "; without fields while there is no value")
+      << quoted("published " + std::string(info.published_when) + "; without fields if the value is empty")
       << "\n          properties:\n"
          "            value:\n"
          "              type: string\n"

@@ -15,7 +15,7 @@
 
 namespace ecu::uplink {
 
-/// Carries the variables of a unit to the broker of its fleet. It reads the topics of the variables and the
+/// Sends the variables of a unit to the broker of its fleet. It reads the topics of the variables and the
 /// daemon's presence, and writes nothing to the unit's bus but its own presence.
 ///
 /// The observer's thread publishes what is due at once; a timer thread publishes what is due later. Both hold

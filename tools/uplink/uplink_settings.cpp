@@ -67,7 +67,9 @@ class Reader {
 
   void fault(const char* key, const std::string& text) {
     is_valid_ = false;
-    logger.error("line ", config_.line_of(key), ": key '", key, "': '", config_.get(key), "' ", text);
+    const int line = config_.line_of(key);
+    const std::string place = line > 0 ? "line " + std::to_string(line) + ": " : "";
+    logger.error(place, "key '", key, "': '", config_.get(key), "' ", text);
   }
 
   [[nodiscard]] bool is_valid() const noexcept { return is_valid_; }

@@ -42,7 +42,7 @@ void add_get_options(CLI::App& command, Options& options) {
 }
 
 void add_count(CLI::App& command, Options& options) {
-  command.add_option("--count", options.count, "end after this number of messages")
+  command.add_option("--count", options.count, "end after this number of them")
       ->check(tools::is_positive_number())
       ->type_name("N");
 }
@@ -147,7 +147,7 @@ const CommandEntry table[] = {
      .add_options = add_watch_options,
      .run = watch},
     {.name = "describe",
-     .purpose = "Explains one variable or all of them, without a connection.",
+     .purpose = "Explains variables, without a connection.",
      .examples = "  quilctl describe\n  quilctl describe hwversion",
      .add_options = add_describe_options,
      .run = describe},

@@ -1,7 +1,9 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
-#include <filesystem>
+#include <chrono>
 #include <fstream>
 #include <functional>
 #include <optional>
@@ -34,6 +36,9 @@ constexpr std::chrono::milliseconds overload_pause{5};
 // Of the published messages that have not come back yet: their number, and the time limit for each.
 constexpr std::size_t max_waiting = 1000;
 constexpr std::chrono::seconds default_echo_timeout{5};
+
+// 30 years: more than that after the beginning is no time that the clock has.
+constexpr std::chrono::duration<double> longest_wait(1e9);
 
 com::Message message_of(const Recorded& recorded, const std::string& payload) {
   com::Message message = com::make_message(0, {payload.begin(), payload.end()});
@@ -151,7 +156,7 @@ void play(const Options& options, std::istream& input, std::optional<RecordingPl
       continue;
     }
     if (options.speed > 0) {
-      const auto at = std::chrono::duration<double>(recorded->at) / options.speed;
+      const auto at = std::min(std::chrono::duration<double>(recorded->at) / options.speed, longest_wait);
       player->session().process_until(begin + std::chrono::duration_cast<Clock::duration>(at));
     }
     player->publish(*recorded);
@@ -177,7 +182,8 @@ ExitCode replay(const Options& options) {
     if (!file) {
       throw tools::input_error(options.file);
     }
-    if (std::filesystem::is_regular_file(options.file)) {
+    struct stat status {};
+    if (::stat(options.file.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
       read_through(file, options.file);
     }
     play(options, file, player);

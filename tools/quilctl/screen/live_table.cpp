@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 #include <utility>
 
 #include <ecu/tamu/com/topics.h>
@@ -112,7 +111,7 @@ bool LiveTable::handle(const KeyPress& press) {
     return true;
   }
   const auto page = static_cast<std::ptrdiff_t>(room_);
-  constexpr std::ptrdiff_t all = std::numeric_limits<int>::max();
+  const auto all = static_cast<std::ptrdiff_t>(rows().size());
   switch (press.key) {
     case Key::up:
     case Key::down:

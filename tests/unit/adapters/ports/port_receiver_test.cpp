@@ -1,7 +1,9 @@
 #include "ports/port_receiver.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 
 #include "support/ports.h"
 #include "support/testing.h"
@@ -142,6 +144,11 @@ TEST_F(PortAwayTest, AnotherFifoIsReadAtOnceAfterALinkOrAFolderOfThePathChanges)
   }
   std::filesystem::create_symlink("../tree1/sub", dir.path("top/link"));
   std::filesystem::create_symlink("../tree4/sub", dir.path("top.new/link"));
+  const timespec in_2040{2'208'988'800, 0};
+  const std::array stamps{in_2040, in_2040};
+  for (const char* name : {"top", "top/link"}) {
+    ASSERT_EQ(::utimensat(AT_FDCWD, dir.path(name).c_str(), stamps.data(), AT_SYMLINK_NOFOLLOW), 0);
+  }
   const auto lines = receive(hours, dir.path("top/link/port"), [&] {
     log.wait_for("1: |");
     tests::replace_link(dir.path("top/link"), dir.path("tree2/sub"));

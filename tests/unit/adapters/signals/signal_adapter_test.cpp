@@ -64,8 +64,8 @@ TEST(SignalAdapter, RefusesMalformedGroupsAndSkipsUnknownFields) {
   };
   const std::string kl15 = "\x0a\x06\x0a\x04kl15";
   for (const std::string& good :
-       {""s, kl15, "\x10\x01\x1a\x03xyz\x21" + "12345678"s + kl15 + "\x2d" + "1234",
-        "\x0b\x0a\x01z\x0c" + kl15, "\x0a\x09\x0a\x04kl15\x3a\x01u"s, "\x0d" + "1234"s}) {
+       {""s, kl15, "\x10\x01\x1a\x03xyz\x21" + "12345678"s + kl15 + "-1234", "\x0b\x0a\x01z\x0c" + kl15,
+        "\x0a\x09\x0a\x04kl15\x3a\x01u"s, "\x0d" + "1234"s}) {
     EXPECT_EQ(error(good), 0) << testing::PrintToString(good);
   }
   for (const std::string& bad :
