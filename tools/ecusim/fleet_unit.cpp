@@ -1,5 +1,8 @@
 #include "ecusim/fleet_unit.h"
 
+#include <mosquitto.h>
+#include <poll.h>
+
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -31,6 +34,10 @@ std::string name_of(unsigned number) {
 }
 
 }  // namespace
+
+void FleetUnit::Destroy::operator()(mosquitto* handle) const {
+  mosquitto_destroy(handle);
+}
 
 FleetUnit::FleetUnit(unsigned number, const FleetSetup& setup, FleetCounters& counters)
     : setup_(setup),

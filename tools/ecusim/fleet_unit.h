@@ -1,8 +1,5 @@
 #pragma once
 
-#include <mosquitto.h>
-#include <poll.h>
-
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -10,6 +7,9 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+struct mosquitto;
+struct pollfd;
 
 namespace ecu::sim {
 
@@ -53,7 +53,9 @@ class FleetUnit {
   void stop();
 
  private:
-  using Handle = std::unique_ptr<mosquitto, decltype(&mosquitto_destroy)>;
+  struct Destroy {
+    void operator()(mosquitto* handle) const;
+  };
 
   void connect();
   void connected();
@@ -66,7 +68,7 @@ class FleetUnit {
   FleetCounters& counters_;
   const std::string name_;
   std::minstd_rand random_{std::random_device()()};
-  Handle handle_{nullptr, mosquitto_destroy};
+  std::unique_ptr<mosquitto, Destroy> handle_;
   bool is_connected_ = false;
   std::size_t attempts_ = 0;
   std::uint64_t unacknowledged_ = 0;
