@@ -9,7 +9,7 @@
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
 #include <ecu/tamu/pb/messages.pb.h>
 
-#include "support/discarding_client.h"
+#include "discarding_client.h"
 #include "support/rt_messages.h"
 
 namespace {

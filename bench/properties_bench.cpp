@@ -10,7 +10,7 @@
 #include <ecu/tamu/pb/messages.pb.h>
 #include <ecu/tamu/rt/signal_adapter.h>
 
-#include "support/discarding_client.h"
+#include "discarding_client.h"
 #include "support/rt_messages.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <ecu/quil/sys_param_req_handler.h>
 #include <ecu/tamu/com/topics.h>
 
-#include "support/discarding_client.h"
+#include "discarding_client.h"
 #include "support/fake_port.h"
 #include "support/rt_messages.h"
 

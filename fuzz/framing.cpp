@@ -1,6 +1,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <array>
+#include <span>
 #include <type_traits>
 
 #include <ecu/tamu/com/message_fields.h>
@@ -16,11 +17,7 @@ using namespace ecu::tamu;
 using Error = com::err::PbInternalDeserializationError;
 
 std::uint64_t number_at(const com::Payload& bytes, std::size_t offset) {
-  std::uint64_t number = 0;
-  for (std::size_t i = 8; i-- > 0;) {
-    number = number << 8U | bytes[offset + i];
-  }
-  return number;
+  return fuzz::number_of(std::span(bytes).subspan(offset, 8));
 }
 
 // The expected result of the header alone: two fixed64 fields fill its 18 bytes, in either order.

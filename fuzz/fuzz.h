@@ -22,6 +22,15 @@ inline void require(bool holds, const char* text) {
   }
 }
 
+/// The number that little-endian bytes hold.
+std::uint64_t number_of(const auto& bytes) {
+  std::uint64_t number = 0;
+  for (std::size_t i = bytes.size(); i-- > 0;) {
+    number = number << 8U | static_cast<std::uint8_t>(bytes[i]);
+  }
+  return number;
+}
+
 /// Lines of every level are composed, but written nowhere.
 inline void silence() {
   ecu::tamu::logging::set_log_mode(ecu::tamu::logging::LogMode::none);

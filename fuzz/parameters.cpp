@@ -72,7 +72,6 @@ struct Model {
   State state = State::EMPTY, before_write = State::EMPTY;
   std::chrono::milliseconds since_write{0};
 
-  void pass(std::chrono::milliseconds time) { since_write += time; }
   State current() {
     if (state == State::UPDATING && since_write >= write_timeout) {
       state = before_write;
@@ -122,32 +121,10 @@ struct Model {
 class World {
  public:
   void step(FuzzedDataProvider& input) {
-    switch (input.ConsumeIntegralInRange(0, 8)) {
-      case 0:
-      case 1:
-        consume(input);
-        break;
-      case 2:
-        end_of_frame();
-        break;
-      case 3:
-        write_from_bus(input);
-        break;
-      case 4:
-        write_directly(input);
-        break;
-      case 5:
-        ask(input);
-        break;
-      case 6:
-        set_secret(input);
-        break;
-      case 7:
-        pass(std::chrono::milliseconds(input.ConsumeIntegralInRange(0, 1500)));
-        break;
-      default:
-        port_->accepts = input.ConsumeBool();
-    }
+    constexpr std::array steps{&World::consume,        &World::consume,        &World::end_of_frame,
+                               &World::write_from_bus, &World::write_directly, &World::ask,
+                               &World::set_secret,     &World::pass_time,      &World::set_acceptance};
+    (this->*input.PickValueInArray(steps))(input);
     compare();
   }
 
@@ -174,7 +151,7 @@ class World {
     }
   }
 
-  void end_of_frame() {
+  void end_of_frame(FuzzedDataProvider& /*input*/) {
     merges_ += request_model_.frame.empty() ? 0 : 1;
     port_->frame_finished();
     request_model_.end_of_frame();
@@ -246,10 +223,12 @@ class World {
     }
   }
 
-  void pass(std::chrono::milliseconds time) {
+  void pass_time(FuzzedDataProvider& input) {
+    const std::chrono::milliseconds time(input.ConsumeIntegralInRange(0, 1500));
     now_ += time;
-    direct_model_.pass(time);
+    direct_model_.since_write += time;
   }
+  void set_acceptance(FuzzedDataProvider& input) { port_->accepts = input.ConsumeBool(); }
 
   void send(const char* topic, tamu::com::Payload payload) {
     client_->observers.at(topic)->message(topic, tamu::com::make_message(0, std::move(payload)));

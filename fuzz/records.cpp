@@ -21,12 +21,8 @@ struct Found {
 
 constexpr std::size_t header_size = 24;
 
-std::uint32_t number_at(std::string_view bytes, std::size_t offset) {
-  std::uint32_t number = 0;
-  for (std::size_t i = 4; i-- > 0;) {
-    number = number << 8U | static_cast<std::uint8_t>(bytes[offset + i]);
-  }
-  return number;
+std::uint64_t number_at(std::string_view bytes, std::size_t offset) {
+  return fuzz::number_of(bytes.substr(offset, 4));
 }
 
 // The size of the whole record at the beginning of `bytes`; 0 when there is none.
@@ -34,14 +30,14 @@ std::size_t whole_record_at(std::string_view bytes) {
   if (bytes.size() < header_size || !bytes.starts_with("QP") || (bytes[2] != 1 && bytes[2] != 2)) {
     return 0;
   }
-  const std::uint32_t length = number_at(bytes, 16);
+  const std::uint64_t length = number_at(bytes, 16);
   const bool is_mark = bytes[2] == 2;
   if (length > 65'536 - header_size || bytes.size() - header_size < length ||
       (is_mark && bytes.substr(3, 17).find_first_not_of('\0') != std::string_view::npos)) {
     return 0;
   }
   const auto* all = reinterpret_cast<const Bytef*>(bytes.data());
-  const auto crc = crc32(crc32(0, all, 20), all + header_size, length);
+  const auto crc = crc32(crc32(0, all, 20), all + header_size, static_cast<uInt>(length));
   return crc == number_at(bytes, 20) ? header_size + length : 0;
 }
 
@@ -76,21 +72,14 @@ std::string noted(const IpcSignal& record) {
 
 void take_events(RecordParser& parser, TimePoint now, Found& found) {
   for (auto event = parser.next(now); event != RecordParser::Event::none; event = parser.next(now)) {
-    switch (event) {
-      case RecordParser::Event::record:
-        found.records.push_back(noted(parser.record()));
-        break;
-      case RecordParser::Event::end_of_frame:
-        found.records.push_back(std::string("QP\x02", 3) + std::string(13, '\0'));
-        break;
-      case RecordParser::Event::damage: {
-        const std::size_t dropped = parser.take_damage();
-        fuzz::require(dropped > 0, "damage has a size");
-        found.dropped += dropped;
-        break;
-      }
-      case RecordParser::Event::none:
-        break;
+    if (event == RecordParser::Event::damage) {
+      const std::size_t dropped = parser.take_damage();
+      fuzz::require(dropped > 0, "damage has a size");
+      found.dropped += dropped;
+    } else {
+      found.records.push_back(event == RecordParser::Event::record
+                                  ? noted(parser.record())
+                                  : std::string("QP\x02", 3) + std::string(13, '\0'));
     }
   }
 }

@@ -18,23 +18,23 @@
 /// allow.
 namespace fuzz {
 
-inline constexpr std::array signal_topics{
-    ecu::tamu::com::topics::serial_number,
-    ecu::tamu::com::topics::hardware_variant,
-    ecu::tamu::com::topics::network_variant,
-    ecu::tamu::com::topics::hardware_properties,
-    ecu::tamu::com::topics::ignition,
-    ecu::tamu::com::topics::vehicle_identification_00,
-    ecu::tamu::com::topics::vehicle_identification_ee,
-    ecu::tamu::com::topics::vehicle_identification_fe,
-    ecu::tamu::com::topics::hypervisor_version,
-    ecu::tamu::com::topics::csp_version,
-    ecu::tamu::com::topics::tele_kernel_version,
-    ecu::tamu::com::topics::tele_dtb_version,
-    ecu::tamu::com::topics::linux_kernel_version,
-    ecu::tamu::com::topics::update_kernel_version,
-    ecu::tamu::com::topics::update_dtb_version,
-};
+namespace topics = ecu::tamu::com::topics;
+
+inline constexpr std::array signal_topics{topics::serial_number,
+                                          topics::hardware_variant,
+                                          topics::network_variant,
+                                          topics::hardware_properties,
+                                          topics::ignition,
+                                          topics::vehicle_identification_00,
+                                          topics::vehicle_identification_ee,
+                                          topics::vehicle_identification_fe,
+                                          topics::hypervisor_version,
+                                          topics::csp_version,
+                                          topics::tele_kernel_version,
+                                          topics::tele_dtb_version,
+                                          topics::linux_kernel_version,
+                                          topics::update_kernel_version,
+                                          topics::update_dtb_version};
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -62,25 +62,18 @@ inline Bytes signal_from(FuzzedDataProvider& input, std::string_view topic) {
   } else {
     append_field(signal, 0x0a, input.ConsumeRandomLengthString(32));
   }
-  switch (input.ConsumeIntegralInRange(0, 3)) {
-    case 0:
-      append_field(signal, 0x12, input.ConsumeRandomLengthString(96));
-      break;
-    case 1:
-      append_field(
-          signal, 0x12,
-          std::string(input.ConsumeIntegralInRange<std::size_t>(0, max_data), input.ConsumeIntegral<char>()));
-      break;
-    case 2: {
-      const auto value = input.ConsumeIntegral<std::uint64_t>();
-      signal.push_back(0x19);
-      for (unsigned shift = 0; shift < 64; shift += 8) {
-        signal.push_back(static_cast<std::uint8_t>(value >> shift));
-      }
-      break;
+  if (const int kind = input.ConsumeIntegralInRange(0, 3); kind == 0) {
+    append_field(signal, 0x12, input.ConsumeRandomLengthString(96));
+  } else if (kind == 1) {
+    append_field(
+        signal, 0x12,
+        std::string(input.ConsumeIntegralInRange<std::size_t>(0, max_data), input.ConsumeIntegral<char>()));
+  } else if (kind == 2) {
+    const auto value = input.ConsumeIntegral<std::uint64_t>();
+    signal.push_back(0x19);
+    for (unsigned shift = 0; shift < 64; shift += 8) {
+      signal.push_back(static_cast<std::uint8_t>(value >> shift));
     }
-    default:
-      break;
   }
   if (input.ConsumeBool()) {
     signal.push_back(0x20);

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "fuzz/fuzz.h"
+
 /// A reader of the protobuf wire format that shares nothing with the library.
 namespace fuzz {
 
@@ -23,14 +25,7 @@ class WireReader {
  public:
   using Bytes = std::span<const std::uint8_t>;
 
-  enum class Type : std::uint8_t {
-    varint = 0,
-    fixed64 = 1,
-    bytes = 2,
-    group = 3,
-    end_group = 4,
-    fixed32 = 5
-  };
+  enum class Type : std::uint8_t { varint = 0, fixed64, bytes, group, end_group, fixed32 };
 
   struct Field {
     std::uint32_t number = 0;
@@ -102,10 +97,7 @@ class WireReader {
     if (rest_.size() < size) {
       return std::nullopt;
     }
-    std::uint64_t number = 0;
-    for (std::size_t i = size; i-- > 0;) {
-      number = number << 8U | rest_[i];
-    }
+    const std::uint64_t number = number_of(rest_.first(size));
     rest_ = rest_.subspan(size);
     return number;
   }
@@ -124,19 +116,16 @@ class WireReader {
     if (--depth_ < 0) {
       return false;
     }
-    for (;;) {
-      auto field = tag();
-      if (!field) {
-        return false;
-      }
+    for (auto field = tag(); field; field = tag()) {
       if (field->type == Type::end_group) {
         ++depth_;
         return field->number == number;
       }
       if (!content(*field)) {
-        return false;
+        break;
       }
     }
+    return false;
   }
 
   Bytes rest_;

@@ -55,7 +55,7 @@ std::shared_ptr<Delivery::Recipient> Delivery::recipient_of(
   if (found != recipients_.end()) {
     return *found;
   }
-  return recipients_.emplace_back(std::make_shared<Recipient>(observer));
+  return recipients_.emplace_back(std::make_shared<Recipient>(observer, backlog_));
 }
 
 bool Delivery::add(const std::string& topic, int max_qos,

@@ -35,11 +35,11 @@ class Delivery {
 
   /// `report_losses` and `close` call `on_loss` for messages that were dropped because an observer was too
   /// slow, or because they exceed the limit of a queue. `now` is the clock for the interval between log
-  /// lines.
+  /// lines. `backlog` is that of the mailboxes.
   explicit Delivery(
       std::function<void(const Loss&)> on_loss = [](const Loss&) {},
-      std::function<Clock::time_point()> now = Clock::now)
-      : on_loss_(std::move(on_loss)), loss_log_(std::move(now)) {}
+      std::function<Clock::time_point()> now = Clock::now, std::size_t backlog = 1)
+      : on_loss_(std::move(on_loss)), backlog_(backlog), loss_log_(std::move(now)) {}
 
   /// True when the client must subscribe to `topic` at the broker: the topic is new, or its quality of
   /// service has risen.
@@ -90,7 +90,8 @@ class Delivery {
  private:
   // Guarded by the mutex of its Delivery, but the observer is called without it.
   struct Recipient {
-    explicit Recipient(std::shared_ptr<ISubscriptionObserver> observer) : mailbox(std::move(observer)) {}
+    Recipient(std::shared_ptr<ISubscriptionObserver> observer, std::size_t backlog)
+        : mailbox(std::move(observer), backlog) {}
 
     Mailbox mailbox;
     bool scheduled = false;                        // waits in ready_, or is being served
@@ -120,6 +121,7 @@ class Delivery {
 
   // Constant after construction.
   const std::function<void(const Loss&)> on_loss_;
+  const std::size_t backlog_;
 
   // With their own synchronisation.
   LossLog loss_log_;

@@ -49,7 +49,8 @@ bool Mailbox::put(const std::string& filter, std::shared_ptr<const QueuedMessage
   queue->waiting.push_back(std::move(message));
   queue->bytes += bytes;
   bool all_fit = true;
-  while (queue->waiting.size() > max_waiting_messages || queue->bytes > max_waiting_bytes) {
+  while (queue->waiting.size() > backlog_ * max_waiting_messages ||
+         queue->bytes > backlog_ * max_waiting_bytes) {
     take_oldest(*queue);
     ++queue->dropped;
     all_fit = false;

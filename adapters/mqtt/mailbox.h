@@ -31,7 +31,9 @@ struct QueuedMessage {
 /// topic's. Has no lock. An operation that throws std::bad_alloc changes nothing.
 class Mailbox {
  public:
-  explicit Mailbox(std::shared_ptr<ISubscriptionObserver> observer) : observer_(std::move(observer)) {}
+  /// The limits apply `backlog` times.
+  explicit Mailbox(std::shared_ptr<ISubscriptionObserver> observer, std::size_t backlog = 1)
+      : observer_(std::move(observer)), backlog_(backlog) {}
 
   [[nodiscard]] ISubscriptionObserver* observer() const noexcept { return observer_.get(); }
 
@@ -72,6 +74,7 @@ class Mailbox {
   static std::shared_ptr<const QueuedMessage> take_oldest(TopicQueue& queue) noexcept;
 
   std::shared_ptr<ISubscriptionObserver> observer_;
+  std::size_t backlog_;
   std::vector<TopicQueue> queues_;
 };
 

@@ -36,11 +36,13 @@ Message presence(std::string_view state) {
 MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserver> observer)
     : settings_(std::move(settings)),
       observer_(std::move(observer)),
-      delivery_([this](const Loss& loss) {
-        if (observer_) {
-          observer_->messages_dropped(loss.filter, loss.count);
-        }
-      }),
+      delivery_(
+          [this](const Loss& loss) {
+            if (observer_) {
+              observer_->messages_dropped(loss.filter, loss.count);
+            }
+          },
+          Delivery::Clock::now, settings_.backlog),
       connection_(settings_, *this),
       repetition_(settings_.repeat_after),
       threads_([this] { lead(); }),

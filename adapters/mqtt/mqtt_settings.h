@@ -26,6 +26,8 @@ struct MqttSettings {
   std::chrono::milliseconds reconnect_spread{0};
   /// See ClientTraits.
   std::chrono::seconds repeat_after{0};
+  /// How many times the usual number of messages and bytes may wait for an observer.
+  std::size_t backlog = 1;
   /// Distinguishes the clients of one process in the service manager's status text.
   std::string name;
   /// How long an attempt to connect may take, from the lookup of the host's name on.

@@ -14,14 +14,14 @@ _quilctl_command() {
       continue
     fi
     case $before in
-      --host | --port | --user | --password-file | --cafile | --cert | --key | --config | --timeout)
+      --host | --port | --user | --password-file | --cafile | --cert | --key | --config | --timeout | --fleet-prefix)
         before=
         continue
         ;;
     esac
     before=$word
     case $command/$word in
-      /list | /get | /watch | /describe | /param | /secstore | /status | /check | /decode | /record | /replay | /help) command=$word ;;
+      /list | /get | /watch | /describe | /param | /secstore | /status | /check | /decode | /record | /replay | /retire | /help) command=$word ;;
       param/get | param/list | param/set | secstore/get | secstore/set) command+=" $word" ;;
       'secstore get/master' | 'secstore get/remote' | 'secstore set/master' | 'secstore set/remote') command+=" $word" ;;
     esac
@@ -31,7 +31,7 @@ _quilctl_command() {
 
 _quilctl_options() {
   echo '-h --help -V --version --host --port --user --password-file --cafile --cert --key --config --timeout
-    -v --verbose'
+    --fleet --fleet-prefix -v --verbose'
   if [[ $1 != record && $1 != replay ]]; then
     echo --json
   fi
@@ -44,12 +44,13 @@ _quilctl_options() {
     decode) echo '--count --reveal' ;;
     record) echo '--topics --duration --reveal' ;;
     replay) echo '--speed --topics' ;;
+    retire) echo --yes ;;
   esac
 }
 
 _quilctl_arguments() {
   case $1 in
-    '' | help) echo 'list get watch describe param secstore status check decode record replay help' ;;
+    '' | help) echo 'list get watch describe param secstore status check decode record replay retire help' ;;
     list | get | watch | describe) _quilctl_variables ;;
     param) echo 'get list set' ;;
     secstore) echo 'get set' ;;
@@ -81,7 +82,7 @@ _quilctl() {
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
-    --port | --user | --timeout | --wait | --default | --format | --exec | --count | --duration | --speed) return ;;
+    --port | --user | --timeout | --fleet-prefix | --wait | --default | --format | --exec | --count | --duration | --speed) return ;;
     --topics)
       mapfile -t COMPREPLY < <(compgen -W 'rt/# system/#' -- "$current")
       return

@@ -39,14 +39,13 @@ class SharedAllocations {
 };
 
 /// The daemon and its surroundings, taken through one phase of its life after another.
-class Life {
+class Life : public Surroundings {
  public:
   void start() {
     daemon = std::make_unique<Daemon>(
-        config_for(broker.port(), far_side.config()), std::vector<std::string>{"-L", "-v"},
+        config(), std::vector<std::string>{"-L", "-v"},
         std::vector<std::string>{"LD_PRELOAD=" FAILING_MALLOC,
                                  std::string(allocations_variable) + "=" + allocations.path()});
-    meet();
     await([this] { return bus->wait_for(presence_topic, nullptr, milliseconds(50)).has_value(); });
   }
   void take_message() {
@@ -66,8 +65,7 @@ class Life {
     await([this] { return comes(*bus, "system/quil/secstore/getmaster", "hush", milliseconds(50)); });
   }
   void reconnect() {
-    broker.restart();
-    meet();
+    restart_broker();
     await([this] { return bus->wait_for_text(presence_topic, "online"); });
   }
   void stop() {
@@ -77,42 +75,15 @@ class Life {
 
   [[nodiscard]] bool has_ended() const { return daemon->wait(milliseconds(0)).has_value(); }
 
-  /// Whether the daemon serves everything again that it could not serve without memory.
   bool is_well_again() {
     meet();
-    const auto end = std::chrono::steady_clock::now() + time_limit;
-    for (int attempt = 0; std::chrono::steady_clock::now() < end && !has_ended(); ++attempt) {
-      if (answers("R09_" + std::to_string(attempt))) {
-        return bus->wait_for_text(presence_topic, "online");
-      }
-    }
-    return false;
+    return is_served([this] { return has_ended(); });
   }
 
   SharedAllocations allocations;
-  Broker broker;
-  FarSide far_side;
-  std::unique_ptr<BusClient> bus = std::make_unique<BusClient>(broker.port());
   std::unique_ptr<Daemon> daemon;
 
  private:
-  void meet() {
-    bus = std::make_unique<BusClient>(broker.port());
-    bus->subscribe("system/#");
-  }
-  bool answers(const std::string& value) const {
-    constexpr milliseconds time(2000);
-    far_side.drain();
-    far_side.write_top_version(value);
-    bus->publish("rt/system/hw_variant", hardware_variant(value));
-    bus->publish("system/quil/secstore/setremote", value);
-    if (!comes(*bus, "system/var/topversion", value, time)) {
-      return false;
-    }
-    bus->publish("system/quil/request/sysparams", std::string_view());
-    return comes(*bus, "system/sysparams", value, time) && comes(*bus, "system/var/hwvariant", value, time) &&
-           comes(*bus, "system/quil/secstore/getremote", value, time);
-  }
   // Until the phase is complete, or cannot complete because the allocation has failed.
   void await(const std::function<bool()>& done) const {
     const auto end = std::chrono::steady_clock::now() + time_limit;

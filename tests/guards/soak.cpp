@@ -24,19 +24,11 @@ long entries(const std::string& folder) {
 }
 
 Usage usage_of(int pid) {
-  const std::string process = "/proc/" + std::to_string(pid);
-  Usage usage;
-  std::ifstream memory(process + "/smaps_rollup");
-  for (std::string word; memory >> word;) {
-    if (word == "Pss:") {
-      memory >> usage.pss_kilobytes;
-    } else if (word == "Anonymous:") {
-      memory >> usage.anonymous_kilobytes;
-    }
-  }
-  usage.descriptors = entries(process + "/fd");
-  usage.threads = entries(process + "/task");
-  return usage;
+  const std::string process = "/proc/" + std::to_string(pid), memory = process + "/smaps_rollup";
+  return {.anonymous_kilobytes = number_in(memory, "Anonymous"),
+          .pss_kilobytes = number_in(memory, "Pss"),
+          .descriptors = entries(process + "/fd"),
+          .threads = entries(process + "/task")};
 }
 
 /// The samples so far. The first third of the run is a warm-up.
@@ -79,7 +71,7 @@ class Record {
   std::vector<Usage> samples_;
 };
 
-class Soak {
+class Soak : Surroundings {
  public:
   int run(seconds duration) {
     if (!answers()) {
@@ -118,15 +110,15 @@ class Soak {
     const std::string number = std::to_string(round_);
     publish_signals(number);
     write_parameter(number);
-    far_side_.write(parameter_record(0x11, number) + "damaged" + parameter_record(2, number));
-    far_side_.write(parameter_record(0x12, std::string(round_ * 997 % 30'000, 'p')).substr(9));
-    far_side_.write_top_version("TV " + number);
+    far_side.write(parameter_record(0x11, number) + "damaged" + parameter_record(2, number));
+    far_side.write(parameter_record(0x12, std::string(round_ * 997 % 30'000, 'p')).substr(9));
+    far_side.write_top_version("TV " + number);
     ask(number);
     // The daemon should be busy, not flooded.
     for (const auto& [topic, value] : {std::pair("system/var/topversion", "TV " + number),
                                        std::pair("system/quil/secstore/getmaster", number),
                                        std::pair("system/sysparams", std::string())}) {
-      (void)comes(*bus_, topic, value, std::chrono::milliseconds(1000));
+      (void)comes(*bus, topic, value, std::chrono::milliseconds(1000));
     }
   }
 
@@ -134,29 +126,29 @@ class Soak {
     const std::string version = (number + std::string(16, '.')).substr(0, 16);
     for (const char* topic :
          {"hypervisor", "csp", "tele_kernel", "tele_dtb", "linux_kernel", "update_kernel", "update_dtb"}) {
-      bus_->publish(std::string("rt/system/version_") + topic,
-                    Group().bytes("version", version).message().payload);
+      bus->publish(std::string("rt/system/version_") + topic,
+                   Group().bytes("version", version).message().payload);
     }
     for (const char* address : {"00", "ee", "fe"}) {
-      bus_->publish(std::string("rt/j1939can/rx/vi_") + address,
-                    Group().bytes("data", "1M8GDM9A" + number).value("nof_bytes", 17).message().payload);
+      bus->publish(std::string("rt/j1939can/rx/vi_") + address,
+                   Group().bytes("data", "1M8GDM9A" + number).value("nof_bytes", 17).message().payload);
     }
     Group properties;
     for (const auto name : {"vehicle_type", "region", "modem_type", "is_gnss", "is_can1", "is_d8"}) {
       properties.value(name, static_cast<double>(round_ % 3));
     }
-    bus_->publish("rt/system/hw_properties", properties.message().payload);
-    bus_->publish("rt/system/hw_variant", hardware_variant("R08_B" + number));
-    bus_->publish("rt/system/rtc_ee", Group().bytes("data", std::string(68, '1')).message().payload);
-    bus_->publish("rt/system/network_variant", Group().bytes("network_variant", number).message().payload);
-    bus_->publish("rt/io/kl15", Group().value("kl15", static_cast<double>(round_ % 2)).message().payload);
-    bus_->publish("rt/system/rtc_ee", "damaged");
+    bus->publish("rt/system/hw_properties", properties.message().payload);
+    bus->publish("rt/system/hw_variant", hardware_variant("R08_B" + number));
+    bus->publish("rt/system/rtc_ee", Group().bytes("data", std::string(68, '1')).message().payload);
+    bus->publish("rt/system/network_variant", Group().bytes("network_variant", number).message().payload);
+    bus->publish("rt/io/kl15", Group().value("kl15", static_cast<double>(round_ % 2)).message().payload);
+    bus->publish("rt/system/rtc_ee", "damaged");
     Group wide;
     for (std::size_t i = 0; i < round_ * 31 % 2'000; ++i) {
       wide.bytes("", "");
     }
-    bus_->publish("rt/system/network_variant",
-                  wide.bytes("network_variant", std::string(round_ * 991 % 60'000, 'n')).message().payload);
+    bus->publish("rt/system/network_variant",
+                 wide.bytes("network_variant", std::string(round_ * 991 % 60'000, 'n')).message().payload);
   }
 
   // Waits until it has reached the far side, whose next frame is the answer.
@@ -164,9 +156,9 @@ class Soak {
     ecu::tamu::pb::SystemParameterList list;
     list.add_entry()->set_ota_id(0x11);
     list.mutable_entry(0)->set_value("new " + number);
-    far_side_.drain();
-    bus_->publish("system/sysparams/write", framed(list));
-    far_side_.await_write(std::chrono::milliseconds(200));
+    far_side.drain();
+    bus->publish("system/sysparams/write", framed(list));
+    (void)far_side.read_frame(std::chrono::milliseconds(200));
   }
 
   void ask(const std::string& number) {
@@ -174,51 +166,18 @@ class Soak {
     for (const char* name : {"17", "40969", "nonsense"}) {
       request.add_name(name);
     }
-    bus_->publish("system/quil/request/sysparam", framed(request));
-    bus_->publish("system/quil/request/sysparams", std::string_view());
-    bus_->publish("system/quil/secstore/setmaster", number);
-    bus_->publish("system/quil/secstore/setremote", std::string(round_ * 983 % 20'000, 's'));
-  }
-
-  void restart_broker() {
-    broker_.restart();
-    bus_ = std::make_unique<BusClient>(broker_.port());
-    bus_->subscribe("system/#");
+    bus->publish("system/quil/request/sysparam", framed(request));
+    bus->publish("system/quil/request/sysparams", std::string_view());
+    bus->publish("system/quil/secstore/setmaster", number);
+    bus->publish("system/quil/secstore/setremote", std::string(round_ * 983 % 20'000, 's'));
   }
 
   bool answers() {
-    if (!bus_->wait_for_text(presence_topic, "online")) {
-      return false;
-    }
-    const auto end = Clock::now() + time_limit;
-    while (!answers_once()) {
-      if (Clock::now() >= end) {
-        return false;
-      }
-    }
-    return true;
-  }
-
-  // An earlier write may delay the answer until the next frame arrives.
-  bool answers_once() {
-    constexpr seconds time(1);
-    far_side_.drain();
-    far_side_.write_top_version("TV now");
-    bus_->publish("system/quil/request/sysparams", std::string_view());
-    bus_->publish("rt/system/hw_variant", hardware_variant("R09_C1"));
-    return comes(*bus_, "system/var/hwvariant", "R09_C1", time) &&
-           comes(*bus_, "system/sysparams", "TV now", time);
+    return is_served([this] { return daemon_.wait(std::chrono::milliseconds(0)).has_value(); });
   }
 
   std::size_t round_ = 0;
-  Broker broker_;
-  std::unique_ptr<BusClient> bus_ = [this] {
-    auto bus = std::make_unique<BusClient>(broker_.port());
-    bus->subscribe("system/#");
-    return bus;
-  }();
-  FarSide far_side_;
-  Daemon daemon_{config_for(broker_.port(), far_side_.config()), {"-L", "-l", "EMERG"}};
+  Daemon daemon_{config(), {"-L", "-l", "EMERG"}};
   Record record_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -41,15 +42,19 @@ inline std::string wire(std::uint32_t id, std::string_view data) {
   ecu::tamu::ipc::encode_record(record(id, data), bytes);
   return {bytes.begin(), bytes.end()};
 }
-/// The bytes of a record with a system parameter.
-inline std::string parameter_record(std::uint32_t id, const std::string& value) {
+/// The payload of a record with a system parameter.
+inline std::string parameter_payload(std::uint32_t id, const std::string& value) {
   std::string payload;
   for (const std::size_t number : {std::size_t{id}, value.size()}) {
     for (unsigned shift = 0; shift < 32; shift += 8) {
       payload += static_cast<char>(number >> shift & 0xffU);
     }
   }
-  return wire(id, payload + value);
+  return payload + value;
+}
+/// The bytes of such a record on a port.
+inline std::string parameter_record(std::uint32_t id, const std::string& value) {
+  return wire(id, parameter_payload(id, value));
 }
 inline std::string end_mark() {
   const auto mark = ecu::tamu::ipc::end_of_frame();
@@ -78,6 +83,39 @@ class Fifo {
   ecu::tamu::posix::UniqueFd fd_;
 };
 
+/// Both queueing ports of a daemon from the far side.
+class FarSide {
+ public:
+  FarSide() {
+    to_daemon_.open();
+    from_daemon_.open();
+  }
+  /// With which the daemon finds them.
+  [[nodiscard]] std::string config() const {
+    return "qpread = " + to_daemon_.path() + "\nqpwrite = " + from_daemon_.path() + '\n';
+  }
+  void write(const std::string& bytes) const { to_daemon_.write(bytes); }
+  void write_top_version(const std::string& value) const {
+    write(parameter_record(0xa009, value) + end_mark());
+  }
+  /// Makes room for the daemon's next record.
+  void drain() const { (void)from_daemon_.read(); }
+  /// What the daemon writes up to the end of a frame, or within the time.
+  [[nodiscard]] std::string read_frame(std::chrono::milliseconds time = time_limit) const {
+    std::string bytes;
+    pollfd port{from_daemon_.fd(), POLLIN, 0};
+    while (!bytes.ends_with(end_mark()) && ::poll(&port, 1, static_cast<int>(time.count())) == 1) {
+      bytes += from_daemon_.read();
+    }
+    return bytes;
+  }
+
+ private:
+  TempDir dir_;
+  Fifo to_daemon_{dir_, "receive"};
+  Fifo from_daemon_{dir_, "send"};
+};
+
 /// A character device whose far side may hang up.
 class PseudoTerminal {
  public:
@@ -103,9 +141,12 @@ inline void replace_link(const std::string& path, const std::string& target) {
   std::filesystem::rename(path + ".new", path);
 }
 
-/// Records its calls: "id:data" for a record, "|" for the end of a frame, "." for the end of reception.
+/// Records its calls: "id:data" for a record, "|" for the end of a frame, "." for the end of reception. Then
+/// calls the test's function, which may throw.
 class PortLog final : public ecu::tamu::ipc::IDataConsumer<ecu::tamu::ipc::IpcSignal> {
  public:
+  explicit PortLog(std::function<void(const std::string& call)> then = nullptr) : then_(std::move(then)) {}
+
   void consume(const ecu::tamu::ipc::IpcSignal& signal) override {
     add(std::to_string(signal.id) + ":" + std::string(signal.data.begin(), signal.data.end()) + " ");
   }
@@ -124,11 +165,17 @@ class PortLog final : public ecu::tamu::ipc::IDataConsumer<ecu::tamu::ipc::IpcSi
 
  private:
   void add(const std::string& text) {
-    const std::lock_guard lock(mutex_);
-    text_ += text;
-    changed_.notify_all();
+    {
+      const std::lock_guard lock(mutex_);
+      text_ += text;
+      changed_.notify_all();
+    }
+    if (then_) {
+      then_(text);
+    }
   }
 
+  const std::function<void(const std::string& call)> then_;
   mutable std::mutex mutex_;  // guards text_
   std::condition_variable changed_;
   std::string text_;

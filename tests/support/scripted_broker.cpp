@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <stdexcept>
 #include <utility>
 
@@ -28,22 +29,13 @@ struct Packet {
   [[nodiscard]] std::string identifier_at(std::size_t at) const { return body.substr(at, 2); }
 
   [[nodiscard]] std::string name() const {
-    switch (type) {
-      case connect:
-        return "CONNECT";
-      case publish:
-        return "PUBLISH " + text_at(0) + '=' + body.substr(2 + number_at(body, 0) + (qos > 0 ? 2 : 0));
-      case subscribe:
-        return "SUBSCRIBE " + text_at(2);
-      case unsubscribe:
-        return "UNSUBSCRIBE " + text_at(2);
-      case pingreq:
-        return "PINGREQ";
-      case disconnect:
-        return "DISCONNECT";
-      default:
-        return "packet of type " + std::to_string(type);
+    static const std::map<int, std::string> names{{connect, "CONNECT"},      {publish, "PUBLISH "},
+                                                  {subscribe, "SUBSCRIBE "}, {unsubscribe, "UNSUBSCRIBE "},
+                                                  {pingreq, "PINGREQ"},      {disconnect, "DISCONNECT"}};
+    if (type == publish) {
+      return names.at(type) + text_at(0) + '=' + body.substr(2 + number_at(body, 0) + (qos > 0 ? 2 : 0));
     }
+    return names.at(type) + (type == subscribe || type == unsubscribe ? text_at(2) : "");
   }
 
   [[nodiscard]] std::string without_identifier() const {

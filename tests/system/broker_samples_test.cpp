@@ -345,6 +345,13 @@ TEST_F(FleetTest, AHostileUnitNeitherForgesNorReadsNorDisturbsAnother) {
     EXPECT_NE(message.payload, "lost");
   }
   EXPECT_TRUE(spy->seen().empty());
+
+  for (const auto& [login, code] : {std::pair{"monitor", 5}, {"administrator", 0}}) {
+    Process retire({PROGRAM_DIR "/quilctl", "--fleet", "retire", "unit-0001", "--yes", "--timeout", "3",
+                    "--host", "mqtts://127.0.0.1:" + std::to_string(fleet_port.number()), "--cafile",
+                    certificate("authority"), "--cert", certificate(login), "--key", key(login)});
+    EXPECT_EQ(retire.wait(), code) << login << retire.output();
+  }
 }
 
 }  // namespace

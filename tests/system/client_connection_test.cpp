@@ -2,6 +2,7 @@
 
 #include "client_fixture.h"
 #include "mqtt/mqtt_session.h"
+#include "support/mqtt.h"
 
 namespace tests {
 namespace {
@@ -10,8 +11,6 @@ using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
 
 using ClientConnectionTest = ClientTest;
-
-// ---- publishing ----
 
 TEST_F(ClientConnectionTest, AConnectionObserverLearnsWhenAllRetainedMessagesHaveArrived) {
   std::promise<std::size_t> settled;
@@ -67,70 +66,51 @@ TEST_F(ClientConnectionTest, AnObserverThatFloodsTheBrokerIsSlowedDown) {
   EXPECT_THAT(dropped, ElementsAre(0, testing::Gt(0)));
 }
 
-/// The test's own session, which records what arrives.
-class SessionTest : public testing::Test, public ConnectionListener {
- protected:
-  void connection_up() override {}
-  void connection_down(ConnectionFailure /*failure*/, const std::string& /*reason*/) override {}
-  void message(const std::string& /*topic*/, Message /*message*/) override { ++heard; }
-  void oversized_message(const std::string& /*topic*/) override { ++heard; }
-  void subscription_refused(const std::string& /*filter*/) override {}
-  void fence_answered(Fence /*fence*/) override { ++heard; }
-  void acknowledged_late() override {}
-
-  void hear() {
-    const bool was_connected = session->is_connected();
-    for (const int before = heard; heard == before && session->is_connected() == was_connected;) {
-      pollfd fd{session->fd(), session->wanted_events(), 0};
+TEST(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
+  const Broker broker;
+  BusClient bus(broker.port());
+  MqttSettings settings = settings_for("127.0.0.1", broker.port());
+  settings.answer_timeout = std::chrono::hours(1);
+  EventLog listener;
+  MqttSession session(settings, listener);
+  const auto hear = [&] {
+    const bool was_connected = session.is_connected();
+    for (const std::size_t before = listener.events.size();
+         listener.events.size() == before && session.is_connected() == was_connected;) {
+      pollfd fd{session.fd(), session.wanted_events(), 0};
       ASSERT_EQ(::poll(&fd, 1, static_cast<int>(std::chrono::milliseconds(time_limit).count())), 1);
-      ASSERT_FALSE(session->handle(fd.revents));
+      ASSERT_FALSE(session.handle(fd.revents));
     }
-  }
-  /// Sends a fence after it and waits for the answer; true when the packets sent postpone the keep-alive.
-  bool puts_keep_alive_off(const std::function<Failure()>& send) {
-    const auto due = session->keep_alive_due();
+  };
+  // Sends a fence after it and waits for the answer; true when the packets sent postpone the keep-alive.
+  const auto postponed_by = [&](const std::function<Failure()>& send) {
+    const auto due = session.keep_alive_due();
     EXPECT_FALSE(send());
-    const bool later = session->keep_alive_due() > due;
-    EXPECT_FALSE(session->request_fence(Fence::publication));
+    const bool later = session.keep_alive_due() > due;
+    EXPECT_FALSE(session.request_fence(Fence::publication));
     hear();
     return later;
-  }
-
-  Broker broker;
-  BusClient bus{broker.port()};
-  MqttSettings settings;
-  std::optional<MqttSession> session;
-  int heard = 0;
-};
-
-TEST_F(SessionTest, TheKeepAliveIsCountedFromThePacketThatWasSentLast) {
-  settings.host = "127.0.0.1";
-  settings.port = broker.port();
-  settings.keepalive = std::chrono::seconds(60);
-  settings.answer_timeout = std::chrono::hours(1);
-  session.emplace(settings, *this);
-  ASSERT_FALSE(session->open(settings.host));
-  hear();
-  EXPECT_TRUE(puts_keep_alive_off([this] { return session->subscribe("in/a", 1); }));
-  EXPECT_TRUE(puts_keep_alive_off([this] { return session->unsubscribe("in/b"); }));
-  EXPECT_TRUE(puts_keep_alive_off([this] {
-    Failure failure = session->request_fence(Fence::publication);
-    hear();
-    return failure;
-  }));
-  const auto publish = [this](const std::string& topic) {
-    return session->publish(topic, raw_message("x"), std::chrono::steady_clock::now());
   };
-  EXPECT_TRUE(puts_keep_alive_off([&] { return publish("out/x"); }));
-  EXPECT_FALSE(puts_keep_alive_off([&] { return publish("not/a/+/topic"); }));
-  EXPECT_TRUE(puts_keep_alive_off([this] {
+  const auto publish = [&](const std::string& topic) {
+    return session.publish(topic, raw_message("x"), std::chrono::steady_clock::now());
+  };
+  ASSERT_FALSE(session.open(settings.host));
+  hear();
+  EXPECT_TRUE(postponed_by([&] { return session.subscribe("in/a", 1); }));
+  EXPECT_TRUE(postponed_by([&] { return session.unsubscribe("in/b"); }));
+  EXPECT_TRUE(postponed_by([&] { return publish("out/x"); }));
+  EXPECT_FALSE(postponed_by([&] { return publish("not/a/+/topic"); }));
+  EXPECT_TRUE(postponed_by([&] {
     bus.publish("in/a", "to be acknowledged", false, 1);
     hear();
     return Failure();
   }));
+  EXPECT_TRUE(postponed_by([&] {
+    Failure failure = session.request_fence(Fence::publication);
+    hear();
+    return failure;
+  }));
 }
-
-// ---- stopping ----
 
 TEST_F(ClientConnectionTest, RunReturnsWhenNoObserverIsCalledAndTheConnectionIsClosed) {
   const auto observer = make_blocked_recorder();

@@ -5,50 +5,13 @@
 
 #include "support/broker.h"
 #include "support/bus_client.h"
+#include "support/recorder.h"
 #include "support/rt_messages.h"
 #include "support/testing.h"
 
 namespace tests {
 
 namespace com = ecu::tamu::com;
-
-/// Records "topic=payload", then calls the test's function.
-class Recorder final : public com::ISubscriptionObserver {
- public:
-  using Action = std::function<void(const std::string& topic, const com::Message& msg)>;
-
-  explicit Recorder(Action action) : action_(std::move(action)) {}
-
-  void message(const std::string& topic, const com::Message& msg) override {
-    {
-      const std::lock_guard lock(mutex_);
-      seen_.push_back(topic + "=" + std::string(msg.payload.begin(), msg.payload.end()));
-      changed_.notify_all();
-    }
-    if (action_) {
-      action_(topic, msg);
-    }
-  }
-
-  bool wait_for(std::size_t calls) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, time_limit, [&] { return seen_.size() >= calls; });
-  }
-  std::vector<std::string> seen() {
-    const std::lock_guard lock(mutex_);
-    return seen_;
-  }
-
- private:
-  const Action action_;
-  std::mutex mutex_;  // guards the rest
-  std::condition_variable changed_;
-  std::vector<std::string> seen_;
-};
-
-inline std::shared_ptr<Recorder> make_recorder(Recorder::Action action = nullptr) {
-  return std::make_shared<Recorder>(std::move(action));
-}
 
 /// Calls `on_event` with "up", "down: REASON", "settled" or "dropped: COUNT FILTER"; the broker of these
 /// tests refuses nothing.

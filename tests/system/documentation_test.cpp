@@ -20,6 +20,11 @@ std::string man_page(const std::string& name) {
   return std::regex_replace(text, std::regex(R"(\\-)"), "-");
 }
 
+/// The sample of a configuration with the settings that are comments in it.
+std::string with_all_keys(const std::string& config) {
+  return std::regex_replace(config, std::regex("^#([a-z_]+ =)", std::regex::multiline), "$1");
+}
+
 /// The first group of each match.
 std::set<std::string> all(const std::string& text, const char* pattern) {
   const std::regex expression(pattern, std::regex::multiline);
@@ -36,8 +41,8 @@ std::set<std::string> words(const std::string& text) {
 }
 
 /// All options and subcommands that a command's help shows, and those of its subcommands.
-std::set<std::string> shown(std::vector<std::string> command, const std::string& help_option) {
-  command.push_back(help_option);
+std::set<std::string> shown(std::vector<std::string> command) {
+  command.emplace_back("--help");
   Process process(command);
   EXPECT_TRUE(process.wait());
   command.pop_back();
@@ -48,7 +53,7 @@ std::set<std::string> shown(std::vector<std::string> command, const std::string&
     for (const std::string& name : all(help.substr(list, help.find("\n\n", list) - list), "^  ([a-z]+)")) {
       found.insert(name);
       command.push_back(name);
-      found.merge(shown(command, help_option));
+      found.merge(shown(command));
       command.pop_back();
     }
   }
@@ -56,31 +61,18 @@ std::set<std::string> shown(std::vector<std::string> command, const std::string&
 }
 
 TEST(DocumentationTest, EverythingInTheHelpIsInTheManPageAndBothCompletions) {
-  struct Tool {
-    std::string name, help_option, man_page;
-  };
-  for (const auto& [name, help_option, page] : {
-           Tool{"tolquil", "-H", "tolquil.8"},
-           Tool{"ecusim", "--help", "ecusim.1"},
-           Tool{"quilctl", "--help", "quilctl.1"},
-           Tool{"tolquil-uplink", "--help", "tolquil-uplink.8"},
-       }) {
-    const auto told = words(man_page(page)), in_bash = words(contents("deploy/completion/" + name + ".bash")),
-               in_zsh = words(contents("deploy/completion/_" + name));
-    const auto options = shown({PROGRAM_DIR "/" + name}, help_option);
-    EXPECT_THAT(options, Contains(help_option)) << name;
-    EXPECT_THAT(told, testing::IsSupersetOf(options)) << name;
-    EXPECT_THAT(in_bash, testing::IsSupersetOf(options)) << name;
-    EXPECT_THAT(in_zsh, testing::IsSupersetOf(options)) << name;
-  }
-}
-
-TEST(DocumentationTest, CompletionForZshWorksMoreThanOnce) {
-  // Zsh runs the file as the body of a function, the first time only: local names of that run no longer exist
-  // afterwards.
-  for (const std::string name : {"tolquil", "ecusim", "quilctl", "tolquil-uplink"}) {
-    EXPECT_THAT(all(contents("deploy/completion/_" + name), "^(local|typeset|declare|integer)\\b"), IsEmpty())
-        << name;
+  for (const std::string page : {"tolquil.8", "ecusim.1", "quilctl.1", "tolquil-uplink.8"}) {
+    const std::string name = page.substr(0, page.find('.'));
+    SCOPED_TRACE(name);
+    const std::string for_zsh = contents("deploy/completion/_" + name);
+    const auto options = shown({PROGRAM_DIR "/" + name});
+    EXPECT_THAT(options, Contains("--help"));
+    for (const auto& text : {man_page(page), contents("deploy/completion/" + name + ".bash"), for_zsh}) {
+      EXPECT_THAT(words(text), testing::IsSupersetOf(options)) << text.substr(0, 200);
+    }
+    // Zsh runs the file as the body of a function, the first time only: local names of that run no longer
+    // exist afterwards.
+    EXPECT_THAT(all(for_zsh, "^(local|typeset|declare|integer)\\b"), IsEmpty());
   }
 }
 
@@ -105,10 +97,11 @@ TEST(DocumentationTest, CompletionOffersSuitableWords) {
            {"ecusim scenario --v", ""},
            {"ecusim play --p", "--port --password-file --ports"},
            {"ecusim scenario m", ""},
-           {"quilctl re", "record replay"},
+           {"quilctl re", "record replay retire"},
            {"quilctl --host x param s", "set"},
            {"quilctl secstore get --r", "--reveal --raw"},
            {"quilctl status --r", ""},
+           {"quilctl --fleet-prefix get --fl", "--fleet --fleet-prefix"},
            {"quilctl --user get --config = list secs", "secstore"},
            {"quilctl secstore set master @ m", "@mine.json @mine.txt"},
            {"quilctl check mine.t", "mine.txt"},
@@ -129,7 +122,7 @@ TEST(DocumentationTest, TheInstalledConfigurationHasEveryKeyAndTheDaemonAcceptsI
   }
   EXPECT_EQ(all(config, "^#([a-z_]+) ="), documented);
   EXPECT_THAT(words(man_page("tolquil.conf.5")), testing::IsSupersetOf(documented));
-  config = std::regex_replace(config, std::regex("^#([a-z_]+ =)", std::regex::multiline), "$1");
+  config = with_all_keys(config);
   config.replace(config.find("= localhost"), 11, "= /no/such/socket");
   DatagramSocket manager;
   Daemon daemon(config, {}, {"NOTIFY_SOCKET=" + manager.path()});
@@ -138,12 +131,10 @@ TEST(DocumentationTest, TheInstalledConfigurationHasEveryKeyAndTheDaemonAcceptsI
 
 TEST(DocumentationTest, TheUplinksConfigurationHasEveryKeyAndIsAccepted) {
   const std::string config = contents("deploy/tolquil-uplink.conf");
-  const auto keys = all(config, "^#([a-z_]+) =");
-  EXPECT_THAT(words(man_page("tolquil-uplink.conf.5")), testing::IsSupersetOf(keys));
+  EXPECT_THAT(words(man_page("tolquil-uplink.conf.5")), testing::IsSupersetOf(all(config, "^#([a-z_]+) =")));
   const TempDir dir;
-  const std::string all_set =
-      std::regex_replace(config, std::regex("^#([a-z_]+ =)", std::regex::multiline), "$1");
-  Process check({PROGRAM_DIR "/tolquil-uplink", "--check", "-c", dir.write("uplink.conf", all_set)});
+  Process check(
+      {PROGRAM_DIR "/tolquil-uplink", "--check", "-c", dir.write("uplink.conf", with_all_keys(config))});
   EXPECT_EQ(check.wait(), 0) << check.output();
 }
 

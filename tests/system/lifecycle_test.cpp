@@ -24,8 +24,6 @@ ecu::tamu::posix::UniqueFd begin_to_connect(const LoopbackPort& port) {
   return socket;
 }
 
-// ---- stopping ----
-
 class StopTest : public SystemTest {};
 
 TEST_F(StopTest, WithAHealthyBrokerPublishesOfflineAndSucceeds) {
@@ -35,14 +33,6 @@ TEST_F(StopTest, WithAHealthyBrokerPublishesOfflineAndSucceeds) {
     expect_prompt_stop(daemon, signal);
     EXPECT_TRUE(bus.wait_for_text(presence_topic, "offline"));
   }
-}
-
-TEST_F(StopTest, WithADeadBrokerIsPrompt) {
-  Daemon daemon(config());
-  ASSERT_TRUE(daemon.wait_until_connected());
-  broker.stop();
-  ASSERT_TRUE(daemon.wait_for_output("cannot connect"));
-  expect_prompt_stop(daemon);
 }
 
 TEST_F(StopTest, WithAFrozenBrokerIsPrompt) {
@@ -88,8 +78,6 @@ TEST_F(StopTest, ASignalPendingAtTheStartTakesEffectOnceItIsUp) {
   EXPECT_EQ(daemon.wait(), 0);
   EXPECT_TRUE(daemon.wait_for_output("Subscribed to"));
 }
-
-// ---- the connection ----
 
 using ConnectionTest = SystemTest;
 
@@ -163,10 +151,6 @@ TEST_F(ConnectionTest, ASilentBrokerIsDetectedAndFoundAgain) {
   EXPECT_TRUE(bus.wait_for_text(presence_topic, "online"));
 }
 
-// ---- resources and supervision ----
-
-using ResourceTest = SystemTest;
-
 /// How often the threads of a process have gone to sleep.
 long sleeps(int pid) {
   long total = 0;
@@ -176,14 +160,12 @@ long sleeps(int pid) {
   return total;
 }
 
-TEST_F(ResourceTest, AnIdleDaemonSleeps) {
+TEST_F(SystemTest, AnIdleDaemonSleeps) {
   if (sanitized) {
     GTEST_SKIP() << "a sanitizer's own thread wakes up";
   }
-  const TempDir dir;
-  Fifo receive(dir, "receive"), send(dir, "send");
-  send.open();
-  Daemon daemon(config("qpread = " + receive.path() + "\nqpwrite = " + send.path() + "\n"));
+  const FarSide far_side;
+  Daemon daemon(config(far_side.config()));
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   long before = 0;
   for (long now = sleeps(daemon.pid()); now != before; now = sleeps(daemon.pid())) {
@@ -192,23 +174,6 @@ TEST_F(ResourceTest, AnIdleDaemonSleeps) {
   }
   EXPECT_FALSE(daemon.wait(milliseconds(1500)));
   EXPECT_EQ(sleeps(daemon.pid()), before);
-}
-
-TEST_F(ResourceTest, TheServiceManagerIsNotified) {
-  DatagramSocket manager;
-  Daemon daemon(config(), {"-L"}, {"NOTIFY_SOCKET=" + manager.path(), "WATCHDOG_USEC=200000"});
-  for (const char* state :
-       {"STATUS=Starting", "READY=1\nSTATUS=", "WATCHDOG=1", "WATCHDOG=1", "WATCHDOG=1"}) {
-    EXPECT_TRUE(manager.wait_for(state)) << state;
-  }
-  broker.stop();
-  EXPECT_TRUE(manager.wait_for("STATUS=broker not reachable: "));
-  EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
-  broker.restart();
-  EXPECT_TRUE(manager.wait_for("STATUS=on line; receive port closed"));
-  daemon.signal(SIGTERM);
-  EXPECT_TRUE(manager.wait_for("STOPPING=1"));
-  EXPECT_EQ(daemon.wait(), 0);
 }
 
 }  // namespace

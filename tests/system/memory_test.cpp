@@ -17,11 +17,6 @@ std::string repeated(std::string_view entry, std::size_t kilobytes = message_kil
   return body;
 }
 
-/// The record of a system parameter below 0x10000.
-std::string parameter(std::uint32_t id, const std::string& value) {
-  return wire(id, std::string{static_cast<char>(id), static_cast<char>(id >> 8U), 0, 0, 0, 0, 0, 0} + value);
-}
-
 class MemoryTest : public SystemTest {
  protected:
   void SetUp() override {
@@ -49,11 +44,11 @@ class MemoryTest : public SystemTest {
   }
 
   void receive_frame(const std::string& value) {
-    std::string frame = parameter(0, "");
+    std::string frame = parameter_record(0, "");
     for (std::uint32_t id = 100; id < 120; ++id) {
-      frame += parameter(id, value);
+      frame += parameter_record(id, value);
     }
-    frame += parameter(0xa009, "TV 1") + end_mark();
+    frame += parameter_record(0xa009, "TV 1") + end_mark();
     for (std::size_t sent = 0; sent < frame.size();) {
       const ssize_t count = ::write(receive.fd(), frame.data() + sent, frame.size() - sent);
       sent += count > 0 ? static_cast<std::size_t>(count) : 0;

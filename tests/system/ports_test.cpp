@@ -4,20 +4,19 @@
 
 #include <ecu/tamu/pb/messages.pb.h>
 
-#include "daemon.h"
+#include "system/quilctl_fixture.h"
 
 namespace {
 
 using namespace tests;
 namespace pb = ecu::tamu::pb;
+using ReconnectionTest = QuilctlTest;
 
 /// A broker, a far side of both ports, and the daemon between them.
 class PortsTest : public SystemTest {
  protected:
   PortsTest() {
-    to_daemon.open();
-    from_daemon.open();
-    to_daemon.write(parameter_record(0xa009, "TV 1") + parameter_record(0x11, "old") + end_mark());
+    far_side.write(parameter_record(0xa009, "TV 1") + parameter_record(0x11, "old") + end_mark());
   }
 
   // The daemon publishes presence after its subscriptions.
@@ -29,19 +28,9 @@ class PortsTest : public SystemTest {
     list.mutable_entry(0)->set_value(value);
     bus.publish("system/sysparams/write", framed(list));
   }
-  std::string written() {
-    std::string bytes;
-    pollfd port{from_daemon.fd(), POLLIN, 0};
-    while (!bytes.ends_with(end_mark()) && ::poll(&port, 1, 20000) == 1) {
-      bytes += from_daemon.read();
-    }
-    return bytes;
-  }
 
-  TempDir dir;
-  Fifo to_daemon{dir, "receive"};
-  Fifo from_daemon{dir, "send"};
-  Daemon daemon{config("qpread = " + to_daemon.path() + "\nqpwrite = " + from_daemon.path() + "\n")};
+  FarSide far_side;
+  Daemon daemon{config(far_side.config())};
 };
 
 TEST_F(PortsTest, ParametersAreRequestedWrittenAndReadBack) {
@@ -54,8 +43,8 @@ TEST_F(PortsTest, ParametersAreRequestedWrittenAndReadBack) {
   bus.publish("system/quil/request/sysparam", framed(request));
   EXPECT_TRUE(bus.wait_for("system/sysparam/"));
   write_param("new");
-  EXPECT_EQ(written(), parameter_record(0x11, "new") + end_mark());
-  to_daemon.write(parameter_record(0x11, "new") + parameter_record(0xa009, "TV 2") + end_mark());
+  EXPECT_EQ(far_side.read_frame(), parameter_record(0x11, "new") + end_mark());
+  far_side.write(parameter_record(0x11, "new") + parameter_record(0xa009, "TV 2") + end_mark());
   EXPECT_TRUE(comes(bus, "system/var/topversion", "TV 2"));
   ask_for_all();
   EXPECT_TRUE(comes(bus, "system/sysparams", "new"));
@@ -63,18 +52,18 @@ TEST_F(PortsTest, ParametersAreRequestedWrittenAndReadBack) {
 
 TEST_F(PortsTest, SecretsAreRelayedBothWaysAndNeverLogged) {
   ASSERT_TRUE(is_up());
-  to_daemon.write(parameter_record(2, "hush-master") + end_mark());
+  far_side.write(parameter_record(2, "hush-master") + end_mark());
   EXPECT_TRUE(bus.wait_for_text("system/quil/secstore/getmaster", "hush-master"));
   bus.publish("system/quil/secstore/setremote", "hush-remote");
   EXPECT_TRUE(bus.wait_for_text("system/quil/secstore/getremote", "hush-remote"));
-  EXPECT_EQ(written(), parameter_record(3, "hush-remote") + end_mark());
+  EXPECT_EQ(far_side.read_frame(), parameter_record(3, "hush-remote") + end_mark());
   EXPECT_EQ(daemon.output().find("hush"), std::string::npos);
 }
 
 TEST_F(PortsTest, ARequestThatWaitsForAnAnswerDelaysNothingElse) {
   ASSERT_TRUE(is_up());
   write_param("unanswered");
-  EXPECT_FALSE(written().empty());
+  EXPECT_FALSE(far_side.read_frame().empty());
   ask_for_all();
   bus.publish("rt/system/hw_variant", hardware_variant("R08_B1"));
   EXPECT_TRUE(bus.wait_for("system/var/hwvariant"));
@@ -87,56 +76,49 @@ TEST_F(PortsTest, ARequestThatWaitsForAnAnswerDelaysNothingElse) {
   EXPECT_EQ(daemon.wait(), 0);
 }
 
-TEST_F(SystemTest, TheServiceManagerShowsThatAReceivePortIsAwayAndBack) {
+TEST_F(SystemTest, TheServiceManagerFollowsTheDaemonTheReceivePortAndTheBroker) {
   const TempDir dir;
   DatagramSocket manager;
   std::optional<PseudoTerminal> far_side(std::in_place);
   replace_link(dir.path("receive"), far_side->path());
   Daemon daemon(config("qpread = " + dir.path("receive") + "\n"), {"-L"},
                 {"NOTIFY_SOCKET=" + manager.path(), "WATCHDOG_USEC=200000"});
-  ASSERT_TRUE(manager.wait_for("STATUS=on line"));
+  const auto expect = [&](std::initializer_list<const char*> states) {
+    for (const char* state : states) {
+      EXPECT_TRUE(manager.wait_for(state)) << state;
+    }
+  };
+  expect({"STATUS=Starting", "READY=1\nSTATUS=", "WATCHDOG=1", "WATCHDOG=1"});
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   far_side.reset();
-  EXPECT_TRUE(manager.wait_for("on line; receive port away since "));
-  EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
-  EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
+  expect({"STATUS=on line; receive port away since ", "WATCHDOG=1", "WATCHDOG=1"});
   far_side.emplace();
   far_side->write(parameter_record(0xa009, "TV back") + end_mark());
   replace_link(dir.path("receive"), far_side->path());
   EXPECT_TRUE(manager.wait_for_exactly("STATUS=on line"));
   EXPECT_TRUE(comes(bus, "system/var/topversion", "TV back"));
+  broker.stop();
+  expect({"STATUS=broker not reachable: ", "WATCHDOG=1"});
+  broker.restart();
+  expect({"STATUS=on line"});
+  daemon.signal(SIGTERM);
+  expect({"STOPPING=1"});
+  EXPECT_EQ(daemon.wait(), 0);
 }
 
-TEST_F(SystemTest, DaemonAndSimulatorReconnectWhicheverIsRestarted) {
-  const TempDir dir;
-  const std::string ports = "qpread = " + dir.path("telematics_param_receive") +
-                            "\nqpwrite = " + dir.path("telematics_param_send") + "\n";
-  std::optional<Process> simulator;
-  const auto start_simulator = [&](const std::string& version) {
-    simulator.reset();
-    const std::string scenario =
-        R"({"messages": [], "ports": {"parameters": [{"id": "0xa009", "text": ")" + version + R"("}]}})";
-    simulator.emplace(std::vector<std::string>{PROGRAM_DIR "/ecusim", "play", dir.write("scenario", scenario),
-                                               "--host", "127.0.0.1", "--port", std::to_string(broker.port()),
-                                               "--ports", dir.path("")});
-  };
-  start_simulator("TV 1");
-  while (!std::filesystem::exists(dir.path("telematics_param_send")) &&
-         !simulator->wait(std::chrono::milliseconds(5))) {
-  }
-  std::optional<Daemon> daemon(std::in_place, config(ports));
-  ASSERT_TRUE(comes(bus, "system/var/topversion", "TV 1"));
-  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
-  simulator->signal(SIGTERM);
-  ASSERT_EQ(simulator->wait(), 0);
-  start_simulator("TV 2");
+TEST_F(ReconnectionTest, DaemonAndSimulatorReconnectWhicheverIsRestarted) {
+  bus.subscribe("system/#");
+  start_all();
+  surroundings->signal(SIGTERM);
+  ASSERT_EQ(surroundings->wait(), 0);
+  start_surroundings(R"({"parameters": [{"id": "0xa009", "text": "TV 2"}]})");
   ASSERT_TRUE(comes(bus, "system/var/topversion", "TV 2"));
   // Twice, because the simulator may see the daemon for the first time only after the first restart.
   for (int restart = 0; restart < 2; ++restart) {
     daemon->signal(SIGKILL);
     daemon->wait();
     ASSERT_TRUE(bus.wait_for_text(presence_topic, "offline"));
-    daemon.emplace(config(ports));
-    ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+    start_daemon();
   }
   EXPECT_TRUE(comes(bus, "system/var/topversion", "TV 2"));
 }

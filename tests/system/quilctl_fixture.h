@@ -55,6 +55,13 @@ class QuilctlTest : public testing::Test {
     bus.subscribe(presence_topic);
     ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
   }
+  /// Returns when the daemon has received the two parameters of the surroundings.
+  void start_all(const std::string& behaviour = "") {
+    start_surroundings(R"({"parameters": [{"id": "0xa009", "text": "TV 1"}, {"id": 17, "hex": "00ff"}])" +
+                       behaviour + "}");
+    start_daemon();
+    call({"get", "topversion", "--wait", "20"});
+  }
   /// The hardware variant, as the real-time side sends it.
   void publish_variant(const std::string& variant) {
     bus.publish("rt/system/hw_variant", Group().bytes("variant", variant).message().payload);

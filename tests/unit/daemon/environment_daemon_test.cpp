@@ -65,30 +65,17 @@ TEST_F(EnvironmentDaemonTest, SubscribesOncePerEntryInRegistryOrderAndUnsubscrib
 
 TEST_F(EnvironmentDaemonTest, EachPropertyIsPublishedFromItsOwnSignal) {
   daemon->init();
-  const std::pair<const char*, const char*> properties[] = {
-      {"vehicle_type", "vehicletype"},
-      {"region", "hwregion"},
-      {"modem_type", "modemtype"},
-      {"diversity_antenna", "divantenna"},
-      {"is_wifi_bt", "haswifibt"},
-      {"is_external_wifi_bt_antenna", "hasextwifibtant"},
-      {"is_gnss", "hasgnss"},
-      {"is_ethernet1", "haseth1"},
-      {"is_ethernet2", "haseth2"},
-      {"is_accelerometer", "hasaccelerometer"},
-      {"is_digital_io", "hasdigio"},
-      {"is_d8", "hasd8"},
-      {"is_can1", "hascan1"},
-      {"is_can2", "hascan2"},
-      {"is_network_management", "hasnm"},
-      {"is_int_sim", "hasintsim"},
-      {"is_ext_sim", "hasextsim"},
-  };
   tests::Group all;
   std::vector<std::string> topics;
-  for (const auto& [signal, name] : properties) {
+  for (const std::string property :
+       {"vehicle_type=vehicletype", "region=hwregion", "modem_type=modemtype", "diversity_antenna=divantenna",
+        "is_wifi_bt=haswifibt", "is_external_wifi_bt_antenna=hasextwifibtant", "is_gnss=hasgnss",
+        "is_ethernet1=haseth1", "is_ethernet2=haseth2", "is_accelerometer=hasaccelerometer",
+        "is_digital_io=hasdigio", "is_d8=hasd8", "is_can1=hascan1", "is_can2=hascan2",
+        "is_network_management=hasnm", "is_int_sim=hasintsim", "is_ext_sim=hasextsim"}) {
+    const std::string signal = property.substr(0, property.find('='));
     daemon->message("rt/system/hw_properties", tests::Group().value(signal, 1).message());
-    topics.push_back(std::string("system/var/") + name);
+    topics.push_back("system/var/" + property.substr(signal.size() + 1));
     EXPECT_THAT(published_topics(), ElementsAre(topics.back())) << signal;
     client->published.clear();
     all.value(signal, 1);
@@ -97,66 +84,27 @@ TEST_F(EnvironmentDaemonTest, EachPropertyIsPublishedFromItsOwnSignal) {
   EXPECT_EQ(published_topics(), topics);
 }
 
-TEST_F(EnvironmentDaemonTest, EveryVersionIsPublishedUnderItsOwnName) {
-  daemon->init();
-  const auto version = tests::Group().bytes("version", "0123456789abcdef").message();
-  for (const char* topic :
-       {"hypervisor", "csp", "tele_kernel", "tele_dtb", "linux_kernel", "update_kernel", "update_dtb"}) {
-    daemon->message(std::string("rt/system/version_") + topic, version);
-  }
-  EXPECT_THAT(published_topics(), ElementsAre("system/var/versionhypervisor", "system/var/versioncsp",
-                                              "system/var/versiontelekernel", "system/var/versionteledtb",
-                                              "system/var/versiontpakernel", "system/var/versionupdatekernel",
-                                              "system/var/versionupdatedtb"));
-}
-
-TEST_F(EnvironmentDaemonTest, TheFifthReceptionFromOneAddressPublishesAVin) {
-  daemon->init();
-  const auto vin = tests::Group().bytes("data", "1M8").value("nof_bytes", 3).message();
-  for (const char* address : {"00", "00", "00", "00", "ee", "ee", "ee", "ee", "fe", "fe", "fe", "fe", "ee"}) {
-    EXPECT_THAT(published_topics(), ElementsAre());
-    daemon->message(std::string("rt/j1939can/rx/vi_") + address, vin);
-  }
-  EXPECT_THAT(published_topics(), ElementsAre("system/var/vehicleid"));
-}
-
-TEST_F(EnvironmentDaemonTest, PassesAMessageToEveryEntryOfItsTopic) {
-  daemon->init();
-  const auto log = lines_of([this] {
-    daemon->message("rt/system/hw_variant", tests::Group().bytes("variant", "R08_B1").message(9));
-  });
-  EXPECT_THAT(published_topics(), ElementsAre("system/var/hwversion", "system/var/hwvariant"));
-  EXPECT_THAT(log, ElementsAre("INFO Received data for EcuVar hwversion (from rt/system/hw_variant)",
-                               "INFO HW Version: r08",
-                               "INFO Received data for EcuVar hwvariant (from rt/system/hw_variant)",
-                               "INFO HW Variant: 'R08_B1'"));
-  const auto& message = client->published.back().message;
-  EXPECT_TRUE(message.retained);
-  EXPECT_EQ(tests::variable_in(message).value(), "R08_B1");
-  EXPECT_EQ(tests::variable_in(message).timestamp(), 9u);
-}
-
-TEST_F(EnvironmentDaemonTest, AnEntryThatTakesNoValueDoesNotAffectTheOthers) {
-  daemon->init();
-  const auto log = lines_of(
-      [this] { daemon->message("rt/system/hw_variant", tests::Group().bytes("variant", "R8").message()); });
-  EXPECT_THAT(published_topics(), ElementsAre("system/var/hwvariant"));
-  EXPECT_THAT(log, ElementsAre("INFO Received data for EcuVar hwversion (from rt/system/hw_variant)",
-                               "NOTICE [HWVersionVariable] Received string too short",
-                               "DEBUG Unable to extract EcuVar from topic: rt/system/hw_variant",
-                               "INFO Received data for EcuVar hwvariant (from rt/system/hw_variant)",
-                               "INFO HW Variant: 'R8'"));
-}
-
-TEST_F(EnvironmentDaemonTest, IgnoresOtherTopicsSilently) {
+TEST_F(EnvironmentDaemonTest, AMessageIsPassedToEveryEntryOfItsTopicEvenAfterOneThatTakesNoValue) {
   daemon->init();
   const auto log = lines_of([this] {
     for (const char* topic : {"rt/system/hw_variant/", "rt/system/hw_varian", "RT/system/hw_variant"}) {
       daemon->message(topic, tests::Group().bytes("variant", "R08").message());
     }
+    daemon->message("rt/system/hw_variant", tests::Group().bytes("variant", "R08_B1").message(9));
+    daemon->message("rt/system/hw_variant", tests::Group().bytes("variant", "R8").message());
   });
-  EXPECT_THAT(client->published, IsEmpty());
-  EXPECT_THAT(log, IsEmpty());
+  const std::string version = "INFO Received data for EcuVar hwversion (from rt/system/hw_variant)",
+                    variant = "INFO Received data for EcuVar hwvariant (from rt/system/hw_variant)";
+  EXPECT_THAT(log, ElementsAre(version, "INFO HW Version: r08", variant, "INFO HW Variant: 'R08_B1'", version,
+                               "NOTICE [HWVersionVariable] Received string too short",
+                               "DEBUG Unable to extract EcuVar from topic: rt/system/hw_variant", variant,
+                               "INFO HW Variant: 'R8'"));
+  EXPECT_THAT(published_topics(),
+              ElementsAre("system/var/hwversion", "system/var/hwvariant", "system/var/hwvariant"));
+  const auto& message = client->published[1].message;
+  EXPECT_TRUE(message.retained);
+  EXPECT_EQ(tests::variable_in(message).value(), "R08_B1");
+  EXPECT_EQ(tests::variable_in(message).timestamp(), 9u);
 }
 
 TEST_F(EnvironmentDaemonTest, PublishesVariablesWithoutAMessageAtTheStart) {
@@ -170,20 +118,6 @@ TEST_F(EnvironmentDaemonTest, PublishesVariablesWithoutAMessageAtTheStart) {
   daemon->sysparams_received();
   EXPECT_EQ(published_topics().back(), "system/var/topversion");
   EXPECT_EQ(client->published.size(), 3u);
-}
-
-TEST_F(EnvironmentDaemonTest, AFrameOfSystemParametersPublishesTheTopVersion) {
-  const tests::TempDir dir;
-  tests::Fifo port(dir, "receive");
-  port.open();
-  port.write(tests::wire(0xa009, std::string("\x09\xa0\0\0\4\0\0\0TV 1", 12)) + tests::end_mark());
-  config->set_value("qpread", port.path());
-  EnvironmentDaemon with_port(client, config);
-  with_port.sysparams_received();
-  with_port.init();
-  EXPECT_THAT(published_topics(), ElementsAre());
-  with_port.initial_publish();
-  EXPECT_EQ(tests::variable_in(client->published.back().message).value(), "TV 1");
 }
 
 TEST_F(EnvironmentDaemonTest, NothingIsWrittenToThePortOnceItIsStopped) {
@@ -208,14 +142,6 @@ TEST_F(EnvironmentDaemonTest, PublishPassesOnItsFlagAndTheClientsResult) {
   EXPECT_EQ(daemon->publish(variable, false), PublishResult::overload);
   EXPECT_THAT(published_topics(), ElementsAre("system/var/name"));
   EXPECT_FALSE(client->published[0].message.retained);
-}
-
-TEST(EnvironmentVariableTest, WithoutAValueItsMessageHasNoField) {
-  EnvironmentVariable variable("name", "topic", VariableSource::SIGNAL);
-  EXPECT_FALSE(variable.extract(tests::Group().bytes("data", "x").message(3)));
-  const auto body = tests::variable_in(variable.to_message().value());
-  EXPECT_FALSE(body.has_value());
-  EXPECT_FALSE(body.has_timestamp());
 }
 
 }  // namespace

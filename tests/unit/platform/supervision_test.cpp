@@ -116,21 +116,17 @@ TEST(SupervisionTest, WatchdogChecksAgainSoonWhileALoopIsSilent) {
   Heartbeat first("first", [] {}), second("second", [] {});
   Watchdog watchdog(std::chrono::seconds(8));
   const auto check = [&](bool first_beats, bool second_beats) {
-    if (first_beats) {
-      first.beat();
-    }
-    if (second_beats) {
-      second.beat();
-    }
+    first_beats ? first.beat() : void();
+    second_beats ? second.beat() : void();
     return watchdog.check();
   };
   const auto log = tests::logged_lines([&] {
-    EXPECT_EQ(check(true, true), std::chrono::seconds(8));
-    EXPECT_EQ(check(true, false), std::chrono::seconds(1));
-    EXPECT_EQ(check(true, false), std::chrono::seconds(1));
-    EXPECT_EQ(check(false, false), std::chrono::seconds(1));
-    EXPECT_EQ(check(true, true), std::chrono::seconds(8));
-    EXPECT_EQ(check(true, false), std::chrono::seconds(1));
+    EXPECT_EQ(check(true, true), 8s);
+    EXPECT_EQ(check(true, false), 1s);
+    EXPECT_EQ(check(true, false), 1s);
+    EXPECT_EQ(check(false, false), 1s);
+    EXPECT_EQ(check(true, true), 8s);
+    EXPECT_EQ(check(true, false), 1s);
   });
   const std::string silent = "ERROR [tamu.supervision] no sign of life for 8000 ms: ";
   EXPECT_THAT(log, ElementsAre(silent + "second", silent + "first, second", silent + "second"));
@@ -138,20 +134,18 @@ TEST(SupervisionTest, WatchdogChecksAgainSoonWhileALoopIsSilent) {
 }
 
 TEST(SupervisionTest, WatchdogPeriodIsHalfOfTheManagersLimitForThisProcess) {
-  const std::tuple<std::string, std::string, std::optional<std::chrono::microseconds>> cases[] = {
-      {"30000000", "", std::chrono::seconds(15)},
-      {"30000000", own_pid, std::chrono::seconds(15)},
-      {"30000000", "1" + own_pid, {}},
-      {"30000000", "x", {}},
-      {"", "", {}},
-      {"0", "", {}},
-      {"30s", "", {}},
-      {"18446744073709551615", "", {}},
-  };
-  for (const auto& [time, process, period] : cases) {
+  const auto period = [](const std::string& time, const std::string& process) {
     set_environment("WATCHDOG_USEC", time);
     set_environment("WATCHDOG_PID", process);
-    EXPECT_EQ(watchdog_period(), period) << time << ' ' << process;
+    return watchdog_period();
+  };
+  EXPECT_EQ(period("30000000", ""), 15s);
+  EXPECT_EQ(period("30000000", own_pid), 15s);
+  for (const std::string& process : {"1" + own_pid, "x"s}) {
+    EXPECT_EQ(period("30000000", process), std::nullopt) << process;
+  }
+  for (const char* time : {"", "0", "30s", "18446744073709551615"}) {
+    EXPECT_EQ(period(time, ""), std::nullopt) << time;
   }
   ::unsetenv("WATCHDOG_USEC");
   ::unsetenv("WATCHDOG_PID");

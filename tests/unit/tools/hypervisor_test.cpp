@@ -1,13 +1,11 @@
 #include "ecusim/hypervisor.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-
-#include <filesystem>
 
 #include "ecusim/daemon_return.h"
 #include "support/ports.h"
 #include "support/temp_dir.h"
+#include "support/testing.h"
 
 namespace ecu::sim {
 namespace {
@@ -15,10 +13,7 @@ namespace {
 using tamu::ipc::IpcSignal;
 
 IpcSignal record(std::uint32_t id, const std::string& value) {
-  const auto byte = [](std::size_t number) { return static_cast<char>(number); };
-  IpcSignal signal{id, 0, 0, {byte(id), 0, 0, 0, byte(value.size()), 0, 0, 0}};
-  signal.data.insert(signal.data.end(), value.begin(), value.end());
-  return signal;
+  return tests::record(id, tests::parameter_payload(id, value));
 }
 
 /// Passes parameters on without the beginnings of their payloads, which it compares.

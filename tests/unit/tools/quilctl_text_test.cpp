@@ -1,10 +1,5 @@
-#include <gmock/gmock.h>
-
-#include <chrono>
-#include <memory>
 #include <regex>
 #include <set>
-#include <sstream>
 
 #include <ecu/quil/environment_daemon.h>
 #include <ecu/tamu/com/framing.h>
@@ -24,17 +19,15 @@
 #include "quilctl/screen/live_table.h"
 #include "quilctl/screen/text_table.h"
 #include "quilctl/talk/client_configuration.h"
-#include "support/captured_log.h"
+#include "quilctl/talk/unit_source.h"
 #include "support/fake_client.h"
 #include "support/temp_dir.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace ecu::ctl;
 using namespace ecu::tools;
-using namespace std::string_literals;
-using testing::Contains;
-using testing::ElementsAre;
 
 TEST(QuilctlText, BytesAreShownUnambiguouslyAndReadBack) {
   const std::pair<std::string, std::string> cases[] = {
@@ -67,9 +60,8 @@ TEST(QuilctlText, BytesAreShownUnambiguouslyAndReadBack) {
 }
 
 TEST(QuilctlText, IdentifiersAndValuesAreParsedStrictly) {
-  EXPECT_EQ(parse_id("17"), 17u);
-  EXPECT_EQ(parse_id("0xA009"), 0xa009u);
-  EXPECT_EQ(parse_id("4294967295"), 0xffffffffu);
+  EXPECT_THAT((std::vector{parse_id("17"), parse_id("0xA009"), parse_id("4294967295")}),
+              ElementsAre(17u, 0xa009u, 0xffffffffu));
   for (const std::string wrong :
        {"", "0x", "-1", "+1", "a009", "4294967296", "0x100000000", "1 ", " 1", "12abc"}) {
     EXPECT_EQ(parse_id(wrong), std::nullopt) << wrong;
@@ -93,12 +85,10 @@ TEST(QuilctlText, TextsAreCutToTheWidthOfTheTerminal) {
   ::setenv("LC_ALL", "C.UTF-8", 1);
   use_terminal_encoding();
   EXPECT_EQ(for_terminal("grüße 車"), "grüße 車");
-  EXPECT_EQ(display_width("grüße"), 5u);
-  EXPECT_EQ(display_width("車a"), 3u);
-  EXPECT_EQ(cut_to_width("abcdef", 6), "abcdef");
-  EXPECT_EQ(cut_to_width("abcdef", 4), "abc…");
-  EXPECT_EQ(cut_to_width("車車車", 4), "車…");
-  EXPECT_EQ(cut_to_width("abc", 0), "");
+  EXPECT_THAT((std::vector{display_width("grüße"), display_width("車a")}), ElementsAre(5u, 3u));
+  EXPECT_THAT((std::vector{cut_to_width("abcdef", 6), cut_to_width("abcdef", 4), cut_to_width("車車車", 4),
+                           cut_to_width("abc", 0)}),
+              ElementsAre("abcdef", "abc…", "車…", ""));
   TextTable table({"NAME", "VALUE"});
   table.add({"a", "some long value"});
   table.add({"längst", ""});
@@ -119,12 +109,8 @@ TEST(QuilctlText, TextsAreCutToTheWidthOfTheTerminal) {
 }
 
 TEST(QuilctlText, AgesUseTheLargestUnitThatFits) {
-  using namespace std::chrono_literals;
-  EXPECT_EQ(ecu::tools::age_text(0s), "0 s");
-  EXPECT_EQ(ecu::tools::age_text(59'999ms), "59 s");
-  EXPECT_EQ(ecu::tools::age_text(60s), "1 min");
-  EXPECT_EQ(ecu::tools::age_text(59min), "59 min");
-  EXPECT_EQ(ecu::tools::age_text(47h), "1 d");
+  EXPECT_THAT((std::vector{age_text(0s), age_text(59'999ms), age_text(60s), age_text(59min), age_text(47h)}),
+              ElementsAre("0 s", "59 s", "1 min", "59 min", "1 d"));
 }
 
 TEST(QuilctlText, AFormatHasFieldsAndEscapes) {
@@ -194,7 +180,8 @@ TEST(BrokerOptions, OptionsOverrideTheConfigurationOfTheUnit) {
 }
 
 TEST(QuilctlTable, FollowsTheBusAndTheKeyboard) {
-  LiveTable table("broker:1", true, {"has*", "hw*"});
+  UnitSource source({"has*", "hw*"});
+  LiveTable table("broker:1", source);
   const auto shown = [&table](std::size_t width = 60, std::size_t height = 9) {
     std::string text;
     for (const ScreenLine& line : table.draw(width, height)) {
@@ -215,24 +202,24 @@ TEST(QuilctlTable, FollowsTheBusAndTheKeyboard) {
   body.set_timestamp(1);
   const auto message = ecu::tamu::com::frame(body, ecu::tamu::com::pb_protocol_type).value();
   table.handle(Event{Event::Kind::message, "system/var/haseth2", message, {}});
-  EXPECT_THAT(shown(), testing::HasSubstr("q quit  / filter  s sort: none  1-5/16\n"));
+  EXPECT_THAT(shown(), HasSubstr("q quit  / filter  s sort: none  1-5/16\n"));
   EXPECT_TRUE(table.handle(KeyPress{Key::page_down}));
   EXPECT_TRUE(table.handle(KeyPress{Key::up}));
-  EXPECT_THAT(shown(), testing::AllOf(testing::HasSubstr("5-9/16"), testing::HasSubstr("\n* haseth2 ")));
+  EXPECT_THAT(shown(), testing::AllOf(HasSubstr("5-9/16"), HasSubstr("\n* haseth2 ")));
   EXPECT_TRUE(table.handle(KeyPress{Key::end}));
-  EXPECT_THAT(shown(), testing::HasSubstr("12-16/16"));
+  EXPECT_THAT(shown(), HasSubstr("12-16/16"));
   press("sss");
   EXPECT_TRUE(table.handle(KeyPress{Key::home}));
   EXPECT_THAT(shown(), testing::ContainsRegex("SOURCE *\n\\* haseth2 .*\n  haswifibt")) << "by last change";
   press("/qetü");
   EXPECT_TRUE(table.handle(KeyPress{Key::backspace}));
   press("hx");
-  EXPECT_THAT(shown(), testing::HasSubstr("\n/qethx_"));
+  EXPECT_THAT(shown(), HasSubstr("\n/qethx_"));
   EXPECT_TRUE(table.handle(KeyPress{Key::escape}));
   press("/eth2");
   EXPECT_TRUE(table.handle(KeyPress{Key::enter}));
-  EXPECT_THAT(shown(), testing::AllOf(testing::HasSubstr("/ eth2  s sort: change  1-1/1"),
-                                      testing::Not(testing::HasSubstr("hwversion"))));
+  EXPECT_THAT(shown(), testing::AllOf(HasSubstr("/ eth2  s sort: change  1-1/1"),
+                                      testing::Not(HasSubstr("hwversion"))));
   EXPECT_FALSE(table.handle(KeyPress{Key::letter, 'q'}));
   for (std::size_t size = 0; size < 80; ++size) {
     const auto lines = table.draw(size, size);

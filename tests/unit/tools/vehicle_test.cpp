@@ -1,15 +1,12 @@
 #include "ecusim/vehicle.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <condition_variable>
-#include <mutex>
 
 #include <ecu/tamu/rt/signal_adapter.h>
 
-#include "support/fake_client.h"
 #include "support/rt_messages.h"
+#include "support/testing.h"
+#include "support/waiting_client.h"
 
 namespace ecu::sim {
 namespace {
@@ -18,58 +15,37 @@ using Answers = std::vector<std::string>;
 
 constexpr const char* request_topic = "rt/j1939can/tx/rqst_fb_ee";
 
-/// Records answers as "ADDRESS NOF_BYTES VIN".
-class AnsweredClient final : public tests::FakeClient {
- public:
-  tamu::com::PublishResult publish(const std::string& topic, Message message) override {
-    const auto group = rt_group(topic, message);
-    const auto* const vin = group->signal("data");
-    const auto* const size = group->signal("nof_bytes");
-    EXPECT_TRUE(vin->status() == 3 && size->status() == 3);
-    const std::lock_guard lock(mutex_);
-    answers_.push_back(topic.substr(topic.size() - 2) + " " +
-                       std::to_string(std::lround(size->value_scaled())) + " " +
-                       std::string(vin->data().begin(), vin->data().end()));
-    changed_.notify_all();
-    return tamu::com::PublishResult::success;
-  }
-
-  Answers wait_for(std::size_t count) {
-    std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, std::chrono::seconds(20), [&] { return answers_.size() >= count; });
-    return answers_;
-  }
-
- private:
-  static std::shared_ptr<const tamu::rt::SignalGroup> rt_group(const std::string& topic,
-                                                               const Message& message) {
-    return tamu::rt::SignalAdapter::instance().unpack(topic, message).value();
-  }
-
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  Answers answers_;  // guarded by mutex_
-};
+/// "ADDRESS NOF_BYTES VIN".
+std::string text_of(const tests::FakeClient::Published& answer) {
+  const auto group = tamu::rt::SignalAdapter::instance().unpack(answer.topic, answer.message).value();
+  const auto& vin = *group->signal("data");
+  const auto& size = *group->signal("nof_bytes");
+  EXPECT_TRUE(vin.status() == 3 && size.status() == 3);
+  return answer.topic.substr(answer.topic.size() - 2) + " " +
+         std::to_string(std::lround(size.value_scaled())) + " " +
+         std::string(vin.data().begin(), vin.data().end());
+}
 
 /// The answers to `requests` requests for the VIN, after `count` answers have arrived.
 Answers answers_to(const std::string& members, int requests, std::size_t count) {
-  const auto client = std::make_shared<AnsweredClient>();
+  const auto client = std::make_shared<tests::WaitingClient>();
   Vehicle vehicle(
       *parse_scenario(R"({"messages": [], "vehicle": {"vin": "ABC", "source_address": "fe")" + members + "}}")
            .vehicle,
       client);
-  using std::string_view_literals::operator""sv;
   const auto ask = [&](std::string_view pgn) {
     client->last_observer->message(request_topic,
                                    tests::Group().bytes("parametergroupnumberrqst", pgn).message());
   };
-  ask("\xeb\xfe\0\0"sv);
-  ask("\xec\xfe\0"sv);
+  ask("\xeb\xfe\0\0"s);
+  ask("\xec\xfe\0"s);
   client->last_observer->message(request_topic, tests::raw_message("no request"));
   for (int i = 0; i < requests; ++i) {
-    ask("\xec\xfe\0\0"sv);
+    ask("\xec\xfe\0\0"s);
   }
-  return client->wait_for(count);
+  Answers answers;
+  std::ranges::transform(client->wait_for(count), std::back_inserter(answers), text_of);
+  return answers;
 }
 
 TEST(VehicleTest, EveryRequestForTheVinIsAnsweredAsTheScenarioSays) {

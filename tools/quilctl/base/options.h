@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <ecu/tamu/com/topics.h>
+
 #include "common/broker_options.h"
 #include "quilctl/base/failure.h"
 
@@ -15,6 +17,7 @@ struct BrokerOptions : tools::BrokerOptions {
   std::string config_file;
   std::string unit_config_file;    // applies without a host, a port and `config_file`, when it is readable
   bool host_is_inherited = false;  // from the environment
+  std::size_t backlog = 1;         // how many times the usual number of messages may wait
 };
 
 struct Options;
@@ -28,8 +31,11 @@ struct Options {
   CommandFunction command = nullptr;
   BrokerOptions broker;
   bool json = false;
-  bool raw = false;      // values unchanged, without escapes
-  bool verbose = false;  // log of the bus client on standard error
+  bool raw = false;                  // values unchanged, without escapes
+  bool verbose = false;              // log of the bus client on standard error
+  std::optional<std::string> fleet;  // units of a fleet, by name or pattern: the broker is that of the fleet
+  std::string fleet_prefix = tamu::com::topics::default_fleet_prefix;
+  bool yes = false;  // do not ask
   /// For the broker's answer and for the effect of a command; unset: the command's default.
   std::optional<std::chrono::duration<double>> timeout;
 

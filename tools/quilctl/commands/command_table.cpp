@@ -3,6 +3,7 @@
 #include "common/option_checks.h"
 #include "quilctl/base/failure.h"
 #include "quilctl/commands/commands.h"
+#include "quilctl/fleet/fleet_commands.h"
 #include "quilctl/model/line_format.h"
 
 namespace ecu::ctl {
@@ -14,9 +15,9 @@ constexpr const char* names_purpose = "names; * stands for any characters, ? for
 
 void add_format(CLI::App& command, Options& options) {
   command
-      .add_option(
-          "--format", options.format,
-          "a line with the fields {name}, {value}, {age}, {time} and {topic}; \\n, \\t and \\\\ are escapes")
+      .add_option("--format", options.format,
+                  "a line with the fields {unit}, {name}, {value}, {age}, {time} and {topic}; "
+                  R"(\n, \t and \\ are escapes)")
       ->check(CLI::Validator(fault_of_format, ""))
       ->type_name("TEXT");
   command.add_flag("--raw", options.raw,
@@ -51,7 +52,8 @@ void add_watch_options(CLI::App& command, Options& options) {
   command.add_option("PATTERN", options.arguments, names_purpose);
   add_count(command, options);
   command
-      .add_option("--exec", options.exec, "run this shell command for each change, with NAME and VALUE set")
+      .add_option("--exec", options.exec,
+                  "run this shell command for each change, with UNIT, NAME and VALUE set")
       ->type_name("COMMAND");
   command.add_flag("--table", options.table, "on a terminal: show all in a table that is redrawn");
   add_format(command, options);
@@ -123,6 +125,15 @@ void add_replay_options(CLI::App& command, Options& options) {
       ->type_name("FILTER");
 }
 
+void add_retire_options(CLI::App& command, Options& options) {
+  command.add_option("UNIT", options.arguments, "the name of the unit")->required()->expected(1);
+  command.add_flag("--yes", options.yes, "do not ask");
+}
+
+ExitCode needs_fleet(const Options& /*options*/) {
+  throw Failure(ExitCode::usage, "retire needs --fleet");
+}
+
 // As the first word it never gets here; see parse_command_line.
 ExitCode misplaced_help(const Options& /*options*/) {
   throw Failure(ExitCode::usage, "help must be the first word: quilctl help COMMAND");
@@ -133,19 +144,22 @@ const CommandEntry table[] = {
      .purpose = "Lists variables with their values, ages and sources.",
      .examples = "  quilctl list\n  quilctl list 'version*' --json\n  eval \"$(quilctl list --shell)\"",
      .add_options = add_list_options,
-     .run = list},
+     .run = list,
+     .run_on_fleet = fleet::list},
     {.name = "get",
      .purpose = "Prints the values of variables; for a single one, only the value.",
      .examples = "  quilctl get serialnumber\n  quilctl get vehicleid --wait 60 --default unknown\n  quilctl "
                  "get 'version*'",
      .add_options = add_get_options,
-     .run = get},
+     .run = get,
+     .run_on_fleet = fleet::get},
     {.name = "watch",
      .purpose = "Prints each change of a variable until interrupted.",
      .examples = "  quilctl watch\n  quilctl watch 'version*' vehicleid\n  quilctl watch vehicleid --exec "
-                 "'logger \"VIN $VALUE\"'\n  quilctl watch --table",
+                 "'logger \"VIN $VALUE\"'\n  quilctl watch --table\n  quilctl --fleet 'truck-*' watch",
      .add_options = add_watch_options,
-     .run = watch},
+     .run = watch,
+     .run_on_fleet = watch},
     {.name = "describe",
      .purpose = "Explains variables, without a connection.",
      .examples = "  quilctl describe\n  quilctl describe hwversion",
@@ -189,7 +203,8 @@ const CommandEntry table[] = {
     {.name = "status",
      .purpose = "Shows whether broker and daemon are reachable, and what the daemon has.",
      .examples = "  quilctl status",
-     .run = status},
+     .run = status,
+     .run_on_fleet = fleet::status},
     {.name = "check",
      .purpose = "Checks a configuration file as the daemon would: prints its errors, or its settings.",
      .examples = "  quilctl check /etc/morn/tolquil.conf",
@@ -210,6 +225,12 @@ const CommandEntry table[] = {
      .examples = "  quilctl replay fault.rec\n  quilctl replay fault.rec --speed 10",
      .add_options = add_replay_options,
      .run = replay},
+    {.name = "retire",
+     .purpose = "With --fleet: clears what the fleet's broker retains of a unit.",
+     .examples = "  quilctl --fleet retire unit-0001",
+     .add_options = add_retire_options,
+     .run = needs_fleet,
+     .run_on_fleet = fleet::retire},
     {.name = "help",
      .purpose = "Shows the usage of a command.",
      .examples = "  quilctl help watch",

@@ -15,6 +15,7 @@ struct CommandEntry {
   const char* examples;                                                // one in each line
   void (*add_options)(CLI::App& command, Options& options) = nullptr;  // beyond those of all commands
   CommandFunction run = nullptr;                                       // null: a group
+  CommandFunction run_on_fleet = nullptr;                              // null: not with --fleet
 };
 
 /// All of them, in the order of the help text; a group comes before its commands.

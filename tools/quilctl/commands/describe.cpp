@@ -17,7 +17,7 @@ void print(const tools::VariableInfo& info) {
 }  // namespace
 
 ExitCode describe(const Options& options) {
-  require_known({}, options.arguments);
+  require_known(variable_rows({}), options.arguments);
   for (const VariableRow& row : variable_rows({}, options.arguments)) {
     if (options.json) {
       print_json(json_of(*row.info));

@@ -10,7 +10,7 @@
 #include "quilctl/base/value_input.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/variable_rows.h"
-#include "quilctl/screen/text_table.h"
+#include "quilctl/screen/variable_output.h"
 #include "quilctl/talk/parameter_client.h"
 #include "quilctl/talk/variable_session.h"
 
@@ -98,12 +98,9 @@ Parameters await_parameters(const Options& options, const Expectation& expected,
 
 void print(const Expectation& expected, const VariableView& view, const Parameters& held,
            const UnitClock& clock) {
-  TextTable table(variable_headings(), essential_variable_columns);
-  for (const VariableRow& row : variable_rows(view)) {
-    if (expected.contains(row.name)) {
-      table.add(columns_of(row, clock));
-    }
-  }
+  std::vector<VariableRow> rows = variable_rows(view);
+  std::erase_if(rows, [&](const VariableRow& row) { return !expected.contains(row.name); });
+  TextTable table = table_of(rows, clock, false);
   for (const auto& one : expected) {
     if (is_parameter(one)) {
       table.add({tools::printable(one.first), shown_value(value_of(one.first, view, held)), "-",

@@ -1,21 +1,14 @@
-#include <algorithm>
-#include <iostream>
 #include <string>
 
-#include "common/escaping.h"
 #include "common/name_pattern.h"
 #include "common/notes.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/model/line_format.h"
+#include "quilctl/screen/variable_output.h"
 #include "quilctl/talk/variable_session.h"
 
 namespace ecu::ctl {
 
 namespace {
-
-bool has_value(const VariableRow& row) {
-  return row.value().has_value();
-}
 
 /// Why the variable has no value.
 Failure failure_of(const VariableRow& row, const VariableSession& session, bool has_waited) {
@@ -35,52 +28,22 @@ Failure failure_of(const VariableRow& row, const VariableSession& session, bool 
   return {ExitCode::no_value, without};
 }
 
-void print(const Options& options, const VariableRow& row, const UnitClock& clock) {
-  const std::string& name = options.arguments.front();
-  if (options.json) {
-    print_json(json_of(row, clock));
-  } else if (!options.format.empty()) {
-    std::cout << formatted(options.format, row, clock, options.raw) << '\n';
-  } else if (options.arguments.size() == 1 && !tools::is_pattern(name)) {
-    print_value(options, *row.value());
-  } else {
-    std::cout << tools::printable(row.name) << "  " << shown_value(row.value()) << '\n';
-  }
-}
-
 }  // namespace
 
 ExitCode get(const Options& options) {
   const bool with_ages = options.json || !options.format.empty();
   VariableSession session(options, with_ages);
-  require_known(session.view(), options.arguments);
-  auto rows = variable_rows(session.view(), options.arguments);
-  const bool must_wait = options.wait && !std::ranges::all_of(rows, has_value);
-  if (must_wait) {
-    session.session().set_time_limit(*options.wait);
-    (void)session.session().wait_until([&] {
-      rows = variable_rows(session.view(), options.arguments);
-      return std::ranges::all_of(rows, has_value);
-    });
-  }
+  session.source().require_known();
+  session.session().await_values(options, [&] { return session.source().rows(); });
   if (with_ages) {
     session.determine_clock();
   }
-  const Variable fallback{.value = options.fallback};
-  ExitCode code = ExitCode::done;
-  for (VariableRow& row : rows) {
-    if (!has_value(row) && options.fallback) {
-      row.variable = &fallback;
-    }
-    if (has_value(row)) {
-      print(options, row, session.clock());
-      continue;
-    }
+  const bool is_single = options.arguments.size() == 1 && !tools::is_pattern(options.arguments.front());
+  const auto failure = [&](const VariableRow& row) {
     session.note_if_nothing_is_published();
-    const Failure failure = failure_of(row, session, must_wait);
-    tools::note(failure.what());
-    code = failure.code();
-  }
+    return failure_of(row, session, options.wait.has_value());
+  };
+  const ExitCode code = print_values(options, session.source().rows(), session.clock(), is_single, failure);
   if (code == ExitCode::done && session.view().daemon_on_line() == false) {
     tools::note("the daemon is off line: it published this last");
   }

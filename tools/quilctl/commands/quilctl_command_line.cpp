@@ -1,6 +1,7 @@
 #include "quilctl/commands/quilctl_command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <span>
 #include <sstream>
@@ -14,6 +15,7 @@
 #include "common/version.h"
 #include "quilctl/commands/command_table.h"
 #include "quilctl/commands/commands.h"
+#include "quilctl/fleet/fleet_commands.h"
 
 namespace ecu::ctl {
 
@@ -24,6 +26,7 @@ constexpr const char* description = R"(Examples:
   quilctl get serialnumber           one value, and nothing else, on standard output
   quilctl watch --table              all variables, live
   quilctl status                     is everything well?
+  quilctl --fleet watch --table      all units of a fleet, live
 
 Shows and changes the variables, system parameters and secrets of a unit's environment-variable daemon.)";
 
@@ -32,6 +35,9 @@ constexpr const char* exit_codes =
 value; 5 refused; 6 the daemon is off line; 7 broker not reachable, or login rejected; 27 time-out.
 Environment: QUILCTL_HOST, QUILCTL_PORT, QUILCTL_USER, QUILCTL_PASSWORD_FILE, QUILCTL_CAFILE, QUILCTL_CERT,
 QUILCTL_KEY and QUILCTL_CONFIG are the defaults of the options. NO_COLOR turns colours off.)";
+
+// The broker of a fleet sends what it retains of thousands of units at once.
+constexpr std::size_t fleet_backlog = 64;
 
 constexpr const char* other_options = "quilctl --help shows the options of all commands, and the exit codes.";
 
@@ -58,6 +64,15 @@ void add_common_options(CLI::App& app, Options& options) {
       ->check(tools::is_not_empty())
       ->envname("QUILCTL_CONFIG")
       ->type_name("FILE");
+  app.add_option_function<std::string>(
+         "--fleet", [&options](const std::string& units) { options.fleet = units; },
+         "the broker is that of a fleet: the units of this name or pattern, or all; for list, get, watch, "
+         "status, "
+         "retire")
+      ->expected(0, 1)
+      ->type_name("[UNIT]");
+  app.add_option("--fleet-prefix", options.fleet_prefix, "first level of the fleet's topics; default fleet")
+      ->type_name("TEXT");
   tools::add_seconds(
       app, "--timeout", options.timeout,
       "time limit for connecting and for verifying an effect; default 5 (list --expect: 20, param set: 35); "
@@ -104,8 +119,9 @@ void check_combinations(const Options& options) {
   if (given.size() > 1) {
     throw CLI::ExcludesError(given[0], given[1]);
   }
-  const bool is_many =
-      options.arguments.size() > 1 || (!options.arguments.empty() && tools::is_pattern(options.arguments[0]));
+  const bool is_many = options.arguments.size() > 1 ||
+                       (!options.arguments.empty() && tools::is_pattern(options.arguments[0])) ||
+                       (options.fleet && (options.fleet->empty() || tools::is_pattern(*options.fleet)));
   if (!given.empty() && given[0] == "--raw" &&
       (options.command == list || (is_many && options.command != watch))) {
     throw CLI::ValidationError("--raw", "for one value only");
@@ -113,6 +129,26 @@ void check_combinations(const Options& options) {
   if (!options.expect_file.empty() && !options.arguments.empty()) {
     throw CLI::ValidationError("--expect", "its file names the variables");
   }
+}
+
+// The command is then that for the fleet.
+void apply_fleet(Options& options) {
+  if (!options.fleet) {
+    return;
+  }
+  const auto entry = std::ranges::find(commands(), options.command, &CommandEntry::run);
+  if (entry->run_on_fleet == nullptr) {
+    throw CLI::ValidationError("--fleet", "not for '" + std::string(entry->name) + '\'');
+  }
+  if (entry->run_on_fleet == fleet::retire && !options.fleet->empty()) {
+    throw CLI::ValidationError("--fleet", "retire names its unit itself");
+  }
+  if (options.shell || !options.expect_file.empty()) {
+    throw CLI::ValidationError("--fleet", "not with --shell and --expect");
+  }
+  options.command = entry->run_on_fleet;
+  options.broker.backlog = fleet_backlog;
+  options.broker.unit_config_file.clear();
 }
 
 // "quilctl help get" is "quilctl get --help".
@@ -143,6 +179,7 @@ std::optional<int> parse_command_line(int argc, const char* const* argv, Options
   try {
     app.parse(static_cast<int>(words.size()), words.data());
     check_combinations(options);
+    apply_fleet(options);
   } catch (const CLI::Success& end) {
     const auto unknown = app.remaining(true);  // as in "quilctl help nothing"
     if (unknown.empty()) {

@@ -1,38 +1,31 @@
 #include <unistd.h>
 
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 
-#include <ecu/tamu/com/topics.h>
-
-#include "common/escaping.h"
-#include "common/name_pattern.h"
 #include "common/notes.h"
 #include "common/times.h"
 #include "quilctl/commands/commands.h"
+#include "quilctl/fleet/fleet_source.h"
 #include "quilctl/model/line_format.h"
 #include "quilctl/screen/display_width.h"
 #include "quilctl/screen/live_table.h"
-#include "quilctl/screen/text_table.h"
 #include "quilctl/talk/monitor_session.h"
 #include "quilctl/talk/shell_command.h"
+#include "quilctl/talk/unit_source.h"
 
 namespace ecu::ctl {
-
-namespace topics = tamu::com::topics;
 
 namespace {
 
 /// Prints the changes, or runs a command for each.
 class Changes {
  public:
-  Changes(const Options& options, const BusConnection& bus, const MonitorSession& session)
-      : options_(options), bus_(bus), session_(session) {
-    if (bus.is_local()) {
-      clock_.use_local_clock();
-    }
-  }
+  Changes(const Options& options, const BusConnection& bus, const MonitorSession& session,
+          VariableSource& source)
+      : options_(options), bus_(bus), session_(session), source_(source) {}
 
   /// Whether the event is a change that the user asked for.
   bool handle(const Event& event) {
@@ -42,63 +35,56 @@ class Changes {
     if (event.kind != Event::Kind::message) {
       return false;
     }
-    const auto change = view_.take(event.text, event.message);
-    if (change == VariableView::Change::faulty) {
-      tools::note("cannot decode the message on " + event.text);
-      return false;
+    const auto news = source_.take(event);
+    if (!news.notice.empty()) {
+      tools::note(news.notice);
     }
-    if (event.text != topics::daemon_presence) {
-      clock_.take(event.message);
+    if (news.changed) {
+      report(event, *news.changed);
     }
-    if (change != VariableView::Change::changed ||
-        !tools::matches_any(*tools::variable_of(event.text), options_.arguments)) {
-      return false;
-    }
-    const std::string name(*tools::variable_of(event.text));
-    report(event, {name, view_.find(name), tools::find_variable(name)});
-    return true;
+    return news.changed.has_value();
   }
 
  private:
   void note_unknown_names() const {
     try {
-      require_known(view_, options_.arguments);
+      source_.require_known();
     } catch (const Failure& failure) {
       tools::note(failure.what());
     }
   }
 
   void report(const Event& event, const VariableRow& row) const {
-    const auto value = row.value();
     if (!options_.exec.empty()) {
-      run(row.name, value);
+      run(row);
     } else if (options_.json) {
-      print_json({{"at", tools::iso_time(event.at)},
-                  {"name", row.name},
-                  {"value", json_value(value)},
-                  {"retained", event.message.retained}});
+      Json change{{"at", tools::iso_time(event.at)}};
+      if (row.unit != nullptr) {
+        change["unit"] = json_value(row.unit->name);
+      }
+      change["name"] = json_value(row.name);
+      change["value"] = json_value(row.value());
+      change["retained"] = event.message.retained;
+      print_json(change);
     } else if (!options_.format.empty()) {
-      std::cout << formatted(options_.format, row, clock_, options_.raw) << std::endl;
+      std::cout << formatted(options_.format, row, source_.clock(), options_.raw) << std::endl;
     } else {
-      std::cout << tools::local_time(event.at) << "  " << tools::printable(row.name) << "  "
-                << (options_.raw && value ? *value : shown_value(value)) << std::endl;
+      std::cout << tools::local_time(event.at) << "  " << line_of(row, options_.raw) << std::endl;
     }
   }
 
-  void run(const std::string& name, const std::optional<std::string>& value) const {
-    const int code =
-        run_shell_command(options_.exec, name, value ? std::optional(tools::printable(*value)) : value,
-                          [this](int handle) { return bus_.wait_until_readable(handle, session_.end()); });
+  void run(const VariableRow& row) const {
+    const int code = run_shell_command(
+        options_.exec, row, [this](int handle) { return bus_.wait_until_readable(handle, session_.end()); });
     if (code != 0) {
-      tools::note("the command for " + name + " ended with exit code " + std::to_string(code));
+      tools::note("the command for " + row.name + " ended with exit code " + std::to_string(code));
     }
   }
 
   const Options& options_;
   const BusConnection& bus_;
   const MonitorSession& session_;
-  VariableView view_;
-  UnitClock clock_;
+  VariableSource& source_;
 };
 
 // False when a key ends the table.
@@ -142,6 +128,17 @@ void print_last(const LiveTable& table, TerminalScreen& screen) {
   }
 }
 
+std::unique_ptr<VariableSource> source_of(const Options& options, const BusConnection& bus) {
+  if (options.fleet) {
+    return std::make_unique<FleetSource>(options);
+  }
+  auto unit = std::make_unique<UnitSource>(options.arguments);
+  if (bus.is_local()) {
+    unit->use_local_clock();
+  }
+  return unit;
+}
+
 }  // namespace
 
 ExitCode watch(const Options& options) {
@@ -154,21 +151,18 @@ ExitCode watch(const Options& options) {
     screen.emplace();
   }
   BusConnection bus(options.broker);
-  bus.subscribe(topics::all_variables_filter);
-  bus.subscribe(topics::daemon_presence);
-  if (as_table) {
-    for (const char* const filter : LiveTable::more_filters) {
-      bus.subscribe(filter);
-    }
+  const std::unique_ptr<VariableSource> source = source_of(options, bus);
+  for (const std::string& filter : source->filters(as_table)) {
+    bus.subscribe(filter);
   }
   bus.connect();
   MonitorSession session(options, bus);
-  LiveTable table(bus.broker(), bus.is_local(), options.arguments);
+  LiveTable table(bus.broker(), *source);
   try {
     if (screen) {
       show(table, *screen, session);
     } else {
-      Changes changes(options, bus, session);
+      Changes changes(options, bus, session, *source);
       session.run([&changes](const Event& event) { return changes.handle(event); });
     }
   } catch (const Interrupted&) {

@@ -26,8 +26,9 @@ std::optional<std::string> field_of(std::string_view field, const VariableRow& r
     return age ? tools::local_time(tools::wall_clock_now() - std::chrono::duration_cast<Duration>(*age))
                : "-";
   }
-  return field == "topic" ? std::optional(tools::printable(tools::topic_of_variable(row.name)))
-                          : std::nullopt;
+  return field == "topic"  ? std::optional(tools::printable(row.topic()))
+         : field == "unit" ? std::optional(tools::printable(row.unit_name()))
+                           : std::nullopt;
 }
 
 // The character that an escape stands for; 0 for an unknown one.
@@ -43,14 +44,15 @@ Result filled_in(std::string_view format, const VariableRow& row, const UnitCloc
   Result result;
   for (std::size_t at = 0; at < format.size() && result.fault.empty(); ++at) {
     const std::size_t end = format[at] == '{' ? format.find('}', at) : at + 1;
-    const std::string_view part = format.substr(at, end == format.npos ? end : end - at + 1);
+    const std::string_view part = format.substr(at, end == std::string_view::npos ? end : end - at + 1);
     if (format[at] == '{') {
-      const auto field =
-          end == format.npos ? std::nullopt : field_of(part.substr(1, part.size() - 2), row, clock, raw);
+      const auto field = end == std::string_view::npos
+                             ? std::nullopt
+                             : field_of(part.substr(1, part.size() - 2), row, clock, raw);
       result.text += field.value_or("");
-      result.fault =
-          field ? ""
-                : "unknown field '" + std::string(part) + "': use {name}, {value}, {age}, {time} or {topic}";
+      result.fault = field ? ""
+                           : "unknown field '" + std::string(part) +
+                                 "': use {unit}, {name}, {value}, {age}, {time} or {topic}";
       at = end;
     } else if (format[at] == '\\') {
       const char letter = part.size() == 2 ? unescaped(part.back()) : '\0';

@@ -8,7 +8,8 @@
 namespace ecu::ctl {
 
 /// What is wrong with a format; empty when it is valid. A format is text with the fields {name}, {value},
-/// {age}, {time} (local, at which the value was set) and {topic}, and with \\n, \\t and \\\\.
+/// {age}, {time} (local, at which the value was set), {topic} and {unit} (in a fleet), and with \\n, \\t and
+/// \\\\.
 [[nodiscard]] std::string fault_of_format(const std::string& format);
 
 /// The row in a valid format. The value is escaped unless `raw`; what is not known is "-", a missing value

@@ -1,5 +1,7 @@
 #include "quilctl/model/values.h"
 
+#include <unistd.h>
+
 #include <iostream>
 
 #include "common/escaping.h"
@@ -30,7 +32,8 @@ void print_value(const Options& options, const std::string& value) {
 }
 
 void print_json(const Json& object) {
-  std::cout << object.dump() << std::endl;
+  const bool is_terminal = ::isatty(STDOUT_FILENO) == 1;
+  std::cout << object.dump(-1, ' ', is_terminal) << std::endl;
 }
 
 }  // namespace ecu::ctl

@@ -19,7 +19,8 @@ using tools::Json;
 /// Writes a single value to standard output: escaped and with a line end, or unchanged with --raw.
 void print_value(const Options& options, const std::string& value);
 
-/// Writes one JSON object as a line to standard output and flushes it.
+/// Writes one JSON object as a line to standard output and flushes it. On a terminal, which obeys some
+/// characters, all but ASCII is escaped.
 void print_json(const Json& object);
 
 }  // namespace ecu::ctl

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
+#include <set>
 
 #include "common/escaping.h"
 #include "common/name_pattern.h"
@@ -11,7 +13,21 @@
 
 namespace ecu::ctl {
 
+std::int64_t VariableRow::set_at() const {
+  constexpr std::int64_t unknown = std::numeric_limits<std::int64_t>::min();
+  if (!value() || (unit != nullptr && !variable->since)) {
+    return unknown;
+  }
+  return unit == nullptr ? static_cast<std::int64_t>(variable->timestamp)
+                         : std::chrono::nanoseconds(variable->since->time_since_epoch()).count();
+}
+
 std::optional<std::chrono::nanoseconds> VariableRow::age(const UnitClock& clock) const {
+  if (unit != nullptr) {
+    return value() && variable->since ? std::optional(std::max(tools::wall_clock_now() - *variable->since,
+                                                               std::chrono::nanoseconds::zero()))
+                                      : std::nullopt;
+  }
   const auto age = value() ? clock.age_of(variable->timestamp) : std::nullopt;
   return age ? std::optional(std::chrono::nanoseconds(*age)) : std::nullopt;
 }
@@ -39,10 +55,10 @@ std::vector<VariableRow> variable_rows(const VariableView& view, const std::vect
   return chosen;
 }
 
-void require_known(const VariableView& view, const std::vector<std::string>& patterns) {
-  std::vector<std::string> names;
-  for (const VariableRow& row : variable_rows(view)) {
-    names.push_back(row.name);
+void require_known(const std::vector<VariableRow>& rows, const std::vector<std::string>& patterns) {
+  std::set<std::string> names;
+  for (const VariableRow& row : rows) {
+    names.insert(row.name);
   }
   for (const std::string& pattern : patterns) {
     if (std::ranges::none_of(
@@ -54,23 +70,38 @@ void require_known(const VariableView& view, const std::vector<std::string>& pat
   }
 }
 
-const std::vector<std::string>& variable_headings() {
-  static const std::vector<std::string> headings = {"NAME", "VALUE", "AGE", "SOURCE"};
-  return headings;
-}
-
 std::vector<std::string> columns_of(const VariableRow& row, const UnitClock& clock) {
   const auto age = row.age(clock);
-  return {tools::printable(row.name), shown_value(row.value()), age ? tools::age_text(*age) : "-",
-          row.info == nullptr ? "-" : row.info->sources_text()};
+  std::vector<std::string> columns = {tools::printable(row.name), shown_value(row.value()),
+                                      age ? tools::age_text(*age) : "-",
+                                      row.info == nullptr ? "-" : row.info->sources_text()};
+  if (row.unit != nullptr) {
+    columns.insert(columns.begin(), tools::printable(row.unit->name));
+  }
+  return columns;
+}
+
+std::string line_of(const VariableRow& row, bool raw) {
+  const auto value = row.value();
+  return (row.unit == nullptr ? "" : tools::printable(row.unit->name) + "  ") + tools::printable(row.name) +
+         "  " + (raw && value ? *value : shown_value(value));
 }
 
 Json json_of(const VariableRow& row, const UnitClock& clock) {
   const auto age = row.age(clock);
-  Json object{{"name", row.name}, {"value", json_value(row.value())}};
+  Json object;
+  if (row.unit != nullptr) {
+    object["unit"] = json_value(row.unit->name);
+  }
+  object["name"] = json_value(row.name);
+  object["value"] = json_value(row.value());
   object["published"] = row.variable != nullptr;
   object["timestamp_ns"] = row.value() ? Json(row.variable->timestamp) : Json(nullptr);
   object["age_s"] = age ? Json(std::chrono::duration<double>(*age).count()) : Json(nullptr);
+  if (row.unit != nullptr) {
+    object["since"] =
+        row.value() && row.variable->since ? Json(tools::iso_time(*row.variable->since)) : Json(nullptr);
+  }
   object["source"] = row.info == nullptr ? Json(nullptr) : Json(row.info->sources());
   return object;
 }

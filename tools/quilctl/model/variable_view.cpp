@@ -1,6 +1,8 @@
 #include "quilctl/model/variable_view.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
 #include <utility>
 
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
@@ -26,7 +28,7 @@ VariableView::Change VariableView::take(const std::string& topic, const com::Mes
     return Change::other;
   }
   if (msg.payload.empty()) {  // nothing is retained any more
-    return variables_.erase(std::string(*name)) > 0 ? Change::changed : Change::none;
+    return update(std::string(*name), std::nullopt);
   }
   const auto decoded = com::PbInternalMessageAdapter<tamu::pb::EcuVariable>().deserialize(msg);
   if (!decoded.ok) {
@@ -38,9 +40,16 @@ VariableView::Change VariableView::take(const std::string& topic, const com::Mes
     variable.value = decoded.body.value();
   }
   variable.timestamp = decoded.body.timestamp();
-  const auto [held, is_new] = variables_.try_emplace(std::string(*name), variable);
-  const Variable before = std::exchange(held->second, variable);
-  return is_new || before.value != variable.value ? Change::changed : Change::none;
+  return update(std::string(*name), variable);
+}
+
+VariableView::Change VariableView::update(const std::string& name, const std::optional<Variable>& variable) {
+  if (!variable) {
+    return variables_.erase(name) > 0 ? Change::changed : Change::none;
+  }
+  const auto [held, is_new] = variables_.try_emplace(name, *variable);
+  const Variable before = std::exchange(held->second, *variable);
+  return is_new || before.value != variable->value ? Change::changed : Change::none;
 }
 
 const Variable* VariableView::find(std::string_view name) const {
@@ -64,7 +73,8 @@ std::optional<std::uint64_t> UnitClock::age_of(std::uint64_t timestamp) const {
     return std::nullopt;
   }
   const std::uint64_t now = tamu::DateTime::time_since_boot_ns() + static_cast<std::uint64_t>(*ahead_ns_);
-  return now > timestamp ? now - timestamp : 0;
+  constexpr std::uint64_t longest = std::numeric_limits<std::int64_t>::max();  // as a duration
+  return now > timestamp ? std::min(now - timestamp, longest) : 0;
 }
 
 }  // namespace ecu::ctl

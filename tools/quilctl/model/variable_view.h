@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -15,6 +16,7 @@ struct Variable {
   std::optional<std::string> value;  // none: published without a value
   std::uint64_t timestamp = 0;       // of the value, nanoseconds since the unit's boot
   bool is_faulty = false;            // a later message cannot be decoded
+  std::optional<std::chrono::system_clock::time_point> since{};  // the time of the value in a fleet, if known
 };
 
 /// The variables and the presence of the daemon, as published on the bus.
@@ -28,6 +30,10 @@ class VariableView {
   };
   /// Updates the view from a message.
   Change take(const std::string& topic, const tamu::com::Message& msg);
+  /// Updates a variable, or removes it.
+  Change update(const std::string& name, const std::optional<Variable>& variable);
+  /// Updates the presence of the daemon.
+  void set_daemon_on_line(std::optional<bool> on_line) noexcept { on_line_ = on_line; }
 
   /// The published variables, by name.
   [[nodiscard]] const std::map<std::string, Variable, std::less<>>& all() const noexcept {

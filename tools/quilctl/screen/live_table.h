@@ -1,34 +1,25 @@
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <deque>
 #include <map>
-#include <optional>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
-#include <ecu/tamu/com/topics.h>
-
-#include "quilctl/model/variable_rows.h"
 #include "quilctl/screen/terminal_screen.h"
 #include "quilctl/talk/bus_connection.h"
+#include "quilctl/talk/variable_source.h"
 
 namespace ecu::ctl {
 
-/// What a live table of the variables shows: it follows the bus and the keyboard.
+/// What a live table of variables shows: it follows the bus and the keyboard.
 class LiveTable {
  public:
   using Clock = BusConnection::Clock;
 
-  /// `patterns` select the variables. With a broker on the same machine (`is_local`) ages are known from the
-  /// start.
-  LiveTable(std::string broker, bool is_local, std::vector<std::string> patterns);
-
-  /// The topics it needs besides those of the variables and of the daemon's presence.
-  static constexpr std::array more_filters = {tamu::com::topics::ignition,
-                                              tamu::com::topics::parameter_answer};
+  /// `source` must outlive the table.
+  LiveTable(std::string broker, VariableSource& source) : broker_(std::move(broker)), source_(source) {}
 
   void handle(const Event& event);
   /// Scrolls (arrows, page keys, Home, End), edits the filter after "/", or sorts by something else ("s").
@@ -47,32 +38,31 @@ class LiveTable {
  private:
   enum class Order { catalogue, name, age, change };
 
-  void handle_message(const Event& event);
   void handle_filter_key(const KeyPress& press);
   void scroll(std::ptrdiff_t rows);
   void add_line(std::chrono::system_clock::time_point at, const std::string& text);
   [[nodiscard]] ScreenLine heading() const;
+  [[nodiscard]] Clock::time_point last_change(const VariableRow& row) const;
   [[nodiscard]] Look look_of(const VariableRow& row) const;
   [[nodiscard]] std::vector<VariableRow> rows() const;
   [[nodiscard]] std::vector<ScreenLine> table_lines(std::size_t width) const;
-  [[nodiscard]] std::string key_line(std::size_t count) const;
+  [[nodiscard]] std::string key_line() const;
 
   const std::string broker_;
-  const std::vector<std::string> patterns_;
-  VariableView view_;
-  UnitClock clock_;
-  std::optional<bool> ignition_;
+  VariableSource& source_;
   bool connected_ = false;
   bool settled_ = false;
-  std::map<std::string, Clock::time_point, std::less<>> changed_;  // times of the last changes
-  std::deque<std::string> notices_;                                // the last few
-  Clock::time_point redraw_due_;                                   // at once
+  /// The times of the last changes, by unit and name.
+  std::map<std::pair<std::string, std::string>, Clock::time_point> changed_;
+  std::deque<std::string> notices_;  // the last few
+  Clock::time_point redraw_due_;     // at once
 
   Order order_ = Order::catalogue;
   std::string filter_;  // rows contain it
   bool is_filter_edited_ = false;
-  std::size_t top_ = 0;   // the first row that is shown
-  std::size_t room_ = 1;  // rows on the screen
+  std::size_t top_ = 0;    // the first row that is shown
+  std::size_t room_ = 1;   // rows on the screen
+  std::size_t count_ = 0;  // rows when the table was drawn last
 };
 
 }  // namespace ecu::ctl

@@ -45,12 +45,13 @@ int wait_for(std::span<pollfd> inputs, BusConnection::Clock::time_point deadline
 
 }  // namespace
 
-BusConnection::BusConnection(const BrokerOptions& options) : events_(std::make_shared<EventQueue>()) {
+BusConnection::BusConnection(const BrokerOptions& options)
+    : events_(std::make_shared<EventQueue>(options.backlog)) {
   const std::unique_ptr<tamu::config::Configuration> config = client_configuration(options);
   broker_ = broker_address(*config);
   origin_ = address_origin(options, *config);
   com::library_init();
-  client_ = com::create_client(config, com::TransportType::mqtt, events_);
+  client_ = com::create_client(config, com::TransportType::mqtt, events_, {.backlog = options.backlog});
   termination_.emplace();
 }
 

@@ -68,7 +68,7 @@ void EventQueue::put(Event event) {
 }
 
 void EventQueue::drop_oldest_messages() {
-  while (waiting_.size() > max_waiting_events || bytes_ > max_waiting_bytes) {
+  while (waiting_.size() > backlog_ * max_waiting_events || bytes_ > backlog_ * max_waiting_bytes) {
     const auto oldest =
         std::ranges::find(waiting_, Event::Kind::message, [](const Event& event) { return event.kind; });
     if (oldest == waiting_.end()) {

@@ -16,6 +16,9 @@ namespace ecu::ctl {
 /// queue is full, the oldest messages are dropped and counted.
 class EventQueue final : public tamu::com::ISubscriptionObserver, public tamu::com::IConnectionObserver {
  public:
+  /// The limits apply `backlog` times.
+  explicit EventQueue(std::size_t backlog) : backlog_(backlog) {}
+
   void message(const std::string& topic, const tamu::com::Message& msg) override;
   void connection_up() override;
   void connection_down(tamu::com::ConnectionFailure failure, const std::string& reason) override;
@@ -35,6 +38,9 @@ class EventQueue final : public tamu::com::ISubscriptionObserver, public tamu::c
  private:
   void put(Event event);
   void drop_oldest_messages() TAMU_REQUIRES(mutex_);
+
+  // Constant after construction.
+  const std::size_t backlog_;
 
   // With its own synchronisation.
   const tools::WakeEvent wake_;

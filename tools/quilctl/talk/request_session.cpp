@@ -5,6 +5,8 @@
 #include <sstream>
 #include <utility>
 
+#include "common/notes.h"
+
 namespace ecu::ctl {
 
 RequestSession::RequestSession(const Options& options, const std::vector<std::string>& filters,
@@ -39,6 +41,9 @@ void RequestSession::settle() {
     }
     handle(*event);
   }
+  if (const std::uint64_t lost = bus_.take_lost(); lost > 0) {
+    tools::note(std::to_string(lost) + " messages lost: they arrived faster than they were processed");
+  }
 }
 
 bool RequestSession::wait_until(const std::function<bool()>& is_done, Clock::time_point deadline) {
@@ -50,6 +55,19 @@ bool RequestSession::wait_until(const std::function<bool()>& is_done, Clock::tim
     handle(*event);
   }
   return true;
+}
+
+void RequestSession::await_values(const Options& options,
+                                  const std::function<std::vector<VariableRow>()>& rows) {
+  const auto is_complete = [&rows] {
+    const auto all = rows();
+    return !all.empty() &&
+           std::ranges::all_of(all, [](const VariableRow& row) { return row.value().has_value(); });
+  };
+  if (options.wait && !is_complete()) {
+    set_time_limit(*options.wait);
+    (void)wait_until(is_complete);
+  }
 }
 
 void RequestSession::process_until(Clock::time_point time) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "quilctl/base/options.h"
+#include "quilctl/model/variable_rows.h"
 #include "quilctl/talk/bus_connection.h"
 
 namespace ecu::ctl {
@@ -28,6 +29,10 @@ class RequestSession {
   /// expires first.
   [[nodiscard]] bool wait_until(const std::function<bool()>& is_done,
                                 Clock::time_point deadline = Clock::time_point::max());
+
+  /// Handles messages until all of `rows`, at least one, have values, for at most the time of --wait, if it
+  /// is given.
+  void await_values(const Options& options, const std::function<std::vector<VariableRow>()>& rows);
 
   /// Handles messages until `time`, or the time limit when that is earlier.
   void process_until(Clock::time_point time);

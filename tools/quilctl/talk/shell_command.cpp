@@ -10,6 +10,8 @@
 #include <array>
 #include <system_error>
 
+#include "common/escaping.h"
+
 extern "C" {  // which the header of glibc 2.36 leaves out
 #include <sys/pidfd.h>
 }
@@ -22,7 +24,7 @@ constexpr int signalled = 128;      // plus the signal's number, as shells do
 constexpr int patience_ms = 2'000;  // with a command that must end
 
 constexpr const char* set_up =
-    R"(NAME=$1; export NAME; unset VALUE; [ $# -lt 2 ] || { VALUE=$2; export VALUE; }; eval "$0")";
+    R"(UNIT=$1; NAME=$2; export UNIT NAME; unset VALUE; [ $# -lt 3 ] || { VALUE=$3; export VALUE; }; eval "$0")";
 
 // Without the blocked signals of this process, and in a process group of its own, which can be ended as a
 // whole. The terminal would stop such a group when it reads.
@@ -64,10 +66,18 @@ int exit_code_of(pid_t pid) {
 
 }  // namespace
 
-int run_shell_command(const std::string& command, const std::string& name,
-                      const std::optional<std::string>& value, const std::function<bool(int)>& wait) {
-  const std::array<const char*, 7> words = {
-      "sh", "-c", set_up, command.c_str(), name.c_str(), value ? value->c_str() : nullptr, nullptr};
+int run_shell_command(const std::string& command, const VariableRow& row,
+                      const std::function<bool(int)>& wait) {
+  const std::string unit = tools::printable(row.unit_name()),
+                    value = tools::printable(row.value().value_or(""));
+  const std::array<const char*, 8> words = {"sh",
+                                            "-c",
+                                            set_up,
+                                            command.c_str(),
+                                            unit.c_str(),
+                                            row.name.c_str(),
+                                            row.value() ? value.c_str() : nullptr,
+                                            nullptr};
   const pid_t pid = start(words.data());
   const int handle = ::pidfd_open(pid, 0);
   try {

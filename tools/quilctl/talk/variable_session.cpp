@@ -27,24 +27,19 @@ std::vector<std::string> filters(bool with_clock) {
 
 VariableSession::VariableSession(const Options& options, bool with_clock,
                                  std::chrono::duration<double> default_timeout)
-    : session_(
-          options, filters(with_clock),
-          [this](const Event& event) {
-            if (view_.take(event.text, event.message) != VariableView::Change::faulty &&
-                event.text != topics::daemon_presence) {
-              clock_.take(event.message);
-            }
-          },
+    : source_(options.arguments),
+      session_(
+          options, filters(with_clock), [this](const Event& event) { (void)source_.take(event); },
           default_timeout) {
   if (session_.bus().is_local()) {
-    clock_.use_local_clock();
+    source_.use_local_clock();
   }
 }
 
 // Any live message has the unit's time; the send time of a retained message is in the past. Each unit has the
 // parameter that is requested here.
 void VariableSession::determine_clock() {
-  if (clock_.known() || view_.daemon_on_line() == false) {
+  if (clock().known() || view().daemon_on_line() == false) {
     return;
   }
   tamu::pb::EcuVariableReq request;
@@ -52,11 +47,11 @@ void VariableSession::determine_clock() {
   if (auto message = com::PbInternalMessageAdapter<tamu::pb::EcuVariableReq>().serialize(request)) {
     (void)session_.bus().publish(topics::parameter_request, std::move(*message));
   }
-  (void)session_.wait_until([this] { return clock_.known(); }, RequestSession::Clock::now() + clock_timeout);
+  (void)session_.wait_until([this] { return clock().known(); }, RequestSession::Clock::now() + clock_timeout);
 }
 
 void VariableSession::note_if_nothing_is_published() const {
-  if (view_.all().empty()) {
+  if (view().all().empty()) {
     tools::note(
         "no variable is published: no daemon has run with this broker, or the broker's access rules deny "
         "access");
@@ -64,7 +59,7 @@ void VariableSession::note_if_nothing_is_published() const {
 }
 
 bool VariableSession::is_without_daemon() const {
-  return view_.daemon_on_line() ? !*view_.daemon_on_line() : view_.all().empty();
+  return view().daemon_on_line() ? !*view().daemon_on_line() : view().all().empty();
 }
 
 }  // namespace ecu::ctl

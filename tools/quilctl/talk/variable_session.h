@@ -1,7 +1,7 @@
 #pragma once
 
-#include "quilctl/model/variable_view.h"
 #include "quilctl/talk/request_session.h"
+#include "quilctl/talk/unit_source.h"
 
 namespace ecu::ctl {
 
@@ -13,8 +13,9 @@ class VariableSession {
   explicit VariableSession(const Options& options, bool with_clock = true,
                            std::chrono::duration<double> default_timeout = std::chrono::seconds(5));
 
-  [[nodiscard]] const VariableView& view() const noexcept { return view_; }
-  [[nodiscard]] const UnitClock& clock() const noexcept { return clock_; }
+  [[nodiscard]] const VariableView& view() const noexcept { return source_.view(); }
+  [[nodiscard]] const UnitClock& clock() const noexcept { return source_.clock(); }
+  [[nodiscard]] const VariableSource& source() const noexcept { return source_; }
   RequestSession& session() noexcept { return session_; }
 
   /// Asks the daemon for the unit's time, unless it is known. Without a reply, ages stay unknown.
@@ -27,9 +28,8 @@ class VariableSession {
   [[nodiscard]] bool is_without_daemon() const;
 
  private:
-  VariableView view_;
-  UnitClock clock_;
-  RequestSession session_;  // last: its construction fills in the view
+  UnitSource source_;
+  RequestSession session_;  // last: its construction fills in the source
 };
 
 }  // namespace ecu::ctl

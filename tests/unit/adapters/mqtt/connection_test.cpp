@@ -16,47 +16,39 @@ using Reaction = tests::ScriptedBroker::Reaction;
 using tests::settings_for;
 using tests::text_message;
 
-/// Records the events, then calls the test's function, which may throw.
-class Listener final : public ConnectionListener {
- public:
-  void connection_up() override { happened("up"); }
-  void connection_down(ConnectionFailure failure, const std::string& reason) override {
-    down = failure;
-    events.push_back("down: " + reason);
-  }
-  void message(const std::string& topic, Message /*message*/) override { happened(topic); }
-  void oversized_message(const std::string& topic) override { happened(topic); }
-  void subscription_refused(const std::string& filter) override { happened("refused " + filter); }
-  void fence_answered(Fence /*fence*/) override { happened("fence"); }
-  void acknowledged_late() override { happened("late"); }
-
-  std::vector<std::string> events;
-  ConnectionFailure down = ConnectionFailure::refused;
-  std::function<void(const std::string& event)> on_event = [](const std::string&) {};
-
- private:
-  void happened(const std::string& event) {
-    events.push_back(event);
-    on_event(event);
-  }
-};
-
+/// The connection, and the broker that it is to find.
 class ConnectionTest : public testing::Test {
  protected:
-  void run_until(Connection& connection, const std::function<bool()>& done) {
+  /// Begins to connect to a new broker. Everything before is forgotten.
+  void open(tests::ScriptedBroker::Script script, Resolver resolve = look_up) {
+    connection.reset();
+    broker.emplace(std::move(script));
+    settings.port = broker->port();
+    listener.events.clear();
+    connection.emplace(settings, listener, std::move(resolve));
+    connection->open();
+  }
+  void run_until(const std::function<bool()>& done) {
     const ecu::tamu::posix::Event wake;
     const auto deadline = Connection::Clock::now() + tests::time_limit;
     while (!done() && Connection::Clock::now() < deadline) {
-      connection.wait(wake, deadline);
+      connection->wait(wake, deadline);
     }
   }
   /// Runs the connection until this number of events has occurred.
-  std::vector<std::string> run(Connection& connection, std::size_t count) {
-    run_until(connection, [&] { return listener.events.size() >= count; });
+  std::vector<std::string> run(std::size_t count) {
+    run_until([&] { return listener.events.size() >= count; });
     return listener.events;
   }
+  /// The regular answers; a subscription to "in" brings a message.
+  static Reaction answer(const std::string& packet) {
+    return packet == "SUBSCRIBE in" ? Reaction("\x30\x04\x00\x02in"s) : Reaction::answer;
+  }
 
-  Listener listener;
+  MqttSettings settings = settings_for("127.0.0.1");
+  tests::EventLog listener;
+  std::optional<tests::ScriptedBroker> broker;
+  std::optional<Connection> connection;
 };
 
 TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsRetried) {
@@ -72,136 +64,113 @@ TEST_F(ConnectionTest, AFailureOfTheListenerFailsTheConnectionWhichIsRetried) {
       {"fence", [] { throw 1; }, "a packet could not be handled"},
       {"in", [] { throw 1; }, "a packet could not be handled"},
   };
-  tests::ScriptedBroker broker([](const std::string& packet) {
-    return packet == "SUBSCRIBE in" ? Reaction("\x30\x04\x00\x02in"s) : Reaction::answer;
-  });
-  const MqttSettings settings = settings_for("127.0.0.1", broker.port());
   for (const auto& c : cases) {
-    listener.events.clear();
-    Connection connection(settings, listener);
     listener.on_event = [&, failed = false](const std::string& event) mutable {
       if (event == c.event && !std::exchange(failed, true)) {
         c.failure();
       }
       if (event == "up") {
-        !failed&& c.event == "in" ? connection.subscribe("in", 0)
-                                  : connection.request_fence(Fence::subscriptions);
+        !failed&& c.event == "in" ? connection->subscribe("in", 0)
+                                  : connection->request_fence(Fence::subscriptions);
       }
     };
-    connection.open();
-    const auto events = run(connection, c.event == "up" ? 4 : 5);
+    open(answer);
+    const auto events = run(c.event == "up" ? 4 : 5);
     EXPECT_EQ(listener.down, ConnectionFailure::internal);
     EXPECT_THAT(events, Contains("down: " + c.reason).Times(1));
     EXPECT_EQ(events.back(), "fence");
-    EXPECT_TRUE(connection.is_up());
+    EXPECT_TRUE(connection->is_up());
   }
 }
 
 TEST_F(ConnectionTest, APermanentLackOfMemoryEndsTheProcessWithALine) {
-  const MqttSettings settings = settings_for("127.0.0.1", 1);
-  Connection connection(settings, listener);
-  for (const char* last : {"another failure", "out of memory"}) {
+  const Fault no_memory{ConnectionFailure::internal, "out of memory"};
+  settings.port = 1;
+  connection.emplace(settings, listener);
+  for (const Fault& last : {Fault{ConnectionFailure::internal, "another failure"}, no_memory}) {
     for (int failures = 0; failures < 8; ++failures) {
-      connection.fail({ConnectionFailure::internal, "out of memory"});
+      connection->fail(no_memory);
     }
-    connection.fail({ConnectionFailure::internal, last});
+    connection->fail(last);
   }
-  EXPECT_DEATH(
-      {
-        ecu::tamu::logging::set_log_mode(ecu::tamu::logging::LogMode::standard_error);
-        connection.fail({ConnectionFailure::internal, "out of memory"});
-      },
-      "ALERT .tamu.com.mqtt. no connection to 127.0.0.1 for lack of memory, 10 times in a row");
+  const auto fail = [&] {
+    ecu::tamu::logging::set_log_mode(ecu::tamu::logging::LogMode::standard_error);
+    connection->fail(no_memory);
+  };
+  EXPECT_DEATH(fail(),
+               "ALERT .tamu.com.mqtt. no connection to 127.0.0.1 for lack of memory, 10 times in a row");
 }
 
 TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
   const tests::Authority authority;
   const struct {
     Reaction to_connect;
-    std::function<void(MqttSettings&)> change;
+    std::function<void()> change;
     ConnectionFailure kind;
     std::string reason;
   } cases[] = {
-      {Reaction::answer, [](auto& settings) { settings.username = "\xff"; }, ConnectionFailure::internal,
+      {Reaction::answer, [this] { settings.username = "\xff"; }, ConnectionFailure::internal,
        "user name: Malformed UTF-8"},
       {Reaction::answer,
-       [](auto& settings) {
-         settings.presence = tests::presence_of("tested");
-         settings.presence->topic = "+";
+       [this] {
+         settings.presence = {"+", "online", "offline", "offline"};
        },
        ConnectionFailure::internal, "presence topic: Invalid function arguments provided."},
-      {Reaction::answer, [](auto& settings) { settings.client_id = "\xff"; }, ConnectionFailure::internal,
+      {Reaction::answer, [this] { settings.client_id = "\xff"; }, ConnectionFailure::internal,
        "invalid client identifier"},
-      {Reaction::ignore, {}, ConnectionFailure::no_answer, "no answer"},
-      {Reaction("\x20\x02\x00\x04"s),
-       {},
-       ConnectionFailure::bad_credentials,
+      {Reaction::ignore, [this] { settings.connect_timeout = 50ms; }, ConnectionFailure::no_answer,
+       "no answer"},
+      {Reaction("\x20\x02\x00\x04"s), [] {}, ConnectionFailure::bad_credentials,
        "Connection Refused: bad user name or password."},
-      {Reaction("\x20\x02\x00\x03"s),
-       {},
-       ConnectionFailure::refused,
+      {Reaction("\x20\x02\x00\x03"s), [] {}, ConnectionFailure::refused,
        "Connection Refused: broker unavailable."},
-      {Reaction("\x40\x02\x00\x01"s),
-       {},
-       ConnectionFailure::protocol,
+      {Reaction("\x40\x02\x00\x01"s), [] {}, ConnectionFailure::protocol,
        "A network protocol error occurred when communicating with the broker."},
       // A ClientHello passes for the packet CONNECT, and the answer is a fatal alert.
-      {Reaction("\x15\x03\x03\x00\x02\x02\x28"s), [&](auto& settings) { settings.cafile = authority.file(); },
+      {Reaction("\x15\x03\x03\x00\x02\x02\x28"s), [&] { settings.cafile = authority.file(); },
        ConnectionFailure::tls, "the broker refuses the TLS handshake: handshake failure"},
-      {Reaction::answer,
-       [&](auto& settings) { settings.cafile = settings.certfile = settings.keyfile = authority.file(); },
+      {Reaction::answer, [&] { settings.cafile = settings.certfile = settings.keyfile = authority.file(); },
        ConnectionFailure::tls,
        "cafile, certfile or keyfile is damaged, or the key belongs to another certificate"},
   };
   for (const auto& c : cases) {
-    tests::ScriptedBroker broker([&](const std::string&) { return c.to_connect; });
-    MqttSettings settings = settings_for("127.0.0.1", broker.port());
-    settings.connect_timeout = c.to_connect.kind == Reaction::ignore ? 50ms : 10s;
-    if (c.change) {
-      c.change(settings);
-    }
-    listener.events.clear();
-    Connection connection(settings, listener);
-    connection.open();
-    EXPECT_THAT(run(connection, 1), ElementsAre("down: " + c.reason));
+    settings = settings_for("127.0.0.1");
+    c.change();
+    open([&](const std::string&) { return c.to_connect; });
+    EXPECT_THAT(run(1), ElementsAre("down: " + c.reason));
     EXPECT_EQ(listener.down, c.kind);
+    connection.reset();  // before the settings that it refers to change
   }
 }
 
 TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
-  struct Request {
-    std::string packet;
-    std::function<void(Connection&)> send;
-  };
-  const std::vector<Request> requests{
-      {"PUBLISH a=1",
-       [](Connection& connection) {
-         connection.publish("a", text_message("1", true), Connection::Clock::now());
-       }},
-      {"SUBSCRIBE a", [](Connection& connection) { connection.subscribe("a", 0); }},
-      {"UNSUBSCRIBE a", [](Connection& connection) { connection.unsubscribe("a"); }},
-      {"UNSUBSCRIBE $echo", [](Connection& connection) { connection.request_fence(Fence::publication); }},
-  };
-  for (const Request& request : requests) {
-    tests::ScriptedBroker broker([&](const std::string& name) {
-      return name == request.packet ? Reaction::ignore : Reaction::answer;
-    });
-    MqttSettings settings = settings_for("127.0.0.1", broker.port());
-    settings.answer_timeout = 100ms;
-    listener.events.clear();
-    Connection connection(settings, listener);
+  settings.answer_timeout = 100ms;
+  for (const std::string request : {"PUBLISH a=1", "SUBSCRIBE a", "UNSUBSCRIBE a", "UNSUBSCRIBE $echo"}) {
     listener.on_event = [&](const std::string& event) {
-      if (event == "up") {
-        request.send(connection);
+      if (event != "up") {
+        return;
+      }
+      if (request == "PUBLISH a=1") {
+        connection->publish("a", text_message("1", true), Connection::Clock::now());
+      } else if (request == "SUBSCRIBE a") {
+        connection->subscribe("a", 0);
+      } else if (request == "UNSUBSCRIBE a") {
+        connection->unsubscribe("a");
+      } else {
+        connection->request_fence(Fence::publication);
       }
     };
-    connection.open();
-    EXPECT_THAT(run(connection, 3), ElementsAre("up", "down: no acknowledgement", "up")) << request.packet;
+    open([&](const std::string& packet) { return packet == request ? Reaction::ignore : Reaction::answer; });
+    EXPECT_THAT(run(3), ElementsAre("up", "down: no acknowledgement", "up")) << request;
     EXPECT_EQ(listener.down, ConnectionFailure::no_answer);
   }
 }
 
 TEST_F(ConnectionTest, AFloodOfAnswersIsReadInParts) {
+  listener.on_event = [this](const std::string&) {
+    connection->subscribe("a", 0);
+    connection->unsubscribe("a");
+  };
   for (const auto& [packet, answer] : {std::pair{"CONNECT"s, "\x20\x02\x00\x00"s},
                                        {"SUBSCRIBE a", "\x90\x03\x00\x01\x00"s},
                                        {"UNSUBSCRIBE a", "\xb0\x02\x00\x01"s}}) {
@@ -209,40 +178,28 @@ TEST_F(ConnectionTest, AFloodOfAnswersIsReadInParts) {
     for (int i = 0; i < 1000; ++i) {
       flood += answer;
     }
-    tests::ScriptedBroker broker([&, answered = packet](const std::string& name) {
+    open([flood, answered = packet](const std::string& name) {
       return name == answered ? Reaction(flood) : Reaction::answer;
     });
-    const MqttSettings settings = settings_for("127.0.0.1", broker.port());
-    Connection connection(settings, listener);
-    listener.on_event = [&](const std::string&) {
-      connection.subscribe("a", 0);
-      connection.unsubscribe("a");
-    };
-    connection.open();
-    run_until(connection, [&] { return connection.more_to_read(); });
-    EXPECT_TRUE(connection.more_to_read()) << packet;
+    run_until([this] { return connection->more_to_read(); });
+    EXPECT_TRUE(connection->more_to_read()) << packet;
   }
 }
 
 TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndAffectsNothingElse) {
-  const tests::ScriptedBroker broker([](const std::string& packet) {
-    return packet == "SUBSCRIBE in" ? Reaction("\x30\x04\x00\x02in"s) : Reaction::answer;
-  });
-  const MqttSettings settings = settings_for("127.0.0.1", broker.port());
-  Connection connection(settings, listener);
-  listener.on_event = [&](const std::string& event) {
+  listener.on_event = [this](const std::string& event) {
     if (event == "in") {
       throw std::runtime_error("full");
     }
-    connection.publish("a/+", text_message("1"), Connection::Clock::now());
-    connection.subscribe("a/#/b", 0);
-    connection.unsubscribe("a/#/b");
-    connection.subscribe("in", 0);
+    connection->publish("a/+", text_message("1"), Connection::Clock::now());
+    connection->subscribe("a/#/b", 0);
+    connection->unsubscribe("a/#/b");
+    connection->subscribe("in", 0);
   };
-  connection.open();
-  const auto log = tests::logged_lines([&] { EXPECT_THAT(run(connection, 2), ElementsAre("up", "in")); });
-  EXPECT_TRUE(connection.is_up());
-  EXPECT_THAT(broker.packets(), ElementsAre("CONNECT", "SUBSCRIBE in"));
+  open(answer);
+  const auto log = tests::logged_lines([this] { EXPECT_THAT(run(2), ElementsAre("up", "in")); });
+  EXPECT_TRUE(connection->is_up());
+  EXPECT_THAT(broker->packets(), ElementsAre("CONNECT", "SUBSCRIBE in"));
   const std::string module = "[tamu.com.mqtt] ", reason = ": Invalid function arguments provided.";
   EXPECT_THAT(log, ElementsAre("NOTICE " + module + "connected to " + settings.broker(),
                                "WARNING " + module + "cannot publish on topic a/+" + reason,
@@ -251,8 +208,7 @@ TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndAffectsNothingElse) {
 }
 
 TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
-  tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
-  MqttSettings settings = settings_for("broker.invalid", broker.port());
+  settings.host = "broker.invalid";
   settings.connect_timeout = 10ms;
   // May outlive the test, like the thread of the lookup.
   struct Resolution {
@@ -260,18 +216,29 @@ TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
     std::atomic<int> lookups = 0;
   };
   const auto resolution = std::make_shared<Resolution>();
-  Connection connection(settings, listener, [resolution](const std::string&) {
+  open(answer, [resolution](const std::string&) {
     ++resolution->lookups;
     resolution->answered.wait();
     return LookupResult{{"127.0.0.1"}, ""};
   });
-  connection.open();
   const std::string no_answer = "down: name server does not answer";
-  EXPECT_THAT(run(connection, 3), ElementsAre(no_answer, no_answer, no_answer));
+  EXPECT_THAT(run(3), ElementsAre(no_answer, no_answer, no_answer));
   settings.connect_timeout = 10s;
   resolution->answered.count_down();
-  EXPECT_EQ(run(connection, 4).back(), "up");
+  EXPECT_EQ(run(4).back(), "up");
   EXPECT_EQ(resolution->lookups, 1);
+}
+
+TEST_F(ConnectionTest, EveryAddressIsTriedBeforeAnAttemptFailsAndALostConnectionNeedsALookup) {
+  settings.host = "broker.invalid";
+  const auto lookups = std::make_shared<std::atomic<int>>(0);
+  open(answer, [lookups](const std::string&) {
+    return ++*lookups == 1 ? LookupResult{{}, "no such host"} : LookupResult{{"127.0.0.2", "127.0.0.1"}, ""};
+  });
+  EXPECT_THAT(run(2), ElementsAre("down: no such host", "up"));
+  connection->fail({ConnectionFailure::internal, "lost"});
+  EXPECT_THAT(run(4), ElementsAre("down: no such host", "up", "down: lost", "up"));
+  EXPECT_EQ(*lookups, 3);
 }
 
 TEST(NameLookupTest, ExplainsWhyAHostHasNoAddress) {
@@ -293,20 +260,6 @@ TEST(NameLookupTest, AsksNoNameServerForTheAddressesOfThisMachine) {
   for (const char* name : {"broker", "localhost.example", "127.0.0.1.example", "fe80::1%eth0"}) {
     EXPECT_THAT(known_addresses(name), IsEmpty()) << name;
   }
-}
-
-TEST_F(ConnectionTest, EveryAddressIsTriedBeforeAnAttemptFailsAndALostConnectionNeedsALookup) {
-  tests::ScriptedBroker broker([](const std::string&) { return Reaction::answer; });
-  const MqttSettings settings = settings_for("broker.invalid", broker.port());
-  const auto lookups = std::make_shared<std::atomic<int>>(0);
-  Connection connection(settings, listener, [lookups](const std::string&) {
-    return ++*lookups == 1 ? LookupResult{{}, "no such host"} : LookupResult{{"127.0.0.2", "127.0.0.1"}, ""};
-  });
-  connection.open();
-  EXPECT_THAT(run(connection, 2), ElementsAre("down: no such host", "up"));
-  connection.fail({ConnectionFailure::internal, "lost"});
-  EXPECT_THAT(run(connection, 4), ElementsAre("down: no such host", "up", "down: lost", "up"));
-  EXPECT_EQ(*lookups, 3);
 }
 
 }  // namespace

@@ -9,7 +9,6 @@ namespace {
 using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
 using Reaction = tests::ScriptedBroker::Reaction;
-using testing::Not;
 using tests::settings_for;
 using tests::text_message;
 
@@ -37,23 +36,31 @@ class FailingObserver final : public IConnectionObserver, public ISubscriptionOb
 
 class ClientAgainstScriptTest : public testing::Test {
  protected:
+  void make(tests::ScriptedBroker::Script script, std::shared_ptr<IConnectionObserver> observer = nullptr) {
+    broker.emplace(std::move(script));
+    settings.port = broker->port();
+    client.emplace(settings, std::move(observer));
+  }
+  void run() {
+    client->connect();
+    client->start();
+  }
   /// With a subscriber, the client subscribes to "in/a" and publishes on "kept" before it connects.
   void start(tests::ScriptedBroker::Script script, std::shared_ptr<IConnectionObserver> observer = nullptr,
              const std::shared_ptr<ISubscriptionObserver>& subscriber = nullptr) {
-    broker.emplace(std::move(script));
-    client.emplace(settings_for("127.0.0.1", broker->port()), std::move(observer));
+    make(std::move(script), std::move(observer));
     if (subscriber) {
       client->subscribe("in/a", 0, subscriber);
       publish("kept", "1", false, true);
     }
-    client->connect();
-    client->start();
+    run();
   }
   void publish(const std::string& topic, const std::string& text, bool acknowledged = false,
                bool retained = false) {
     (void)client->publish(topic, text_message(text, acknowledged, retained));
   }
 
+  MqttSettings settings = settings_for("127.0.0.1");
   std::optional<tests::ScriptedBroker> broker;
   std::optional<MqttClient> client;
 };
@@ -63,15 +70,13 @@ TEST(MqttClientTest, IsTheOnlyTypeOfClient) {
 }
 
 TEST_F(ClientAgainstScriptTest, NewConnectionSendsSubscriptionsThenRetainedMessagesThenPresence) {
-  broker.emplace([lost = false](const std::string& packet) mutable {
-    return packet.ends_with("=online") && !std::exchange(lost, true) ? Reaction::close : Reaction::answer;
-  });
-  MqttSettings settings = settings_for("127.0.0.1", broker->port());
   settings.username = "user";
   settings.password = "secret";
   settings.keepalive = 258s;
   settings.presence = tests::presence_of("tested");
-  client.emplace(settings, nullptr);
+  make([lost = false](const std::string& packet) mutable {
+    return packet.ends_with("=online") && !std::exchange(lost, true) ? Reaction::close : Reaction::answer;
+  });
   const auto observer = std::make_shared<FailingObserver>();
   client->subscribe("in/b", 1, observer);
   client->subscribe("in/a", 0, observer);
@@ -80,8 +85,7 @@ TEST_F(ClientAgainstScriptTest, NewConnectionSendsSubscriptionsThenRetainedMessa
   publish("empty", "", true, true);
   publish("a", "", false, true);
   publish("z", "2", false, true);
-  client->connect();
-  client->start();
+  run();
   ASSERT_TRUE(broker->wait_for("PUBLISH system/presence/tested=online", 2));
   const std::string each_connection =
       "\x10\x41\x00\x04MQTT\x04\xee\x01\x02\x00\x06tested"
@@ -98,23 +102,18 @@ TEST_F(ClientAgainstScriptTest, NewConnectionSendsSubscriptionsThenRetainedMessa
 }
 
 TEST_F(ClientAgainstScriptTest, AStopLeavesTheOfflineThatItCannotSendToTheLastWill) {
+  settings.presence = tests::presence_of("tested");
   for (const bool acknowledges : {true, false}) {
-    broker.emplace([=](const std::string& packet) {
+    start([=](const std::string& packet) {
       return packet.starts_with("PUBLISH a=") && !acknowledges ? Reaction::ignore : Reaction::answer;
     });
-    MqttSettings settings = settings_for("127.0.0.1", broker->port());
-    settings.presence = tests::presence_of("tested");
-    client.emplace(settings, nullptr);
-    client->connect();
-    client->start();
     ASSERT_TRUE(broker->wait_for("PUBLISH system/presence/tested=online"));
     for (int i = 0; i < 20; ++i) {
       publish("a", std::to_string(i), true);
     }
     ASSERT_TRUE(broker->wait_for("PUBLISH a=19"));
     client.emplace(settings, nullptr);
-    client->connect();
-    client->start();
+    run();
     ASSERT_TRUE(broker->wait_for("CONNECT", 2));  // the first connection has been read to its end
     const std::size_t expected = acknowledges ? 1 : 0;
     EXPECT_THAT(broker->packets(), Contains("PUBLISH system/presence/tested=offline").Times(expected));
@@ -154,8 +153,8 @@ TEST_F(ClientAgainstScriptTest, MissingAcknowledgementsDoNotDelayOtherTopics) {
   publish("other", "2");
   ASSERT_TRUE(broker->wait_for("PUBLISH other=2"));
   EXPECT_THAT(broker->packets(), Contains("PUBLISH acknowledged=19"));
-  EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=20")));
-  EXPECT_THAT(broker->packets(), Not(Contains("PUBLISH acknowledged=after these")));
+  EXPECT_THAT(broker->packets(), testing::Not(Contains("PUBLISH acknowledged=20")));
+  EXPECT_THAT(broker->packets(), testing::Not(Contains("PUBLISH acknowledged=after these")));
 }
 
 TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKeptAndARefusedSubscriptionIsReported) {
@@ -177,14 +176,11 @@ TEST_F(ClientAgainstScriptTest, AnUnacceptablePublicationIsSetAsideUntilItsValue
   for (const bool acknowledged : {false, true}) {
     const std::string log = tests::logged_by([&] {
       start([](const std::string& packet) {
-        return packet == "PUBLISH denied=1" || packet == "PUBLISH also denied=1" ? Reaction::close
-                                                                                 : Reaction::answer;
+        return packet.ends_with("denied=1") ? Reaction::close : Reaction::answer;
       });
-      publish("before", "1", acknowledged, true);
-      publish("denied", "1", acknowledged, true);
-      publish("also denied", "1", acknowledged, true);
-      publish("after", "1", acknowledged, true);
-      publish("last", "1", acknowledged, true);
+      for (const char* topic : {"before", "denied", "also denied", "after", "last"}) {
+        publish(topic, "1", acknowledged, true);
+      }
       ASSERT_TRUE(broker->wait_for("PUBLISH last=1"));
       publish("last", "2", acknowledged, true);
       ASSERT_TRUE(broker->wait_for("PUBLISH last=2"));

@@ -57,30 +57,6 @@ class PortAwayTest : public testing::Test {
 
 const std::string replaced = "the path no longer names the open file";
 
-TEST_F(PortAwayTest, ADeviceIsReopenedAfterItsFarSideHangsUp) {
-  const std::string target = dir.path("target");
-  std::filesystem::create_directory(dir.path("folder"));
-  const std::string nested = dir.path("folder/port");
-  std::filesystem::create_symlink(target, nested);
-  std::optional<tests::PseudoTerminal> device(std::in_place);
-  tests::replace_link(target, device->path());
-  const auto lines = receive(hardly_any, nested, [&] {
-    device->write(wire(1, "half a frame"));
-    log.wait_for("frame ");
-    tests::replace_link(target, "/dev/null");  // can be opened, and is at its end at once
-    device.reset();
-    log.wait_for(".");
-    wait_for_openings("/dev/null", 3, [] {});
-    device.emplace();
-    tests::replace_link(target, device->path());
-    device->write(wire(2, "back") + end_mark());
-    log.wait_for("|");
-  });
-  EXPECT_EQ(log.text(), "1:half a frame .2:back |.");
-  EXPECT_THAT(lines, away_and_back(nested, "(end of file|Input/output error|the far side has hung up|" +
-                                               replaced + ")"));
-}
-
 // A directory can be opened and is no port. Pauses that go on doubling would exceed the test's time limit.
 TEST_F(PortAwayTest, ThePausesBetweenAttemptsDoubleUpToTheLongest) {
   const std::string directory = dir.path("directory"), target = dir.path("target");

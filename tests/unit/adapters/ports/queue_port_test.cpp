@@ -24,39 +24,6 @@ class QueuePortTest : public testing::Test {
   tests::Reader reader{std::make_unique<tests::Passing>(log)};
 };
 
-TEST_F(QueuePortTest, AWritersRecordsFormAFrame) {
-  ASSERT_TRUE(reader.open(fifo.path()));
-  {
-    tests::Writer writer;
-    ASSERT_TRUE(writer.open(fifo.path()));
-    EXPECT_TRUE(writer.transmit_data(tests::record(26, "abc")));
-    EXPECT_TRUE(writer.transmit_data(tests::record(27, "")));
-  }
-  {
-    tests::Writer silent;
-    ASSERT_TRUE(silent.open(fifo.path()));
-  }
-  reader.request_stop();
-  reader.receive_data();
-  EXPECT_EQ(log.text(), "26:abc 27: |.");
-}
-
-TEST_F(QueuePortTest, AWaitingReaderReceivesNewRecordsAfterTheWriterReturns) {
-  ASSERT_TRUE(reader.open(fifo.path()));
-  std::thread thread([this] { reader.reception_loop(); });
-  for (int life = 0; life < 3; ++life) {
-    tests::Fifo far_side(dir, "port");
-    far_side.open();
-    far_side.write(wire(1, std::string(100, 'x')).substr(0, 50));
-    far_side.write(wire(2, "whole") + wire(3, std::string(200, 'y')) + end_mark());
-    log.wait_for("|");
-  }
-  reader.request_stop();
-  thread.join();
-  EXPECT_EQ(tests::count(log.text(), "2:whole "), 3);
-  EXPECT_EQ(log.text().back(), '.');
-}
-
 TEST_F(QueuePortTest, AStopRequestTakesEffectAtAnyTime) {
   ASSERT_TRUE(reader.open(fifo.path()));
   for (int i = 0; i < 200; ++i) {
@@ -183,15 +150,6 @@ TEST_F(QueuePortTest, WithoutAReaderAWriteFailsWithoutASignal) {
   EXPECT_FALSE(reader.open(dir.path("absent")));
 }
 
-TEST_F(QueuePortTest, AWriteToAFullPortFailsAfterItsTimeLimit) {
-  fifo.open();
-  tests::Writer writer;
-  ASSERT_TRUE(writer.open(fifo.path()));
-  const auto large = tests::record(1, std::string(60000, 'x'));
-  EXPECT_TRUE(writer.transmit_data(large));
-  EXPECT_FALSE(writer.transmit_data(large));
-}
-
 TEST_F(QueuePortTest, AFolderThatCannotBeWatchedIsReportedOnce) {
   ::chmod(dir.path("").c_str(), 0311);
   ::chmod(fifo.path().c_str(), 0666);
@@ -206,45 +164,41 @@ TEST_F(QueuePortTest, AFolderThatCannotBeWatchedIsReportedOnce) {
                                  ": cannot watch for a replaced file at this path: Permission denied"));
 }
 
-TEST_F(QueuePortTest, AWriteToALockedPortFailsUntilItIsUnlocked) {
+TEST_F(QueuePortTest, AWriteToALockedOrFullPortFailsAndWithoutRecordsThereIsNoFrame) {
   fifo.open();
   tests::Writer writer;
   ASSERT_TRUE(writer.open(fifo.path()));
-  ASSERT_TRUE(ecu::tamu::ipc::try_lock_port(fifo.fd()));
-  EXPECT_FALSE(writer.transmit_data(tests::record(1, "x")));
+  ASSERT_TRUE(try_lock_port(fifo.fd()));
+  {
+    tests::Writer another;
+    ASSERT_TRUE(another.open(fifo.path()));
+    EXPECT_FALSE(another.transmit_data(tests::record(1, "x")));
+    unlock_port(fifo.fd());
+  }
   EXPECT_EQ(fifo.read(), "");
-  ecu::tamu::ipc::unlock_port(fifo.fd());
-  EXPECT_TRUE(writer.transmit_data(tests::record(1, "x")));
+  const auto large = tests::record(1, std::string(60000, 'x'));
+  EXPECT_TRUE(writer.transmit_data(large));
+  EXPECT_FALSE(writer.transmit_data(large));
 }
 
 TEST_F(QueuePortTest, AnExceptionFromAConsumerAffectsOneCallOnly) {
-  class Failing final : public IDataConsumer<IpcSignal> {
-   public:
-    explicit Failing(tests::PortLog& log) : log_(log) {}
-    void consume(const IpcSignal& signal) override {
-      log_.consume(signal);
-      signal.id == 1 ? throw std::bad_alloc() : throw 2;
+  tests::PortLog failing([](const std::string& call) {
+    if (call == "1: ") {
+      throw std::bad_alloc();
     }
-    void finished() override { log_.finished(); }
-    void frame_finished() override {
-      log_.frame_finished();
-      throw std::runtime_error("no frame");
-    }
-
-   private:
-    tests::PortLog& log_;
-  };
-  tests::Reader failing(std::make_unique<Failing>(log));
-  ASSERT_TRUE(failing.open(fifo.path()));
+    call == "|" ? throw std::runtime_error("no frame") : throw 2;
+  });
+  tests::Reader of_failing(std::make_unique<tests::Passing>(failing));
+  ASSERT_TRUE(of_failing.open(fifo.path()));
   fifo.open();
   fifo.write(wire(1, "") + wire(2, "") + end_mark());
   const auto lines = tests::logged_lines([&] {
-    failing.request_stop();
-    failing.reception_loop();
+    of_failing.request_stop();
+    of_failing.reception_loop();
   });
-  EXPECT_EQ(log.text(), "1: 2: |.");
+  EXPECT_EQ(failing.text(), "1: 2: |.");
   const std::string prefix = "ERROR [tamu.ipc.queueport] " + fifo.path() + ": consumer failed";
-  EXPECT_THAT(lines, ElementsAre(prefix + ": std::bad_alloc", prefix, prefix + ": no frame"));
+  EXPECT_THAT(lines, ElementsAre(prefix + ": std::bad_alloc", prefix, prefix + ": no frame", prefix));
 }
 
 }  // namespace

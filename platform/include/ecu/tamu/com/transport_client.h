@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -90,6 +91,9 @@ struct ClientTraits {
   /// retained messages are published again: a cluster of brokers that elects a leader may acknowledge a
   /// message that it does not retain, and publish the last will of an earlier connection late. 0: not again.
   std::chrono::seconds repeat_after{0};
+  /// How many times the usual number of messages and bytes may wait for an observer: more for a bus whose
+  /// broker retains very many messages, which arrive at once.
+  std::size_t backlog = 1;
   /// Distinguishes the clients of one process in the service manager's status text.
   std::string name{};
 };
