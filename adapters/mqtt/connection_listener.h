@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include <ecu/tamu/com/connection_observer.h>
@@ -10,6 +11,9 @@ namespace ecu::tamu::com::mqtt {
 /// The requests that a fence marks the end of. A fence is a request that every broker must answer; its answer
 /// shows that the broker has handled everything sent before.
 enum class Fence { subscriptions, publication };
+
+/// A broker that acknowledges later than this may have given up a part of its work.
+inline constexpr std::chrono::seconds late_acknowledgement{3};
 
 /// Observes a connection. Called by the thread that uses the connection. An exception from `message` costs
 /// that message; one from another call fails the connection, and the client reconnects.
@@ -27,6 +31,8 @@ class ConnectionListener {
   virtual void oversized_message(const std::string& topic) = 0;
   virtual void subscription_refused(const std::string& filter) = 0;
   virtual void fence_answered(Fence fence) = 0;
+  /// The broker has taken longer than `late_acknowledgement` to acknowledge a publication.
+  virtual void acknowledged_late() = 0;
 };
 
 }  // namespace ecu::tamu::com::mqtt

@@ -44,6 +44,7 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
           },
           Delivery::Clock::now, settings_.backlog),
       connection_(settings_, *this),
+      repetition_(settings_.repeat_after),
       threads_([this] { lead(); }),
       heartbeat_("mqtt", [this] { handle_wake_up_request(); }) {}
 
@@ -144,14 +145,19 @@ void MqttClient::connection_up() {
     fence_wanted_ = true;
   }
   first_fence_wanted_ = quarantine_.connection_made();
+  repetition_.connection_up(Connection::Clock::now());
   const MutexLock lock(mutex_);
   outbox_.connection_up();
-  if (settings_.presence) {
-    outbox_.announce(settings_.presence->topic, presence(settings_.presence->online));
-  }
+  announce_presence();
   subscription_changes_.clear();
   for (Subscription& subscription : delivery_.subscriptions()) {
     subscription_changes_.push_back({std::move(subscription), true});
+  }
+}
+
+void MqttClient::announce_presence() {
+  if (settings_.presence) {
+    outbox_.announce(settings_.presence->topic, presence(settings_.presence->online));
   }
 }
 
@@ -165,6 +171,7 @@ void MqttClient::connection_down(ConnectionFailure failure, const std::string& r
     outbox_space_.notify_all();
   }
   settled_after_.reset();
+  repetition_.connection_lost();
   fence_wanted_ = false;
   first_fence_wanted_ = false;
   try {
@@ -197,6 +204,10 @@ void MqttClient::fence_answered(Fence fence) {
       quarantine_.fence_answered(Connection::Clock::now());
       return;
   }
+}
+
+void MqttClient::acknowledged_late() {
+  repetition_.acknowledged_late(Connection::Clock::now());
 }
 
 void MqttClient::message(const std::string& topic, Message message) {
@@ -264,7 +275,16 @@ void MqttClient::send() {
   }
 }
 
+void MqttClient::repeat_publications() {
+  if (repetition_.take_due(Connection::Clock::now())) {
+    const MutexLock lock(mutex_);
+    outbox_.repeat();
+    announce_presence();
+  }
+}
+
 void MqttClient::send_all() {
+  repeat_publications();
   std::vector<SubscriptionChange> changes;
   bool several = false;
   {
@@ -359,7 +379,8 @@ void MqttClient::sleep() {
   // A publication that is due but cannot be sent must wait for the broker.
   const auto withheld_until =
       quarantine_.due() <= Clock::now() ? Clock::time_point::max() : quarantine_.due();
-  connection_.wait(wake_, work_left ? Clock::time_point() : std::min(withheld_until, delivery_.losses_due()));
+  connection_.wait(wake_, work_left ? Clock::time_point()
+                                    : std::min({withheld_until, delivery_.losses_due(), repetition_.due()}));
   const MutexLock lock(mutex_);
   leader_asleep_ = false;
 }

@@ -16,6 +16,7 @@
 #include "mqtt/mqtt_settings.h"
 #include "mqtt/outbox.h"
 #include "mqtt/quarantine.h"
+#include "mqtt/repetition.h"
 #include "posix/event.h"
 #include "system/heartbeat.h"
 
@@ -52,6 +53,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void oversized_message(const std::string& topic) override;
   void subscription_refused(const std::string& filter) override;
   void fence_answered(Fence fence) override;
+  void acknowledged_late() override;
 
   void lead();
   [[nodiscard]] bool deliver();
@@ -60,6 +62,8 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void send_all();
   void report_settlement();
   void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
+  void repeat_publications();
+  void announce_presence() TAMU_REQUIRES(mutex_);
   void send_publications();
   [[nodiscard]] bool take_batch();
   [[nodiscard]] bool can_send() noexcept TAMU_REQUIRES(mutex_);
@@ -89,6 +93,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   bool first_fence_wanted_ = false;    // before the first publication of a connection
   // The number of messages to deliver before the subscriptions count as settled.
   std::optional<std::uint64_t> settled_after_;
+  Repetition repetition_;
 
   mutable Mutex mutex_;  // never held while an observer is called
 

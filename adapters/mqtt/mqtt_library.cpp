@@ -113,7 +113,12 @@ void MqttLibrary::on_unsubscribe(int mid) {
 }
 
 void MqttLibrary::on_publish(int mid) {
-  guard([&] { (void)pending_.take(mid); });
+  guard([&] {
+    const auto request = pending_.take(mid);
+    if (request && request->sent && PendingAnswers::Clock::now() - *request->sent > late_acknowledgement) {
+      listener_.acknowledged_late();
+    }
+  });
 }
 
 void MqttLibrary::on_log(int level, const char* text) {

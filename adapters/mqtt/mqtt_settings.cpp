@@ -55,6 +55,7 @@ MqttSettings read_settings(const config::Configuration& config, const ClientTrai
   settings.keepalive = std::chrono::seconds(number_in(config.effective("keepalive")));
   settings.answer_timeout = settings.keepalive;
   settings.reconnect_spread = traits.reconnect_spread;
+  settings.repeat_after = traits.repeat_after;
   settings.backlog = traits.backlog;
   settings.name = traits.name;
   settings.presence = traits.presence;

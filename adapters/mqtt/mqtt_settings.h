@@ -24,6 +24,8 @@ struct MqttSettings {
   std::optional<Presence> presence;
   /// The longest pause before an attempt to reconnect; 0: see Backoff.
   std::chrono::milliseconds reconnect_spread{0};
+  /// See ClientTraits.
+  std::chrono::seconds repeat_after{0};
   /// How many times the usual number of messages and bytes may wait for an observer.
   std::size_t backlog = 1;
   /// Distinguishes the clients of one process in the service manager's status text.

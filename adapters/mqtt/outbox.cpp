@@ -55,6 +55,10 @@ PublishResult Outbox::push(const std::string& topic, Message message) {
 void Outbox::connection_up() {
   connected_ = true;
   drop_reported_ = false;
+  repeat();
+}
+
+void Outbox::repeat() {
   for (const PublicationPtr& publication : retained_) {
     enqueue(publication);
   }

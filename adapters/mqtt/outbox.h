@@ -41,6 +41,9 @@ class Outbox {
   /// Queues every retained message, in the order of first publication.
   void connection_up();
 
+  /// Queues every retained message again.
+  void repeat();
+
   /// Discards the queued publications. Does nothing while there is no connection.
   void connection_lost() noexcept;
 

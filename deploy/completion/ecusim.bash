@@ -6,7 +6,7 @@ _ecusim_command() {
   local word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     case $word in
-      play | scenario)
+      play | scenario | fleet)
         echo "$word"
         return
         ;;
@@ -17,12 +17,15 @@ _ecusim_command() {
 
 _ecusim_play='-h --help --host --port --user --password-file --cafile --cert --key --ports --group --mode'
 
+_ecusim_fleet='-h --help --host --port --spread --change'
+
 # The possible words: the options and, before a command, the commands.
 _ecusim_words() {
   case $(_ecusim_command) in
-    none) echo "play scenario -V --version $_ecusim_play" ;;
+    none) echo "play scenario fleet -V --version $_ecusim_play" ;;
     play) echo "$_ecusim_play" ;;
     scenario) echo '-h --help' ;;
+    fleet) echo "$_ecusim_fleet" ;;
   esac
 }
 
@@ -51,10 +54,10 @@ _ecusim() {
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       ;;
-    --port | --user | --mode) ;;
+    --port | --user | --mode | --spread | --change) ;;
     *)
       mapfile -t COMPREPLY < <(compgen -W "$(_ecusim_words)" -- "$current")
-      if [[ $current != -* && $(_ecusim_command) != scenario ]]; then
+      if [[ $current != -* && $(_ecusim_command) =~ ^(none|play)$ ]]; then
         compopt -o filenames 2>/dev/null
         mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -d -- "$current"; compgen -f -X '!*.json' -- "$current")
       fi

@@ -46,6 +46,7 @@ class EventLog final : public ecu::tamu::com::mqtt::ConnectionListener {
   void oversized_message(const std::string& topic) override { happened(topic); }
   void subscription_refused(const std::string& filter) override { happened("refused " + filter); }
   void fence_answered(ecu::tamu::com::mqtt::Fence /*fence*/) override { happened("fence"); }
+  void acknowledged_late() override { happened("late"); }
 
   std::vector<std::string> events;
   ecu::tamu::com::ConnectionFailure down = ecu::tamu::com::ConnectionFailure::refused;

@@ -93,6 +93,7 @@ TEST(DocumentationTest, CompletionOffersSuitableWords) {
            {"tolquil-uplink --l", "--loglevel"},
            {"ecusim s", "scenario"},
            {"ecusim m", "mine.json"},
+           {"ecusim fleet --", "--help --host --port --spread --change"},
            {"ecusim scenario --v", ""},
            {"ecusim play --p", "--port --password-file --ports"},
            {"ecusim scenario m", ""},

@@ -164,6 +164,22 @@ TEST_F(UplinkTest, AFleetThatIsAwayGetsTheLatestValuesWhenItIsBack) {
   EXPECT_TRUE(office.wait_for_text("fleet/U1/presence", "online"));
 }
 
+TEST_F(UplinkTest, ASimulatedFleetChangesValuesReturnsToItsBrokerAndStopsInOrder) {
+  Process simulation({PROGRAM_DIR "/ecusim", "fleet", "2", "--host", "127.0.0.1", "--port",
+                      std::to_string(fleet_broker.port()), "--spread", "1", "--change", "1"});
+  EXPECT_TRUE(arrives("fleet/unit-00001/var/vehicleid", "1M8GDM9AXKP042788"));
+  EXPECT_TRUE(arrives("fleet/unit-00002/var/topversion", "change 1"));
+  fleet_broker.restart();
+  BusClient office(fleet_broker.port());
+  office.subscribe("fleet/#");
+  for (const char* topic : {"fleet/unit-00001/presence", "fleet/unit-00002/presence"}) {
+    EXPECT_TRUE(office.wait_for_text(topic, "online"));
+  }
+  simulation.signal(SIGTERM);
+  EXPECT_EQ(simulation.wait(), 0) << simulation.output();
+  EXPECT_TRUE(office.wait_for_text("fleet/unit-00002/presence", "offline"));
+}
+
 TEST_F(UplinkTest, AFaultyConfigurationEndsItAtOnce) {
   start("unit = a/b\n");
   EXPECT_EQ(uplink->wait(), 1);

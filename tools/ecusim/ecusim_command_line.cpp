@@ -89,6 +89,31 @@ void add_play_options(CLI::App& command, Options& options) {
       ->needs(ports);
 }
 
+void add_fleet_options(CLI::App& command, FleetSetup& fleet) {
+  constexpr unsigned most_units = 99'999, most_seconds = 86'400, most_port = 65'535;
+  command.add_option("UNITS", fleet.units, "number of units; default: 100")
+      ->check(tools::is_positive_number())
+      ->check(CLI::Range(1U, most_units));
+  command.add_option("--host", fleet.hosts, "addresses of the fleet's broker, which the units take in turn")
+      ->delimiter(',')
+      ->check(tools::is_not_empty())
+      ->type_name("ADDRESS[,ADDRESS...]");
+  command.add_option("--port", fleet.port, "its port; default: 1883")
+      ->check(tools::is_positive_number())
+      ->check(CLI::Range(1U, most_port));
+  command
+      .add_option("--spread", fleet.reconnect_spread,
+                  "longest pause before an attempt to reconnect; default: 30")
+      ->check(tools::is_digits())
+      ->check(CLI::Range(0U, most_seconds))
+      ->type_name("SECONDS");
+  command
+      .add_option("--change", fleet.change_period, "time between two changes of a unit; default: no changes")
+      ->check(tools::is_positive_number())
+      ->check(CLI::Range(1U, most_seconds))
+      ->type_name("SECONDS");
+}
+
 }  // namespace
 
 std::optional<int> parse_command_line(int argc, const char* const* argv, Options& options) {
@@ -99,6 +124,8 @@ std::optional<int> parse_command_line(int argc, const char* const* argv, Options
   add_play_options(app, options);
   add_play_options(*app.add_subcommand("play", "publish the scenario's messages (default command)"), options);
   app.add_subcommand("scenario", "print the built-in scenario");
+  add_fleet_options(*app.add_subcommand("fleet", "simulate many units at the broker of their fleet"),
+                    options.fleet);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& end) {
@@ -109,6 +136,8 @@ std::optional<int> parse_command_line(int argc, const char* const* argv, Options
   }
   if (app.got_subcommand("scenario")) {
     options.command = Command::scenario;
+  } else if (app.got_subcommand("fleet")) {
+    options.command = Command::fleet;
   }
   return std::nullopt;
 }

@@ -5,6 +5,7 @@
 
 #include "common/broker_options.h"
 #include "ecusim/fifo.h"
+#include "ecusim/fleet_unit.h"
 
 namespace ecu::sim {
 
@@ -12,7 +13,7 @@ inline constexpr int exit_done = 0;
 inline constexpr int exit_failure = 1;
 inline constexpr int exit_usage = 2;  // also for an invalid scenario
 
-enum class Command { play, scenario };
+enum class Command { play, scenario, fleet };
 
 /// The command line.
 struct Options {
@@ -21,6 +22,7 @@ struct Options {
   tools::BrokerOptions broker;
   std::string ports_folder;  // empty: no queueing ports
   FifoAccess ports_access;
+  FleetSetup fleet;
 };
 
 /// Reads the command line into `options`. Returns an exit code when the program must not continue, because

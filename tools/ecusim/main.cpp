@@ -13,6 +13,7 @@
 #include "ecusim/broker_client.h"
 #include "ecusim/daemon_return.h"
 #include "ecusim/ecusim_command_line.h"
+#include "ecusim/fleet.h"
 #include "ecusim/hypervisor.h"
 #include "ecusim/player.h"
 #include "ecusim/scenario.h"
@@ -72,6 +73,10 @@ int play(const Options& options, Scenario scenario) {
 int run(const Options& options) {
   if (options.command == Command::scenario) {
     return print_scenario();
+  }
+  if (options.command == Command::fleet) {
+    run_fleet(options.fleet);
+    return exit_done;
   }
   std::optional<Scenario> scenario = load_scenario(options.scenario_path);
   if (!scenario) {

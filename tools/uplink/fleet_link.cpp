@@ -24,6 +24,7 @@ std::shared_ptr<com::ITransportClient> create_client(const UplinkSettings& setti
   traits.presence = {tree + topics::fleet_presence, topics::presence_online, topics::presence_offline,
                      topics::presence_lost};
   traits.reconnect_spread = settings.reconnect_spread;
+  traits.repeat_after = settings.repeat_after;
   traits.name = "fleet";
   return com::create_client(config, com::TransportType::mqtt, std::move(observer), traits);
 }

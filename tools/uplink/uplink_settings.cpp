@@ -34,6 +34,7 @@ constexpr Key keys[] = {
     {"min_interval", "10"},
     {"refresh", "86400"},
     {"reconnect_spread", "30"},
+    {"repeat_after", "0"},
 };
 
 /// Reads values and counts the faults.
@@ -125,6 +126,7 @@ std::optional<UplinkSettings> read_settings(const std::string& path) {
   }
   settings.bus = bus_configuration(reader);
   settings.reconnect_spread = reader.seconds("reconnect_spread", 0, day);
+  settings.repeat_after = reader.seconds("repeat_after", 0, day);
   settings.prefix = reader.level("prefix");
   settings.unit = reader.text("unit").empty() ? "" : reader.level("unit");
   settings.unit_variable = settings.unit.empty() ? reader.level("unit_variable") : "";

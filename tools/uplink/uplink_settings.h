@@ -18,6 +18,7 @@ struct UplinkSettings {
   std::unique_ptr<tamu::config::Configuration> bus;    ///< of the client of the unit's bus
   std::unique_ptr<tamu::config::Configuration> fleet;  ///< of the client of the fleet's broker
   std::chrono::seconds reconnect_spread{};
+  std::chrono::seconds repeat_after{};  ///< 0: not again
   std::string prefix;
   std::string unit;                    ///< empty: the value of the variable `unit_variable`
   std::string unit_variable;           ///< empty if the unit's name is configured

@@ -149,19 +149,22 @@ TEST(UplinkSettingsTest, EveryKeyIsRead) {
   const auto preset = read_settings(dir.write("uplink.conf", "host = fleet.example.com\n")).value();
   EXPECT_EQ(preset.unit + "|" + preset.unit_variable + "|" + preset.prefix, "|serialnumber|fleet");
   EXPECT_THAT(preset.variables, ElementsAre("*"));
-  EXPECT_THAT((std::vector{preset.limits.min_interval, preset.limits.refresh, preset.reconnect_spread}),
-              ElementsAre(10s, 86400s, 30s));
+  EXPECT_THAT((std::vector{preset.limits.min_interval, preset.limits.refresh, preset.reconnect_spread,
+                           preset.repeat_after}),
+              ElementsAre(10s, 86400s, 30s, 0s));
   EXPECT_EQ(preset.bus->get("host") + ":" + preset.bus->get("port"), "localhost:1883");
   const auto all =
       read_settings(dir.write("uplink.conf",
                               "host = a\nport = 8883\nunit = U1\nprefix = trucks\nvariables = vehicle*, hw*\n"
-                              "min_interval = 0\nrefresh = 0\nreconnect_spread = 5\nbus_host = /run/socket\n"
+                              "min_interval = 0\nrefresh = 0\nreconnect_spread = 5\nrepeat_after = "
+                              "6\nbus_host = /run/socket\n"
                               "bus_port = 1884\nbus_username = up\nbus_password = link\n"))
           .value();
   EXPECT_EQ(all.unit + "|" + all.unit_variable + "|" + all.prefix, "U1||trucks");
   EXPECT_THAT(all.variables, ElementsAre("vehicle*", "hw*"));
-  EXPECT_THAT((std::vector{all.limits.min_interval, all.limits.refresh, all.reconnect_spread}),
-              ElementsAre(0s, 0s, 5s));
+  EXPECT_THAT(
+      (std::vector{all.limits.min_interval, all.limits.refresh, all.reconnect_spread, all.repeat_after}),
+      ElementsAre(0s, 0s, 5s, 6s));
   EXPECT_EQ(all.bus->get("host") + all.bus->get("port") + all.bus->get("username") + all.bus->get("password"),
             "/run/socket1884uplink");
 }

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "mqtt/backoff.h"
+#include "mqtt/repetition.h"
 #include "support/mqtt.h"
 #include "support/testing.h"
 
@@ -49,6 +50,31 @@ TEST(BackoffTest, ASpreadMakesEveryPauseRandomExceptAfterAFaultyPublication) {
   EXPECT_LT(shortest, 10s);
   EXPECT_GT(longest, 50s);
   EXPECT_LE(longest, 60s);
+}
+
+TEST(RepetitionTest, FollowsAConnectionAndLateAcknowledgementsEverLaterOnASlowLink) {
+  const auto at = [](int seconds) {
+    return Repetition::Clock::time_point(std::chrono::seconds(1000 + seconds));
+  };
+  Repetition repetition(5s);
+  EXPECT_FALSE(repetition.take_due(at(0)));
+  repetition.connection_up(at(0));
+  EXPECT_FALSE(repetition.take_due(at(4)));
+  EXPECT_TRUE(repetition.take_due(at(5)));
+  // The second of a line: when the repetition is due.
+  for (const auto& [late, due] : {std::pair{8, 18}, {25, 45}, {46, 86}, {200, 205}}) {
+    repetition.acknowledged_late(at(late));
+    repetition.acknowledged_late(at(late + 1));
+    EXPECT_EQ(repetition.due(), at(due));
+    EXPECT_TRUE(repetition.take_due(at(due)));
+  }
+  repetition.acknowledged_late(at(300));
+  repetition.connection_lost();
+  EXPECT_FALSE(repetition.take_due(at(400)));
+  Repetition never(0s);
+  never.connection_up(at(0));
+  never.acknowledged_late(at(0));
+  EXPECT_FALSE(never.take_due(at(1000)));
 }
 
 TEST(MqttSettingsTest, ReadsEveryKeyOfTheConfiguration) {

@@ -87,6 +87,10 @@ struct ClientTraits {
   /// Every attempt to reconnect follows a random pause of at most this time, so that the clients of a large
   /// bus do not return all at once. 0: the short pauses of a unit's bus.
   std::chrono::seconds reconnect_spread{0};
+  /// The time from a connection, or from a late acknowledgement, to the moment at which the presence and all
+  /// retained messages are published again: a cluster of brokers that elects a leader may acknowledge a
+  /// message that it does not retain, and publish the last will of an earlier connection late. 0: not again.
+  std::chrono::seconds repeat_after{0};
   /// How many times the usual number of messages and bytes may wait for an observer: more for a bus whose
   /// broker retains very many messages, which arrive at once.
   std::size_t backlog = 1;

@@ -1,0 +1,83 @@
+#include "ecusim/fleet.h"
+
+#include <poll.h>
+
+#include <chrono>
+#include <csignal>
+#include <deque>
+#include <iomanip>
+#include <iostream>
+#include <utility>
+#include <vector>
+
+#include <ecu/tamu/com/transport_client.h>
+
+namespace ecu::sim {
+
+namespace {
+
+using Clock = FleetUnit::Clock;
+
+constexpr std::chrono::milliseconds tick_period{50};
+constexpr std::chrono::seconds report_period{1};
+
+volatile std::sig_atomic_t stop_requested = 0;
+
+void report(const FleetCounters& counters, std::uint64_t new_connections, Clock::duration age) {
+  std::cout << std::setw(8) << std::chrono::round<std::chrono::seconds>(age).count() << std::setw(10)
+            << counters.connected << std::setw(12) << new_connections << std::setw(11) << counters.published
+            << std::setw(15) << counters.unacknowledged << std::endl;
+}
+
+void serve(std::deque<FleetUnit>& units, std::vector<pollfd>& requests) {
+  for (std::size_t i = 0; i < units.size(); ++i) {
+    requests[i] = units[i].request();
+  }
+  ::poll(requests.data(), requests.size(), static_cast<int>(tick_period.count()));
+  for (std::size_t i = 0; i < units.size(); ++i) {
+    if (requests[i].revents != 0) {
+      units[i].handle(std::exchange(requests[i].revents, short{0}));
+    }
+  }
+}
+
+}  // namespace
+
+void run_fleet(const FleetSetup& setup) {
+  tamu::com::library_init();
+  for (const int number : {SIGINT, SIGTERM}) {
+    (void)std::signal(number, [](int) { stop_requested = 1; });
+  }
+  FleetCounters counters;
+  std::deque<FleetUnit> units;
+  for (unsigned number = 1; number <= setup.units; ++number) {
+    units.emplace_back(number, setup, counters);
+  }
+  std::vector<pollfd> requests(units.size());
+  const auto begin = Clock::now();
+  auto tick_due = begin, report_due = begin + report_period;
+  std::uint64_t reported_connections = 0;
+  std::cout << " seconds connected connections   messages unacknowledged" << std::endl;
+  while (stop_requested == 0) {
+    serve(units, requests);
+    const auto now = Clock::now();
+    if (now >= tick_due) {
+      tick_due = now + tick_period;
+      for (FleetUnit& unit : units) {
+        unit.tick(now);
+      }
+    }
+    if (now >= report_due) {
+      report_due += report_period;
+      report(counters, counters.connections - std::exchange(reported_connections, counters.connections),
+             now - begin);
+    }
+  }
+  for (FleetUnit& unit : units) {
+    unit.stop();
+  }
+  units.clear();
+  tamu::com::library_cleanup();
+}
+
+}  // namespace ecu::sim
