@@ -20,6 +20,7 @@ using Clock = FleetUnit::Clock;
 
 constexpr std::chrono::milliseconds tick_period{50};
 constexpr std::chrono::seconds report_period{1};
+constexpr std::chrono::seconds stop_limit{2};
 
 volatile std::sig_atomic_t stop_requested = 0;
 
@@ -38,6 +39,19 @@ void serve(std::deque<FleetUnit>& units, std::vector<pollfd>& requests) {
     if (requests[i].revents != 0) {
       units[i].handle(std::exchange(requests[i].revents, short{0}));
     }
+  }
+}
+
+void stop(std::deque<FleetUnit>& units, std::vector<pollfd>& requests, const FleetCounters& counters) {
+  for (FleetUnit& unit : units) {
+    unit.announce_stop();
+  }
+  const auto end = Clock::now() + stop_limit;
+  while (counters.unacknowledged > 0 && Clock::now() < end) {
+    serve(units, requests);
+  }
+  for (FleetUnit& unit : units) {
+    unit.disconnect();
   }
 }
 
@@ -73,9 +87,7 @@ void run_fleet(const FleetSetup& setup) {
              now - begin);
     }
   }
-  for (FleetUnit& unit : units) {
-    unit.stop();
-  }
+  stop(units, requests, counters);
   units.clear();
   tamu::com::library_cleanup();
 }

@@ -80,9 +80,14 @@ void FleetUnit::tick(Clock::time_point now) {
   }
 }
 
-void FleetUnit::stop() {
+void FleetUnit::announce_stop() {
   if (is_connected_) {
     publish(topics::fleet_presence, topics::presence_offline);
+  }
+}
+
+void FleetUnit::disconnect() {
+  if (is_connected_ && unacknowledged_ == 0) {
     mosquitto_disconnect(handle_.get());
   }
 }

@@ -49,8 +49,11 @@ class FleetUnit {
   /// Does what is due; call it several times a second. Throws std::system_error if the process may not open
   /// further files.
   void tick(Clock::time_point now);
-  /// Ends the connection in order, as far as the broker accepts that at once.
-  void stop();
+  /// Publishes that the unit goes offline in order.
+  void announce_stop();
+  /// Ends the connection in order if the broker has acknowledged everything; otherwise the broker publishes
+  /// that the unit is lost when the connection closes.
+  void disconnect();
 
  private:
   struct Destroy {

@@ -123,15 +123,12 @@ TEST_F(ClientAgainstScriptTest, AStopLeavesTheOfflineThatItCannotSendToTheLastWi
 }
 
 TEST_F(ClientAgainstScriptTest, PresenceAndRetainedMessagesAreRepeatedOnceAfterAConnection) {
-  broker.emplace([](const std::string&) { return Reaction::answer; });
-  MqttSettings settings = settings_for("127.0.0.1", broker->port());
   settings.presence = tests::presence_of("tested");
   settings.repeat_after = 1s;
-  client.emplace(settings, nullptr);
+  make([](const std::string&) { return Reaction::answer; });
   publish("a", "1", true, true);
   publish("a", "2", true, true);
-  client->connect();
-  client->start();
+  run();
   ASSERT_TRUE(broker->wait_for("PUBLISH system/presence/tested=online", 2));
   EXPECT_THAT(broker->packets(), Contains("PUBLISH a=2").Times(2));
   EXPECT_THAT(broker->packets(), Contains("PUBLISH a=1").Times(0));
