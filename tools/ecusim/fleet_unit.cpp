@@ -59,6 +59,9 @@ void FleetUnit::handle(short events) {
   if ((events & ~POLLOUT) != 0) {
     check(mosquitto_loop_read(handle_.get(), 1));
   }
+  if (is_accepted_ && !is_connected_) {
+    connected();
+  }
   if (handle_ && (events & POLLOUT) != 0) {
     check(mosquitto_loop_write(handle_.get(), 1));
   }
@@ -100,7 +103,7 @@ void FleetUnit::connect() {
   }
   mosquitto_connect_callback_set(handle_.get(), [](mosquitto*, void* unit, int refusal) {
     if (refusal == 0) {
-      static_cast<FleetUnit*>(unit)->connected();
+      static_cast<FleetUnit*>(unit)->is_accepted_ = true;
     }
   });
   mosquitto_publish_callback_set(handle_.get(), [](mosquitto*, void* unit, int) {
@@ -153,7 +156,7 @@ void FleetUnit::check(int result) {
   counters_.connected -= is_connected_ ? 1U : 0U;
   counters_.unacknowledged -= unacknowledged_;
   unacknowledged_ = 0;
-  is_connected_ = false;
+  is_connected_ = is_accepted_ = false;
   handle_.reset();
   due_ = Clock::now() + random_pause(setup_.reconnect_spread);
 }

@@ -72,6 +72,7 @@ class FleetUnit {
   const std::string name_;
   std::minstd_rand random_{std::random_device()()};
   std::unique_ptr<mosquitto, Destroy> handle_;
+  bool is_accepted_ = false;  // by the broker, as the callback saw; the library's locks are held there
   bool is_connected_ = false;
   std::size_t attempts_ = 0;
   std::uint64_t unacknowledged_ = 0;

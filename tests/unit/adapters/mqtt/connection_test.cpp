@@ -160,7 +160,9 @@ TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
         connection->request_fence(Fence::publication);
       }
     };
-    open([&](const std::string& packet) { return packet == request ? Reaction::ignore : Reaction::answer; });
+    open([request](const std::string& packet) {
+      return packet == request ? Reaction::ignore : Reaction::answer;
+    });
     EXPECT_THAT(run(3), ElementsAre("up", "down: no acknowledgement", "up")) << request;
     EXPECT_EQ(listener.down, ConnectionFailure::no_answer);
   }
