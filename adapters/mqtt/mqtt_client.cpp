@@ -276,7 +276,7 @@ void MqttClient::send() {
 }
 
 void MqttClient::repeat_publications() {
-  if (repetition_.take_due(Connection::Clock::now())) {
+  if (repetition_.is_planned() && repetition_.take_due(Connection::Clock::now())) {
     const MutexLock lock(mutex_);
     outbox_.repeat();
     announce_presence();

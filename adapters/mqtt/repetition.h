@@ -20,12 +20,13 @@ class Repetition {
   }
   void connection_lost() noexcept { due_ = Clock::time_point::max(); }
   void acknowledged_late(Clock::time_point now) {
-    if (due_ == Clock::time_point::max()) {
+    if (!is_planned()) {
       pause_ = now - last_ < 2 * pause_ ? 2 * pause_ : after_;
       plan(now);
     }
   }
 
+  [[nodiscard]] bool is_planned() const noexcept { return due_ != Clock::time_point::max(); }
   /// Clock::time_point::max() if no repetition is planned.
   [[nodiscard]] Clock::time_point due() const noexcept { return due_; }
   /// Whether a repetition is due, which the caller then makes.
