@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <ecu/tamu/com/topic.h>
+
 #include "common/times.h"
 
 namespace ecu::tools {
@@ -13,6 +15,8 @@ using Json = nlohmann::ordered_json;
 // A message of the uplink is at most about 25 kB long: each of 4096 bytes as "\u0000".
 constexpr std::size_t longest_message = 65'536;
 
+constexpr std::size_t longest_level = 64;
+
 // Whether it is null or a text, which is then stored.
 bool read_text(const Json& member, std::optional<std::string>& text) {
   if (member.is_string()) {
@@ -22,6 +26,11 @@ bool read_text(const Json& member, std::optional<std::string>& text) {
 }
 
 }  // namespace
+
+bool is_fleet_level(std::string_view text) {
+  return text.size() <= longest_level && text.find('/') == std::string_view::npos &&
+         tamu::com::is_topic_name(std::string(text));
+}
 
 std::string to_json(const FleetVariable& variable) {
   const auto& [value, since, stamp, daemon] = variable;

@@ -122,7 +122,7 @@ void Uplink::take_variable(const std::string& name, const com::Message& msg) {
     return;
   }
   const std::string& value = variable.body.value();
-  if (!is_topic_level(name) || value.size() > longest_value) {
+  if (!tools::is_fleet_level(name) || value.size() > longest_value) {
     uplink_log.warning(
         "the variable ", name, " of ", value.size(),
         " bytes is not sent: its name is not a level of a topic of at most 64 bytes, or its value exceeds ",
@@ -151,7 +151,7 @@ void Uplink::set_unit(const std::string& unit) {
   if (fleet_ && fleet_->unit() == unit) {
     return;
   }
-  if (!is_topic_level(unit)) {
+  if (!tools::is_fleet_level(unit)) {
     uplink_log.warning("'", unit,
                        "' cannot be the unit's name: it is not a level of a topic of at most 64 bytes");
     return;

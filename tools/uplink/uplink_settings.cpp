@@ -4,9 +4,10 @@
 #include <fstream>
 #include <sstream>
 
-#include <ecu/tamu/com/topic.h>
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/text/parse_number.h>
+
+#include "common/fleet_message.h"
 
 namespace ecu::uplink {
 
@@ -15,8 +16,6 @@ using tamu::config::Configuration;
 namespace {
 
 constexpr auto logger = tamu::logging::module("uplink");
-
-constexpr std::size_t longest_level = 64;
 
 struct Key {
   const char* name;
@@ -59,8 +58,8 @@ class Reader {
 
   std::string level(const char* key) {
     std::string text = config_.get(key);
-    if (!is_topic_level(text)) {
-      fault(key, "is not one level of a topic, 1 to 64 bytes without '/', '+' and '#'");
+    if (!tools::is_fleet_level(text)) {
+      fault(key, tools::not_fleet_level);
     }
     return text;
   }
@@ -137,11 +136,6 @@ std::optional<UplinkSettings> read_settings(const std::string& path) {
     return std::nullopt;
   }
   return settings;
-}
-
-bool is_topic_level(std::string_view text) {
-  return text.size() <= longest_level && text.find('/') == std::string_view::npos &&
-         tamu::com::is_topic_name(std::string(text));
 }
 
 }  // namespace ecu::uplink

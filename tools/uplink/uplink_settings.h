@@ -4,7 +4,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <ecu/tamu/config/configuration.h>
@@ -28,9 +27,5 @@ struct UplinkSettings {
 
 /// Reads and checks the file. Nothing when it is faulty; each fault is one ERROR line.
 [[nodiscard]] std::optional<UplinkSettings> read_settings(const std::string& path);
-
-/// Whether the text can be a level of a topic that is published on (MQTT 3.1.1, 4.7), and is at most 64
-/// bytes long.
-[[nodiscard]] bool is_topic_level(std::string_view text);
 
 }  // namespace ecu::uplink

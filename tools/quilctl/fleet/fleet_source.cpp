@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include <ecu/tamu/com/topic.h>
 #include <ecu/tamu/com/topics.h>
 
+#include "common/fleet_message.h"
 #include "common/name_pattern.h"
 #include "common/notes.h"
 #include "quilctl/base/failure.h"
@@ -13,17 +13,9 @@ namespace ecu::ctl {
 
 namespace topics = tamu::com::topics;
 
-namespace {
-
-bool is_topic_level(const std::string& text) {
-  return text.find('/') == std::string::npos && tamu::com::is_topic_name(text);
-}
-
-}  // namespace
-
 void require_topic_level(const std::string& text) {
-  if (!is_topic_level(text)) {
-    throw Failure(ExitCode::usage, '\'' + text + "' is not one level of a topic, without '/', '+' and '#'");
+  if (!tools::is_fleet_level(text)) {
+    throw Failure(ExitCode::usage, '\'' + text + "' " + tools::not_fleet_level);
   }
 }
 
@@ -67,7 +59,7 @@ std::vector<std::string> FleetSource::filters(bool for_table) const {
     filters.push_back(filter(topics::fleet_daemon));
   }
   const auto is_exact = [](const std::string& name) {
-    return is_topic_level(name) && !tools::is_pattern(name);
+    return tools::is_fleet_level(name) && !tools::is_pattern(name);
   };
   if (names_.empty() || !std::ranges::all_of(names_, is_exact)) {
     filters.push_back(filter(std::string(topics::fleet_variable_prefix) + '+'));
