@@ -18,9 +18,10 @@ struct FleetSetup {
   unsigned units = 100;
   std::vector<std::string> hosts{"localhost"};  ///< of the fleet's broker; each attempt takes the next one
   int port = 1883;
-  unsigned reconnect_spread =
-      30;                      ///< seconds; an attempt to reconnect follows a random pause of at most this
-  unsigned change_period = 0;  ///< seconds between two changes of one unit; 0: nothing changes
+  /// Seconds; an attempt to reconnect follows a random pause of at most this.
+  unsigned reconnect_spread = 30;
+  /// Seconds between two changes of one unit; 0: nothing changes.
+  unsigned change_period = 0;
 };
 
 /// What the units of a fleet have done so far.

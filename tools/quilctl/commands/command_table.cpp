@@ -42,15 +42,15 @@ void add_get_options(CLI::App& command, Options& options) {
   add_format(command, options);
 }
 
-void add_count(CLI::App& command, Options& options) {
-  command.add_option("--count", options.count, "end after this number of them")
+void add_count(CLI::App& command, Options& options, const std::string& what) {
+  command.add_option("--count", options.count, "end after this number of " + what)
       ->check(tools::is_positive_number())
       ->type_name("N");
 }
 
 void add_watch_options(CLI::App& command, Options& options) {
   command.add_option("PATTERN", options.arguments, names_purpose);
-  add_count(command, options);
+  add_count(command, options, "changes");
   command
       .add_option("--exec", options.exec,
                   "run this shell command for each change, with UNIT, NAME and VALUE set")
@@ -99,7 +99,7 @@ void add_check_options(CLI::App& command, Options& options) {
 void add_decode_options(CLI::App& command, Options& options) {
   command.add_option("TOPIC", options.filter, "topic or MQTT topic filter; default #")
       ->check(tools::is_topic_filter());
-  add_count(command, options);
+  add_count(command, options, "messages");
   command.add_flag("--reveal", options.reveal, "show the values of the secure storage, too");
 }
 

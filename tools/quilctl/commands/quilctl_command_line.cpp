@@ -66,9 +66,8 @@ void add_common_options(CLI::App& app, Options& options) {
       ->type_name("FILE");
   app.add_option_function<std::string>(
          "--fleet", [&options](const std::string& units) { options.fleet = units; },
-         "the broker is that of a fleet: the units of this name or pattern, or all; for list, get, watch, "
-         "status, "
-         "retire")
+         "the broker is that of a fleet: the units of this name or pattern, or all; "
+         "for list, get, watch, status, retire")
       ->expected(0, 1)
       ->type_name("[UNIT]");
   app.add_option("--fleet-prefix", options.fleet_prefix, "first level of the fleet's topics; default fleet")
