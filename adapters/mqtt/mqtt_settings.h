@@ -36,7 +36,7 @@ struct MqttSettings {
   std::chrono::milliseconds answer_timeout{60'000};
 
   /// The first pause before a message for which the broker ended the connection is tested again.
-  std::chrono::seconds retest_after{300};
+  std::chrono::seconds retest_after{60};
 
   [[nodiscard]] bool is_unix_socket() const { return host.front() == '/'; }
   /// Whether the broker runs on this machine: a socket path, "localhost", 127.0.0.0/8 or ::1.

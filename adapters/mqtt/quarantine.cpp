@@ -35,7 +35,7 @@ constexpr int enough_losses = 2;
 constexpr int many_topics_found = 2;
 
 // The longest pause between retests is this multiple of the first one.
-constexpr int retest_pause_growth = 64;
+constexpr int retest_pause_growth = 512;
 
 std::size_t hash_of(const std::string& topic) {
   return std::hash<std::string>()(topic);

@@ -34,7 +34,7 @@ class Quarantine {
   static constexpr std::chrono::seconds longest_pause{300};
 
   /// After `retest_after`, one of the messages that are set aside is tested again, and the next one at once
-  /// if it passes. The pause doubles with each one that fails, to at most 64 times the first. 0: only a
+  /// if it passes. The pause doubles with each one that fails, to at most 512 times the first. 0: only a
   /// different payload is tested.
   explicit Quarantine(std::chrono::seconds retest_after = {})
       : retest_after_(retest_after), retest_pause_(retest_after) {}
