@@ -149,6 +149,16 @@ void Outbox::remember(PublicationPtr publication) {
   }
 }
 
+void Outbox::forget(const std::vector<PublicationPtr>& publications) {
+  const std::unordered_set<PublicationPtr> forgotten(publications.begin(), publications.end());
+  std::erase_if(retained_, [&](const PublicationPtr& one) {
+    return forgotten.contains(one) && index_.erase(one->topic) == 1;
+  });
+  for (std::size_t i = 0; i < retained_.size(); ++i) {
+    index_.find(retained_[i]->topic)->second = i;
+  }
+}
+
 bool Outbox::full(const std::string& topic, bool acknowledged) const {
   const bool stalls = !stalled_.empty() && (acknowledged || stalled_topics_.contains(topic));
   return queue_.size() + (stalls ? stalled_.size() : 0) >= max_queued_publications ||

@@ -47,6 +47,10 @@ class Outbox {
   /// Discards the queued publications. Does nothing while there is no connection.
   void connection_lost() noexcept;
 
+  /// Forgets these retained messages, as far as each is still the newest of its topic: they are not published
+  /// on the next connection.
+  void forget(const std::vector<PublicationPtr>& publications);
+
   /// Queues a message that belongs to the present connection only, whatever its flags say.
   void announce(const std::string& topic, Message message);
 

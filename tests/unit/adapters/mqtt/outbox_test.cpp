@@ -43,6 +43,24 @@ TEST_F(OutboxTest, EveryConnectionPublishesTheLatestRetainedMessagesInTheOrderOf
   EXPECT_THAT(pop_all(), ElementsAre("b:3", "a:4"));
 }
 
+TEST_F(OutboxTest, AForgottenMessageIsNotPublishedOnTheNextConnectionUnlessItWasReplaced) {
+  outbox.connection_up();
+  for (const char* topic : {"a", "b", "c"}) {
+    push(topic, "");
+  }
+  std::vector<PublicationPtr> sent;
+  outbox.pop_batch(2, 2, sent);
+  push("b", "new");
+  push("c", "new");
+  outbox.forget(sent);
+  push("c", "newer");
+  outbox.connection_lost();
+  outbox.connection_up();
+  EXPECT_THAT(pop_all(), ElementsAre("b:new", "c:newer"));
+  push("a", "again");
+  EXPECT_THAT(pop_all(), ElementsAre("a:again"));
+}
+
 TEST_F(OutboxTest, AnOutageDropsUnretainedMessagesWithOneLogLine) {
   for (int outage = 0; outage < 2; ++outage) {
     const auto log = tests::logged_lines([this] {
