@@ -336,32 +336,35 @@ void MqttClient::send_publications() {
   }
 }
 
+MqttClient::Room MqttClient::room() const {
+  if (!connection_.accepts_publications() || quarantine_.testing()) {
+    return {};
+  }
+  // While it searches, the quarantine must see the broker's answer before the next publication.
+  return {quarantine_.suspects_nothing() ? max_batch : 1, connection_.room_for_acknowledged()};
+}
+
 bool MqttClient::take_batch() {
   batch_.clear();
+  const Room room = this->room();
+  if (room.acknowledged > 0) {
+    if (PublicationPtr due = quarantine_.take_due(Connection::Clock::now())) {
+      batch_.push_back(std::move(due));
+    }
+  }
   const MutexLock lock(mutex_);
-  if (!can_send()) {
+  if (batch_.empty() && !can_send(room)) {
     outbox_space_.notify_all();
     return false;
   }
   broker_stuck_ = false;
-  const std::size_t room = connection_.room_for_acknowledged();
-  if (PublicationPtr due = room > 0 ? quarantine_.take_due(Connection::Clock::now()) : nullptr) {
-    batch_.push_back(std::move(due));
-  } else {
-    // While it searches, the quarantine must see the broker's answer before the next publication.
-    outbox_.pop_batch(quarantine_.suspects_nothing() ? max_batch : 1, room, batch_);
-  }
+  outbox_.pop_batch(room.publications, room.acknowledged, batch_);
   return true;
 }
 
-bool MqttClient::can_send() noexcept {
-  if (!connection_.accepts_publications() || quarantine_.testing()) {
-    return false;
-  }
-  const bool takes_acknowledged = connection_.room_for_acknowledged() > 0;
+bool MqttClient::can_send(const Room& room) noexcept {
   try {
-    return outbox_.has_next(takes_acknowledged) ||
-           (takes_acknowledged && quarantine_.due() <= Connection::Clock::now());
+    return room.publications > 0 && outbox_.has_next(room.acknowledged > 0);
   } catch (const std::bad_alloc&) {
     return true;  // sending then fails, too, and ends the connection
   }
@@ -369,16 +372,17 @@ bool MqttClient::can_send() noexcept {
 
 void MqttClient::sleep() {
   using Clock = Connection::Clock;
-  bool work_left = connection_.more_to_read();
+  const Room room = this->room();
+  const bool retry_is_due = quarantine_.due() <= Clock::now();
+  bool work_left = connection_.more_to_read() || (retry_is_due && room.acknowledged > 0);
   {
     const MutexLock lock(mutex_);
-    work_left = work_left || !subscription_changes_.empty() || can_send();
+    work_left = work_left || !subscription_changes_.empty() || can_send(room);
     // While the connection accepts nothing, a new publication can only wait with the others.
     leader_asleep_ = !work_left && (outbox_.size() == 0 || connection_.accepts_publications());
   }
   // A publication that is due but cannot be sent must wait for the broker.
-  const auto withheld_until =
-      quarantine_.due() <= Clock::now() ? Clock::time_point::max() : quarantine_.due();
+  const auto withheld_until = retry_is_due ? Clock::time_point::max() : quarantine_.due();
   connection_.wait(wake_, work_left ? Clock::time_point()
                                     : std::min({withheld_until, delivery_.losses_due(), repetition_.due()}));
   const MutexLock lock(mutex_);

@@ -45,6 +45,11 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
     Subscription subscription;
     bool wanted;
   };
+  // How many publications may be sent at once, and how many of them with quality of service 1.
+  struct Room {
+    std::size_t publications = 0;
+    std::size_t acknowledged = 0;
+  };
 
   void report_status(const std::string& text) const;
   void connection_up() override;
@@ -65,8 +70,9 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void repeat_publications();
   void announce_presence() TAMU_REQUIRES(mutex_);
   void send_publications();
+  [[nodiscard]] Room room() const;
   [[nodiscard]] bool take_batch();
-  [[nodiscard]] bool can_send() noexcept TAMU_REQUIRES(mutex_);
+  [[nodiscard]] bool can_send(const Room& room) noexcept TAMU_REQUIRES(mutex_);
   void sleep();
   void close_connection();
   [[nodiscard]] bool all_sent();
