@@ -2,11 +2,7 @@
 
 #include <algorithm>
 #include <exception>
-#include <new>
-#include <string_view>
 #include <utility>
-
-#include <ecu/tamu/com/topics.h>
 
 #include "mqtt/fault.h"
 #include "mqtt/mqtt_log.h"
@@ -20,17 +16,6 @@ namespace {
 // How long a stop waits for the broker to acknowledge the last messages and to close the connection.
 constexpr std::chrono::milliseconds close_timeout{1000};
 
-// How long a publication from an observer's call waits for a broker that accepts nothing.
-constexpr std::chrono::seconds outbox_space_timeout{1};
-
-Message presence(std::string_view state) {
-  Message message;
-  message.acknowledged = true;
-  message.retained = true;
-  message.payload.assign(state.begin(), state.end());
-  return message;
-}
-
 }  // namespace
 
 MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserver> observer)
@@ -43,6 +28,7 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
             }
           },
           Delivery::Clock::now, settings_.backlog),
+      queue_(settings_.presence, delivery_, wake_),
       connection_(settings_, *this),
       quarantine_(settings_.retest_after),
       repetition_(settings_.repeat_after),
@@ -72,66 +58,28 @@ void MqttClient::stop() {
   if (!stop_requested_.exchange(true)) {
     notify_stopping();
   }
+  queue_.stop();
   stop_.signal();
   wake_.signal();
 }
 
 void MqttClient::subscribe(const std::string& topic, int max_qos,
                            std::shared_ptr<ISubscriptionObserver> observer) {
-  MutexLock lock(mutex_);
-  // Must come first: a lack of memory must not leave a registration that the broker never learns of.
-  subscription_changes_.push_back({{topic, max_qos}, true});
-  if (!delivery_.add(topic, max_qos, observer) || !outbox_.connected()) {
-    subscription_changes_.pop_back();
-    return;
-  }
-  wake_leader(lock);
+  queue_.subscribe(topic, max_qos, observer);
 }
 
 void MqttClient::unsubscribe(const std::string& topic,
                              const std::shared_ptr<ISubscriptionObserver>& observer) {
-  {
-    MutexLock lock(mutex_);
-    if (delivery_.remove(topic, observer.get()) && outbox_.connected()) {
-      subscription_changes_.push_back({{topic}, false});
-      wake_leader(lock);
-    }
-  }
+  queue_.unsubscribe(topic, observer.get());
   delivery_.wait_for(topic, observer.get());
 }
 
 PublishResult MqttClient::publish(const std::string& topic, Message message) {
-  MutexLock lock(mutex_);
-  if (!message.retained && outbox_.full(topic, message.acknowledged) && delivery_.is_calling_here()) {
-    wait_for_outbox_space(lock, topic, message.acknowledged);
-  }
-  const PublishResult result = outbox_.push(topic, std::move(message));
-  wake_leader(lock);
-  return result;
-}
-
-// Throttles an observer that publishes faster than the broker accepts.
-void MqttClient::wait_for_outbox_space(MutexLock& lock, const std::string& topic, bool acknowledged) {
-  const auto waited_enough = [&]() TAMU_REQUIRES(mutex_) {
-    return broker_stuck_ || stop_requested_ || !outbox_.connected() || !outbox_.full(topic, acknowledged);
-  };
-  if (!outbox_space_.wait_for(lock, outbox_space_timeout, waited_enough)) {
-    broker_stuck_ = true;
-  }
+  return queue_.publish(topic, std::move(message));
 }
 
 bool MqttClient::connected() const {
-  const MutexLock lock(mutex_);
-  return outbox_.connected();
-}
-
-// Releases the lock of its caller. The analysis cannot know that the lock is that of mutex_.
-void MqttClient::wake_leader(MutexLock& lock) TAMU_NO_THREAD_SAFETY_ANALYSIS {
-  const bool asleep = std::exchange(leader_asleep_, false);
-  lock.unlock();
-  if (asleep) {
-    wake_.signal();
-  }
+  return queue_.connected();
 }
 
 void MqttClient::report_status(const std::string& text) const {
@@ -147,30 +95,11 @@ void MqttClient::connection_up() {
   }
   first_fence_wanted_ = quarantine_.connection_made();
   repetition_.connection_up(Connection::Clock::now());
-  const MutexLock lock(mutex_);
-  outbox_.connection_up();
-  announce_presence();
-  subscription_changes_.clear();
-  for (Subscription& subscription : delivery_.subscriptions()) {
-    subscription_changes_.push_back({std::move(subscription), true});
-  }
-}
-
-void MqttClient::announce_presence() {
-  if (settings_.presence) {
-    outbox_.announce(settings_.presence->topic, presence(settings_.presence->online));
-  }
+  queue_.connection_up();
 }
 
 void MqttClient::connection_down(ConnectionFailure failure, const std::string& reason) {
-  bool was_up = false;
-  {
-    const MutexLock lock(mutex_);
-    was_up = outbox_.connected();
-    outbox_.connection_lost();
-    subscription_changes_.clear();
-    outbox_space_.notify_all();
-  }
+  const bool was_up = queue_.connection_lost();
   settled_after_.reset();
   repetition_.connection_lost();
   fence_wanted_ = false;
@@ -278,21 +207,14 @@ void MqttClient::send() {
 
 void MqttClient::repeat_publications() {
   if (repetition_.is_planned() && repetition_.take_due(Connection::Clock::now())) {
-    const MutexLock lock(mutex_);
-    outbox_.repeat();
-    announce_presence();
+    queue_.repeat();
   }
 }
 
 void MqttClient::send_all() {
   repeat_publications();
   std::vector<SubscriptionChange> changes;
-  bool several = false;
-  {
-    const MutexLock lock(mutex_);
-    changes.swap(subscription_changes_);
-    several = changes.size() + outbox_.size() > 1;
-  }
+  const bool several = queue_.take_changes(changes) > 1;
   if (several) {
     connection_.cork();
   }
@@ -339,65 +261,41 @@ void MqttClient::send_publications() {
 
 bool MqttClient::take_batch() {
   batch_.clear();
-  const MutexLock lock(mutex_);
-  if (!can_send()) {
-    outbox_space_.notify_all();
-    return false;
+  const SendQueue::Room room = this->room();
+  if (room.acknowledged > 0) {
+    if (PublicationPtr due = quarantine_.take_due(Connection::Clock::now())) {
+      batch_.push_back(std::move(due));
+    }
   }
-  broker_stuck_ = false;
-  const std::size_t room = connection_.room_for_acknowledged();
-  if (PublicationPtr due = room > 0 ? quarantine_.take_due(Connection::Clock::now()) : nullptr) {
-    batch_.push_back(std::move(due));
-  } else {
-    // While it searches, the quarantine must see the broker's answer before the next publication.
-    outbox_.pop_batch(quarantine_.suspects_nothing() ? max_batch : 1, room, batch_);
-  }
-  return true;
+  return queue_.take_batch(room, batch_);
 }
 
-bool MqttClient::can_send() noexcept {
+SendQueue::Room MqttClient::room() const {
   if (!connection_.accepts_publications() || quarantine_.testing()) {
-    return false;
+    return {};
   }
-  const bool takes_acknowledged = connection_.room_for_acknowledged() > 0;
-  try {
-    return outbox_.has_next(takes_acknowledged) ||
-           (takes_acknowledged && quarantine_.due() <= Connection::Clock::now());
-  } catch (const std::bad_alloc&) {
-    return true;  // sending then fails, too, and ends the connection
-  }
+  // While it searches, the quarantine must see the broker's answer before the next publication.
+  return {quarantine_.suspects_nothing() ? max_batch : 1, connection_.room_for_acknowledged()};
 }
 
 void MqttClient::sleep() {
   using Clock = Connection::Clock;
-  bool work_left = connection_.more_to_read();
-  {
-    const MutexLock lock(mutex_);
-    work_left = work_left || !subscription_changes_.empty() || can_send();
-    // While the connection accepts nothing, a new publication can only wait with the others.
-    leader_asleep_ = !work_left && (outbox_.size() == 0 || connection_.accepts_publications());
-  }
+  const SendQueue::Room room = this->room();
+  const bool retry_is_due = quarantine_.due() <= Clock::now();
+  const bool work_left = connection_.more_to_read() || (retry_is_due && room.acknowledged > 0) ||
+                         !queue_.begin_sleep(room, connection_.accepts_publications());
   // A publication that is due but cannot be sent must wait for the broker.
-  const auto withheld_until =
-      quarantine_.due() <= Clock::now() ? Clock::time_point::max() : quarantine_.due();
+  const auto withheld_until = retry_is_due ? Clock::time_point::max() : quarantine_.due();
   connection_.wait(wake_, work_left ? Clock::time_point()
                                     : std::min({withheld_until, delivery_.losses_due(), repetition_.due()}));
-  const MutexLock lock(mutex_);
-  leader_asleep_ = false;
+  queue_.end_sleep();
 }
 
 void MqttClient::close_connection() {
   delivery_.close();
-  {
-    const MutexLock lock(mutex_);
-    outbox_space_.notify_all();
-  }
   if (connection_.is_up()) {
     const auto deadline = Connection::Clock::now() + close_timeout;
-    if (settings_.presence) {
-      const MutexLock lock(mutex_);
-      outbox_.announce(settings_.presence->topic, presence(settings_.presence->offline));
-    }
+    queue_.announce_offline();
     bool sent = all_sent();
     while (!sent && Connection::Clock::now() < deadline) {
       connection_.wait(wake_, deadline);
@@ -409,15 +307,12 @@ void MqttClient::close_connection() {
     }
   }
   connection_.close();
-  const MutexLock lock(mutex_);
-  outbox_.connection_lost();
-  subscription_changes_.clear();
+  queue_.connection_lost();
 }
 
 bool MqttClient::all_sent() {
   send();
-  const MutexLock lock(mutex_);
-  return !connection_.is_up() || (outbox_.size() == 0 && connection_.idle());
+  return !connection_.is_up() || (!queue_.has_publications() && connection_.idle());
 }
 
 }  // namespace ecu::tamu::com::mqtt

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include <ecu/tamu/com/transport_client.h>
-#include <ecu/tamu/thread_safety.h>
 
 #include "mqtt/connection.h"
 #include "mqtt/delivery.h"
@@ -17,6 +16,7 @@
 #include "mqtt/outbox.h"
 #include "mqtt/quarantine.h"
 #include "mqtt/repetition.h"
+#include "mqtt/send_queue.h"
 #include "posix/event.h"
 #include "system/heartbeat.h"
 
@@ -41,11 +41,6 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   [[nodiscard]] bool connected() const override;
 
  private:
-  struct SubscriptionChange {
-    Subscription subscription;
-    bool wanted;
-  };
-
   void report_status(const std::string& text) const;
   void connection_up() override;
   void connection_down(ConnectionFailure failure, const std::string& reason) override;
@@ -63,16 +58,12 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void report_settlement();
   void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
   void repeat_publications();
-  void announce_presence() TAMU_REQUIRES(mutex_);
   void send_publications();
   [[nodiscard]] bool take_batch();
-  [[nodiscard]] bool can_send() noexcept TAMU_REQUIRES(mutex_);
+  [[nodiscard]] SendQueue::Room room() const;
   void sleep();
   void close_connection();
   [[nodiscard]] bool all_sent();
-  void wake_leader(MutexLock& lock) TAMU_RELEASE(mutex_);
-  void wait_for_outbox_space(MutexLock& lock, const std::string& topic, bool acknowledged)
-      TAMU_REQUIRES(mutex_);
 
   // Constant after construction.
   const MqttSettings settings_;
@@ -83,7 +74,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   const posix::Event wake_;  // for the leader
   std::atomic<bool> stop_requested_ = false;
   Delivery delivery_;
-  ConditionVariable outbox_space_;  // or waiting for it has become useless
+  SendQueue queue_;
 
   // Used by the leader only.
   Connection connection_;
@@ -94,16 +85,6 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   // The number of messages to deliver before the subscriptions count as settled.
   std::optional<std::uint64_t> settled_after_;
   Repetition repetition_;
-
-  mutable Mutex mutex_;  // never held while an observer is called
-
-  // Guarded by mutex_.
-  Outbox outbox_ TAMU_GUARDED_BY(mutex_);
-  // Since the connection is up.
-  std::vector<SubscriptionChange> subscription_changes_ TAMU_GUARDED_BY(mutex_);
-  bool leader_asleep_ TAMU_GUARDED_BY(mutex_) = false;  // it sees what was queued only after a wake-up
-  // A wait for space has timed out, and nothing has been sent since.
-  bool broker_stuck_ TAMU_GUARDED_BY(mutex_) = false;
 
   // With their own synchronisation, and destroyed first: their threads use the members above.
   LeaderThreads threads_;
