@@ -16,6 +16,11 @@ namespace {
 // How long a stop waits for the broker to acknowledge the last messages and to close the connection.
 constexpr std::chrono::milliseconds close_timeout{1000};
 
+// Whether the broker retains nothing on the topic after this message, which it acknowledges.
+bool clears_topic(const Message& message) {
+  return message.retained && message.acknowledged && message.payload.empty();
+}
+
 }  // namespace
 
 MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserver> observer)
@@ -101,6 +106,7 @@ void MqttClient::connection_up() {
 void MqttClient::connection_down(ConnectionFailure failure, const std::string& reason) {
   const bool was_up = queue_.connection_lost();
   settled_after_.reset();
+  clearing_.clear();
   repetition_.connection_lost();
   fence_wanted_ = false;
   first_fence_wanted_ = false;
@@ -229,6 +235,7 @@ void MqttClient::send_all() {
   if (several) {
     connection_.uncork();
   }
+  forget_cleared_topics();
 }
 
 void MqttClient::send_subscription_changes(const std::vector<SubscriptionChange>& changes) {
@@ -251,11 +258,25 @@ void MqttClient::send_publications() {
       const auto handling = quarantine_.handle(publication, now);
       if (handling != Quarantine::Handling::withhold) {
         connection_.publish(publication->topic, publication->message, now);
+        if (settings_.topic_cleared && clears_topic(publication->message)) {
+          clearing_.push_back(publication);
+        }
       }
       if (handling == Quarantine::Handling::test) {
         connection_.request_fence(Fence::publication);
       }
     }
+  }
+}
+
+// Until then they are published again, because the broker may not have cleared the topics.
+void MqttClient::forget_cleared_topics() {
+  if (clearing_.empty() || repetition_.is_planned() || !connection_.idle()) {
+    return;
+  }
+  queue_.forget(clearing_);
+  for (const PublicationPtr& publication : std::exchange(clearing_, {})) {
+    settings_.topic_cleared(publication->topic);
   }
 }
 

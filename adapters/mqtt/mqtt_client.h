@@ -59,6 +59,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
   void repeat_publications();
   void send_publications();
+  void forget_cleared_topics();
   [[nodiscard]] bool take_batch();
   [[nodiscard]] SendQueue::Room room() const;
   void sleep();
@@ -79,9 +80,10 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   // Used by the leader only.
   Connection connection_;
   Quarantine quarantine_;
-  std::vector<PublicationPtr> batch_;  // being sent
-  bool fence_wanted_ = false;          // after the first subscriptions of a connection
-  bool first_fence_wanted_ = false;    // before the first publication of a connection
+  std::vector<PublicationPtr> batch_;     // being sent
+  std::vector<PublicationPtr> clearing_;  // sent to clear their topics, and perhaps not acknowledged
+  bool fence_wanted_ = false;             // after the first subscriptions of a connection
+  bool first_fence_wanted_ = false;       // before the first publication of a connection
   // The number of messages to deliver before the subscriptions count as settled.
   std::optional<std::uint64_t> settled_after_;
   Repetition repetition_;

@@ -56,6 +56,7 @@ MqttSettings read_settings(const config::Configuration& config, const ClientTrai
   settings.answer_timeout = settings.keepalive;
   settings.reconnect_spread = traits.reconnect_spread;
   settings.repeat_after = traits.repeat_after;
+  settings.topic_cleared = traits.topic_cleared;
   settings.backlog = traits.backlog;
   settings.name = traits.name;
   settings.presence = traits.presence;

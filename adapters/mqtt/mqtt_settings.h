@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -26,6 +27,8 @@ struct MqttSettings {
   std::chrono::milliseconds reconnect_spread{0};
   /// See ClientTraits.
   std::chrono::seconds repeat_after{0};
+  /// See ClientTraits; may be empty.
+  std::function<void(const std::string& topic)> topic_cleared;
   /// How many times the usual number of messages and bytes may wait for an observer.
   std::size_t backlog = 1;
   /// Distinguishes the clients of one process in the service manager's status text.

@@ -115,6 +115,11 @@ bool SendQueue::connection_lost() noexcept {
   return was_up;
 }
 
+void SendQueue::forget(const std::vector<PublicationPtr>& publications) {
+  const MutexLock lock(mutex_);
+  outbox_.forget(publications);
+}
+
 void SendQueue::repeat() {
   const MutexLock lock(mutex_);
   outbox_.repeat();

@@ -59,6 +59,8 @@ class SendQueue {
   bool connection_lost() noexcept;
   /// Queues all retained messages and the presence again.
   void repeat();
+  /// See Outbox::forget.
+  void forget(const std::vector<PublicationPtr>& publications);
   /// Queues the last message of an orderly stop.
   void announce_offline();
 

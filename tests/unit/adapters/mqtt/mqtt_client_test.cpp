@@ -134,6 +134,31 @@ TEST_F(ClientAgainstScriptTest, PresenceAndRetainedMessagesAreRepeatedOnceAfterA
   EXPECT_THAT(broker->packets(), Contains("PUBLISH a=1").Times(0));
 }
 
+TEST_F(ClientAgainstScriptTest, ATopicIsClearedAgainOnlyUntilTheBrokerHasAcknowledgedIt) {
+  std::promise<void> cleared;
+  settings.topic_cleared = [&](const std::string& topic) {
+    EXPECT_EQ(topic, "old");
+    cleared.set_value();
+  };
+  make([acknowledged = false](const std::string& packet) mutable {
+    if (packet == "PUBLISH close=") {
+      return Reaction::close;
+    }
+    return packet == "PUBLISH old=" && !std::exchange(acknowledged, true) ? Reaction::close
+                                                                          : Reaction::answer;
+  });
+  publish("old", "value", true, true);
+  publish("old", "", true, true);
+  publish("kept", "1", true, true);
+  run();
+  EXPECT_EQ(cleared.get_future().wait_for(tests::time_limit), std::future_status::ready);
+  publish("close", "");
+  ASSERT_TRUE(broker->wait_for("PUBLISH kept=1", 2));
+  EXPECT_THAT(broker->packets(),
+              ElementsAre("CONNECT", "PUBLISH old=", "CONNECT", "PUBLISH old=", "PUBLISH kept=1",
+                          "PUBLISH close=", "CONNECT", "PUBLISH kept=1"));
+}
+
 TEST_F(ClientAgainstScriptTest, MissingAcknowledgementsDoNotDelayOtherTopics) {
   start([](const std::string& packet) {
     return packet.starts_with("PUBLISH acknowledged") ? Reaction::ignore : Reaction::answer;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -91,6 +92,10 @@ struct ClientTraits {
   /// retained messages are published again: a cluster of brokers that elects a leader may acknowledge a
   /// message that it does not retain, and publish the last will of an earlier connection late. 0: not again.
   std::chrono::seconds repeat_after{0};
+  /// If set, called on the transport's leader when the broker has acknowledged an empty retained message of
+  /// quality of service 1, which clears the topic. The message is then not published again, so that it does
+  /// not clear what another client publishes there. Must neither block nor throw.
+  std::function<void(const std::string& topic)> topic_cleared{};
   /// How many times the usual number of messages and bytes may wait for an observer: more for a bus whose
   /// broker retains very many messages, which arrive at once.
   std::size_t backlog = 1;
