@@ -13,6 +13,7 @@
 #include <ecu/tamu/signal_mask.h>
 
 #include "common/notes.h"
+#include "common/termination.h"
 #include "common/usage_error.h"
 #include "common/version.h"
 #include "uplink/uplink.h"
@@ -31,20 +32,6 @@ struct Options {
 
 // Used by the signal handler, which runs only on the main thread, inside Uplink::run.
 Uplink* running = nullptr;
-
-void on_signal(int) {
-  running->stop();
-  (void)signal(SIGINT, SIG_DFL);
-  (void)signal(SIGTERM, SIG_DFL);
-}
-
-void install_signal_handler() {
-  struct sigaction action {};
-  action.sa_handler = on_signal;
-  action.sa_mask = ecu::tamu::termination_signals();
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
-}
 
 // The exit code, when there is nothing left to do.
 std::optional<int> parse_command_line(int argc, char* argv[], Options& options) {
@@ -76,7 +63,7 @@ int run(const Options& options) {
   }
   Uplink uplink(std::move(*settings));
   running = &uplink;
-  install_signal_handler();
+  ecu::tools::stop_on_termination([] { running->stop(); });
   uplink.start();
   ecu::tamu::application_ready();
   uplink.run();
