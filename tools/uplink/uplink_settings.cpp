@@ -64,6 +64,14 @@ class Reader {
     return text;
   }
 
+  /// An empty value counts as a missing key.
+  void require(const char* key, const char* meaning) {
+    if (config_.get(key).empty()) {
+      is_valid_ = false;
+      logger.error("key '", key, "' is missing: ", meaning);
+    }
+  }
+
   void fault(const char* key, const std::string& text) {
     is_valid_ = false;
     const int line = config_.line_of(key);
@@ -120,9 +128,7 @@ std::optional<UplinkSettings> read_settings(const std::string& path) {
   const bool is_well_formed = settings.fleet->verify();
 
   Reader reader(*settings.fleet);
-  if (reader.text("host").empty()) {
-    reader.fault("host", "is not the fleet's broker");
-  }
+  reader.require("host", "the address of the fleet's broker");
   settings.bus = bus_configuration(reader);
   settings.reconnect_spread = reader.seconds("reconnect_spread", 0, day);
   settings.repeat_after = reader.seconds("repeat_after", 0, day);
