@@ -7,20 +7,13 @@
 
 #include <ecu/tamu/signal_mask.h>
 
+#include "posix/timespec.h"
 #include "system/supervision.h"
 #include "system/watchdog.h"
 
 namespace ecu::tamu {
 
 namespace {
-
-using Microseconds = std::chrono::microseconds;
-
-timespec to_timespec(Microseconds time) {
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
-  return {static_cast<time_t>(seconds.count()),
-          static_cast<long>(std::chrono::nanoseconds(time - seconds).count())};
-}
 
 bool has_default_action(int signal_number) {
   struct sigaction action {};
@@ -34,7 +27,7 @@ void wait_supervised(const posix::Event& event) {
   if (const auto period = watchdog_period()) {
     watchdog.emplace(*period);
   }
-  timespec timeout = to_timespec(watchdog ? watchdog->check() : Microseconds::zero());
+  timespec timeout = watchdog ? posix::to_timespec(watchdog->check()) : timespec{};
   const sigset_t mask = mask_without(termination_signals());
   pollfd fd{event.fd(), POLLIN, 0};
   for (;;) {
@@ -43,7 +36,7 @@ void wait_supervised(const posix::Event& event) {
       return;
     }
     if (ready == 0) {
-      timeout = to_timespec(watchdog->check());
+      timeout = posix::to_timespec(watchdog->check());
     }
   }
 }
