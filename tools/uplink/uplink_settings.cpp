@@ -4,6 +4,7 @@
 #include <fstream>
 #include <sstream>
 
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/text/parse_number.h>
 
@@ -29,7 +30,7 @@ constexpr Key keys[] = {
     {"unit", ""},
     {"unit_variable", "serialnumber"},
     {"variables", "*"},
-    {"prefix", "fleet"},
+    {"prefix", tamu::com::topics::default_fleet_prefix},
     {"min_interval", "10"},
     {"refresh", "86400"},
     {"reconnect_spread", "30"},

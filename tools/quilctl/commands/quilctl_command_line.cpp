@@ -58,9 +58,9 @@ class ShortListFormatter final : public CLI::Formatter {
 void add_common_options(CLI::App& app, Options& options) {
   tools::add_broker_options(app, options.broker, "QUILCTL_");
   app.add_option("--config", options.broker.config_file,
-                 "the daemon's configuration file, for the options above that are not given; without --host "
-                 "and --port "
-                 "/etc/morn/tolquil.conf, when it is readable")
+                 std::string("the daemon's configuration file, for the options above that are not given; "
+                             "without --host and --port ") +
+                     quil::default_config_path + ", when it is readable")
       ->check(tools::is_not_empty())
       ->envname("QUILCTL_CONFIG")
       ->type_name("FILE");
@@ -70,7 +70,8 @@ void add_common_options(CLI::App& app, Options& options) {
          "for list, get, watch, status, retire")
       ->expected(0, 1)
       ->type_name("[UNIT]");
-  app.add_option("--fleet-prefix", options.fleet_prefix, "first level of the fleet's topics; default fleet")
+  app.add_option("--fleet-prefix", options.fleet_prefix,
+                 "first level of the fleet's topics; default " + options.fleet_prefix)
       ->type_name("TEXT");
   tools::add_seconds(
       app, "--timeout", options.timeout,

@@ -6,6 +6,7 @@
 #include <ecu/tamu/rt/signal_adapter.h>
 
 #include "common/name_pattern.h"
+#include "quilctl/model/decoding.h"
 
 namespace ecu::ctl {
 
@@ -44,7 +45,7 @@ VariableSource::Update UnitSource::take(const Event& message) {
   }
   const auto change = view_.take(message.text, message.message);
   if (change == VariableView::Change::faulty) {
-    return {.notice = "cannot decode the message on " + message.text};
+    return {.notice = not_decodable(message.text)};
   }
   if (message.text != topics::daemon_presence) {
     clock_.take(message.message);
