@@ -15,7 +15,7 @@ class Backoff {
  public:
   using Duration = std::chrono::milliseconds;
 
-  /// A connection that lasted so long is stable.
+  /// A connection that lasted this long is stable.
   static constexpr std::chrono::seconds stable_after{5};
 
   explicit Backoff(const MqttSettings& settings)
