@@ -36,9 +36,9 @@ Uplink* running = nullptr;
 // The exit code, when there is nothing left to do.
 std::optional<int> parse_command_line(int argc, char* argv[], Options& options) {
   CLI::App app("Sends the variables of a telematics unit to the MQTT broker of its fleet.", "tolquil-uplink");
-  app.add_option("-c,--config", options.config_path, "Configuration file")->capture_default_str();
-  app.add_option("-l,--loglevel", options.log_level, "Overrides the file's: EMERG to DEBUG");
-  app.add_flag("--check", options.check_only, "Check the configuration and exit: 0 if it is valid");
+  app.add_option("-c,--config", options.config_path, "configuration file")->capture_default_str();
+  app.add_option("-l,--loglevel", options.log_level, "overrides the file's: EMERG to DEBUG");
+  app.add_flag("--check", options.check_only, "check the configuration and exit: 0 if it is valid");
   app.set_version_flag("-V,--version", ecu::tools::release_version());
   try {
     app.parse(argc, argv);

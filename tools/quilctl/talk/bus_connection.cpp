@@ -6,6 +6,7 @@
 #include <array>
 #include <span>
 
+#include "common/notes.h"
 #include "quilctl/talk/client_configuration.h"
 #include "quilctl/talk/event_queue.h"
 
@@ -104,8 +105,7 @@ bool BusConnection::wait_until_readable(int input, Clock::time_point deadline) c
 
 std::string BusConnection::loss_notice() {
   const std::uint64_t lost = events_->take_lost();
-  return lost == 0 ? ""
-                   : std::to_string(lost) + " messages lost: they arrived faster than they were processed";
+  return lost == 0 ? "" : tools::counted(lost, "message") + " lost: arrived faster than processed";
 }
 
 BrokerFailure BusConnection::not_reachable(const std::string& reason, com::ConnectionFailure failure) const {
