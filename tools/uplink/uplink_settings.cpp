@@ -109,25 +109,33 @@ std::unique_ptr<Configuration> bus_configuration(Reader& reader) {
   return bus;
 }
 
+// Null, after a line in the log, when the file cannot be opened.
+std::unique_ptr<Configuration> fleet_configuration(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) {
+    logger.error("Unable to open configuration file ", path);
+    return nullptr;
+  }
+  auto fleet = std::make_unique<Configuration>();
+  for (const auto& [name, default_value] : keys) {
+    fleet->register_key(name);
+    fleet->set_default(name, default_value);
+  }
+  fleet->set_source_file(path);
+  tamu::config::set_config_from_input(fleet, file);
+  return fleet;
+}
+
 }  // namespace
 
 std::optional<UplinkSettings> read_settings(const std::string& path) {
   constexpr std::uint32_t day = 24U * 60 * 60;
-  std::ifstream file(path);
-  if (!file) {
-    logger.error("Unable to open configuration file ", path);
+  UplinkSettings settings;
+  settings.fleet = fleet_configuration(path);
+  if (!settings.fleet) {
     return std::nullopt;
   }
-  UplinkSettings settings;
-  settings.fleet = std::make_unique<Configuration>();
-  for (const auto& [name, default_value] : keys) {
-    settings.fleet->register_key(name);
-    settings.fleet->set_default(name, default_value);
-  }
-  settings.fleet->set_source_file(path);
-  tamu::config::set_config_from_input(settings.fleet, file);
   const bool is_well_formed = settings.fleet->verify();
-
   Reader reader(*settings.fleet);
   reader.require("host", "the address of the fleet's broker");
   settings.bus = bus_configuration(reader);

@@ -97,11 +97,8 @@ void add_command(CLI::App& app, const CommandEntry& entry, Options& options) {
   }
 }
 
-// Refuses combinations that exclude each other or have no effect.
-void check_combinations(const Options& options) {
-  if (options.json && (options.command == record || options.command == replay)) {
-    throw CLI::ValidationError("--json", "not for recordings, which have their own format");
-  }
+// Refuses options of which each selects another form of the output.
+void check_forms(const Options& options) {
   const std::pair<bool, const char*> forms[] = {{options.json, "--json"},
                                                 {options.shell, "--shell"},
                                                 {!options.expect_file.empty(), "--expect"},
@@ -119,10 +116,18 @@ void check_combinations(const Options& options) {
   if (given.size() > 1) {
     throw CLI::ExcludesError(given[0], given[1]);
   }
+}
+
+// Refuses combinations that exclude each other or have no effect.
+void check_combinations(const Options& options) {
+  if (options.json && (options.command == record || options.command == replay)) {
+    throw CLI::ValidationError("--json", "not for recordings, which have their own format");
+  }
+  check_forms(options);
   const bool is_many = options.arguments.size() > 1 ||
                        (!options.arguments.empty() && tools::is_pattern(options.arguments[0])) ||
                        (options.fleet && (options.fleet->empty() || tools::is_pattern(*options.fleet)));
-  if (!given.empty() && given[0] == "--raw" &&
+  if (options.raw && options.format.empty() &&
       (options.command == list || (is_many && options.command != watch))) {
     throw CLI::ValidationError("--raw", "for one value only");
   }
