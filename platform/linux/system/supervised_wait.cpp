@@ -3,6 +3,8 @@
 #include <poll.h>
 #include <signal.h>
 
+#include <algorithm>
+#include <chrono>
 #include <optional>
 
 #include <ecu/tamu/signal_mask.h>
@@ -15,6 +17,11 @@ namespace ecu::tamu {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
+// The pause before a notification is attempted again that the service manager had no room for.
+constexpr std::chrono::milliseconds notification_pause{250};
+
 bool has_default_action(int signal_number) {
   struct sigaction action {};
   return ::sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL;
@@ -24,21 +31,23 @@ bool has_default_action(int signal_number) {
 
 void wait_supervised(const posix::Event& event) {
   std::optional<Watchdog> watchdog;
+  auto check_due = Clock::time_point::max();
   if (const auto period = watchdog_period()) {
     watchdog.emplace(*period);
+    check_due = Clock::now();
   }
-  timespec timeout = watchdog ? posix::to_timespec(watchdog->check()) : timespec{};
   const sigset_t mask = mask_without(termination_signals());
   pollfd fd{event.fd(), POLLIN, 0};
-  for (;;) {
-    const int ready = ::ppoll(&fd, 1, watchdog ? &timeout : nullptr, &mask);
-    if (ready > 0) {
-      return;
+  do {
+    const auto now = Clock::now();
+    if (now >= check_due) {
+      check_due = now + watchdog->check();
     }
-    if (ready == 0) {
-      timeout = posix::to_timespec(watchdog->check());
-    }
-  }
+    const auto due = std::min(check_due, notify_again() ? check_due : now + notification_pause);
+    const timespec timeout = posix::to_timespec(std::max(due - Clock::now(), Clock::duration::zero()));
+    fd.revents = 0;
+    (void)::ppoll(&fd, 1, due == Clock::time_point::max() ? nullptr : &timeout, &mask);
+  } while (fd.revents == 0);
 }
 
 void unblock_default_termination() {
