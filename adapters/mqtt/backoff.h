@@ -15,12 +15,14 @@ class Backoff {
  public:
   using Duration = std::chrono::milliseconds;
 
-  /// A connection that lasted so long is stable.
+  /// A connection that lasted this long is stable.
   static constexpr std::chrono::seconds stable_after{5};
 
   explicit Backoff(const MqttSettings& settings)
       : longest_(settings.is_local() ? longest_local : longest_remote), spread_(settings.reconnect_spread) {}
 
+  /// The pause before the next attempt, to be asked for once for each failed attempt or lost connection: each
+  /// call doubles the pause, up to the longest, unless there is a spread.
   [[nodiscard]] Duration next() {
     if (spread_ > Duration::zero()) {
       return Duration(std::uniform_int_distribution<Duration::rep>(0, spread_.count())(random_));

@@ -24,7 +24,7 @@ class Connection final {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// After so many failures in a row for lack of memory the process ends with a line in the log.
+  /// After this many failures in a row for lack of memory the process ends with a line in the log.
   static constexpr int max_memory_failures = 10;
 
   /// `settings` and `listener` must outlive the connection. The listener is called from inside `wait`, and
@@ -45,7 +45,7 @@ class Connection final {
   /// Whether the connection accepts publications now: everything before has been written. It takes over a
   /// whole batch, whether that can be written at once or not.
   [[nodiscard]] bool accepts_publications() const { return is_up() && session_->accepts_publications(); }
-  /// How many of them may be of quality of service 1. The connection must be up.
+  /// How many publications of quality of service 1 the connection accepts now. It must be up.
   [[nodiscard]] std::size_t room_for_acknowledged() const { return session_->room_for_acknowledged(); }
 
   /// Each does nothing without a connection. If the connection fails during the call, the listener learns of

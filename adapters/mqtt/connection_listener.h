@@ -26,10 +26,12 @@ class ConnectionListener {
   /// An attempt has failed, or a connection was lost, perhaps because `connection_up` threw. Also called from
   /// inside every function that sends. Must not throw.
   virtual void connection_down(ConnectionFailure failure, const std::string& reason) = 0;
+  /// A message has arrived on a subscribed topic, at most `max_waiting_bytes` large.
   virtual void message(const std::string& topic, Message message) = 0;
   /// A message has arrived that is larger than `max_waiting_bytes`, so that nothing could queue it.
   virtual void oversized_message(const std::string& topic) = 0;
   virtual void subscription_refused(const std::string& filter) = 0;
+  /// The broker has answered a fence: it has handled everything that was sent before it on this connection.
   virtual void fence_answered(Fence fence) = 0;
   /// The broker has taken longer than `late_acknowledgement` to acknowledge a publication.
   virtual void acknowledged_late() = 0;

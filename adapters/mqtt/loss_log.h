@@ -28,10 +28,13 @@ class LossLog {
 
   explicit LossLog(std::function<Clock::time_point()> now = Clock::now) : now_(std::move(now)) {}
 
+  /// Counts a loss, and logs what is due. Throws std::bad_alloc; the loss may then be counted, but not logged
+  /// yet.
   void add(const Loss& loss);
 
   /// When `log_due` must be called; `max` when there is nothing to log.
   [[nodiscard]] Clock::time_point due() const;
+  /// Logs the topics whose last line is at least `interval` old and that have lost messages since.
   void log_due();
 
   /// Logs what is left, due or not.

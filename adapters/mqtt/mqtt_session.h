@@ -57,7 +57,7 @@ class MqttSession {
 
   /// Whether the connection accepts publications now: everything before has been written.
   [[nodiscard]] bool accepts_publications() const;
-  /// How many of them may be of quality of service 1.
+  /// How many publications of quality of service 1 the connection accepts now.
   [[nodiscard]] std::size_t room_for_acknowledged() const;
   /// Whether everything that was sent has been written and acknowledged.
   [[nodiscard]] bool idle() const;

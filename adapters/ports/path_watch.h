@@ -11,6 +11,8 @@ namespace ecu::tamu::ipc {
 /// or a symbolic link in it was removed, replaced, renamed or created. Not thread-safe.
 class PathWatch {
  public:
+  /// Sets the path, absolute or relative to the working directory, and ends the watch of an earlier one. The
+  /// watch begins with `renew`. Throws std::bad_alloc.
   void set_path(const std::string& path);
 
   /// Begins to watch the files that the path leads through now. False, with the reason in errno, when part of

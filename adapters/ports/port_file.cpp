@@ -11,12 +11,13 @@
 #include <array>
 #include <cerrno>
 
+#include "posix/timespec.h"
+
 namespace ecu::tamu::ipc {
 
 namespace {
 
 using std::chrono::nanoseconds;
-using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 constexpr int common_flags = O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
@@ -43,12 +44,6 @@ bool can_be_port(mode_t type) noexcept {
   return type == S_IFIFO || type == S_IFCHR || type == S_IFREG;
 }
 
-timespec to_timespec(nanoseconds duration) noexcept {
-  const auto whole = std::chrono::duration_cast<seconds>(duration);
-  return {.tv_sec = static_cast<time_t>(whole.count()),
-          .tv_nsec = static_cast<long>((duration - whole).count())};
-}
-
 // After an interruption it waits for the rest of the time.
 bool poll_until(std::span<pollfd> fds, Deadline deadline) noexcept {
   const int ready = uninterrupted([&] {
@@ -56,7 +51,7 @@ bool poll_until(std::span<pollfd> fds, Deadline deadline) noexcept {
       return ::ppoll(fds.data(), fds.size(), nullptr, nullptr);
     }
     const timespec left =
-        to_timespec(std::max(nanoseconds(*deadline - steady_clock::now()), nanoseconds::zero()));
+        posix::to_timespec(std::max(nanoseconds(*deadline - steady_clock::now()), nanoseconds::zero()));
     return ::ppoll(fds.data(), fds.size(), &left, nullptr);
   });
   return ready > 0;

@@ -55,7 +55,7 @@ void show_away() noexcept {
   }
 }
 
-// Of what the system may have again later; there are few inotify instances for each user.
+// Whether the shortage may pass. There are few inotify instances for each user.
 bool is_shortage(int error) noexcept {
   return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOSPC;
 }
@@ -214,7 +214,7 @@ void PortReceiver::release_memory() noexcept {
 
 void PortReceiver::report_damage() noexcept {
   if (const std::size_t count = parser_.take_damage(); count > 0) {
-    logger.error(path_, ": ", count, " bytes dropped, they are no whole record");
+    logger.error(path_, ": ", count, count == 1 ? " byte" : " bytes", " dropped: not a complete record");
   }
 }
 

@@ -34,6 +34,9 @@ class PortReceiver {
   explicit PortReceiver(std::unique_ptr<IDataConsumer<IpcSignal>> consumer, ReopenPauses pauses = {})
       : consumer_(std::move(consumer)), pauses_(pauses) {}
 
+  /// Opens the port at `path`, which it then watches for a replacement, and drops what was left of an earlier
+  /// one. Never waits for a writer. False when there is no such port or it cannot be opened for reading.
+  /// Throws std::bad_alloc.
   [[nodiscard]] bool open(const std::string& path);
 
   /// Receives until a stop is requested or the port goes away. Does not throw.

@@ -8,7 +8,7 @@ namespace ecu::tamu::com {
 std::size_t first_field_size(std::span<const std::uint8_t> message) noexcept {
   using google::protobuf::internal::WireFormatLite;
 
-  // More than the parser, which has the last word on what is malformed, lets groups nest.
+  // Deeper than the parser allows groups to nest: the parser decides what is malformed.
   const int max_depth = 2 * google::protobuf::io::CodedInputStream::GetDefaultRecursionLimit();
 
   google::protobuf::io::CodedInputStream input(message.data(), static_cast<int>(message.size()));

@@ -72,16 +72,7 @@ class Unit {
 };
 
 class ClusterTest : public testing::Test {
- protected:
-  using Values = std::map<std::string, std::string>;
-
-  ClusterTest() {
-    for (int number = 1; number <= units; ++number) {
-      const std::string tree = "fleet/" + name_of(number) + '/';
-      units_.push_back(std::make_unique<Unit>(name_of(number)));
-      expected_[tree + "presence"] = expected_[tree + "daemon"] = "online";
-    }
-  }
+ public:
   ~ClusterTest() override {
     if (HasFailure()) {
       for (const Node& node : nodes_) {
@@ -90,6 +81,17 @@ class ClusterTest : public testing::Test {
       for (const auto& unit : units_) {
         std::cerr << "--- uplink\n" << unit->log() << '\n';
       }
+    }
+  }
+
+ protected:
+  using Values = std::map<std::string, std::string>;
+
+  ClusterTest() {
+    for (int number = 1; number <= units; ++number) {
+      const std::string tree = "fleet/" + name_of(number) + '/';
+      units_.push_back(std::make_unique<Unit>(name_of(number)));
+      expected_[tree + "presence"] = expected_[tree + "daemon"] = "online";
     }
   }
 
@@ -108,6 +110,7 @@ class ClusterTest : public testing::Test {
   /// Reads at each of the nodes, with new connections, until it has all that the units have sent last.
   void expect_values(const std::vector<const Node*>& nodes, const std::string& when) {
     std::vector<std::future<Values>> reads;
+    reads.reserve(nodes.size());
     for (const Node* node : nodes) {
       reads.push_back(std::async(std::launch::async, [&, node] { return read_until_complete(*node, when); }));
     }
@@ -160,10 +163,10 @@ class ClusterTest : public testing::Test {
   /// The node that most units are connected to.
   Node& busiest_node() { return *std::ranges::max_element(nodes_, {}, &Node::connections); }
 
-  [[nodiscard]] std::vector<const Node*> others(const Node* one) const {
+  [[nodiscard]] std::vector<const Node*> others(const Node& one) const {
     std::vector<const Node*> others;
     for (const Node& node : nodes_) {
-      if (&node != one) {
+      if (&node != &one) {
         others.push_back(&node);
       }
     }
@@ -177,7 +180,7 @@ class ClusterTest : public testing::Test {
 
 TEST_F(ClusterTest, NothingIsLostWhenTheNodeOfTheUnitsIsKilled) {
   change("first");
-  expect_values(others(nullptr), "after the start");
+  expect_values({&nodes_[0], &nodes_[1], &nodes_[2]}, "after the start");
   ASSERT_FALSE(HasFailure());
   for (const std::string round : {"second", "third"}) {
     Node& killed = busiest_node();
@@ -186,7 +189,7 @@ TEST_F(ClusterTest, NothingIsLostWhenTheNodeOfTheUnitsIsKilled) {
     change("before the " + round);
     killed.kill();
     change(round);
-    expect_values(others(&killed), "after the loss of " + name);
+    expect_values(others(killed), "after the loss of " + name);
     killed.start();
     expect_values({&killed}, "after its return");
     ASSERT_FALSE(HasFailure());

@@ -79,6 +79,23 @@ TEST_F(StopTest, ASignalPendingAtTheStartTakesEffectOnceItIsUp) {
   EXPECT_TRUE(daemon.wait_for_output("Subscribed to"));
 }
 
+TEST_F(StopTest, ASecondSignalOfTheOtherKindEndsATool) {
+  const TempDir dir;
+  const std::string port = std::to_string(broker.port());
+  for (const auto& command : std::vector<std::vector<std::string>>{
+           {PROGRAM_DIR "/tolquil-uplink", "-c",
+            dir.write("uplink", config("bus_host = 127.0.0.1\nunit = U1\nbus_port = " + port + '\n'))},
+           {PROGRAM_DIR "/ecusim", "--host", "127.0.0.1", "--port", port},
+       }) {
+    Process process(command);
+    ASSERT_TRUE(process.wait_for_output("] connected to ")) << process.output();
+    for (const int signal : {SIGSTOP, SIGINT, SIGTERM, SIGCONT}) {
+      process.signal(signal);
+    }
+    EXPECT_EQ(process.wait(), -SIGTERM) << command.front();
+  }
+}
+
 using ConnectionTest = SystemTest;
 
 TEST_F(ConnectionTest, ALocalSocketAndTheKeepaliveAreReadFromTheFile) {

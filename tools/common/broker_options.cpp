@@ -31,7 +31,7 @@ std::string first_line_of(const std::string& path) {
   return line;
 }
 
-// Of the TLS library the user would see texts such as "no start line".
+// The TLS library's own texts, such as "no start line", would not help the user.
 void require_pem(const std::string& path, const std::string& content) {
   if (path.empty()) {
     return;

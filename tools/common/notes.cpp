@@ -11,4 +11,8 @@ void note(std::string_view text) {
   std::cerr << program_invocation_short_name << ": " << printable(text) << std::endl;
 }
 
+std::string counted(std::uint64_t count, std::string_view noun) {
+  return std::to_string(count) + ' ' + std::string(noun) + (count == 1 ? "" : "s");
+}
+
 }  // namespace ecu::tools

@@ -2,10 +2,9 @@
 
 #include <unistd.h>
 
-#include <csignal>
-
 #include <ecu/tamu/config/configuration.h>
-#include <ecu/tamu/signal_mask.h>
+
+#include "common/termination.h"
 
 namespace ecu::sim {
 
@@ -15,16 +14,6 @@ namespace {
 
 // For the signal handler, which runs only while the main thread waits inside the client's `run`.
 com::ITransportClient* signalled_client = nullptr;
-
-void install_signal_handler() {
-  struct sigaction action {};
-  action.sa_handler = [](int) { signalled_client->stop(); };
-  action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
-  action.sa_mask = tamu::termination_signals();
-  tamu::block_signals(action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
-}
 
 std::shared_ptr<com::ITransportClient> create(const tools::BrokerOptions& broker) {
   auto config = std::make_unique<tamu::config::Configuration>();
@@ -41,7 +30,7 @@ BrokerClient::BrokerClient(const tools::BrokerOptions& broker) {
   com::library_init();
   client_ = create(broker);
   signalled_client = client_.get();
-  install_signal_handler();
+  tools::stop_on_termination([] { signalled_client->stop(); });
 }
 
 BrokerClient::~BrokerClient() {

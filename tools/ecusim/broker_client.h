@@ -22,7 +22,8 @@ class BrokerClient {
     return client_;
   }
 
-  /// Serves the connection until SIGINT, SIGTERM or the client's `stop`. A second signal ends the process.
+  /// Serves the connection until SIGINT, SIGTERM or the client's `stop`. A second signal of either kind ends
+  /// the process.
   void run();
 
  private:

@@ -124,8 +124,9 @@ std::optional<int> parse_command_line(int argc, const char* const* argv, Options
   add_play_options(app, options);
   add_play_options(*app.add_subcommand("play", "publish the scenario's messages (default command)"), options);
   app.add_subcommand("scenario", "print the built-in scenario");
-  add_fleet_options(*app.add_subcommand("fleet", "simulate many units at the broker of their fleet"),
-                    options.fleet);
+  CLI::App* const fleet = app.add_subcommand("fleet", "simulate many units at the broker of their fleet");
+  fleet->footer("Exit codes: 0 done; 1 failure; 2 wrong usage.");
+  add_fleet_options(*fleet, options.fleet);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& end) {

@@ -55,19 +55,8 @@ void stop(std::deque<FleetUnit>& units, std::vector<pollfd>& requests, const Fle
   }
 }
 
-}  // namespace
-
-void run_fleet(const FleetSetup& setup) {
-  tamu::com::library_init();
-  for (const int number : {SIGINT, SIGTERM}) {
-    (void)std::signal(number, [](int) { stop_requested = 1; });
-  }
-  FleetCounters counters;
-  std::deque<FleetUnit> units;
-  for (unsigned number = 1; number <= setup.units; ++number) {
-    units.emplace_back(number, setup, counters);
-  }
-  std::vector<pollfd> requests(units.size());
+void serve_until_signal(std::deque<FleetUnit>& units, std::vector<pollfd>& requests,
+                        const FleetCounters& counters) {
   const auto begin = Clock::now();
   auto tick_due = begin, report_due = begin + report_period;
   std::uint64_t reported_connections = 0;
@@ -87,6 +76,22 @@ void run_fleet(const FleetSetup& setup) {
              now - begin);
     }
   }
+}
+
+}  // namespace
+
+void run_fleet(const FleetSetup& setup) {
+  tamu::com::library_init();
+  for (const int number : {SIGINT, SIGTERM}) {
+    (void)std::signal(number, [](int) { stop_requested = 1; });
+  }
+  FleetCounters counters;
+  std::deque<FleetUnit> units;
+  for (unsigned number = 1; number <= setup.units; ++number) {
+    units.emplace_back(number, setup, counters);
+  }
+  std::vector<pollfd> requests(units.size());
+  serve_until_signal(units, requests, counters);
   stop(units, requests, counters);
   units.clear();
   tamu::com::library_cleanup();

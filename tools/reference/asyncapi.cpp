@@ -133,12 +133,14 @@ struct Channel {
   std::string message;  // a component; empty for a variable, whose message the channel has
 };
 
+const std::string fleet_tree = std::string(topics::default_fleet_prefix) + "/{unit}/";
+
 const std::vector<Channel> other_channels{
     {"presence", topics::daemon_presence,
      R"("online" after each connection; "offline" on an orderly stop and as last will)", "send", "confirmed",
      "Presence"},
-    {"uplink_presence", "system/presence/uplink", "the same of tolquil-uplink", "send", "confirmed",
-     "Presence"},
+    {"uplink_presence", std::string(topics::presence_prefix) + "uplink", "the same of tolquil-uplink", "send",
+     "confirmed", "Presence"},
     {"parameter_request", topics::parameter_request, "requests system parameters by their identifiers",
      "receive", "request", "EcuVariableReq"},
     {"parameter_answer", topics::parameter_answer,
@@ -161,14 +163,14 @@ const std::vector<Channel> other_channels{
     {"ignition", topics::ignition, "the signal kl15: the ignition", "receive", "request", "SignalGroup"},
     {"vehicle_request", topics::vehicle_request, "requests the VIN from the vehicle network", "send", "event",
      "SignalGroup"},
-    {"fleet_variable", "fleet/{unit}/var/{name}", "a variable, published when its value changes", "send",
-     "confirmed", "FleetVariable"},
-    {"fleet_daemon", "fleet/{unit}/daemon", "the presence of the unit's daemon", "send", "confirmed",
-     "Presence"},
-    {"fleet_presence", "fleet/{unit}/presence",
+    {"fleet_variable", fleet_tree + topics::fleet_variable_prefix + "{name}",
+     "a variable, published when its value changes", "send", "confirmed", "FleetVariable"},
+    {"fleet_daemon", fleet_tree + topics::fleet_daemon, "the presence of the unit's daemon", "send",
+     "confirmed", "Presence"},
+    {"fleet_presence", fleet_tree + topics::fleet_presence,
      R"("online"; "offline" after an orderly stop; "lost" as last will)", "send", "confirmed",
      "FleetPresence"},
-    {"fleet_connected_since", "fleet/{unit}/connected_since",
+    {"fleet_connected_since", fleet_tree + topics::fleet_connected_since,
      "when the present or last connection began; cleared until the unit's clock is set", "send", "confirmed",
      "FleetTime"},
 };
@@ -230,7 +232,7 @@ void write_value_message(std::ostream& out, const tools::VariableInfo& info) {
 }
 
 void write_server_and_parameters(std::ostream& out, const Channel& channel) {
-  const bool is_of_fleet = channel.address.starts_with("fleet/");
+  const bool is_of_fleet = channel.address.starts_with(fleet_tree);
   out << "    servers: [{$ref: \"#/servers/" << (is_of_fleet ? "fleet" : "unit") << "\"}]\n";
   if (is_of_fleet) {
     out << "    parameters:\n      unit: {description: the unit's name}\n";

@@ -13,6 +13,7 @@
 #include <ecu/tamu/signal_mask.h>
 
 #include "common/notes.h"
+#include "common/termination.h"
 #include "common/usage_error.h"
 #include "common/version.h"
 #include "uplink/uplink.h"
@@ -32,26 +33,12 @@ struct Options {
 // Used by the signal handler, which runs only on the main thread, inside Uplink::run.
 Uplink* running = nullptr;
 
-void on_signal(int) {
-  running->stop();
-  (void)signal(SIGINT, SIG_DFL);
-  (void)signal(SIGTERM, SIG_DFL);
-}
-
-void install_signal_handler() {
-  struct sigaction action {};
-  action.sa_handler = on_signal;
-  action.sa_mask = ecu::tamu::termination_signals();
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
-}
-
 // The exit code, when there is nothing left to do.
 std::optional<int> parse_command_line(int argc, char* argv[], Options& options) {
   CLI::App app("Sends the variables of a telematics unit to the MQTT broker of its fleet.", "tolquil-uplink");
-  app.add_option("-c,--config", options.config_path, "Configuration file")->capture_default_str();
-  app.add_option("-l,--loglevel", options.log_level, "Overrides the file's: EMERG to DEBUG");
-  app.add_flag("--check", options.check_only, "Check the configuration and exit: 0 if it is valid");
+  app.add_option("-c,--config", options.config_path, "configuration file")->capture_default_str();
+  app.add_option("-l,--loglevel", options.log_level, "overrides the file's: EMERG to DEBUG");
+  app.add_flag("--check", options.check_only, "check the configuration and exit: 0 if it is valid");
   app.set_version_flag("-V,--version", ecu::tools::release_version());
   try {
     app.parse(argc, argv);
@@ -76,7 +63,7 @@ int run(const Options& options) {
   }
   Uplink uplink(std::move(*settings));
   running = &uplink;
-  install_signal_handler();
+  ecu::tools::stop_on_termination([] { running->stop(); });
   uplink.start();
   ecu::tamu::application_ready();
   uplink.run();

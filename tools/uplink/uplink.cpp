@@ -28,7 +28,7 @@ constexpr auto uplink_log = tamu::logging::module("uplink");
 constexpr int at_least_once = 1;
 constexpr std::size_t longest_value = 4096;
 
-// How often an unset wall clock is looked at.
+// How often an unset wall clock is checked.
 constexpr std::chrono::seconds clock_period{5};
 
 // A wake-up a day, because a wait without end would need another call.

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <sstream>
 
+#include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/text/parse_number.h>
 
@@ -29,7 +30,7 @@ constexpr Key keys[] = {
     {"unit", ""},
     {"unit_variable", "serialnumber"},
     {"variables", "*"},
-    {"prefix", "fleet"},
+    {"prefix", tamu::com::topics::default_fleet_prefix},
     {"min_interval", "10"},
     {"refresh", "86400"},
     {"reconnect_spread", "30"},
@@ -62,6 +63,14 @@ class Reader {
       fault(key, tools::not_fleet_level);
     }
     return text;
+  }
+
+  /// An empty value counts as a missing key.
+  void require(const char* key, const char* meaning) {
+    if (config_.get(key).empty()) {
+      is_valid_ = false;
+      logger.error("key '", key, "' is missing: ", meaning);
+    }
   }
 
   void fault(const char* key, const std::string& text) {
@@ -100,29 +109,35 @@ std::unique_ptr<Configuration> bus_configuration(Reader& reader) {
   return bus;
 }
 
+// Null, after a line in the log, when the file cannot be opened.
+std::unique_ptr<Configuration> fleet_configuration(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) {
+    logger.error("Unable to open configuration file ", path);
+    return nullptr;
+  }
+  auto fleet = std::make_unique<Configuration>();
+  for (const auto& [name, default_value] : keys) {
+    fleet->register_key(name);
+    fleet->set_default(name, default_value);
+  }
+  fleet->set_source_file(path);
+  tamu::config::set_config_from_input(fleet, file);
+  return fleet;
+}
+
 }  // namespace
 
 std::optional<UplinkSettings> read_settings(const std::string& path) {
   constexpr std::uint32_t day = 24U * 60 * 60;
-  std::ifstream file(path);
-  if (!file) {
-    logger.error("Unable to open configuration file ", path);
+  UplinkSettings settings;
+  settings.fleet = fleet_configuration(path);
+  if (!settings.fleet) {
     return std::nullopt;
   }
-  UplinkSettings settings;
-  settings.fleet = std::make_unique<Configuration>();
-  for (const auto& [name, default_value] : keys) {
-    settings.fleet->register_key(name);
-    settings.fleet->set_default(name, default_value);
-  }
-  settings.fleet->set_source_file(path);
-  tamu::config::set_config_from_input(settings.fleet, file);
   const bool is_well_formed = settings.fleet->verify();
-
   Reader reader(*settings.fleet);
-  if (reader.text("host").empty()) {
-    reader.fault("host", "is not the fleet's broker");
-  }
+  reader.require("host", "the address of the fleet's broker");
   settings.bus = bus_configuration(reader);
   settings.reconnect_spread = reader.seconds("reconnect_spread", 0, day);
   settings.repeat_after = reader.seconds("repeat_after", 0, day);

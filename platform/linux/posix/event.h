@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <system_error>
 
+#include "posix/timespec.h"
 #include "posix/unique_fd.h"
 
 namespace ecu::tamu::posix {
@@ -54,10 +55,8 @@ class Timer {
 
   /// Expires `delay` from now; 0 cancels.
   void set(std::chrono::nanoseconds delay) const noexcept {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(delay);
     itimerspec spec{};
-    spec.it_value.tv_sec = static_cast<time_t>(seconds.count());
-    spec.it_value.tv_nsec = static_cast<long>((delay - seconds).count());
+    spec.it_value = to_timespec(delay);
     ::timerfd_settime(fd_.get(), 0, &spec, nullptr);
   }
   void cancel() const noexcept { set(std::chrono::nanoseconds::zero()); }

@@ -5,7 +5,7 @@
 
 namespace ecu::tamu {
 
-/// Input of more than so many bytes may leave much memory free.
+/// Input of more than this many bytes may leave much memory free.
 inline constexpr std::size_t large_amount = std::size_t{16} * 1024;
 
 /// Gives memory that is free back to the system, after input of `bytes` was handled: at once when that is

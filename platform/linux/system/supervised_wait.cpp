@@ -9,6 +9,7 @@
 
 #include <ecu/tamu/signal_mask.h>
 
+#include "posix/timespec.h"
 #include "system/supervision.h"
 #include "system/watchdog.h"
 
@@ -20,12 +21,6 @@ using Clock = std::chrono::steady_clock;
 
 // The pause before a notification is attempted again that the service manager had no room for.
 constexpr std::chrono::milliseconds notification_pause{250};
-
-timespec to_timespec(std::chrono::nanoseconds time) {
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
-  return {static_cast<time_t>(seconds.count()),
-          static_cast<long>(std::chrono::nanoseconds(time - seconds).count())};
-}
 
 bool has_default_action(int signal_number) {
   struct sigaction action {};
@@ -49,7 +44,7 @@ void wait_supervised(const posix::Event& event) {
       check_due = now + watchdog->check();
     }
     const auto due = std::min(check_due, notify_again() ? check_due : now + notification_pause);
-    const timespec timeout = to_timespec(std::max(due - Clock::now(), Clock::duration::zero()));
+    const timespec timeout = posix::to_timespec(std::max(due - Clock::now(), Clock::duration::zero()));
     fd.revents = 0;
     (void)::ppoll(&fd, 1, due == Clock::time_point::max() ? nullptr : &timeout, &mask);
   } while (fd.revents == 0);

@@ -120,7 +120,7 @@ TEST(FleetMessageTest, IsOneJsonObject) {
 TEST(UplinkSettingsTest, EachFaultIsOneLine) {
   const tests::TempDir dir;
   const std::vector<std::pair<std::string, std::string>> faults{
-      {"", "ERROR [uplink] key 'host': '' is not the fleet's broker"},
+      {"", "ERROR [uplink] key 'host' is missing: the address of the fleet's broker"},
       {"host = a\nport = 0\n", "ERROR [tamu.config] line 2: key 'port': '0' is not a port, 1 to 65535"},
       {"host = a\nbus_port = 65536\n",
        "ERROR [uplink] line 2: key 'bus_port': '65536' is not a number from 1 to 65535"},

@@ -3,6 +3,7 @@
 #include "common/name_pattern.h"
 #include "common/notes.h"
 #include "quilctl/commands/commands.h"
+#include "quilctl/model/decoding.h"
 #include "quilctl/screen/variable_output.h"
 #include "quilctl/talk/variable_session.h"
 
@@ -14,8 +15,8 @@ namespace {
 Failure failure_of(const VariableRow& row, const VariableSession& session, bool has_waited) {
   const std::string without = row.name + " has no value";
   if (row.variable != nullptr && row.variable->is_faulty) {
-    return {ExitCode::failure, "cannot decode the message on " + tools::topic_of_variable(row.name) +
-                                   "; quilctl decode shows it"};
+    return {ExitCode::failure,
+            not_decodable(tools::topic_of_variable(row.name)) + "; quilctl decode shows it"};
   }
   if (has_waited) {
     return {ExitCode::time_out, row.name + " got no value in the time of --wait"};

@@ -1,5 +1,6 @@
 #include "common/notes.h"
 #include "quilctl/commands/commands.h"
+#include "quilctl/model/decoding.h"
 #include "quilctl/screen/variable_output.h"
 #include "quilctl/talk/variable_session.h"
 
@@ -10,7 +11,7 @@ namespace {
 void note_faults(const std::vector<VariableRow>& rows) {
   for (const VariableRow& row : rows) {
     if (row.variable != nullptr && row.variable->is_faulty) {
-      tools::note("cannot decode the message on " + tools::topic_of_variable(row.name));
+      tools::note(not_decodable(tools::topic_of_variable(row.name)));
     }
   }
 }

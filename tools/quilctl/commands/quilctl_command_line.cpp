@@ -58,9 +58,9 @@ class ShortListFormatter final : public CLI::Formatter {
 void add_common_options(CLI::App& app, Options& options) {
   tools::add_broker_options(app, options.broker, "QUILCTL_");
   app.add_option("--config", options.broker.config_file,
-                 "the daemon's configuration file, for the options above that are not given; without --host "
-                 "and --port "
-                 "/etc/morn/tolquil.conf, when it is readable")
+                 std::string("the daemon's configuration file, for the options above that are not given; "
+                             "without --host and --port ") +
+                     quil::default_config_path + ", when it is readable")
       ->check(tools::is_not_empty())
       ->envname("QUILCTL_CONFIG")
       ->type_name("FILE");
@@ -70,7 +70,8 @@ void add_common_options(CLI::App& app, Options& options) {
          "for list, get, watch, status, retire")
       ->expected(0, 1)
       ->type_name("[UNIT]");
-  app.add_option("--fleet-prefix", options.fleet_prefix, "first level of the fleet's topics; default fleet")
+  app.add_option("--fleet-prefix", options.fleet_prefix,
+                 "first level of the fleet's topics; default " + options.fleet_prefix)
       ->type_name("TEXT");
   tools::add_seconds(
       app, "--timeout", options.timeout,
@@ -96,11 +97,8 @@ void add_command(CLI::App& app, const CommandEntry& entry, Options& options) {
   }
 }
 
-// Refuses combinations that exclude each other or have no effect.
-void check_combinations(const Options& options) {
-  if (options.json && (options.command == record || options.command == replay)) {
-    throw CLI::ValidationError("--json", "not for recordings, which have their own format");
-  }
+// Refuses options of which each selects another form of the output.
+void check_forms(const Options& options) {
   const std::pair<bool, const char*> forms[] = {{options.json, "--json"},
                                                 {options.shell, "--shell"},
                                                 {!options.expect_file.empty(), "--expect"},
@@ -118,10 +116,18 @@ void check_combinations(const Options& options) {
   if (given.size() > 1) {
     throw CLI::ExcludesError(given[0], given[1]);
   }
+}
+
+// Refuses combinations that exclude each other or have no effect.
+void check_combinations(const Options& options) {
+  if (options.json && (options.command == record || options.command == replay)) {
+    throw CLI::ValidationError("--json", "not for recordings, which have their own format");
+  }
+  check_forms(options);
   const bool is_many = options.arguments.size() > 1 ||
                        (!options.arguments.empty() && tools::is_pattern(options.arguments[0])) ||
                        (options.fleet && (options.fleet->empty() || tools::is_pattern(*options.fleet)));
-  if (!given.empty() && given[0] == "--raw" &&
+  if (options.raw && options.format.empty() &&
       (options.command == list || (is_many && options.command != watch))) {
     throw CLI::ValidationError("--raw", "for one value only");
   }

@@ -120,7 +120,7 @@ ExitCode record(const Options& options) {
     // The normal way to stop: Ctrl-C.
   }
   recorder.remark(session.loss_notice());
-  tools::note(std::to_string(recorder.count()) + " messages recorded");
+  tools::note(tools::counted(recorder.count(), "message") + " recorded");
   if (!recorder.out() && options.file != "-") {
     throw Failure(ExitCode::failure, options.file + ": cannot be written");
   }

@@ -188,7 +188,7 @@ ExitCode replay(const Options& options) {
     }
     play(options, file, player);
   }
-  tools::note(std::to_string(player->count()) + " messages published");
+  tools::note(tools::counted(player->count(), "message") + " published");
   return ExitCode::done;
 }
 

@@ -35,14 +35,14 @@ class Changes {
     if (event.kind != Event::Kind::message) {
       return false;
     }
-    const auto news = source_.take(event);
-    if (!news.notice.empty()) {
-      tools::note(news.notice);
+    const auto update = source_.take(event);
+    if (!update.notice.empty()) {
+      tools::note(update.notice);
     }
-    if (news.changed) {
-      report(event, *news.changed);
+    if (update.changed) {
+      report(event, *update.changed);
     }
-    return news.changed.has_value();
+    return update.changed.has_value();
   }
 
  private:

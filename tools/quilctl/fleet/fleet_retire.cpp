@@ -104,7 +104,7 @@ ExitCode retire(const Options& options) {
   if (options.json) {
     print_json({{"unit", json_value(unit)}, {"cleared", count}});
   } else {
-    tools::note(std::to_string(count) + " topics of " + unit + " cleared");
+    tools::note(tools::counted(count, "topic") + " of " + unit + " cleared");
   }
   return ExitCode::done;
 }

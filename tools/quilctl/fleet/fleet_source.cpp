@@ -21,8 +21,8 @@ void require_topic_level(const std::string& text) {
 
 RequestSession::Handler handler_of(FleetSource& source) {
   return [&source](const Event& message) {
-    if (const auto news = source.take(message); !news.notice.empty()) {
-      tools::note(news.notice);
+    if (const auto update = source.take(message); !update.notice.empty()) {
+      tools::note(update.notice);
     }
   };
 }
@@ -71,7 +71,7 @@ std::vector<std::string> FleetSource::filters(bool for_table) const {
   return filters;
 }
 
-VariableSource::News FleetSource::take(const Event& message) {
+VariableSource::Update FleetSource::take(const Event& message) {
   const auto [kind, unit, variable] = view_.take(message.text, message.message);
   if (kind == VariableView::Change::faulty) {
     return {.notice = "cannot read the message on " + message.text};

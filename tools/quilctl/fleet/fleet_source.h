@@ -19,7 +19,7 @@ class FleetSource final : public VariableSource {
   [[nodiscard]] std::vector<std::string> filters(bool for_table) const override;
   /// Of the states of the units: presence, the daemon's presence, and the time of the connection.
   [[nodiscard]] std::vector<std::string> state_filters() const;
-  News take(const Event& message) override;
+  Update take(const Event& message) override;
   [[nodiscard]] std::vector<VariableRow> rows() const override { return rows(false); }
   /// The chosen variables; `with_missing` adds those of the catalogue that a unit has not published.
   [[nodiscard]] std::vector<VariableRow> rows(bool with_missing) const;

@@ -204,6 +204,10 @@ const Kind& kind_of(std::string_view topic) {
 
 }  // namespace
 
+std::string not_decodable(const std::string& topic) {
+  return "cannot decode the message on " + topic;
+}
+
 Json decode(const std::string& topic, const com::Message& msg, bool reveal) {
   const Kind& kind = kind_of(topic);
   Json decoded{{"topic", bytes_of(topic)}, {"kind", kind.name}};

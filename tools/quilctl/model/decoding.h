@@ -23,6 +23,9 @@ namespace ecu::ctl {
 [[nodiscard]] Json decode(const std::string& topic, const tamu::com::Message& msg, bool reveal);
 inline constexpr const char* redacted_key = "redacted";
 
+/// What the user reads about a message on `topic` that a command needs and cannot decode.
+[[nodiscard]] std::string not_decodable(const std::string& topic);
+
 /// Prints what `decode` returned on several lines, without truncating anything.
 void print_decoded(std::ostream& out, const Json& decoded);
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <span>
 
+#include "common/notes.h"
 #include "quilctl/talk/client_configuration.h"
 #include "quilctl/talk/event_queue.h"
 
@@ -44,6 +45,10 @@ int wait_for(std::span<pollfd> inputs, BusConnection::Clock::time_point deadline
 }
 
 }  // namespace
+
+Failure subscription_refused(const std::string& filter) {
+  return {ExitCode::refused, "the broker refuses the subscription to " + filter};
+}
 
 BusConnection::BusConnection(const BrokerOptions& options)
     : events_(std::make_shared<EventQueue>(options.backlog)) {
@@ -98,8 +103,9 @@ bool BusConnection::wait_until_readable(int input, Clock::time_point deadline) c
   return result > 0;
 }
 
-std::uint64_t BusConnection::take_lost() {
-  return events_->take_lost();
+std::string BusConnection::loss_notice() {
+  const std::uint64_t lost = events_->take_lost();
+  return lost == 0 ? "" : tools::counted(lost, "message") + " lost: arrived faster than processed";
 }
 
 BrokerFailure BusConnection::not_reachable(const std::string& reason, com::ConnectionFailure failure) const {

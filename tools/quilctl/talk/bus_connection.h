@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,6 +28,9 @@ class BrokerFailure : public Failure {
  private:
   std::string broker_;
 };
+
+/// The failure of a command whose subscription the broker refuses.
+[[nodiscard]] Failure subscription_refused(const std::string& filter);
 
 /// The program's connection to the bus. One thread takes its events, one after another. Create only one,
 /// before starting any thread: see `TerminationHandler`.
@@ -59,8 +61,9 @@ class BusConnection {
   /// `Interrupted`.
   [[nodiscard]] bool wait_until_readable(int input, Clock::time_point deadline) const;
 
-  /// The number of messages dropped since the last call because they arrived faster than they were taken.
-  [[nodiscard]] std::uint64_t take_lost();
+  /// The messages dropped since the last call because they arrived faster than they were taken, as a text for
+  /// the user; empty when there are none.
+  [[nodiscard]] std::string loss_notice();
 
   /// False when the broker does not accept messages as fast as they are published: publish the message again
   /// later. A message published without a connection, or denied by the broker, is lost.

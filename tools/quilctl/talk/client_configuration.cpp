@@ -16,8 +16,8 @@ using tamu::config::Configuration;
 namespace {
 
 std::string config_file_of(const BrokerOptions& options) {
-  const bool is_told = !options.config_file.empty() || !options.host.empty() || !options.port.empty();
-  return is_told || !std::ifstream(options.unit_config_file) ? options.config_file : options.unit_config_file;
+  const bool is_given = !options.config_file.empty() || !options.host.empty() || !options.port.empty();
+  return is_given || !std::ifstream(options.unit_config_file) ? options.config_file : options.unit_config_file;
 }
 
 std::unique_ptr<Configuration> read_without_errors(const std::string& path) {

@@ -86,7 +86,7 @@ std::string MonitorSession::notice_of(const Event& event) {
                  ? ""
                  : "no connection: " + event.text + "; trying again";
     case Event::Kind::refused:
-      throw Failure(ExitCode::refused, "the broker refuses the subscription to " + event.text);
+      throw subscription_refused(event.text);
     case Event::Kind::settled:
       reason_.clear();
       return "";
@@ -97,12 +97,11 @@ std::string MonitorSession::notice_of(const Event& event) {
 }
 
 std::string MonitorSession::loss_notice() {
-  const std::uint64_t lost = bus_.take_lost();
-  if (lost == 0) {
-    return "";
+  std::string notice = bus_.loss_notice();
+  if (!notice.empty()) {
+    loss_due_ = Clock::now() + loss_interval;
   }
-  loss_due_ = Clock::now() + loss_interval;
-  return std::to_string(lost) + " messages lost: they arrived faster than they were processed";
+  return notice;
 }
 
 void note_losses(MonitorSession& watch) {

@@ -9,6 +9,7 @@
 
 #include "common/notes.h"
 #include "quilctl/base/failure.h"
+#include "quilctl/model/decoding.h"
 #include "quilctl/model/variable_view.h"
 
 namespace ecu::ctl {
@@ -26,7 +27,7 @@ template <class Body>
 std::optional<Body> decoded(const Event& event) {
   auto result = com::PbInternalMessageAdapter<Body>().deserialize(event.message);
   if (!result.ok) {
-    tools::note("cannot decode the message on " + event.text);
+    tools::note(not_decodable(event.text));
     return std::nullopt;
   }
   return std::move(result.body);

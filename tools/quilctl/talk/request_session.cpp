@@ -41,8 +41,8 @@ void RequestSession::settle() {
     }
     handle(*event);
   }
-  if (const std::uint64_t lost = bus_.take_lost(); lost > 0) {
-    tools::note(std::to_string(lost) + " messages lost: they arrived faster than they were processed");
+  if (const std::string losses = bus_.loss_notice(); !losses.empty()) {
+    tools::note(losses);
   }
 }
 
@@ -90,7 +90,7 @@ void RequestSession::handle(const Event& event) {
           ? BrokerFailure(bus_.broker(), "connection to broker " + bus_.broker() + " lost: " + event.text)
           : bus_.not_reachable(event.text, event.failure);
     case Event::Kind::refused:
-      throw Failure(ExitCode::refused, "the broker refuses the subscription to " + event.text);
+      throw subscription_refused(event.text);
     case Event::Kind::settled:
       settled_ = true;
       break;

@@ -14,7 +14,7 @@ namespace {
 constexpr std::array handled = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 // Those of a terminal, which its owner may have blocked while it writes.
-constexpr std::array let_in = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH};
+constexpr std::array unblocked_in_waits = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH};
 
 volatile std::sig_atomic_t pending_signal = 0;
 
@@ -49,7 +49,7 @@ TerminationHandler::~TerminationHandler() {
 }
 
 sigset_t TerminationHandler::wait_mask() const noexcept {
-  return tamu::mask_without(tamu::signal_set(let_in));
+  return tamu::mask_without(tamu::signal_set(unblocked_in_waits));
 }
 
 void TerminationHandler::check() const {

@@ -18,7 +18,7 @@ class TerminationHandler {
   TerminationHandler(const TerminationHandler&) = delete;
   TerminationHandler& operator=(const TerminationHandler&) = delete;
 
-  /// The mask for `ppoll`. It lets in SIGTSTP and SIGWINCH, too, for the terminal.
+  /// The mask for `ppoll`. It unblocks SIGTSTP and SIGWINCH, too, for the terminal.
   [[nodiscard]] sigset_t wait_mask() const noexcept;
 
   /// Throws `Interrupted` when one of the signals has arrived.

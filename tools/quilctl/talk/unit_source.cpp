@@ -6,6 +6,7 @@
 #include <ecu/tamu/rt/signal_adapter.h>
 
 #include "common/name_pattern.h"
+#include "quilctl/model/decoding.h"
 
 namespace ecu::ctl {
 
@@ -38,13 +39,13 @@ std::vector<std::string> UnitSource::filters(bool for_table) const {
   return filters;
 }
 
-VariableSource::News UnitSource::take(const Event& message) {
+VariableSource::Update UnitSource::take(const Event& message) {
   if (message.text == topics::ignition) {
     return take_ignition(message);
   }
   const auto change = view_.take(message.text, message.message);
   if (change == VariableView::Change::faulty) {
-    return {.notice = "cannot decode the message on " + message.text};
+    return {.notice = not_decodable(message.text)};
   }
   if (message.text != topics::daemon_presence) {
     clock_.take(message.message);
@@ -56,10 +57,10 @@ VariableSource::News UnitSource::take(const Event& message) {
   return {.changed = VariableRow{std::string(*name), view_.find(*name), tools::find_variable(*name)}};
 }
 
-VariableSource::News UnitSource::take_ignition(const Event& message) {
+VariableSource::Update UnitSource::take_ignition(const Event& message) {
   const auto now = ignition_in(message);
-  const bool is_news = now && std::exchange(ignition_, now) != now;
-  return {.notice = !is_news ? "" : *now ? "ignition on" : "ignition off"};
+  const bool has_changed = now && std::exchange(ignition_, now) != now;
+  return {.notice = !has_changed ? "" : *now ? "ignition on" : "ignition off"};
 }
 
 VariableSource::Summary UnitSource::summary() const {

@@ -20,7 +20,7 @@ class UnitSource final : public VariableSource {
   void use_local_clock() noexcept { clock_.use_local_clock(); }
 
   [[nodiscard]] std::vector<std::string> filters(bool for_table) const override;
-  News take(const Event& message) override;
+  Update take(const Event& message) override;
   [[nodiscard]] std::vector<VariableRow> rows() const override { return variable_rows(view_, patterns_); }
   void require_known() const override { ctl::require_known(variable_rows(view_), patterns_); }
   [[nodiscard]] bool is_of_fleet() const noexcept override { return false; }
@@ -33,7 +33,7 @@ class UnitSource final : public VariableSource {
   [[nodiscard]] const VariableView& view() const noexcept { return view_; }
 
  private:
-  News take_ignition(const Event& message);
+  Update take_ignition(const Event& message);
 
   const std::vector<std::string> patterns_;
   VariableView view_;

@@ -13,7 +13,7 @@ namespace ecu::ctl {
 class VariableSource {
  public:
   /// What a message means to the user.
-  struct News {
+  struct Update {
     std::optional<VariableRow> changed{};  // a variable that has another value, or none any more
     std::string notice{};                  // may be empty
   };
@@ -29,7 +29,7 @@ class VariableSource {
   /// The topics to subscribe to; more for a live table.
   [[nodiscard]] virtual std::vector<std::string> filters(bool for_table) const = 0;
   /// Takes a message of these topics.
-  virtual News take(const Event& message) = 0;
+  virtual Update take(const Event& message) = 0;
 
   /// The chosen variables. They refer to the source until its next message.
   [[nodiscard]] virtual std::vector<VariableRow> rows() const = 0;

@@ -151,8 +151,7 @@ TEST_F(PortAwayTest, AGrownRegularFileIsReadOnAndAReplacedOneFromItsBeginning) {
   });
   EXPECT_EQ(log.text(), "1:a |.2:b |.3:c |..");
   ASSERT_EQ(lines.size(), 6u);
-  EXPECT_EQ(lines.front(),
-            "ERROR [tamu.ipc.queueport] " + port + ": 4 bytes dropped, they are no whole record");
+  EXPECT_EQ(lines.front(), "ERROR [tamu.ipc.queueport] " + port + ": 4 bytes dropped: not a complete record");
   EXPECT_THAT(lines.back(), testing::EndsWith("receive port away: end of file"));
 }
 
