@@ -45,17 +45,31 @@ class Uplink::BusObserver final : public com::ISubscriptionObserver {
   Uplink& uplink_;
 };
 
+class Uplink::BusConnection final : public com::IConnectionObserver {
+ public:
+  explicit BusConnection(Uplink& uplink) : uplink_(uplink) {}
+  void connection_up() override { uplink_.bus_up(); }
+  void connection_down(com::ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
+    uplink_.bus_down();
+  }
+  void subscription_refused(const std::string& /*filter*/) override {}
+  void subscriptions_settled() override {}
+  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
+
+ private:
+  Uplink& uplink_;
+};
+
 Uplink::Uplink(UplinkSettings settings, WallClock wall_clock)
     : settings_(std::move(settings)),
       wall_clock_(std::move(wall_clock)),
       observer_(std::make_shared<BusObserver>(*this)),
-      bus_(com::create_client(settings_.bus, com::TransportType::mqtt, nullptr, {.name = "unit"})),
       filter_(settings_.limits),
-      clock_was_unset_(!wall_clock_()) {}
+      clock_was_unset_(!wall_clock_()),
+      bus_(com::create_client(settings_.bus, com::TransportType::mqtt, std::make_shared<BusConnection>(*this),
+                              {.name = "unit"})) {}
 
 Uplink::~Uplink() {
-  bus_->unsubscribe(topics::daemon_presence, observer_);
-  bus_->unsubscribe(topics::all_variables_filter, observer_);
   {
     const tamu::MutexLock lock(mutex_);
     is_stopping_ = true;
@@ -99,13 +113,35 @@ void Uplink::handle(const std::string& topic, const com::Message& msg) {
   } else {
     take_variable(std::string(tools::variable_of(topic).value_or("")), msg);
   }
+  send_and_plan();
+}
+
+void Uplink::send_and_plan() {
   send_due();
   if (next_task() < timer_due_) {
     timer_wake_.notify_all();
   }
 }
 
+void Uplink::bus_up() {
+  const tamu::MutexLock lock(mutex_);
+  bus_is_up_ = true;
+}
+
+// Also called for each attempt to connect that fails.
+void Uplink::bus_down() {
+  const tamu::MutexLock lock(mutex_);
+  bus_is_up_ = false;
+  if (std::exchange(daemon_presence_, std::nullopt)) {
+    take(topics::fleet_daemon, "", boot_time_now());
+    send_and_plan();
+  }
+}
+
 void Uplink::take_presence(const std::string& state) {
+  if (!bus_is_up_) {
+    return;  // it arrived before the connection was lost
+  }
   if (state == topics::presence_online || state == topics::presence_offline) {
     daemon_presence_ = state;
     take(topics::fleet_daemon, state, boot_time_now());
@@ -167,6 +203,9 @@ void Uplink::set_unit(const std::string& unit) {
   fleet_ = std::make_unique<FleetLink>(settings_, unit, wall_clock_);
   for (const std::string& topic : old_topics) {
     fleet_->publish(topic, "");
+  }
+  if (!daemon_presence_) {
+    fleet_->publish(fleet_->topic(topics::fleet_daemon), "");  // of an earlier run, perhaps
   }
   filter_.send_all_again();
 }
