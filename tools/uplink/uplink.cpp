@@ -28,6 +28,10 @@ constexpr auto uplink_log = tamu::logging::module("uplink");
 constexpr int at_least_once = 1;
 constexpr std::size_t longest_value = 4096;
 
+// Of what is unusable, so many subjects are remembered and reported.
+constexpr std::size_t max_faulty = 64;
+constexpr std::size_t longest_subject = 80;
+
 // How often an unset wall clock is looked at.
 constexpr std::chrono::seconds clock_period{5};
 
@@ -143,9 +147,10 @@ void Uplink::take_presence(const std::string& state) {
     return;  // it arrived before the connection was lost
   }
   if (state == topics::presence_online || state == topics::presence_offline) {
+    faulty_.erase(topics::fleet_daemon);
     daemon_presence_ = state;
     take(topics::fleet_daemon, state, boot_time_now());
-  } else {
+  } else if (must_report(topics::fleet_daemon)) {
     uplink_log.warning("the daemon's presence is neither ", topics::presence_online, " nor ",
                        topics::presence_offline);
   }
@@ -153,26 +158,45 @@ void Uplink::take_presence(const std::string& state) {
 
 // A variable without a value has none yet, or again, after a restart of the daemon. The last one still holds.
 void Uplink::take_variable(const std::string& name, const com::Message& msg) {
+  const bool is_selected = tools::matches_any(name, settings_.variables);
+  if (!is_selected && name != settings_.unit_variable) {
+    return;
+  }
   const auto variable = com::PbInternalMessageAdapter<tamu::pb::EcuVariable>().deserialize(msg);
   if (!variable.ok || !variable.body.has_value()) {
     return;
   }
   const std::string& value = variable.body.value();
-  if (!tools::is_fleet_level(name) || value.size() > longest_value) {
-    uplink_log.warning(
-        "the variable ", name, " of ", value.size(),
-        " bytes is not sent: its name is not a level of a topic of at most 64 bytes, or its value exceeds ",
-        longest_value, " bytes");
+  if (!is_sendable(name, value)) {
     return;
   }
   if (name == settings_.unit_variable) {
     set_unit(value);
   }
-  if (tools::matches_any(name, settings_.variables)) {
+  if (is_selected) {
     const auto now = static_cast<std::uint64_t>(boot_time_now().count());
-    take(std::string(topics::fleet_variable_prefix) + name, value,
-         BootTime(std::min(variable.body.timestamp(), now)));
+    take(topics::fleet_variable_prefix + name, value, BootTime(std::min(variable.body.timestamp(), now)));
   }
+}
+
+bool Uplink::is_sendable(const std::string& name, const std::string& value) {
+  const std::string subject = topics::fleet_variable_prefix + name;
+  if (tools::is_fleet_level(name) && value.size() <= longest_value) {
+    faulty_.erase(subject);
+    return true;
+  }
+  if (must_report(subject)) {
+    uplink_log.warning(
+        "the variable ", name, " of ", value.size(),
+        " bytes is not sent: its name is not a level of a topic of at most 64 bytes, or its value exceeds ",
+        longest_value, " bytes");
+  }
+  return false;
+}
+
+// Once, until the subject has been usable.
+bool Uplink::must_report(const std::string& subject) {
+  return faulty_.size() < max_faulty && faulty_.insert(subject.substr(0, longest_subject)).second;
 }
 
 void Uplink::take(const std::string& key, const std::string& text, BootTime published) {
@@ -184,12 +208,15 @@ void Uplink::take(const std::string& key, const std::string& text, BootTime publ
 
 // The old name's presence is cleared by the new link, because the old one ends with "offline".
 void Uplink::set_unit(const std::string& unit) {
-  if (fleet_ && fleet_->unit() == unit) {
+  if (!tools::is_fleet_level(unit)) {
+    if (must_report("unit")) {
+      uplink_log.warning("'", unit,
+                         "' cannot be the unit's name: it is not a level of a topic of at most 64 bytes");
+    }
     return;
   }
-  if (!tools::is_fleet_level(unit)) {
-    uplink_log.warning("'", unit,
-                       "' cannot be the unit's name: it is not a level of a topic of at most 64 bytes");
+  faulty_.erase("unit");
+  if (fleet_ && fleet_->unit() == unit) {
     return;
   }
   std::vector<std::string> old_topics;

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -52,6 +53,8 @@ class Uplink {
   void take_presence(const std::string& state) TAMU_REQUIRES(mutex_);
   void take_variable(const std::string& name, const tamu::com::Message& msg) TAMU_REQUIRES(mutex_);
   void take(const std::string& key, const std::string& text, BootTime published) TAMU_REQUIRES(mutex_);
+  [[nodiscard]] bool is_sendable(const std::string& name, const std::string& value) TAMU_REQUIRES(mutex_);
+  [[nodiscard]] bool must_report(const std::string& subject) TAMU_REQUIRES(mutex_);
   void set_unit(const std::string& unit) TAMU_REQUIRES(mutex_);
   void send_due() TAMU_REQUIRES(mutex_);
   [[nodiscard]] std::string payload_of(const std::string& key, const ChangeFilter::Value& value)
@@ -71,8 +74,9 @@ class Uplink {
   ChangeFilter filter_ TAMU_GUARDED_BY(mutex_);
   bool bus_is_up_ TAMU_GUARDED_BY(mutex_) = false;
   std::optional<std::string> daemon_presence_ TAMU_GUARDED_BY(mutex_);  // nothing while it is unknown
-  bool clock_was_unset_ TAMU_GUARDED_BY(mutex_);  // at the start, or when a message was composed
-  bool is_full_ TAMU_GUARDED_BY(mutex_) = false;  // which has been reported
+  bool clock_was_unset_ TAMU_GUARDED_BY(mutex_);          // at the start, or when a message was composed
+  bool is_full_ TAMU_GUARDED_BY(mutex_) = false;          // which has been reported
+  std::set<std::string> faulty_ TAMU_GUARDED_BY(mutex_);  // the subjects that were reported as unusable
   BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // when the timer thread wakes by itself
   bool is_stopping_ TAMU_GUARDED_BY(mutex_) = false;
   std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);  // null until the unit's name is known
