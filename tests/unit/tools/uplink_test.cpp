@@ -136,6 +136,8 @@ TEST(UplinkSettingsTest, EachFaultIsOneLine) {
       {"host = a\nprefix = #\n",
        "ERROR [uplink] line 2: key 'prefix': '#' is not one level of a topic, 1 to 64 bytes without '/', '+' "
        "and '#'"},
+      {"host = a\nvariables = ,\n", "ERROR [uplink] line 2: key 'variables': ',' names no variable"},
+      {"host = a\nvariables =\n", "ERROR [uplink] line 2: key 'variables': '' names no variable"},
   };
   for (const auto& [text, line] : faults) {
     const std::string file = dir.write("uplink.conf", text);
@@ -154,14 +156,15 @@ TEST(UplinkSettingsTest, EveryKeyIsRead) {
               ElementsAre(10s, 86400s, 30s, 0s));
   EXPECT_EQ(preset.bus->get("host") + ":" + preset.bus->get("port"), "localhost:1883");
   const auto all =
-      read_settings(dir.write("uplink.conf",
-                              "host = a\nport = 8883\nunit = U1\nprefix = trucks\nvariables = vehicle*, hw*\n"
-                              "min_interval = 0\nrefresh = 0\nreconnect_spread = 5\nrepeat_after = "
-                              "6\nbus_host = /run/socket\n"
-                              "bus_port = 1884\nbus_username = up\nbus_password = link\n"))
+      read_settings(
+          dir.write("uplink.conf",
+                    "host = a\nport = 8883\nunit = U1\nprefix = trucks\nvariables = vehicle*,hw* a, b\n"
+                    "min_interval = 0\nrefresh = 0\nreconnect_spread = 5\nrepeat_after = "
+                    "6\nbus_host = /run/socket\n"
+                    "bus_port = 1884\nbus_username = up\nbus_password = link\n"))
           .value();
   EXPECT_EQ(all.unit + "|" + all.unit_variable + "|" + all.prefix, "U1||trucks");
-  EXPECT_THAT(all.variables, ElementsAre("vehicle*", "hw*"));
+  EXPECT_THAT(all.variables, ElementsAre("vehicle*", "hw*", "a", "b"));
   EXPECT_THAT(
       (std::vector{all.limits.min_interval, all.limits.refresh, all.reconnect_spread, all.repeat_after}),
       ElementsAre(0s, 0s, 5s, 6s));
