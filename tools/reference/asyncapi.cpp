@@ -84,7 +84,7 @@ constexpr std::string_view components = R"yaml(components:
         properties:
           value: {type: string, examples: [1M8GDM9AXKP042788]}
           since: {type: [string, "null"], format: date-time, description: "when the daemon first published it, UTC; null until the unit's clock is set"}
-          stamp: {type: integer, format: int64, description: the same in nanoseconds of the unit's CLOCK_BOOTTIME}
+          stamp: {type: integer, format: int64, minimum: 0, description: the same in nanoseconds of the unit's CLOCK_BOOTTIME}
           daemon: {type: [string, "null"], enum: [online, offline, null], description: "the daemon's presence when this was sent; null if it was unknown"}
     FleetPresence:
       contentType: text/plain
