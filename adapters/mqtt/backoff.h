@@ -32,10 +32,11 @@ class Backoff {
     return shortened(pause);
   }
 
-  /// The shortest pause, even with a spread; the next ones start from it.
+  /// The shortest pause, from which the next ones start. With a spread it is as random as every other: a
+  /// fault of the broker may make all clients of a fleet restart.
   [[nodiscard]] Duration restart() {
-    pause_ = 2 * first;
-    return shortened(first);
+    pause_ = first;
+    return next();
   }
 
   /// To be called when a connection that lasted `held` is lost. After a stable one the pauses start again at

@@ -61,7 +61,7 @@ class Connection final {
 
   /// Ends the connection, or the attempt, as if it had failed.
   void fail(const Fault& fault) noexcept;
-  /// Makes the next attempt after the shortest pause. For use after a failure whose cause has been removed.
+  /// Makes the next attempt after `Backoff::restart`. For use after a failure whose cause has been removed.
   void retry_soon();
 
   /// Whether everything that was sent has been written and acknowledged.

@@ -333,6 +333,10 @@ TEST_F(FleetTest, AHostileUnitNeitherForgesNorReadsNorDisturbsAnother) {
   for (int i = 0; i < 1000; ++i) {
     publish(unit_tree + "var/vehicleid", "forged " + std::to_string(i));
   }
+  publish("fleet/unit-0001/var/oversized", std::string(32'769, 'x'));
+  for (int i = 0; i < 300; ++i) {
+    publish("fleet/unit-0001/var/flood" + std::to_string(i), std::string(32'768, 'x'));
+  }
   publish("fleet/unit-0001/var/vehicleid", "its own");
   ASSERT_TRUE(monitor.wait_for_text("fleet/unit-0001/var/vehicleid", "its own"));
   ecu::tamu::pb::EcuVariable variable;
@@ -343,6 +347,7 @@ TEST_F(FleetTest, AHostileUnitNeitherForgesNorReadsNorDisturbsAnother) {
   for (const BusMessage& message : monitor.history()) {
     EXPECT_EQ(message.payload.find("forged"), std::string::npos) << message.topic;
     EXPECT_NE(message.payload, "lost");
+    EXPECT_NE(message.topic, "fleet/unit-0001/var/oversized");
   }
   EXPECT_TRUE(spy->seen().empty());
 

@@ -51,7 +51,6 @@ class UplinkTest : public testing::Test {
     }
     return all;
   }
-
   TempDir dir;
   Broker unit_broker, fleet_broker;
   BusClient unit{unit_broker.port()}, fleet{fleet_broker.port()};
@@ -68,20 +67,28 @@ TEST_F(UplinkTest, SendsEachChangeOnceAndNothingElseOfTheUnit) {
   for (const char* value : {"A", "A", "B", "B", "A"}) {
     publish("vehicleid", value);
   }
-  publish("hwversion", "not configured");
+  for (int repetition = 0; repetition < 3; ++repetition) {
+    publish("hwversion", std::string(5000, 'x'));
+    publish("vehicletype", std::string(4097, 'x'));
+    publish("vehicle/id", "x");
+    unit.publish("system/presence/quil", "asleep");
+  }
   unit.publish("system/sysparams", "secret");
   unit.publish("system/quil/secstore/getmaster", "secret");
   unit.publish("system/var/vehicletype", "damaged", true);
   unit.publish("system/var/vehicletype", text_of(ecu::tamu::pb::EcuVariable()), true);
-  unit.publish("system/var/vehicle/id", "x");
-  unit.publish("system/presence/quil", "asleep");
   publish("last", "1");
   ASSERT_TRUE(arrives("fleet/U1/var/last", "1"));
   EXPECT_EQ(received("fleet/U1/var/vehicleid"), (std::vector<std::string>{"A", "B", "A"}));
-  EXPECT_EQ(received("fleet/U1/daemon"), std::vector<std::string>{"online"});
+  std::vector<std::string> presence = received("fleet/U1/daemon");
+  const std::size_t others = fleet.history().size() - presence.size();
+  std::erase(presence, "");  // until the bus was up
+  EXPECT_EQ(presence, std::vector<std::string>{"online"});
   EXPECT_THAT(received("fleet/U1/connected_since"),
               testing::ElementsAre(testing::MatchesRegex("20..-..-..T..:..:..[.]...Z")));
-  EXPECT_EQ(fleet.history().size(), 7U);
+  EXPECT_EQ(others, 6U);
+  EXPECT_EQ(count(uplink->output(), "WARNING"), 3) << "vehicletype, vehicle/id, presence\n"
+                                                   << uplink->output();
 
   BusClient late(fleet_broker.port());
   late.subscribe("fleet/#");
@@ -114,6 +121,7 @@ TEST_F(UplinkTest, TheValueOfAVariableIsTheNameAndAnotherOneClearsTheOldTopics) 
   publish("serialnumber", "not/a/level");
   ASSERT_TRUE(uplink->wait_for_output("'not/a/level' cannot be the unit's name"));
   EXPECT_TRUE(fleet.history().empty());
+  publish("serialnumber", "");
   publish("serialnumber", "S1");
   ASSERT_TRUE(arrives("fleet/S1/var/vehicleid", "A"));
   publish("serialnumber", "S2");
@@ -122,6 +130,7 @@ TEST_F(UplinkTest, TheValueOfAVariableIsTheNameAndAnotherOneClearsTheOldTopics) 
   ASSERT_TRUE(fleet.wait_for_text("fleet/S2/daemon", "online"));
   ASSERT_TRUE(fleet.wait_for_text("fleet/S2/presence", "online"));
   ASSERT_TRUE(fleet.wait_for("fleet/S2/connected_since"));
+  EXPECT_EQ(count(uplink->output(), "cannot be the unit's name"), 1);
   BusClient late(fleet_broker.port());
   late.subscribe("#");
   late.publish("end", "");
@@ -133,6 +142,23 @@ TEST_F(UplinkTest, TheValueOfAVariableIsTheNameAndAnotherOneClearsTheOldTopics) 
   EXPECT_THAT(topics, testing::UnorderedElementsAre("fleet/S2/var/serialnumber", "fleet/S2/var/vehicleid",
                                                     "fleet/S2/daemon", "fleet/S2/presence",
                                                     "fleet/S2/connected_since", "end"));
+}
+
+TEST_F(UplinkTest, TheDaemonsPresenceIsClearedWhileTheUnitsBusIsAway) {
+  BusClient(fleet_broker.port()).publish("fleet/U1/daemon", "online", true, 1);  // of an earlier run
+  ASSERT_TRUE(fleet.wait_for_text("fleet/U1/daemon", "online"));
+  unit_broker.stop();
+  start("unit = U1\nmin_interval = 0\n");
+  for (int outage = 0; outage < 2; ++outage) {
+    ASSERT_TRUE(fleet.wait_for_text("fleet/U1/daemon", ""));
+    unit_broker.restart();
+    BusClient(unit_broker.port()).publish("system/presence/quil", "online", true, 1);
+    ASSERT_TRUE(fleet.wait_for_text("fleet/U1/daemon", "online"));
+    unit_broker.stop();
+  }
+  ASSERT_TRUE(fleet.wait_for_text("fleet/U1/daemon", ""));
+  EXPECT_EQ(received("fleet/U1/daemon"),
+            (std::vector<std::string>{"online", "", "online", "", "online", ""}));
 }
 
 TEST_F(UplinkTest, PresenceTellsAStopFromALoss) {

@@ -1,6 +1,7 @@
 #include "common/fleet_message.h"
 
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include <ecu/tamu/com/topic.h>
 
@@ -25,10 +26,14 @@ bool read_text(const Json& member, std::optional<std::string>& text) {
   return member.is_string() || member.is_null();
 }
 
+bool is_stamp(const Json& member) {
+  return member.is_number_unsigned() && std::in_range<std::int64_t>(member.get<std::uint64_t>());
+}
+
 }  // namespace
 
 bool is_fleet_level(std::string_view text) {
-  return text.size() <= longest_level && text.find('/') == std::string_view::npos &&
+  return text.size() <= longest_level && !text.starts_with('$') && text.find('/') == std::string_view::npos &&
          tamu::com::is_topic_name(std::string(text));
 }
 
@@ -52,7 +57,7 @@ std::optional<FleetVariable> fleet_variable_from_json(std::string_view text) {
     return message.value(name, Json(Json::value_t::discarded));
   };
   if (!read_text(member("value"), value) || !value || !read_text(member("since"), since) ||
-      !member("stamp").is_number_integer() || !read_text(member("daemon"), variable.daemon)) {
+      !is_stamp(member("stamp")) || !read_text(member("daemon"), variable.daemon)) {
     return std::nullopt;
   }
   variable.value = *value;

@@ -9,10 +9,10 @@
 namespace ecu::tools {
 
 /// Whether a text may be a level of the fleet's topics, such as a unit's name: 1 to 64 bytes without '/', '+'
-/// and '#'. Error texts say that.
+/// and '#', not beginning with '$', which is reserved for brokers (MQTT 3.1.1, 4.7.2). Error texts say that.
 [[nodiscard]] bool is_fleet_level(std::string_view text);
 inline constexpr const char* not_fleet_level =
-    "is not one level of a topic, 1 to 64 bytes without '/', '+' and '#'";
+    "is not one level of a topic, 1 to 64 bytes without '/', '+' and '#', not beginning with '$'";
 
 /// A variable of a unit, as the broker of the fleet retains it.
 struct FleetVariable {

@@ -84,8 +84,8 @@ constexpr std::string_view components = R"yaml(components:
         properties:
           value: {type: string, examples: [1M8GDM9AXKP042788]}
           since: {type: [string, "null"], format: date-time, description: "when the daemon first published it, UTC; null until the unit's clock is set"}
-          stamp: {type: integer, format: int64, description: the same in nanoseconds of the unit's CLOCK_BOOTTIME}
-          daemon: {type: [string, "null"], enum: [online, offline, null], description: the daemon's presence at that time}
+          stamp: {type: integer, format: int64, minimum: 0, description: the same in nanoseconds of the unit's CLOCK_BOOTTIME}
+          daemon: {type: [string, "null"], enum: [online, offline, null], description: "the daemon's presence when this was sent; null if it was unknown"}
     FleetPresence:
       contentType: text/plain
       payload: {type: string, enum: [online, offline, lost]}
@@ -165,8 +165,9 @@ const std::vector<Channel> other_channels{
      "SignalGroup"},
     {"fleet_variable", fleet_tree + topics::fleet_variable_prefix + "{name}",
      "a variable, published when its value changes", "send", "confirmed", "FleetVariable"},
-    {"fleet_daemon", fleet_tree + topics::fleet_daemon, "the presence of the unit's daemon", "send",
-     "confirmed", "Presence"},
+    {"fleet_daemon", fleet_tree + topics::fleet_daemon,
+     "the presence of the unit's daemon; cleared while the unit's bus is away", "send", "confirmed",
+     "Presence"},
     {"fleet_presence", fleet_tree + topics::fleet_presence,
      R"("online"; "offline" after an orderly stop; "lost" as last will)", "send", "confirmed",
      "FleetPresence"},

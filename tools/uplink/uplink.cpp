@@ -28,6 +28,10 @@ constexpr auto uplink_log = tamu::logging::module("uplink");
 constexpr int at_least_once = 1;
 constexpr std::size_t longest_value = 4096;
 
+// Of what is unusable, so many subjects are remembered and reported.
+constexpr std::size_t max_faulty = 64;
+constexpr std::size_t longest_subject = 80;
+
 // How often an unset wall clock is checked.
 constexpr std::chrono::seconds clock_period{5};
 
@@ -45,17 +49,31 @@ class Uplink::BusObserver final : public com::ISubscriptionObserver {
   Uplink& uplink_;
 };
 
+class Uplink::BusConnection final : public com::IConnectionObserver {
+ public:
+  explicit BusConnection(Uplink& uplink) : uplink_(uplink) {}
+  void connection_up() override { uplink_.bus_up(); }
+  void connection_down(com::ConnectionFailure /*failure*/, const std::string& /*reason*/) override {
+    uplink_.bus_down();
+  }
+  void subscription_refused(const std::string& /*filter*/) override {}
+  void subscriptions_settled() override {}
+  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
+
+ private:
+  Uplink& uplink_;
+};
+
 Uplink::Uplink(UplinkSettings settings, WallClock wall_clock)
     : settings_(std::move(settings)),
       wall_clock_(std::move(wall_clock)),
       observer_(std::make_shared<BusObserver>(*this)),
-      bus_(com::create_client(settings_.bus, com::TransportType::mqtt, nullptr, {.name = "unit"})),
       filter_(settings_.limits),
-      clock_was_unset_(!wall_clock_()) {}
+      clock_was_unset_(!wall_clock_()),
+      bus_(com::create_client(settings_.bus, com::TransportType::mqtt, std::make_shared<BusConnection>(*this),
+                              {.name = "unit"})) {}
 
 Uplink::~Uplink() {
-  bus_->unsubscribe(topics::daemon_presence, observer_);
-  bus_->unsubscribe(topics::all_variables_filter, observer_);
   {
     const tamu::MutexLock lock(mutex_);
     is_stopping_ = true;
@@ -99,17 +117,40 @@ void Uplink::handle(const std::string& topic, const com::Message& msg) {
   } else {
     take_variable(std::string(tools::variable_of(topic).value_or("")), msg);
   }
+  send_and_plan();
+}
+
+void Uplink::send_and_plan() {
   send_due();
   if (next_task() < timer_due_) {
     timer_wake_.notify_all();
   }
 }
 
+void Uplink::bus_up() {
+  const tamu::MutexLock lock(mutex_);
+  bus_is_up_ = true;
+}
+
+// Also called for each attempt to connect that fails.
+void Uplink::bus_down() {
+  const tamu::MutexLock lock(mutex_);
+  bus_is_up_ = false;
+  if (std::exchange(daemon_presence_, std::nullopt)) {
+    take(topics::fleet_daemon, "", boot_time_now());
+    send_and_plan();
+  }
+}
+
 void Uplink::take_presence(const std::string& state) {
+  if (!bus_is_up_) {
+    return;  // it arrived before the connection was lost
+  }
   if (state == topics::presence_online || state == topics::presence_offline) {
+    faulty_.erase(topics::fleet_daemon);
     daemon_presence_ = state;
     take(topics::fleet_daemon, state, boot_time_now());
-  } else {
+  } else if (must_report(topics::fleet_daemon)) {
     uplink_log.warning("the daemon's presence is neither ", topics::presence_online, " nor ",
                        topics::presence_offline);
   }
@@ -117,26 +158,45 @@ void Uplink::take_presence(const std::string& state) {
 
 // A variable without a value has none yet, or again, after a restart of the daemon. The last one still holds.
 void Uplink::take_variable(const std::string& name, const com::Message& msg) {
+  const bool is_selected = tools::matches_any(name, settings_.variables);
+  if (!is_selected && name != settings_.unit_variable) {
+    return;
+  }
   const auto variable = com::PbInternalMessageAdapter<tamu::pb::EcuVariable>().deserialize(msg);
   if (!variable.ok || !variable.body.has_value()) {
     return;
   }
   const std::string& value = variable.body.value();
-  if (!tools::is_fleet_level(name) || value.size() > longest_value) {
-    uplink_log.warning(
-        "the variable ", name, " of ", value.size(),
-        " bytes is not sent: its name is not a level of a topic of at most 64 bytes, or its value exceeds ",
-        longest_value, " bytes");
+  if (!is_sendable(name, value)) {
     return;
   }
   if (name == settings_.unit_variable) {
     set_unit(value);
   }
-  if (tools::matches_any(name, settings_.variables)) {
+  if (is_selected) {
     const auto now = static_cast<std::uint64_t>(boot_time_now().count());
-    take(std::string(topics::fleet_variable_prefix) + name, value,
-         BootTime(std::min(variable.body.timestamp(), now)));
+    take(topics::fleet_variable_prefix + name, value, BootTime(std::min(variable.body.timestamp(), now)));
   }
+}
+
+bool Uplink::is_sendable(const std::string& name, const std::string& value) {
+  const std::string subject = topics::fleet_variable_prefix + name;
+  if (tools::is_fleet_level(name) && value.size() <= longest_value) {
+    faulty_.erase(subject);
+    return true;
+  }
+  if (must_report(subject)) {
+    uplink_log.warning(
+        "the variable ", name, " of ", value.size(),
+        " bytes is not sent: its name is not a level of a topic of at most 64 bytes, or its value exceeds ",
+        longest_value, " bytes");
+  }
+  return false;
+}
+
+// Once, until the subject has been usable.
+bool Uplink::must_report(const std::string& subject) {
+  return faulty_.size() < max_faulty && faulty_.insert(subject.substr(0, longest_subject)).second;
 }
 
 void Uplink::take(const std::string& key, const std::string& text, BootTime published) {
@@ -148,12 +208,15 @@ void Uplink::take(const std::string& key, const std::string& text, BootTime publ
 
 // The old name's presence is cleared by the new link, because the old one ends with "offline".
 void Uplink::set_unit(const std::string& unit) {
-  if (fleet_ && fleet_->unit() == unit) {
+  if (!tools::is_fleet_level(unit)) {
+    if (must_report("unit")) {
+      uplink_log.warning("'", unit,
+                         "' cannot be the unit's name: it is not a level of a topic of at most 64 bytes");
+    }
     return;
   }
-  if (!tools::is_fleet_level(unit)) {
-    uplink_log.warning("'", unit,
-                       "' cannot be the unit's name: it is not a level of a topic of at most 64 bytes");
+  faulty_.erase("unit");
+  if (fleet_ && fleet_->unit() == unit) {
     return;
   }
   std::vector<std::string> old_topics;
@@ -167,6 +230,9 @@ void Uplink::set_unit(const std::string& unit) {
   fleet_ = std::make_unique<FleetLink>(settings_, unit, wall_clock_);
   for (const std::string& topic : old_topics) {
     fleet_->publish(topic, "");
+  }
+  if (!daemon_presence_) {
+    fleet_->publish(fleet_->topic(topics::fleet_daemon), "");  // of an earlier run, perhaps
   }
   filter_.send_all_again();
 }

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -19,7 +20,9 @@ namespace ecu::uplink {
 /// daemon's presence, and writes nothing to the unit's bus but its own presence.
 ///
 /// The observer's thread publishes what is due at once; a timer thread publishes what is due later. Both hold
-/// `mutex_` while they publish, so that the newest value of a topic is published last.
+/// `mutex_` while they publish, so that the newest value of a topic is published last. The leader of the bus
+/// takes it for short steps, too, and waits up to 2 s while the unit's name changes. While the unit's bus is
+/// away, the daemon's presence is unknown, and cleared at the fleet's broker.
 class Uplink {
  public:
   using WallClock = FleetLink::WallClock;
@@ -41,11 +44,17 @@ class Uplink {
 
  private:
   class BusObserver;
+  class BusConnection;
 
   void handle(const std::string& topic, const tamu::com::Message& msg);
+  void bus_up();
+  void bus_down();
+  void send_and_plan() TAMU_REQUIRES(mutex_);
   void take_presence(const std::string& state) TAMU_REQUIRES(mutex_);
   void take_variable(const std::string& name, const tamu::com::Message& msg) TAMU_REQUIRES(mutex_);
   void take(const std::string& key, const std::string& text, BootTime published) TAMU_REQUIRES(mutex_);
+  [[nodiscard]] bool is_sendable(const std::string& name, const std::string& value) TAMU_REQUIRES(mutex_);
+  [[nodiscard]] bool must_report(const std::string& subject) TAMU_REQUIRES(mutex_);
   void set_unit(const std::string& unit) TAMU_REQUIRES(mutex_);
   void send_due() TAMU_REQUIRES(mutex_);
   [[nodiscard]] std::string payload_of(const std::string& key, const ChangeFilter::Value& value)
@@ -57,21 +66,25 @@ class Uplink {
   const UplinkSettings settings_;
   const WallClock wall_clock_;
   const std::shared_ptr<BusObserver> observer_;
-  const std::shared_ptr<tamu::com::ITransportClient> bus_;
 
   tamu::Mutex mutex_;
   tamu::ConditionVariable timer_wake_;
 
   // Guarded by mutex_.
   ChangeFilter filter_ TAMU_GUARDED_BY(mutex_);
-  std::optional<std::string> daemon_presence_ TAMU_GUARDED_BY(mutex_);
-  bool clock_was_unset_ TAMU_GUARDED_BY(mutex_);  // at the start, or when a message was composed
-  bool is_full_ TAMU_GUARDED_BY(mutex_) = false;  // which has been reported
+  bool bus_is_up_ TAMU_GUARDED_BY(mutex_) = false;
+  std::optional<std::string> daemon_presence_ TAMU_GUARDED_BY(mutex_);  // nothing while it is unknown
+  bool clock_was_unset_ TAMU_GUARDED_BY(mutex_);          // at the start, or when a message was composed
+  bool is_full_ TAMU_GUARDED_BY(mutex_) = false;          // which has been reported
+  std::set<std::string> faulty_ TAMU_GUARDED_BY(mutex_);  // the subjects that were reported as unusable
   BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // when the timer thread wakes by itself
   bool is_stopping_ TAMU_GUARDED_BY(mutex_) = false;
   std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);  // null until the unit's name is known
 
   std::jthread timer_;
+
+  // Destroyed first: its threads use the members above.
+  const std::shared_ptr<tamu::com::ITransportClient> bus_;
 };
 
 }  // namespace ecu::uplink

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include <ecu/tamu/com/topics.h>
@@ -73,6 +74,18 @@ class Reader {
     }
   }
 
+  /// Never empty, because no pattern would match everything.
+  std::vector<std::string> patterns(const char* key) {
+    std::string text = config_.get(key);
+    std::ranges::replace(text, ',', ' ');
+    std::istringstream list(text);
+    std::vector<std::string> patterns{std::istream_iterator<std::string>(list), {}};
+    if (patterns.empty()) {
+      fault(key, "names no variable");
+    }
+    return patterns;
+  }
+
   void fault(const char* key, const std::string& text) {
     is_valid_ = false;
     const int line = config_.line_of(key);
@@ -86,18 +99,6 @@ class Reader {
   const Configuration& config_;
   bool is_valid_ = true;
 };
-
-std::vector<std::string> words_of(const std::string& text) {
-  std::vector<std::string> words;
-  std::istringstream list(text);
-  for (std::string word; std::getline(list, word, ',');) {
-    std::erase(word, ' ');
-    if (!word.empty()) {
-      words.push_back(word);
-    }
-  }
-  return words;
-}
 
 std::unique_ptr<Configuration> bus_configuration(Reader& reader) {
   auto bus = std::make_unique<Configuration>();
@@ -144,7 +145,7 @@ std::optional<UplinkSettings> read_settings(const std::string& path) {
   settings.prefix = reader.level("prefix");
   settings.unit = reader.text("unit").empty() ? "" : reader.level("unit");
   settings.unit_variable = settings.unit.empty() ? reader.level("unit_variable") : "";
-  settings.variables = words_of(reader.text("variables"));
+  settings.variables = reader.patterns("variables");
   settings.limits.min_interval = reader.seconds("min_interval", 0, day);
   settings.limits.refresh = reader.seconds("refresh", 0, 365 * day);
   if (!is_well_formed || !reader.is_valid()) {

@@ -236,10 +236,14 @@ void Configuration::check_pair(std::string_view key, std::string_view partner,
 
 void Configuration::check_access(std::vector<Fault>& faults) const {
   struct stat status {};
-  const Entry* const password = find(password_key);
-  if (password != nullptr && ::stat(source_file_.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0) {
-    faults.push_back({password->line, true,
-                      "key '" + password->key + "' is in the world-readable file '" + source_file_ + "'"});
+  if (::stat(source_file_.c_str(), &status) != 0 || (status.st_mode & S_IROTH) == 0) {
+    return;
+  }
+  for (const auto& [line, key, value] : entries_) {
+    if (key.ends_with(password_key)) {
+      faults.push_back(
+          {line, true, "key '" + key + "' is in the world-readable file '" + source_file_ + "'"});
+    }
   }
 }
 

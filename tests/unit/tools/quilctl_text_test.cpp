@@ -94,6 +94,10 @@ TEST(QuilctlText, TextsAreCutToTheWidthOfTheTerminal) {
   table.add({"längst", ""});
   EXPECT_THAT(table.lines(1000), ElementsAre("NAME    VALUE", "a       some long value", "längst  "));
   EXPECT_THAT(table.lines(15), ElementsAre("NAME    VALUE", "a       some l…", "längst  "));
+  table.add({std::string(60'000, 'x'), "y"});
+  EXPECT_THAT(table.lines(OutputStyle().width),
+              ElementsAre("NAME" + std::string(126, ' ') + "VALUE", testing::_, testing::_,
+                          std::string(60'000, 'x') + "  y"));
   TextTable with_more({"NAME", "VALUE", "AGE", "SOURCE"}, 2);
   with_more.add({"version", "24.1.3-release", "3 s", "rt/system/version"});
   EXPECT_THAT(with_more.lines(42), Contains("version  24.1.3-release  3 s  rt/system/v…"));

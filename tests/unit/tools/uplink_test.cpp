@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <utility>
@@ -98,7 +99,9 @@ TEST(FleetMessageTest, IsOneJsonObject) {
             "{\"value\":\"a\\\"\\n\xef\xbf\xbd\xc3\xa4\",\"since\":null,\"stamp\":0,\"daemon\":null}");
   EXPECT_EQ(fleet_variable_from_json(vin).value().since, WallTime(1'795'334'400s + 5ms));
   for (const auto& [text, is_valid] : std::vector<std::pair<std::string, bool>>{
-           {R"({"value":"","since":null,"stamp":-1,"daemon":null,"more":[]})", true},
+           {R"({"value":"","since":null,"stamp":9223372036854775807,"daemon":null,"more":[]})", true},
+           {R"({"value":"","since":null,"stamp":9223372036854775808,"daemon":null})", false},
+           {R"({"value":"","since":null,"stamp":-1,"daemon":null})", false},
            {"", false},
            {"null", false},
            {std::string(60'000, '['), false},
@@ -132,10 +135,13 @@ TEST(UplinkSettingsTest, EachFaultIsOneLine) {
        "ERROR [uplink] line 2: key 'reconnect_spread': '' is not a number from 0 to 86400"},
       {"host = a\nunit = a/b\n",
        "ERROR [uplink] line 2: key 'unit': 'a/b' is not one level of a topic, 1 to 64 bytes without '/', '+' "
-       "and '#'"},
-      {"host = a\nprefix = #\n",
-       "ERROR [uplink] line 2: key 'prefix': '#' is not one level of a topic, 1 to 64 bytes without '/', '+' "
-       "and '#'"},
+       "and '#', not beginning with '$'"},
+      {"host = a\nprefix = $SYS\n",
+       "ERROR [uplink] line 2: key 'prefix': '$SYS' is not one level of a topic, 1 to 64 bytes without '/', "
+       "'+' "
+       "and '#', not beginning with '$'"},
+      {"host = a\nvariables = ,\n", "ERROR [uplink] line 2: key 'variables': ',' names no variable"},
+      {"host = a\nvariables =\n", "ERROR [uplink] line 2: key 'variables': '' names no variable"},
   };
   for (const auto& [text, line] : faults) {
     const std::string file = dir.write("uplink.conf", text);
@@ -153,15 +159,20 @@ TEST(UplinkSettingsTest, EveryKeyIsRead) {
                            preset.repeat_after}),
               ElementsAre(10s, 86400s, 30s, 0s));
   EXPECT_EQ(preset.bus->get("host") + ":" + preset.bus->get("port"), "localhost:1883");
-  const auto all =
-      read_settings(dir.write("uplink.conf",
-                              "host = a\nport = 8883\nunit = U1\nprefix = trucks\nvariables = vehicle*, hw*\n"
-                              "min_interval = 0\nrefresh = 0\nreconnect_spread = 5\nrepeat_after = "
-                              "6\nbus_host = /run/socket\n"
-                              "bus_port = 1884\nbus_username = up\nbus_password = link\n"))
-          .value();
+  const std::string file = dir.write(
+      "uplink.conf",
+      "host = a\nport = 8883\nunit = U1\nprefix = trucks\nvariables = vehicle*,hw* a, b\n"
+      "min_interval = 0\nrefresh = 0\nreconnect_spread = 5\nrepeat_after = 6\nbus_host = /run/socket\n"
+      "bus_port = 1884\nbus_username = up\nbus_password = link\n");
+  std::filesystem::permissions(file, std::filesystem::perms(0644));
+  std::optional<UplinkSettings> settings;
+  EXPECT_THAT(
+      tests::logged_lines([&] { settings = read_settings(file); }),
+      ElementsAre("WARNING [tamu.config] line 13: key 'bus_password' is in the world-readable file '" + file +
+                  "'"));
+  const UplinkSettings& all = settings.value();
   EXPECT_EQ(all.unit + "|" + all.unit_variable + "|" + all.prefix, "U1||trucks");
-  EXPECT_THAT(all.variables, ElementsAre("vehicle*", "hw*"));
+  EXPECT_THAT(all.variables, ElementsAre("vehicle*", "hw*", "a", "b"));
   EXPECT_THAT(
       (std::vector{all.limits.min_interval, all.limits.refresh, all.reconnect_spread, all.repeat_after}),
       ElementsAre(0s, 0s, 5s, 6s));

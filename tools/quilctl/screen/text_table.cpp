@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <numeric>
 #include <string_view>
 
@@ -14,9 +15,13 @@ namespace ecu::ctl {
 
 namespace {
 
+constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t gap = 2;            // between columns
 constexpr std::size_t least_width = 6;    // of a truncated column
 constexpr std::size_t useful_width = 12;  // of a column that can be left out
+// A cell is padded to at most this width in lines of unlimited length. Otherwise one large value would make
+// every line as large.
+constexpr std::size_t widest_padded = 128;
 constexpr const char* bold = "\x1b[1m";
 constexpr const char* plain = "\x1b[0m";
 
@@ -70,6 +75,7 @@ std::vector<std::size_t> TextTable::column_widths(std::size_t width) const {
 
 std::vector<std::string> TextTable::lines(std::size_t width) const {
   const std::vector<std::size_t> widths = column_widths(width);
+  const std::size_t most_padded = width == unlimited ? widest_padded : width;
   std::vector<std::string> result;
   for (const auto& row : rows_) {
     std::string line;
@@ -77,7 +83,8 @@ std::vector<std::string> TextTable::lines(std::size_t width) const {
       const std::string cell = cut_to_width(row[i], widths[i]);
       line += cell;
       if (i + 1 < widths.size()) {
-        line.append(widths[i] - display_width(cell) + gap, ' ');
+        const std::size_t padded = std::min(widths[i], most_padded);
+        line.append(padded - std::min(padded, display_width(cell)) + gap, ' ');
       }
     }
     result.push_back(cut_to_width(line, width));

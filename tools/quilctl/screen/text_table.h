@@ -31,7 +31,8 @@ class TextTable {
   void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
 
   /// A line for the headings and one for each row, none wider than `width`. The last columns are truncated
-  /// first.
+  /// first. If `width` is the largest number, nothing is truncated, and a cell wider than 128 columns moves
+  /// the following ones of its line to the right.
   [[nodiscard]] std::vector<std::string> lines(std::size_t width) const;
 
   void print(std::ostream& out, const OutputStyle& style) const;

@@ -53,7 +53,7 @@ class Configuration {
   /// 1 to 65535, "keepalive" outside 5 to 65535, invalid "loglevel", "certfile" without "keyfile" or the
   /// reverse, and TLS file that cannot be read; one for input that could not be read to its end. An empty
   /// level or TLS file counts as unset. Two faults are warnings: a "presence" other than "yes" or "no", and a
-  /// "password" in a world-readable file. No text shows the value of "password".
+  /// "password", or a key that ends so, in a world-readable file. No text shows the value of "password".
   [[nodiscard]] std::vector<Fault> faults() const;
 
   /// Logs each fault in one line, at ERROR or WARNING. False when any fault is not a warning.
