@@ -124,7 +124,12 @@ TEST_F(UplinkTest, TheValueOfAVariableIsTheNameAndAnotherOneClearsTheOldTopics) 
   publish("serialnumber", "");
   publish("serialnumber", "S1");
   ASSERT_TRUE(arrives("fleet/S1/var/vehicleid", "A"));
-  publish("serialnumber", "S2");
+  fleet_broker.freeze();
+  for (const char* name : {"S3", "S4", "S2"}) {
+    publish("serialnumber", name);
+    ASSERT_TRUE(uplink->wait_for_output(std::string(" to ") + name));
+  }
+  fleet_broker.thaw();
   ASSERT_TRUE(arrives("fleet/S2/var/vehicleid", "A"));
   ASSERT_TRUE(arrives("fleet/S2/var/serialnumber", "S2"));
   ASSERT_TRUE(fleet.wait_for_text("fleet/S2/daemon", "online"));

@@ -15,7 +15,8 @@ namespace {
 
 std::shared_ptr<com::ITransportClient> create_client(const UplinkSettings& settings, const std::string& unit,
                                                      const std::string& tree,
-                                                     std::shared_ptr<com::IConnectionObserver> observer) {
+                                                     std::shared_ptr<com::IConnectionObserver> observer,
+                                                     const std::shared_ptr<OldTopics>& old_topics) {
   auto config = std::make_unique<tamu::config::Configuration>(*settings.fleet);
   if (config->get("client_name").empty()) {
     config->set_value("client_name", unit);
@@ -25,6 +26,7 @@ std::shared_ptr<com::ITransportClient> create_client(const UplinkSettings& setti
                      topics::presence_lost};
   traits.reconnect_spread = settings.reconnect_spread;
   traits.repeat_after = settings.repeat_after;
+  traits.topic_cleared = [old_topics](const std::string& topic) { old_topics->remove(topic); };
   traits.name = "fleet";
   return com::create_client(config, com::TransportType::mqtt, std::move(observer), traits);
 }
@@ -48,11 +50,16 @@ class FleetLink::ConnectionObserver final : public com::IConnectionObserver {
   FleetLink& link_;
 };
 
-FleetLink::FleetLink(const UplinkSettings& settings, const std::string& unit, WallClock wall_clock)
+FleetLink::FleetLink(const UplinkSettings& settings, const std::string& unit, WallClock wall_clock,
+                     const std::shared_ptr<OldTopics>& old_topics)
     : unit_(unit),
       tree_(settings.prefix + '/' + unit + '/'),
       wall_clock_(std::move(wall_clock)),
-      client_(create_client(settings, unit, tree_, std::make_shared<ConnectionObserver>(*this))) {
+      client_(create_client(settings, unit, tree_, std::make_shared<ConnectionObserver>(*this), old_topics)) {
+  old_topics->remove_tree(tree_);
+  for (const std::string& topic : old_topics->all()) {
+    publish(topic, "");
+  }
   client_->connect();
   client_->start();
 }

@@ -8,6 +8,7 @@
 
 #include <ecu/tamu/com/transport_client.h>
 
+#include "uplink/old_topics.h"
 #include "uplink/unit_clock.h"
 #include "uplink/uplink_settings.h"
 
@@ -21,8 +22,10 @@ class FleetLink {
   /// The unit's wall clock; nothing while it is not set. Called from any thread.
   using WallClock = std::function<std::optional<WallTime>()>;
 
-  /// Begins to connect. `settings` is only read during the call.
-  FleetLink(const UplinkSettings& settings, const std::string& unit, WallClock wall_clock);
+  /// Begins to connect. `settings` is only read during the call. Clears `old_topics`, and removes each that
+  /// the broker has cleared.
+  FleetLink(const UplinkSettings& settings, const std::string& unit, WallClock wall_clock,
+            const std::shared_ptr<OldTopics>& old_topics);
   /// Stops, which takes at most 2 s.
   ~FleetLink() = default;
   FleetLink(const FleetLink&) = delete;

@@ -206,7 +206,8 @@ void Uplink::take(const std::string& key, const std::string& text, BootTime publ
   }
 }
 
-// The old name's presence is cleared by the new link, because the old one ends with "offline".
+// The old name's topics are cleared by the new link, because the old one ends with "offline", and may be
+// without a connection.
 void Uplink::set_unit(const std::string& unit) {
   if (!tools::is_fleet_level(unit)) {
     if (must_report("unit")) {
@@ -219,22 +220,28 @@ void Uplink::set_unit(const std::string& unit) {
   if (fleet_ && fleet_->unit() == unit) {
     return;
   }
-  std::vector<std::string> old_topics;
   if (fleet_) {
-    const FleetLink& old = *fleet_;
-    old_topics = {old.topic(topics::fleet_presence), old.topic(topics::fleet_connected_since)};
-    filter_.for_each_sent([&](const std::string& key) { old_topics.push_back(old.topic(key)); });
-    uplink_log.notice("the unit's name changes from ", old.unit(), " to ", unit);
-    fleet_.reset();
+    uplink_log.notice("the unit's name changes from ", fleet_->unit(), " to ", unit);
+    leave_name();
   }
-  fleet_ = std::make_unique<FleetLink>(settings_, unit, wall_clock_);
-  for (const std::string& topic : old_topics) {
-    fleet_->publish(topic, "");
-  }
+  fleet_ = std::make_unique<FleetLink>(settings_, unit, wall_clock_, old_topics_);
   if (!daemon_presence_) {
     fleet_->publish(fleet_->topic(topics::fleet_daemon), "");  // of an earlier run, perhaps
   }
   filter_.send_all_again();
+}
+
+void Uplink::leave_name() {
+  const FleetLink& old = *fleet_;
+  bool all_added = old_topics_->add(old.topic(topics::fleet_presence)) &&
+                   old_topics_->add(old.topic(topics::fleet_connected_since));
+  filter_.for_each_sent(
+      [&](const std::string& key) { all_added = old_topics_->add(old.topic(key)) && all_added; });
+  if (!all_added) {
+    uplink_log.warning("topics of ", old.unit(), " stay at the fleet's broker: more than ",
+                       OldTopics::max_topics, " of former names wait for a connection");
+  }
+  fleet_.reset();
 }
 
 void Uplink::send_due() {

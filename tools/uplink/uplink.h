@@ -11,6 +11,7 @@
 
 #include "uplink/change_filter.h"
 #include "uplink/fleet_link.h"
+#include "uplink/old_topics.h"
 #include "uplink/unit_clock.h"
 #include "uplink/uplink_settings.h"
 
@@ -56,6 +57,7 @@ class Uplink {
   [[nodiscard]] bool is_sendable(const std::string& name, const std::string& value) TAMU_REQUIRES(mutex_);
   [[nodiscard]] bool must_report(const std::string& subject) TAMU_REQUIRES(mutex_);
   void set_unit(const std::string& unit) TAMU_REQUIRES(mutex_);
+  void leave_name() TAMU_REQUIRES(mutex_);
   void send_due() TAMU_REQUIRES(mutex_);
   [[nodiscard]] std::string payload_of(const std::string& key, const ChangeFilter::Value& value)
       TAMU_REQUIRES(mutex_);
@@ -66,6 +68,9 @@ class Uplink {
   const UplinkSettings settings_;
   const WallClock wall_clock_;
   const std::shared_ptr<BusObserver> observer_;
+
+  // With their own synchronisation.
+  const std::shared_ptr<OldTopics> old_topics_ = std::make_shared<OldTopics>();
 
   tamu::Mutex mutex_;
   tamu::ConditionVariable timer_wake_;
