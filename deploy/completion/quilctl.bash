@@ -14,7 +14,7 @@ _quilctl_command() {
       continue
     fi
     case $before in
-      --host | --port | --user | --password-file | --cafile | --cert | --key | --config | --timeout | --fleet-prefix)
+      --host | -p | --port | --user | --password-file | --cafile | --cert | --key | --config | --timeout | --fleet-prefix)
         before=
         continue
         ;;
@@ -30,7 +30,7 @@ _quilctl_command() {
 }
 
 _quilctl_options() {
-  echo '-h --help -V --version --host --port --user --password-file --cafile --cert --key --config --timeout
+  echo '-h --help -V --version --host -p --port --user --password-file --cafile --cert --key --config --timeout
     --fleet --fleet-prefix -v --verbose'
   if [[ $1 != record && $1 != replay ]]; then
     echo --json
@@ -74,7 +74,7 @@ _quilctl() {
   case $option in
     --host)
       compopt -o filenames 2>/dev/null
-      mapfile -t COMPREPLY < <(compgen -A hostname -- "$current"; compgen -f -- "$current")
+      mapfile -t COMPREPLY < <(compgen -A "$([[ $current == /* ]] && echo file || echo hostname)" -- "$current")
       return
       ;;
     --password-file | --cafile | --cert | --key | --config | --expect)
@@ -82,7 +82,7 @@ _quilctl() {
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
-    --port | --user | --timeout | --fleet-prefix | --wait | --default | --format | --exec | --count | --duration | --speed) return ;;
+    -p | --port | --user | --timeout | --fleet-prefix | --wait | --default | --format | --exec | --count | --duration | --speed) return ;;
     --topics)
       mapfile -t COMPREPLY < <(compgen -W 'rt/# system/#' -- "$current")
       return

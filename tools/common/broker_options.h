@@ -30,8 +30,8 @@ struct BrokerAddress {
 /// Options that contradict each other, or that have invalid values; `what()` says which.
 using BrokerOptionsError = InputError;
 
-/// Reads HOST, HOST:PORT, [IPV6]:PORT, mqtt://HOST[:PORT], mqtts://HOST[:PORT], unix:PATH, or the path of a
-/// Unix-domain socket. Throws `BrokerOptionsError` for any other text.
+/// Reads HOST, HOST:PORT, [IPV6]:PORT, mqtt://HOST[:PORT], mqtts://HOST[:PORT], unix:PATH, or the absolute
+/// path of a Unix-domain socket. Throws `BrokerOptionsError` for any other text.
 [[nodiscard]] BrokerAddress parse_broker_address(const std::string& text);
 
 /// Adds the options to the configuration of a bus client, which keeps its values for those that are not
