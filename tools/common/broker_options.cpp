@@ -159,4 +159,11 @@ void apply(const BrokerOptions& options, Configuration& config) {
   set_login(options, config);
 }
 
+std::string broker_address(const Configuration& config) {
+  const std::string host = config.effective("host");
+  return host.front() == '/'                   ? host
+         : host.find(':') == std::string::npos ? host + ":" + config.effective("port")
+                                               : "[" + host + "]:" + config.effective("port");
+}
+
 }  // namespace ecu::tools

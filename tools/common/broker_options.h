@@ -39,4 +39,7 @@ using BrokerOptionsError = InputError;
 /// used.
 void apply(const BrokerOptions& options, tamu::config::Configuration& config);
 
+/// The broker's address for messages to the user: HOST:PORT, or the path of its socket.
+[[nodiscard]] std::string broker_address(const tamu::config::Configuration& config);
+
 }  // namespace ecu::tools

@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <regex>
 #include <set>
 
@@ -170,6 +171,11 @@ TEST(BrokerOptions, OptionsOverrideTheConfigurationOfTheUnit) {
            address_origin(options, *config);
   };
   EXPECT_EQ(configured(), "@localhost:1883 from default");
+  EXPECT_EQ(unread_file_hint(options), "");
+  options.unit_config_file = dir.path("loop");
+  EXPECT_EQ(unread_file_hint(options), "") << "there is none";
+  std::filesystem::create_symlink(options.unit_config_file, options.unit_config_file);
+  EXPECT_THAT(unread_file_hint(options), testing::StartsWith("; " + options.unit_config_file + ": "));
   options.unit_config_file = dir.write("unit.conf", "host = unit\nport = 1\nusername = quil\npassword = x\n");
   EXPECT_EQ(configured(), "quil@unit:1 from " + options.unit_config_file);
   options.ca_file = pem;
@@ -220,6 +226,11 @@ TEST(QuilctlTable, FollowsTheBusAndTheKeyboard) {
   EXPECT_THAT(shown(), testing::AllOf(HasSubstr("5-9/16"), HasSubstr("\n* haseth2 ")));
   EXPECT_TRUE(table.handle(KeyPress{Key::end}));
   EXPECT_THAT(shown(), HasSubstr("12-16/16"));
+  press("/h");
+  EXPECT_TRUE(table.handle(KeyPress{Key::enter}));
+  EXPECT_THAT(shown(), HasSubstr("1-5/16")) << "from the top";
+  press("/");
+  EXPECT_TRUE(table.handle(KeyPress{Key::escape}));
   press("sss");
   EXPECT_TRUE(table.handle(KeyPress{Key::home}));
   EXPECT_THAT(shown(), testing::ContainsRegex("SOURCE *\n\\* haseth2 .*\n  haswifibt")) << "by last change";

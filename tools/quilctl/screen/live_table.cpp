@@ -97,6 +97,7 @@ bool LiveTable::handle(const KeyPress& press) {
 }
 
 void LiveTable::handle_filter_key(const KeyPress& press) {
+  top_ = 0;
   if (press.key == Key::backspace) {
     remove_last_character(filter_);
   } else if (press.key == Key::letter && press.letter != '\0') {
