@@ -4,6 +4,7 @@
 #include "quilctl/screen/terminal_screen.h"
 
 #include <ncursesw/curses.h>
+#include <ncursesw/termcap.h>
 #include <unistd.h>
 
 #include <array>
@@ -97,7 +98,8 @@ TerminalScreen::~TerminalScreen() {
 
 bool TerminalScreen::is_possible() {
   const char* const type = std::getenv("TERM");
-  return ::isatty(STDOUT_FILENO) == 1 && type != nullptr && std::string_view(type) != "dumb";
+  return ::isatty(STDOUT_FILENO) == 1 && type != nullptr && std::string_view(type) != "dumb" &&
+         ::tgetent(nullptr, type) == 1;
 }
 
 void TerminalScreen::enter() {
