@@ -22,6 +22,7 @@ _quilctl_command() {
     before=$word
     case $command/$word in
       /list | /get | /watch | /describe | /param | /secstore | /status | /check | /decode | /record | /replay | /retire | /help) command=$word ;;
+      help/*) command+=" $word" ;;
       param/get | param/list | param/set | secstore/get | secstore/set) command+=" $word" ;;
       'secstore get/master' | 'secstore get/remote' | 'secstore set/master' | 'secstore set/remote') command+=" $word" ;;
     esac
@@ -52,8 +53,8 @@ _quilctl_arguments() {
   case $1 in
     '' | help) echo 'list get watch describe param secstore status check decode record replay retire help' ;;
     list | get | watch | describe) _quilctl_variables ;;
-    param) echo 'get list set' ;;
-    secstore) echo 'get set' ;;
+    param | 'help param') echo 'get list set' ;;
+    secstore | 'help secstore') echo 'get set' ;;
     'secstore get' | 'secstore set') echo 'master remote' ;;
     decode) echo 'rt/# system/# system/var/#' ;;
   esac

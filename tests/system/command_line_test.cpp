@@ -69,6 +69,9 @@ TEST(CommandLineTest, QuilctlNamesTheInvalidWord) {
            {"quilctl record - --json", "--json: "},
            {"quilctl decode --count 0", "--count: "},
            {"quilctl --host \"\" describe", "--host: "},
+           {"quilctl watch --exec \"\"", "--exec: "},
+           {"quilctl list --format \"\"", "--format: "},
+           {"quilctl list a --raw", "--raw: for one value only, or with --format\n"},
        }) {
     Process quilctl({"/bin/sh", "-c", "PATH=\"" PROGRAM_DIR ":$PATH\"; " + line});
     EXPECT_EQ(quilctl.wait(), 2) << line;

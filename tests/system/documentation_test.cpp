@@ -109,6 +109,7 @@ TEST(DocumentationTest, CompletionOffersSuitableWords) {
            {"quilctl --user get --config = list secs", "secstore"},
            {"quilctl secstore set master @ m", "@mine.json @mine.txt"},
            {"quilctl check mine.t", "mine.txt"},
+           {"quilctl help param s", "set"},
        }) {
     Process bash({"/bin/bash", "-c", script, dir.path(""), SOURCE_DIR "/deploy/completion", line});
     EXPECT_EQ(bash.wait(), 0);

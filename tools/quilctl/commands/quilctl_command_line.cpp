@@ -123,7 +123,7 @@ void check_combinations(const Options& options) {
                        (options.fleet && (options.fleet->empty() || tools::is_pattern(*options.fleet)));
   if (!given.empty() && given[0] == "--raw" &&
       (options.command == list || (is_many && options.command != watch))) {
-    throw CLI::ValidationError("--raw", "for one value only");
+    throw CLI::ValidationError("--raw", "for one value only, or with --format");
   }
   if (!options.expect_file.empty() && !options.arguments.empty()) {
     throw CLI::ValidationError("--expect", "its file names the variables");
