@@ -74,8 +74,9 @@ void Connection::handle_session(short events) {
     up_ = true;
     attempting_ = false;
     up_since_ = Clock::now();
-    mqtt_log.notice("connected to ", settings_.broker());
-    reported_.clear();
+    if (!std::exchange(connection_is_reported_, true)) {
+      mqtt_log.notice("connected to ", settings_.broker());
+    }
     listener_.connection_up();
   }
 }
@@ -151,7 +152,11 @@ void Connection::fail(const Fault& fault) noexcept {
   }
   end_if_memory_stays_short(fault, was_up);
   if (was_up) {
-    backoff_.connection_lost(Clock::now() - up_since_);
+    const auto held = Clock::now() - up_since_;
+    backoff_.connection_lost(held);
+    if (held >= Backoff::stable_after) {
+      reported_.clear();
+    }
     addresses_.clear();
   }
   timer_ = Clock::now() + backoff_.next();
@@ -172,11 +177,13 @@ void Connection::end_if_memory_stays_short(const Fault& fault, bool was_up) noex
   }
 }
 
+// A connection that is lost again and again for one reason, soon after each attempt, is one line.
 void Connection::report(bool lost, const std::string& reason) noexcept {
   try {
-    if (std::exchange(reported_, reason) != reason) {
-      mqtt_log.warning(lost ? "connection to " : "cannot connect to ", settings_.broker(),
-                       lost ? " lost: " : ": ", reason);
+    const std::string event = (lost ? " lost: " : ": ") + reason;
+    if (std::exchange(reported_, event) != event) {
+      connection_is_reported_ = false;
+      mqtt_log.warning(lost ? "connection to " : "cannot connect to ", settings_.broker(), event);
     }
   } catch (...) {
   }

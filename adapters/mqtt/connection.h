@@ -102,7 +102,8 @@ class Connection final {
   bool up_ = false;                     // the listener knows of the connection
   Clock::time_point up_since_;
   int memory_failures_ = 0;  // in a row
-  std::string reported_;     // the reason for the missing connection that was logged last
+  std::string reported_;     // the loss or failure that was logged last, until a connection is stable
+  bool connection_is_reported_ = false;  // in the newest line
   bool closed_ = false;
 };
 

@@ -44,6 +44,7 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
           },
           Delivery::Clock::now, settings_.backlog),
       connection_(settings_, *this),
+      quarantine_(settings_.retest_after),
       repetition_(settings_.repeat_after),
       threads_([this] { lead(); }),
       heartbeat_("mqtt", [this] { handle_wake_up_request(); }) {}

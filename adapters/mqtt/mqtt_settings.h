@@ -35,6 +35,9 @@ struct MqttSettings {
   /// How long the broker may take for a mandatory answer; `read_settings` sets it to the keep-alive.
   std::chrono::milliseconds answer_timeout{60'000};
 
+  /// The first pause before a message for which the broker ended the connection is tested again.
+  std::chrono::seconds retest_after{60};
+
   [[nodiscard]] bool is_unix_socket() const { return host.front() == '/'; }
   /// Whether the broker runs on this machine: a socket path, "localhost", 127.0.0.0/8 or ::1.
   [[nodiscard]] bool is_local() const;

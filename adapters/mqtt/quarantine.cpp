@@ -9,6 +9,9 @@
 // for a pause that doubles each time, so that a topic with ever new values costs few connections. A suspect
 // is forgotten when such a message passes long after the last one was set aside.
 //
+// The retests of unchanged messages take turns, so that messages that stay refused cost few connections,
+// however many they are.
+//
 // What it relies on: the broker judges by topic and size. If it refuses a message that was not tested, for
 // its contents for example, the last message before the loss makes its topic a suspect, too. After each loss
 // everything is tested again, because the broker may judge differently what passed before.
@@ -30,6 +33,9 @@ namespace {
 constexpr int enough_losses = 2;
 
 constexpr int many_topics_found = 2;
+
+// The longest pause between retests is this multiple of the first one.
+constexpr int retest_pause_growth = 512;
 
 std::size_t hash_of(const std::string& topic) {
   return std::hash<std::string>()(topic);
@@ -65,12 +71,19 @@ bool Quarantine::has_passed(const Publication& publication) const {
 }
 
 Quarantine::Handling Quarantine::handle(const PublicationPtr& publication, Clock::time_point now) {
+  if (searching_ && now - last_loss_ > search_time) {
+    end_search();
+  }
   const auto found = suspects_.empty() ? suspects_.end() : suspects_.find(publication->topic);
   const bool suspicious = found != suspects_.end();
   if (suspicious) {
     Suspect& suspect = found->second;
     suspect.withheld = nullptr;
     if (suspect.set_aside == digest_of(*publication)) {
+      if (publication == std::exchange(retest_, nullptr)) {
+        return begin_test(publication);
+      }
+      suspect.withheld = retest_after_ > std::chrono::seconds::zero() ? publication : nullptr;
       return Handling::withhold;
     }
     suspect.set_aside.reset();
@@ -106,10 +119,14 @@ void Quarantine::fence_answered(Clock::time_point now) {
   clear_of_suspicion(*passed, now);
   passed_[hash_of(passed->topic)] = passed->message.payload.size();
   if (passed_.size() > max_passed) {
-    searching_ = false;
-    losses_ = 0;
-    passed_.clear();
+    end_search();
   }
+}
+
+void Quarantine::end_search() {
+  searching_ = false;
+  losses_ = 0;
+  passed_.clear();
 }
 
 // Only a message of the same size shows that another cause ended the connection. A larger one shows that no
@@ -120,6 +137,13 @@ void Quarantine::clear_of_suspicion(const Publication& passed, Clock::time_point
     return;
   }
   Suspect& suspect = found->second;
+  if (suspect.set_aside == digest_of(passed)) {
+    mqtt_log.notice("broker accepts the message on topic ", passed.topic, " that was set aside");
+    suspects_.erase(found);
+    retest_due_ = now;
+    retest_pause_ = retest_after_;
+    return;
+  }
   const std::size_t size = passed.message.payload.size();
   if (size == suspect.size) {
     suspect.losses = 0;
@@ -132,6 +156,7 @@ void Quarantine::clear_of_suspicion(const Publication& passed, Clock::time_point
 
 bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point now) {
   const PublicationPtr tested = std::exchange(under_test_, nullptr);
+  retest_ = nullptr;
   const auto [last_topic, last_size] = std::exchange(last_untested_, {});
   for (auto& [topic, suspect] : suspects_) {
     suspect.withheld = nullptr;
@@ -140,7 +165,9 @@ bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point no
   if (nothing_sent || !is_suspicious(failure) || (!tested && now - last_sent_ > right_after)) {
     return false;
   }
-  searching_ = searching_ || ++losses_ >= enough_losses;
+  losses_ = now - last_loss_ > search_time ? 1 : losses_ + 1;
+  last_loss_ = now;
+  searching_ = searching_ || losses_ >= enough_losses;
   passed_.clear();
   if (!tested) {
     if (!last_topic.empty()) {
@@ -149,6 +176,11 @@ bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point no
     return false;
   }
   Suspect& suspect = suspects_[tested->topic];
+  if (suspect.set_aside == digest_of(*tested)) {
+    retest_pause_ = std::min(2 * retest_pause_, retest_pause_growth * retest_after_);
+    await_retest(suspect, now);
+    return true;
+  }
   suspect.lost_for(tested->message.payload.size(), now);
   const bool many_found = topics_found_ >= many_topics_found && now - last_found_ <= right_after;
   if (++suspect.losses < enough_losses && !many_found) {
@@ -165,15 +197,23 @@ void Quarantine::set_aside(const Publication& publication, Suspect& suspect, Clo
   }
   suspect.losses = 0;
   suspect.set_aside = digest_of(publication);
+  await_retest(suspect, now);
   suspect.retry_at = now + pause_after(suspect.times_set_aside);
   ++suspect.times_set_aside;
   mqtt_log.error("broker ends the connection for the message on topic ", publication.topic, " (",
                  publication.message.payload.size(), " bytes): set aside until its value changes");
 }
 
+void Quarantine::await_retest(Suspect& suspect, Clock::time_point now) {
+  suspect.turn = ++last_turn_;
+  retest_due_ = now + retest_pause_;
+}
+
 void Quarantine::attempt_failed() {
   losses_ = 0;
   topics_found_ = 0;
+  retest_due_ = {};
+  retest_pause_ = retest_after_;
   std::erase_if(suspects_, [](const auto& entry) { return entry.second.times_set_aside == 0; });
   for (auto& [topic, suspect] : suspects_) {
     suspect.losses = 0;
@@ -181,19 +221,26 @@ void Quarantine::attempt_failed() {
 }
 
 PublicationPtr Quarantine::take_due(Clock::time_point now) {
+  Suspect* next = nullptr;
   for (auto& [topic, suspect] : suspects_) {
-    if (suspect.withheld && now >= suspect.retry_at) {
+    if (!suspect.withheld) {
+      continue;
+    }
+    if (!suspect.set_aside && now >= suspect.retry_at) {
       return std::exchange(suspect.withheld, nullptr);
     }
+    if (suspect.set_aside && now >= retest_due_ && (next == nullptr || suspect.turn < next->turn)) {
+      next = &suspect;
+    }
   }
-  return nullptr;
+  return retest_ = next != nullptr ? std::exchange(next->withheld, nullptr) : nullptr;
 }
 
 Quarantine::Clock::time_point Quarantine::due() const {
   auto due = Clock::time_point::max();
   for (const auto& [topic, suspect] : suspects_) {
     if (suspect.withheld) {
-      due = std::min(due, suspect.retry_at);
+      due = std::min(due, suspect.set_aside ? retest_due_ : suspect.retry_at);
     }
   }
   return due;

@@ -65,6 +65,7 @@ int main(int argc, char* argv[]) {
     return EXIT_FAILURE;
   }
   limit_kept_memory();
+  log_uncaught_exceptions();
   com::library_init();
   ecu::tamu::application_starting();
   logging::configure_logging(options().log_level);

@@ -2,8 +2,10 @@
 #include <signal.h>
 
 #include <array>
+#include <exception>
 
 #include <ecu/quil/process.h>
+#include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/signal_mask.h>
 
 namespace ecu::quil {
@@ -43,6 +45,23 @@ void limit_kept_memory() {
   mallopt(M_TRIM_THRESHOLD, large_block);
   mallopt(M_TOP_PAD, large_block / 4);
   mallopt(M_ARENA_MAX, 1);
+}
+
+void log_uncaught_exceptions() {
+  static const std::terminate_handler default_handler = std::get_terminate();
+  std::set_terminate([] {
+    try {
+      if (const std::exception_ptr failure = std::current_exception()) {
+        std::rethrow_exception(failure);
+      }
+    } catch (const std::exception& failure) {
+      tamu::logging::log(tamu::logging::Level::alert,
+                         "uncaught exception, the process ends: ", failure.what());
+    } catch (...) {
+      tamu::logging::log(tamu::logging::Level::alert, "uncaught exception, the process ends");
+    }
+    default_handler();
+  });
 }
 
 void install_signal_handler() {

@@ -45,9 +45,8 @@ void SysParamContainer::consume(const IpcSignal& signal) {
 
 void SysParamContainer::collect(SysParam param) {
   m_frame_params.put(std::move(param));
-  if (m_frame_params.all().size() > max_frame_params ||
-      m_frame_params.payload_bytes() > max_frame_payload_bytes) {
-    logger.error("A frame of more than ", max_frame_params, " parameters or ", max_frame_payload_bytes,
+  if (m_frame_params.all().size() > max_params || m_frame_params.payload_bytes() > max_payload_bytes) {
+    logger.error("A frame of more than ", max_params, " parameters or ", max_payload_bytes,
                  " bytes of values is dropped");
     m_drop_frame = true;
     m_frame_params = {};
@@ -72,6 +71,12 @@ void SysParamContainer::frame_finished() {
 void SysParamContainer::merge_frame() {
   // Taken out first, so that the next frame starts empty and without the memory of this one.
   SysParams frame = std::exchange(m_frame_params, {});
+  if (!has_room_for(frame.all())) {
+    logger.error("A frame after which there would be more than ", max_params, " parameters or ",
+                 max_payload_bytes, " bytes of values is dropped");
+    settle();
+    return;
+  }
   try {
     merge(std::move(frame).all());
   } catch (...) {
@@ -82,6 +87,19 @@ void SysParamContainer::merge_frame() {
   if (m_callback) {
     m_callback();
   }
+}
+
+bool SysParamContainer::has_room_for(const std::vector<SysParam>& incoming) const {
+  const tamu::MutexLock lock(m_sysparams_mutex);
+  std::size_t params = m_sysparams.all().size();
+  std::size_t bytes = m_sysparams.payload_bytes();
+  for (const SysParam& param : incoming) {
+    const SysParam* const held = m_sysparams.find(param.ota_id);
+    params += held == nullptr ? 1U : 0U;
+    bytes += param.payload.size();
+    bytes -= held == nullptr ? 0 : held->payload.size();
+  }
+  return params <= max_params && bytes <= max_payload_bytes;
 }
 
 // Ends a change that was not carried out.

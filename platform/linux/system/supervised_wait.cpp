@@ -3,6 +3,8 @@
 #include <poll.h>
 #include <signal.h>
 
+#include <algorithm>
+#include <chrono>
 #include <optional>
 
 #include <ecu/tamu/signal_mask.h>
@@ -14,9 +16,12 @@ namespace ecu::tamu {
 
 namespace {
 
-using Microseconds = std::chrono::microseconds;
+using Clock = std::chrono::steady_clock;
 
-timespec to_timespec(Microseconds time) {
+// The pause before a notification is attempted again that the service manager had no room for.
+constexpr std::chrono::milliseconds notification_pause{250};
+
+timespec to_timespec(std::chrono::nanoseconds time) {
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
   return {static_cast<time_t>(seconds.count()),
           static_cast<long>(std::chrono::nanoseconds(time - seconds).count())};
@@ -31,21 +36,23 @@ bool has_default_action(int signal_number) {
 
 void wait_supervised(const posix::Event& event) {
   std::optional<Watchdog> watchdog;
+  auto check_due = Clock::time_point::max();
   if (const auto period = watchdog_period()) {
     watchdog.emplace(*period);
+    check_due = Clock::now();
   }
-  timespec timeout = to_timespec(watchdog ? watchdog->check() : Microseconds::zero());
   const sigset_t mask = mask_without(termination_signals());
   pollfd fd{event.fd(), POLLIN, 0};
-  for (;;) {
-    const int ready = ::ppoll(&fd, 1, watchdog ? &timeout : nullptr, &mask);
-    if (ready > 0) {
-      return;
+  do {
+    const auto now = Clock::now();
+    if (now >= check_due) {
+      check_due = now + watchdog->check();
     }
-    if (ready == 0) {
-      timeout = to_timespec(watchdog->check());
-    }
-  }
+    const auto due = std::min(check_due, notify_again() ? check_due : now + notification_pause);
+    const timespec timeout = to_timespec(std::max(due - Clock::now(), Clock::duration::zero()));
+    fd.revents = 0;
+    (void)::ppoll(&fd, 1, due == Clock::time_point::max() ? nullptr : &timeout, &mask);
+  } while (fd.revents == 0);
 }
 
 void unblock_default_termination() {

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <map>
 #include <new>
@@ -58,43 +59,73 @@ std::optional<Address> to_address(std::string_view text) noexcept {
   return address;
 }
 
-// False with errno set on failure.
-bool deliver(const Address& address, std::string_view state) noexcept {
-  const posix::UniqueFd channel(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  return channel && ::sendto(channel.get(), state.data(), state.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                             reinterpret_cast<const sockaddr*>(&address.name), address.size) >= 0;
+// The errors that may be gone at the next attempt.
+bool may_pass(int error) noexcept {
+  return error == EAGAIN || error == ENOBUFS || error == ENOMEM || error == EMFILE || error == ENFILE;
 }
 
-void notify(std::string_view state) noexcept {
-  const std::string_view target = environment(socket_variable);
-  if (target.empty()) {
-    return;
+// The connection to the service manager. Its socket stays open, because a process without a free descriptor
+// is still alive.
+class Manager {
+ public:
+  // False if a further attempt may succeed.
+  bool notify(std::string_view state) noexcept {
+    const std::string_view target = environment(socket_variable);
+    if (target.empty()) {
+      return true;
+    }
+    const MutexLock lock(mutex_);
+    const std::optional<Address> address = to_address(target);
+    const int error = address ? deliver(*address, state) : EINVAL;
+    if (error != 0 && error != error_) {
+      logger.warning("Unable to notify the service manager at '", target, "': ", std::strerror(error));
+    }
+    error_ = error;
+    return !may_pass(error);
   }
-  const std::optional<Address> address = to_address(target);
-  if (!address) {
-    logger.warning(socket_variable, " '", target, "' is not an address of a local socket");
-  } else if (!deliver(*address, state)) {
-    logger.warning("Unable to notify the service manager at '", target, "' (errno ", errno, ")");
+
+ private:
+  int deliver(const Address& address, std::string_view state) noexcept TAMU_REQUIRES(mutex_) {
+    if (!channel_) {
+      channel_.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    }
+    return channel_ && ::sendto(channel_.get(), state.data(), state.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                                reinterpret_cast<const sockaddr*>(&address.name), address.size) >= 0
+               ? 0
+               : errno;
   }
+
+  Mutex mutex_;
+
+  // Guarded by mutex_.
+  posix::UniqueFd channel_ TAMU_GUARDED_BY(mutex_);
+  int error_ TAMU_GUARDED_BY(mutex_) = 0;  // of the last notification; each is logged when it begins
+};
+
+bool notify(std::string_view state) noexcept {
+  static Manager manager;
+  return manager.notify(state);
 }
 
-// The status text, made of parts. It is sent with the lock held, so that the newest text is sent last.
+// READY=1 and the status text, which is made of parts. They are sent with the lock held, so that the newest
+// text is sent last.
 class Status {
  public:
   void set(std::string_view name, std::string_view text) {
     const MutexLock lock(mutex_);
     parts_.insert_or_assign(std::string(name), without_controls(text));
-    const std::string joined_parts = joined();
-    if (joined_parts != sent_) {
-      notify("STATUS=" + joined_parts);
-      sent_ = joined_parts;
-    }
+    (void)send();
   }
 
-  void send_with(const std::string& state) {
+  void set_ready() {
     const MutexLock lock(mutex_);
-    sent_ = joined();
-    notify(state + "\nSTATUS=" + (sent_.empty() ? "Running" : sent_));
+    ready_is_due_ = true;
+    (void)send();
+  }
+
+  bool send_again() {
+    const MutexLock lock(mutex_);
+    return send();
   }
 
  private:
@@ -104,6 +135,21 @@ class Status {
     std::replace_if(
         plain.begin(), plain.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
     return plain;
+  }
+
+  // Sends what the manager does not know yet; false if a further attempt may succeed.
+  bool send() TAMU_REQUIRES(mutex_) {
+    const std::string text = joined();
+    if (!ready_is_due_ && text == sent_) {
+      return true;
+    }
+    const std::string shown = ready_is_due_ && text.empty() ? "Running" : text;
+    if (!notify((ready_is_due_ ? "READY=1\nSTATUS=" : "STATUS=") + shown)) {
+      return false;
+    }
+    ready_is_due_ = false;
+    sent_ = text;
+    return true;
   }
 
   [[nodiscard]] std::string joined() const TAMU_REQUIRES(mutex_) {
@@ -119,6 +165,7 @@ class Status {
   // Guarded by mutex_.
   std::map<std::string, std::string> parts_ TAMU_GUARDED_BY(mutex_);
   std::string sent_ TAMU_GUARDED_BY(mutex_);
+  bool ready_is_due_ TAMU_GUARDED_BY(mutex_) = false;
 };
 
 Status& status() {
@@ -129,14 +176,14 @@ Status& status() {
 }  // namespace
 
 void application_starting() noexcept {
-  notify("STATUS=Starting");
+  (void)notify("STATUS=Starting");
 }
 
 void application_ready() noexcept {
   try {
-    status().send_with("READY=1");
+    status().set_ready();
   } catch (const std::bad_alloc&) {
-    notify("READY=1");
+    (void)notify("READY=1");
   }
 }
 
@@ -151,12 +198,20 @@ void set_status(std::string_view part, std::string_view text) noexcept {
   }
 }
 
+bool notify_again() noexcept {
+  try {
+    return status().send_again();
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
 void notify_stopping() noexcept {
-  notify("STOPPING=1");
+  (void)notify("STOPPING=1");
 }
 
 void notify_watchdog() noexcept {
-  notify("WATCHDOG=1");
+  (void)notify("WATCHDOG=1");
 }
 
 std::optional<std::chrono::microseconds> watchdog_period() noexcept {

@@ -6,7 +6,7 @@
 
 /// The platform's own notifications to the service manager (sd_notify protocol), in addition to
 /// ecu/tamu/application.h. Every function may be called from any thread, never blocks, and does nothing when
-/// no manager listens; a notification that cannot be delivered is one WARNING line.
+/// no manager listens; notifications that cannot be delivered are one WARNING line for each cause.
 namespace ecu::tamu {
 
 /// Sets one part of the status text that the service manager shows, for instance the state of the broker
@@ -14,6 +14,10 @@ namespace ecu::tamu {
 /// when the result changes (`STATUS=`). Control characters are sent as spaces. A text is not sent when there
 /// is no memory for it.
 void set_status(std::string_view part, std::string_view text) noexcept;
+
+/// Delivers `READY=1` and the status text if the manager's socket was full when they were due. False while it
+/// is still full, so that a later call may succeed.
+[[nodiscard]] bool notify_again() noexcept;
 
 /// Reports that the process has begun to stop (`STOPPING=1`).
 void notify_stopping() noexcept;

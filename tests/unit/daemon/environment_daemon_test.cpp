@@ -1,5 +1,6 @@
 #include <ecu/quil/environment_daemon.h>
 #include <ecu/quil/environment_variable.h>
+#include <ecu/quil/process.h>
 
 #include "support/fake_client.h"
 #include "support/ports.h"
@@ -142,6 +143,17 @@ TEST_F(EnvironmentDaemonTest, PublishPassesOnItsFlagAndTheClientsResult) {
   EXPECT_EQ(daemon->publish(variable, false), PublishResult::overload);
   EXPECT_THAT(published_topics(), ElementsAre("system/var/name"));
   EXPECT_FALSE(client->published[0].message.retained);
+}
+
+TEST(ProcessDeathTest, AnUncaughtExceptionIsLogged) {
+  const auto fail = [](const auto& exception) {
+    log_uncaught_exceptions();
+    ecu::tamu::logging::set_log_mode(ecu::tamu::logging::LogMode::standard_error);
+    std::thread([&] { throw exception; }).join();
+  };
+  EXPECT_DEATH(fail(std::runtime_error("full")),
+               "ALERT uncaught exception, the process ends: full\nterminate called");
+  EXPECT_DEATH(fail(1), "ALERT uncaught exception, the process ends\nterminate called");
 }
 
 }  // namespace

@@ -74,7 +74,7 @@ TEST_F(SysParamContainerTest, AFrameIsMergedAtItsEndTheLaterRecordOfAnIdentifier
 }
 
 TEST_F(SysParamContainerTest, AFrameAboveTheLimitsIsDroppedUpToItsEnd) {
-  constexpr auto most = SysParamContainer::max_frame_params;
+  constexpr auto most = SysParamContainer::max_params;
   const auto dropped = [this](std::size_t count, const std::string& value) {
     for (std::size_t id = 100; id < 100 + count; ++id) {
       container.consume(SysParamContainer::to_signal({static_cast<std::uint32_t>(id), value}));
@@ -102,6 +102,32 @@ TEST_F(SysParamContainerTest, AFrameAboveTheLimitsIsDroppedUpToItsEnd) {
   const Params largest(300, {7, std::string(65000, 'x')});  // of one identifier, and so one value
   receive(largest);
   EXPECT_EQ(cached().size(), 2u);
+}
+
+TEST_F(SysParamContainerTest, AFrameThatWouldTakeTheCopyAboveTheLimitsIsDropped) {
+  const std::string large(65536, 'x');
+  const auto numbered = [](std::uint32_t first, std::size_t count, const std::string& value) {
+    Params params(count, {first, value});
+    for (SysParam& param : params) {
+      param.ota_id = first++;
+    }
+    return params;
+  };
+  const auto is_refused = [this](const Params& frame) {
+    return tests::logged_lines([&] { receive(frame); }).back() ==
+           "ERROR [SysParam] A frame after which there would be more than 65536 parameters or 16777216 bytes "
+           "of values is dropped";
+  };
+  EXPECT_FALSE(is_refused(numbered(10, 256, large)));
+  EXPECT_TRUE(is_refused({{300, "x"}}));
+  EXPECT_TRUE(is_refused({{10, ""}, {11, large + large}, {300, "x"}}));
+  EXPECT_EQ(container.get_state(), State::SYNCED);
+  EXPECT_EQ(callbacks, 1);
+  EXPECT_FALSE(is_refused({{10, ""}, {300, large}}));
+  EXPECT_EQ(cached().size(), 257u);
+  EXPECT_FALSE(is_refused(numbered(1000, 65279, "")));
+  EXPECT_TRUE(is_refused({{10, ""}, {90000, "x"}}));
+  EXPECT_EQ(cached().size(), 65536u);
 }
 
 // In processor time, which other processes do not affect.

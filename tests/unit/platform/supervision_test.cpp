@@ -1,5 +1,6 @@
 #include "system/supervision.h"
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -57,13 +58,34 @@ TEST(SupervisionTest, UnreachableManagerIsReportedAndBlocksNobody) {
     }
   };
   const Manager deaf_manager("@tolquil_deaf_" + own_pid);
-  EXPECT_THAT(logged_by(flood), HasSubstr(" WARNING "));
+  EXPECT_THAT(tests::logged_lines(flood), ElementsAre(HasSubstr("Resource temporarily unavailable")));
+  application_ready();
+  set_status("broker", "on line");
+  (void)deaf_manager.all_received();
+  const posix::Event stop;
+  std::jthread main([&stop] { wait_supervised(stop); });
+  EXPECT_EQ(deaf_manager.receive(tests::time_limit), "READY=1\nSTATUS=on line");
+  stop.signal();
+  main.join();
+  set_status("broker", "");
   for (const std::string& name : {std::string("/nowhere"), std::string("@"), "/" + std::string(200, 'x')}) {
     set_environment("NOTIFY_SOCKET", name);
     EXPECT_THAT(logged_by(application_ready), HasSubstr(" WARNING ")) << name;
   }
   ::unsetenv("NOTIFY_SOCKET");
   EXPECT_EQ(logged_by(application_ready), "");
+}
+
+TEST(SupervisionTest, AProcessWithoutAFreeDescriptorStillNotifies) {
+  const Manager manager;
+  application_starting();
+  rlimit before{};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none{0, before.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &none);
+  notify_watchdog();
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_THAT(manager.all_received(), ElementsAre("STATUS=Starting", "WATCHDOG=1"));
 }
 
 TEST(SupervisionTest, StatusTextJoinsItsPartsAndIsSentWhenItChanges) {

@@ -26,6 +26,10 @@ void block_broken_pipe_signal();
 /// one of them frees serves the others. Call before any thread is started.
 void limit_kept_memory();
 
+/// Makes an exception that nobody catches, such as one for lack of memory, one ALERT line before the process
+/// ends.
+void log_uncaught_exceptions();
+
 /// Makes SIGINT and SIGTERM stop the daemon and the client once; the next one ends the process by default
 /// action. Blocks both signals in the calling thread, and so in every thread that it starts later. Only the
 /// wait inside the client's `run` unblocks them, where no lock is held. Call before any thread is started.

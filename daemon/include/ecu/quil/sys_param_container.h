@@ -29,9 +29,9 @@ class SysParamContainer final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSi
   using Clock = State::Clock;
   using MessageResult = SysParamMessage;
 
-  /// The largest frame that is merged.
-  static constexpr std::size_t max_frame_params = 65536;
-  static constexpr std::size_t max_frame_payload_bytes = std::size_t{16} * 1024 * 1024;
+  /// The limits of a frame, and of the copy after the frame is merged.
+  static constexpr std::size_t max_params = 65536;
+  static constexpr std::size_t max_payload_bytes = std::size_t{16} * 1024 * 1024;
 
   /// Registers at `port`. `callback` is called on the port's thread after each merged frame; it may be empty.
   SysParamContainer(std::shared_ptr<QueuingPortHandler> port, std::function<void()> callback,
@@ -55,8 +55,8 @@ class SysParamContainer final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSi
     return quil::from_message_all(msg);
   }
 
-  /// Collects one parameter of a frame. A frame above the limits is dropped up to its end, with one ERROR
-  /// line; the copy then stays as it is.
+  /// Collects one parameter of a frame. A frame above the limits is dropped up to its end, and so is one that
+  /// would take the copy above them, with one ERROR line; the copy then stays as it is.
   void consume(const IpcSignal& signal) override;
   void finished() override;
   void frame_finished() override;
@@ -82,6 +82,7 @@ class SysParamContainer final : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSi
  private:
   void collect(SysParam param);
   void merge_frame();
+  [[nodiscard]] bool has_room_for(const std::vector<SysParam>& incoming) const;
   void settle();
   [[nodiscard]] std::vector<bool> diff(const Sequence<SysParam>& incoming) const;
 

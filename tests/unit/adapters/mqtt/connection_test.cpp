@@ -209,6 +209,25 @@ TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndAffectsNothingElse) {
                                "ERROR " + module + "incoming message on topic in lost: full"));
 }
 
+TEST_F(ConnectionTest, AConnectionThatIsLostAgainAndAgainIsLoggedOnceForEachReason) {
+  open(answer);
+  const auto log = tests::logged_lines([this] {
+    std::size_t events = 0;
+    for (const char* reason : {"one", "one", "one", "other", "other"}) {
+      (void)run(++events);
+      ++events;
+      connection->fail({ConnectionFailure::internal, reason});
+    }
+    (void)run(events + 1);
+  });
+  const std::string module = "[tamu.com.mqtt] ", address = settings.broker();
+  EXPECT_THAT(log, ElementsAre("NOTICE " + module + "connected to " + address,
+                               "WARNING " + module + "connection to " + address + " lost: one",
+                               "NOTICE " + module + "connected to " + address,
+                               "WARNING " + module + "connection to " + address + " lost: other",
+                               "NOTICE " + module + "connected to " + address));
+}
+
 TEST_F(ConnectionTest, OnlyOneNameLookupRunsAtATimeAndALateResultIsUsed) {
   settings.host = "broker.invalid";
   settings.connect_timeout = 10ms;

@@ -15,6 +15,8 @@ PublicationPtr publication(const std::string& topic, const std::string& text) {
 
 class QuarantineTest : public testing::Test {
  protected:
+  explicit QuarantineTest(std::chrono::seconds retest_after = 0s) : quarantine(retest_after) {}
+
   Handling handle(const std::string& topic, const std::string& text) {
     return quarantine.handle(publication(topic, text), now);
   }
@@ -137,6 +139,19 @@ TEST_F(QuarantineTest, SeveralFaultyTopicsAreFoundOneAfterAnother) {
   EXPECT_FALSE(lose_by("sixth", "1"));
 }
 
+TEST_F(QuarantineTest, TheSearchEndsAfterATimeWithoutLossAndNeedsTwoLossesInThatTime) {
+  EXPECT_FALSE(lose_by("a", "1"));
+  EXPECT_FALSE(lose_by("a", "1"));
+  now += Quarantine::search_time;
+  EXPECT_EQ(handled("b", "1"), "passed");
+  now += 1ms;
+  EXPECT_EQ(handled("b", "22"), "sent");
+  EXPECT_FALSE(lose_by("b", "1"));
+  now += Quarantine::search_time + 1ms;
+  EXPECT_FALSE(lose_by("b", "1"));
+  EXPECT_EQ(handled("b", "22"), "sent");
+}
+
 TEST_F(QuarantineTest, LossesWithAnotherCauseSetNothingAside) {
   for (int i = 0; i < 10; ++i) {  // the broker does not answer
     (void)handle("a", "1");
@@ -201,6 +216,54 @@ TEST_F(QuarantineTest, ATopicThatKeepsFailingIsRetriedAfterDoublingPauses) {
   EXPECT_EQ(handled("bad", "good"), "passed");
   set_aside("bad", "1");
   EXPECT_EQ(handled("bad", "2"), "passed");
+}
+
+class RetestTest : public QuarantineTest {
+ protected:
+  RetestTest() : QuarantineTest(10s) {
+    for (const std::string topic : {"a", "b", "c"}) {
+      set_aside(topic, "1");
+    }
+  }
+  void expect_all_withheld() {
+    for (const std::string topic : {"a", "b", "c"}) {
+      EXPECT_EQ(handle(topic, "1"), Handling::withhold);
+    }
+  }
+  /// The topic that is tested again now; the test is under way.
+  std::string retested() {
+    const PublicationPtr due = quarantine.take_due(now);
+    return due && quarantine.handle(due, now) == Handling::test ? due->topic : "none";
+  }
+};
+
+TEST_F(RetestTest, UnchangedMessagesTakeTurnsAfterPausesThatDouble) {
+  std::string order;
+  for (const auto pause : {10s, 20s, 40s, 80s}) {
+    expect_all_withheld();
+    EXPECT_EQ(quarantine.due(), now + pause);
+    now += pause;
+    order += retested();
+    EXPECT_TRUE(lose());
+  }
+  EXPECT_EQ(order, "abca");
+  EXPECT_EQ(handled("b", "2"), "passed");
+}
+
+TEST_F(RetestTest, AllAreTestedOnceTheBrokerIsBackOrAcceptsOne) {
+  quarantine.attempt_failed();
+  expect_all_withheld();
+  const auto log = tests::logged_lines([this] {
+    EXPECT_EQ(retested(), "a");
+    quarantine.fence_answered(now);
+  });
+  EXPECT_THAT(log, ElementsAre("NOTICE [tamu.com.mqtt] broker accepts the message on topic a that was set "
+                               "aside"));
+  EXPECT_EQ(handled("a", "1"), "sent");
+  EXPECT_EQ(retested(), "b");
+  EXPECT_TRUE(lose());
+  EXPECT_EQ(handle("c", "1"), Handling::withhold);
+  EXPECT_EQ(quarantine.due(), now + 20s);
 }
 
 }  // namespace
