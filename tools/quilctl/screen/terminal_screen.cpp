@@ -143,7 +143,7 @@ std::size_t TerminalScreen::height() const {
   return static_cast<std::size_t>(::getmaxy(::stdscr));
 }
 
-void TerminalScreen::draw(const std::vector<ScreenLine>& lines) {
+void TerminalScreen::draw(const std::vector<ScreenLine>& lines) const {
   ::werase(::stdscr);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const auto& [text, look] = lines[i];

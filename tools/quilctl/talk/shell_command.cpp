@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <iterator>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -28,9 +30,7 @@ constexpr int patience_ms = 2'000;  // with a command that must end
 // whole. The terminal would stop such a group when it reads.
 pid_t start(std::vector<std::string> words) {
   std::vector<char*> arguments;
-  for (std::string& word : words) {
-    arguments.push_back(word.data());
-  }
+  std::ranges::transform(words, std::back_inserter(arguments), [](std::string& word) { return word.data(); });
   arguments.push_back(nullptr);
   posix_spawnattr_t attributes;
   sigset_t none;
