@@ -6,9 +6,8 @@ import sys
 import paho.mqtt.client as mqtt
 from ecu.tamu.pb.messages_pb2 import EcuVariable
 
-VARIABLE, PRESENCE = "system/var/vehicleid", "system/presence/quil"
-HEADER_SIZE = 18
-shown = ""
+VARIABLE, PRESENCE, HEADER_SIZE = "system/var/vehicleid", "system/presence/quil", 18
+shown = value = ""
 
 
 def show(text):
@@ -19,16 +18,18 @@ def show(text):
 
 
 def on_connect(client, userdata, flags, code):
-    show("no value yet" if code == 0 else mqtt.connack_string(code))
+    global value
+    value = "no value yet" if code == 0 else mqtt.connack_string(code)
+    show(value)
     # Each time: a restarted broker knows no subscription. Presence last: what it says is true now.
     client.subscribe([(VARIABLE, 0), (PRESENCE, 1)])
 
 
 def on_message(client, userdata, message):
+    global value
     if message.topic == VARIABLE:
-        show(EcuVariable.FromString(message.payload[HEADER_SIZE:]).value or "no value yet")
-    elif message.payload == b"offline":
-        show("daemon off line")
+        value = EcuVariable.FromString(message.payload[HEADER_SIZE:]).value or "no value yet"
+    show("daemon off line" if message.payload == b"offline" else value)
 
 
 client = mqtt.Client()

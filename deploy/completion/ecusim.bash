@@ -15,9 +15,9 @@ _ecusim_command() {
   echo none
 }
 
-_ecusim_play='-h --help --host --port --user --password-file --cafile --cert --key --ports --group --mode'
+_ecusim_play='-h --help --host -p --port --user --password-file --cafile --cert --key --ports --group --mode'
 
-_ecusim_fleet='-h --help --host --port --spread --change'
+_ecusim_fleet='-h --help --host -p --port --spread --change'
 
 # The possible words: the options and, before a command, the commands.
 _ecusim_words() {
@@ -41,7 +41,7 @@ _ecusim() {
   case $option in
     --host)
       compopt -o filenames 2>/dev/null
-      mapfile -t COMPREPLY < <(compgen -A hostname -- "$current"; compgen -f -- "$current")
+      mapfile -t COMPREPLY < <(compgen -A "$([[ $current == /* ]] && echo file || echo hostname)" -- "$current")
       ;;
     --ports)
       compopt -o filenames 2>/dev/null
@@ -54,7 +54,7 @@ _ecusim() {
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       ;;
-    --port | --user | --mode | --spread | --change) ;;
+    -p | --port | --user | --mode | --spread | --change) ;;
     *)
       mapfile -t COMPREPLY < <(compgen -W "$(_ecusim_words)" -- "$current")
       if [[ $current != -* && $(_ecusim_command) =~ ^(none|play)$ ]]; then

@@ -14,7 +14,7 @@ _quilctl_command() {
       continue
     fi
     case $before in
-      --host | --port | --user | --password-file | --cafile | --cert | --key | --config | --timeout | --fleet-prefix)
+      --host | -p | --port | --user | --password-file | --cafile | --cert | --key | --config | --timeout | --fleet-prefix)
         before=
         continue
         ;;
@@ -22,6 +22,7 @@ _quilctl_command() {
     before=$word
     case $command/$word in
       /list | /get | /watch | /describe | /param | /secstore | /status | /check | /decode | /record | /replay | /retire | /help) command=$word ;;
+      help/*) command+=" $word" ;;
       param/get | param/list | param/set | secstore/get | secstore/set) command+=" $word" ;;
       'secstore get/master' | 'secstore get/remote' | 'secstore set/master' | 'secstore set/remote') command+=" $word" ;;
     esac
@@ -30,7 +31,7 @@ _quilctl_command() {
 }
 
 _quilctl_options() {
-  echo '-h --help -V --version --host --port --user --password-file --cafile --cert --key --config --timeout
+  echo '-h --help -V --version --host -p --port --user --password-file --cafile --cert --key --config --timeout
     --fleet --fleet-prefix -v --verbose'
   if [[ $1 != record && $1 != replay ]]; then
     echo --json
@@ -52,8 +53,8 @@ _quilctl_arguments() {
   case $1 in
     '' | help) echo 'list get watch describe param secstore status check decode record replay retire help' ;;
     list | get | watch | describe) _quilctl_variables ;;
-    param) echo 'get list set' ;;
-    secstore) echo 'get set' ;;
+    param | 'help param') echo 'get list set' ;;
+    secstore | 'help secstore') echo 'get set' ;;
     'secstore get' | 'secstore set') echo 'master remote' ;;
     decode) echo 'rt/# system/# system/var/#' ;;
   esac
@@ -74,7 +75,7 @@ _quilctl() {
   case $option in
     --host)
       compopt -o filenames 2>/dev/null
-      mapfile -t COMPREPLY < <(compgen -A hostname -- "$current"; compgen -f -- "$current")
+      mapfile -t COMPREPLY < <(compgen -A "$([[ $current == /* ]] && echo file || echo hostname)" -- "$current")
       return
       ;;
     --password-file | --cafile | --cert | --key | --config | --expect)
@@ -82,7 +83,7 @@ _quilctl() {
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
-    --port | --user | --timeout | --fleet-prefix | --wait | --default | --format | --exec | --count | --duration | --speed) return ;;
+    -p | --port | --user | --timeout | --fleet-prefix | --wait | --default | --format | --exec | --count | --duration | --speed) return ;;
     --topics)
       mapfile -t COMPREPLY < <(compgen -W 'rt/# system/#' -- "$current")
       return

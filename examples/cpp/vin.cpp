@@ -1,4 +1,4 @@
-// vin [HOST [PORT]]: prints the VIN, or why there is none. For a Unix-domain socket: its path, and port 0.
+// vin [HOST [PORT]]: prints the VIN, or why there is none, at each change. For a Unix-domain socket: path 0.
 #include <mosquittopp.h>
 
 #include <iostream>
@@ -8,13 +8,14 @@
 
 constexpr std::size_t header_size = 18;
 
-void show(const std::string& text) {
-  std::cout << text << std::endl;
-}
-
 struct VinReader : mosqpp::mosquittopp {
+  std::string shown, value;
+  void show(const std::string& text) {
+    std::cout << (text == shown ? "" : text + '\n') << std::flush;
+    shown = text;
+  }
   void on_connect(int code) override {
-    show(code == 0 ? "no value yet" : mosqpp::connack_string(code));
+    show(value = code == 0 ? "no value yet" : mosqpp::connack_string(code));
     // Each time: a restarted broker knows no subscription. Presence last: what it says is true now.
     subscribe(nullptr, "system/var/vehicleid", 0);
     subscribe(nullptr, "system/presence/quil", 1);
@@ -23,18 +24,17 @@ struct VinReader : mosqpp::mosquittopp {
   void on_message(const mosquitto_message* message) override {
     const std::string payload(static_cast<const char*>(message->payload), message->payloadlen);
     ecu::tamu::pb::EcuVariable variable;
-    if (payload == "offline") {
-      show("daemon off line");
-    } else if (payload.size() >= header_size && variable.ParseFromString(payload.substr(header_size))) {
-      show(variable.has_value() ? variable.value() : "no value yet");
+    if (payload.size() >= header_size && variable.ParseFromString(payload.substr(header_size))) {
+      value = variable.has_value() ? variable.value() : "no value yet";
     }
+    show(payload == "offline" ? "daemon off line" : value);
   }
 };
 
 int main(int argc, char** argv) {
   mosqpp::lib_init();
-  show("no connection");
   VinReader reader;
+  reader.show("no connection");
   reader.connect_async(argc > 1 ? argv[1] : "localhost", argc > 2 ? std::stoi(argv[2]) : 1883);
   return reader.loop_forever();  // only after an error that stays
 }

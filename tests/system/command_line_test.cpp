@@ -64,11 +64,14 @@ TEST(CommandLineTest, QuilctlNamesTheInvalidWord) {
            {"quilctl param", "a command is missing\n"},
            {"quilctl --jsno", "unknown option '--jsno'\n"},
            {"QUILCTL_PORT=0 quilctl describe", "QUILCTL_PORT: "},
-           {"QUILCTL_PORT=0 quilctl describe --port 0", "--port: "},
+           {"QUILCTL_PORT=0 quilctl describe -p 0", "--port: "},
            {"quilctl watch --table --json", "--json excludes --table\n"},
            {"quilctl record - --json", "--json: "},
            {"quilctl decode --count 0", "--count: "},
            {"quilctl --host \"\" describe", "--host: "},
+           {"quilctl watch --exec \"\"", "--exec: "},
+           {"quilctl list --format \"\"", "--format: "},
+           {"quilctl list a --raw", "--raw: for one value only, or with --format\n"},
        }) {
     Process quilctl({"/bin/sh", "-c", "PATH=\"" PROGRAM_DIR ":$PATH\"; " + line});
     EXPECT_EQ(quilctl.wait(), 2) << line;

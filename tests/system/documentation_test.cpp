@@ -97,7 +97,11 @@ TEST(DocumentationTest, CompletionOffersSuitableWords) {
            {"ecusim scenario --v", ""},
            {"ecusim play --p", "--port --password-file --ports"},
            {"ecusim scenario m", ""},
+           {"ecusim --host = mine", ""},
+           {"ecusim --host /etc/hostn", "/etc/hostname"},
            {"quilctl re", "record replay retire"},
+           {"quilctl -p get --host mine", ""},
+           {"quilctl --host = /etc/hostn", "/etc/hostname"},
            {"quilctl --host x param s", "set"},
            {"quilctl secstore get --r", "--reveal --raw"},
            {"quilctl status --r", ""},
@@ -105,6 +109,7 @@ TEST(DocumentationTest, CompletionOffersSuitableWords) {
            {"quilctl --user get --config = list secs", "secstore"},
            {"quilctl secstore set master @ m", "@mine.json @mine.txt"},
            {"quilctl check mine.t", "mine.txt"},
+           {"quilctl help param s", "set"},
        }) {
     Process bash({"/bin/bash", "-c", script, dir.path(""), SOURCE_DIR "/deploy/completion", line});
     EXPECT_EQ(bash.wait(), 0);

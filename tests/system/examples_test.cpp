@@ -60,6 +60,7 @@ TEST_P(ExamplesTest, PrintsTheVinAndItsChangesAndWhyThereIsNone) {
   expect_output("1M8GDM9AXKP042788\n");
   publish_vin(bus, "WDB9634031L738254");
   expect_output("WDB9634031L738254\n");
+  publish_vin(bus, "WDB9634031L738254");
   broker.stop();
   if (GetParam().shows_loss) {
     expect_output("no connection\n");
@@ -72,6 +73,10 @@ TEST_P(ExamplesTest, PrintsTheVinAndItsChangesAndWhyThereIsNone) {
   expect_output("YV2RT40A8HB828261\n");
   daemon.reset();
   expect_output("daemon off line\n");
+  daemon.emplace(config());
+  EXPECT_TRUE(example.wait_for_output("YV2RT40A8HB828261\n", 2)) << example.output();
+  const auto lines = lines_of(example.output());
+  EXPECT_EQ(std::ranges::adjacent_find(lines), lines.end()) << "only changes\n" << example.output();
 }
 
 INSTANTIATE_TEST_SUITE_P(All, ExamplesTest,

@@ -12,6 +12,7 @@ TEST_F(QuilctlTest, DistinguishesAValueFromNoValueAndFromAnUnknownName) {
   EXPECT_THAT(call({"get", "vehicleid"}, 4).all, HasSubstr("quilctl: vehicleid has no value\n"));
   EXPECT_THAT(call({"get", "nothing"}, 3).all, HasSubstr("no variable is named 'nothing'"));
   EXPECT_THAT(call({"get", "vehicelid"}, 3).all, HasSubstr("'vehicelid'; did you mean 'vehicleid'?\n"));
+  EXPECT_THAT(call({"get", "zz*"}, 3).all, HasSubstr("no variable matches 'zz*'"));
   EXPECT_EQ(call({"get", "topv*", "hwvariant"}).out, "topversion  TV 1\nhwvariant  R08_B1\n");
   EXPECT_EQ(call({"get", "hwversion", "vehicleid"}, 4).out, "hwversion  r08\n");
   EXPECT_EQ(call({"get", "hwversion", "vehicleid", "--default", "?"}).out, "hwversion  r08\nvehicleid  ?\n");
@@ -55,6 +56,8 @@ TEST_F(QuilctlTest, AListWaitsForTheExpectedValues) {
       call({"list", "--expect", expect, "--timeout", "0.5"}, 1).all,
       HasSubstr(
           "hwversion: expected \"r08\", has \"r09\"\nquilctl: 1 of 3 values not as expected within 0.5 s\n"));
+  EXPECT_THAT(call({"list", "--expect", dir.write("expect", R"({"expect": {"hwversionn": "r08"}})")}, 3).all,
+              HasSubstr("did you mean 'hwversion'?"));
   EXPECT_EQ(call({"list", "--expect", dir.write("expect", "[")}, 2).out, "");
 }
 
@@ -75,12 +78,18 @@ TEST_F(QuilctlTest, ReportsAMissingDaemonOrBrokerAtOnce) {
     EXPECT_THAT(call(words, 7).all,
                 HasSubstr("quilctl: broker " + broker.socket_path() + " not reachable: "));
   }
-  EXPECT_EQ(Json::parse(call({"status", "--json"}, 7).out)["reachable"], false);
+  EXPECT_THAT(call({"status", "--json"}, 7).out,
+              testing::MatchesRegex(".*\"reachable\":false,\"reason\":\"broker .* not reachable: .*\"}\n"));
   const Broker closed("allow_anonymous false");
   Process list(
       {PROGRAM_DIR "/quilctl", "list", "--host", "localhost", "--port", std::to_string(closed.port())});
   EXPECT_EQ(list.wait(), 7);
   EXPECT_THAT(list.output(), HasSubstr(" rejects the login: not authorised; check --user"));
+  Process simulator({PROGRAM_DIR "/ecusim", "-p", std::to_string(closed.port())});
+  EXPECT_TRUE(simulator.wait_for_output(" rejects the login: not authorised; check --user"));
+  simulator.signal(SIGTERM);
+  EXPECT_EQ(simulator.wait(), 0);
+  EXPECT_THAT(simulator.output(), testing::Not(HasSubstr("Refused")));
   const std::string faulty = dir.write("faulty", "quilctl-recording 1\n0.0 \"rt/x\" \"1\"\nx\n");
   EXPECT_THAT(call({"replay", faulty}, 1).all, HasSubstr(faulty + ":3: ")) << "before anything is published";
 }

@@ -49,20 +49,29 @@ TEST_F(QuilctlWatchTest, AWatchEndsAfterACountOrATimeAndRunsACommand) {
   const Json first = json_of({"watch", "hwvariant", "--count", "1", "--json"});
   EXPECT_EQ(first["value"], "R08_B1");
   EXPECT_EQ(first["retained"], true);
-  const Outcome late = call({"watch", "hwvaraint", "--count", "1", "--timeout", "0.5"}, 27);
+  const Outcome late = call({"watch", "hwvaraint", "zz*", "--count", "1", "--timeout", "0.5"}, 27);
   EXPECT_THAT(late.all, HasSubstr("did you mean 'hwvariant'?\n"));
-  EXPECT_THAT(late.all, HasSubstr("quilctl: 0 of 1 messages within the time of --timeout\n"));
+  EXPECT_THAT(late.all, HasSubstr("quilctl: 0 of 1 within the time of --timeout\n"));
   EXPECT_EQ(call({"watch", "hwversion", "--timeout", "0.5", "--format", "{name}"}).out, "hwversion\n");
   EXPECT_EQ(call({"decode", "absent", "--count", "1", "--timeout", "0.5"}, 27).out, "");
-  const Outcome run = call({"watch", "hwvariant", "--count", "1", "--exec", "echo $NAME=$VALUE; exit 3"});
-  EXPECT_EQ(run.out, "hwvariant=R08_B1\n");
-  EXPECT_THAT(run.all, HasSubstr("ended with exit code 3\n"));
+  const Outcome run =
+      call({"watch", "hwvariant", "--count", "1", "--exec", "echo $NAME=$VALUE $RETAINED; absent; exit 3"});
+  EXPECT_EQ(run.out, "hwvariant=R08_B1 1\n");
+  EXPECT_THAT(run.all,
+              testing::ContainsRegex("quilctl: 1: absent: not found\n(.|\n)*ended with exit code 3\n"));
   const std::string hanging = "trap '' TERM; echo started; sleep 1000; sleep 1000";
   EXPECT_EQ(call({"watch", "hwvariant", "--timeout", "1", "--exec", hanging}).out, "started\n");
   Process interrupted(command({"watch", "hwvariant", "--exec", "echo started; read none; sleep 1000"}));
   ASSERT_TRUE(interrupted.wait_for_output("started"));
   interrupted.signal(SIGTERM);
   EXPECT_EQ(interrupted.wait(), 0);
+  for (const std::string line : {"list", "describe", "watch"}) {
+    const std::string without_reader = R"(exec > >(:); wait $!; "$0" "$1" --host "$2"; exit $?)";
+    EXPECT_EQ(Process({"/bin/bash", "-c", without_reader, PROGRAM_DIR "/quilctl", line, broker.socket_path()})
+                  .wait(),
+              128 + SIGPIPE)
+        << line;
+  }
 }
 
 TEST_F(QuilctlWatchTest, ASignalEndsEveryWait) {
@@ -178,6 +187,10 @@ TEST_F(QuilctlWatchTest, ATableFitsTheTerminalAndRestoresIt) {
     EXPECT_EQ(ended.wait(), 0);
     EXPECT_THAT(ended.output(), HasSubstr(first_screen));
   }
+
+  Process unknown(on_terminal("TERM=absent " + table + " --timeout 1"));
+  EXPECT_EQ(unknown.wait(), 0);
+  EXPECT_THAT(unknown.output(), HasSubstr("a table needs a terminal"));
 
   broker.stop();
   ASSERT_TRUE(terminal.wait_for_output("NO CONNECTION"));

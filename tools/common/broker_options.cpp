@@ -31,7 +31,8 @@ std::string first_line_of(const std::string& path) {
   return line;
 }
 
-// The TLS library's own texts, such as "no start line", would not help the user.
+// The TLS library's own texts, such as "no start line", would not help the user, nor would its questions for
+// a pass phrase.
 void require_pem(const std::string& path, const std::string& content) {
   if (path.empty()) {
     return;
@@ -41,6 +42,9 @@ void require_pem(const std::string& path, const std::string& content) {
   if (begin == std::string::npos || text.find(content + "-----", begin) == std::string::npos) {
     throw BrokerOptionsError(path + ": no " + (content == "KEY" ? "private key" : "certificate") +
                              " in PEM format");
+  }
+  if (text.find("ENCRYPTED") != std::string::npos) {  // no text in base64 is likely to contain it
+    throw BrokerOptionsError(path + ": encrypted keys are not supported");
   }
 }
 
@@ -62,9 +66,6 @@ void require_complete_tls(const Configuration& config) {
 }
 
 void set_tls(const BrokerOptions& options, Configuration& config, bool is_tls) {
-  require_pem(options.ca_file, "CERTIFICATE");
-  require_pem(options.certificate_file, "CERTIFICATE");
-  require_pem(options.key_file, "KEY");
   set_if_given(config, "cafile", options.ca_file);
   if (is_tls && config.effective("cafile").empty()) {
     if (!std::ifstream(system_authorities)) {
@@ -74,6 +75,9 @@ void set_tls(const BrokerOptions& options, Configuration& config, bool is_tls) {
   }
   set_if_given(config, "certfile", options.certificate_file);
   set_if_given(config, "keyfile", options.key_file);
+  require_pem(config.effective("cafile"), "CERTIFICATE");
+  require_pem(config.effective("certfile"), "CERTIFICATE");
+  require_pem(config.effective("keyfile"), "KEY");
   require_complete_tls(config);
 }
 
@@ -104,14 +108,19 @@ bool take_prefix(std::string_view& text, std::string_view prefix) {
 
 BrokerAddress parse_broker_address(const std::string& text) {
   std::string_view rest = text;
-  if (take_prefix(rest, "unix:")) {
+  const bool is_unix = take_prefix(rest, "unix:");
+  if (is_unix) {
     take_prefix(rest, "//");
-    if (!rest.starts_with('/')) {
-      throw BrokerOptionsError("invalid address '" + text + "': the path of a socket begins with '/'");
-    }
   }
   if (rest.starts_with('/')) {
     return {std::string(rest), "", false};
+  }
+  if (rest.find('@') != std::string_view::npos) {  // the text may contain a password
+    throw BrokerOptionsError("invalid address: it has a login; use --user and --password-file");
+  }
+  const bool has_slash = rest.find('/') != std::string_view::npos;
+  if (is_unix || (has_slash && rest.find("://") == std::string_view::npos)) {
+    throw BrokerOptionsError("invalid address '" + text + "': the path of a socket begins with '/'");
   }
   BrokerAddress address;
   address.is_tls = take_prefix(rest, "mqtts://");
@@ -133,7 +142,7 @@ BrokerAddress parse_broker_address(const std::string& text) {
       (in_brackets && end == std::string_view::npos) || (has_port ? !is_port(rest) : !rest.empty())) {
     throw BrokerOptionsError("invalid address '" + text +
                              "': use HOST, HOST:PORT, [IPV6]:PORT, mqtt://HOST, " +
-                             "mqtts://HOST, unix:PATH, or the path of a socket");
+                             "mqtts://HOST, unix:PATH, or the absolute path of a socket");
   }
   return address;
 }
@@ -149,6 +158,13 @@ void apply(const BrokerOptions& options, Configuration& config) {
   set_if_given(config, "port", options.port);
   set_if_given(config, "port", address.port);
   set_login(options, config);
+}
+
+std::string broker_address(const Configuration& config) {
+  const std::string host = config.effective("host");
+  return host.front() == '/'                   ? host
+         : host.find(':') == std::string::npos ? host + ":" + config.effective("port")
+                                               : "[" + host + "]:" + config.effective("port");
 }
 
 }  // namespace ecu::tools

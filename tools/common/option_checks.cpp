@@ -67,10 +67,9 @@ void add_broker_options(CLI::App& app, BrokerOptions& options, const std::string
     return environment.empty() ? option : option->envname(environment + variable);
   };
   add("--host", options.host, "HOST", "ADDRESS",
-      "the broker: HOST, HOST:PORT, mqtt://HOST, mqtts://HOST (TLS), or the path of its Unix-domain socket, "
-      "also "
-      "after unix:; default localhost");
-  add("--port", options.port, "PORT", "PORT", "port of the broker; default 1883, with TLS 8883")
+      "the broker: HOST, HOST:PORT, mqtt://HOST, mqtts://HOST (TLS), or the absolute path of its Unix-domain "
+      "socket, also after unix:; default localhost");
+  add("-p,--port", options.port, "PORT", "PORT", "port of the broker; default 1883, with TLS 8883")
       ->check(is_digits())
       ->check(CLI::Range(1, max_port));
   add("--user", options.user, "USER", "NAME", "user name for the broker");

@@ -46,7 +46,10 @@ std::string with_origin(const CLI::App& app, const std::string& text,
                         std::span<const char* const> arguments) {
   for (const CLI::Option* const option : app.get_options()) {
     const std::string name = option->get_name();
-    if (!option->get_envname().empty() && !is_given(name, arguments) && text.starts_with(name + ':')) {
+    const auto& letters = option->get_snames();
+    const bool is_word =
+        is_given(name, arguments) || (!letters.empty() && is_given('-' + letters.front(), arguments));
+    if (!option->get_envname().empty() && !is_word && text.starts_with(name + ':')) {
       return option->get_envname() + text.substr(name.size());
     }
   }

@@ -2,9 +2,12 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 #include <ecu/tamu/config/configuration.h>
 
 #include "common/termination.h"
+#include "ecusim/connection_report.h"
 
 namespace ecu::sim {
 
@@ -21,7 +24,8 @@ std::shared_ptr<com::ITransportClient> create(const tools::BrokerOptions& broker
   config->set_value("client_name", "ecusim-" + std::to_string(getpid()));
   config->set_value("presence", "no");
   tools::apply(broker, *config);
-  return com::create_client(config, com::TransportType::mqtt);
+  auto report = std::make_shared<ConnectionReport>(tools::broker_address(*config));
+  return com::create_client(config, com::TransportType::mqtt, std::move(report));
 }
 
 }  // namespace

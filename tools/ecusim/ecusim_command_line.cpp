@@ -98,7 +98,7 @@ void add_fleet_options(CLI::App& command, FleetSetup& fleet) {
       ->delimiter(',')
       ->check(tools::is_not_empty())
       ->type_name("ADDRESS[,ADDRESS...]");
-  command.add_option("--port", fleet.port, "its port; default: 1883")
+  command.add_option("-p,--port", fleet.port, "its port; default: 1883")
       ->check(tools::is_positive_number())
       ->check(CLI::Range(1U, most_port));
   command

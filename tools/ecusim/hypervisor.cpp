@@ -12,10 +12,10 @@
 
 #include <ecu/tamu/com/port_names.h>
 #include <ecu/tamu/com/system_parameters.h>
-#include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/signal_mask.h>
 #include <ecu/tamu/thread_safety.h>
 
+#include "common/notes.h"
 #include "ecusim/port_frame.h"
 
 namespace ecu::sim {
@@ -62,7 +62,7 @@ class Hypervisor::Storage final : public ipc::IDataConsumer<ipc::IpcSignal> {
     const tamu::MutexLock lock(mutex_);
     std::optional<Parameter> parameter = parameter_in(record);
     if (!parameter) {
-      tamu::logging::warning("malformed parameter record received, id ", record.id);
+      tools::note("malformed parameter record received, id " + std::to_string(record.id));
     } else if (tamu::com::is_secure_storage_id(record.id)) {
       merge(written_secure_values_, std::move(*parameter));
     } else {

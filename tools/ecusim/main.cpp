@@ -93,6 +93,7 @@ int main(int argc, char* argv[]) {
     return *exit_code;
   }
   logging::set_log_mode(logging::LogMode::standard_error);
+  logging::configure_logging("ERROR");  // ConnectionReport says the rest
   try {
     return run(options);
   } catch (const ecu::tools::InputError& error) {

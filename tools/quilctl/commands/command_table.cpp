@@ -18,10 +18,12 @@ void add_format(CLI::App& command, Options& options) {
       .add_option("--format", options.format,
                   "a line with the fields {unit}, {name}, {value}, {age}, {time} and {topic}; "
                   R"(\n, \t and \\ are escapes)")
+      ->check(tools::is_not_empty())
       ->check(CLI::Validator(fault_of_format, ""))
       ->type_name("TEXT");
   command.add_flag("--raw", options.raw,
-                   "values unchanged, without escapes (get: without line end); not with --json");
+                   "values unchanged, without escapes (get: without line end; list: with --format only); "
+                   "not with --json");
 }
 
 void add_list_options(CLI::App& command, Options& options) {
@@ -31,6 +33,7 @@ void add_list_options(CLI::App& command, Options& options) {
   command
       .add_option("--expect", options.expect_file,
                   "wait until all values are as in \"expect\" of this JSON file")
+      ->check(tools::is_not_empty())
       ->type_name("FILE");
 }
 
@@ -50,10 +53,13 @@ void add_count(CLI::App& command, Options& options, const std::string& what) {
 
 void add_watch_options(CLI::App& command, Options& options) {
   command.add_option("PATTERN", options.arguments, names_purpose);
-  add_count(command, options, "changes");
+  add_count(command, options, "changes, with the values retained at the start");
   command
-      .add_option("--exec", options.exec,
-                  "run this shell command for each change, with UNIT, NAME and VALUE set")
+      .add_option(
+          "--exec", options.exec,
+          "run this shell command for each change, with UNIT, NAME and VALUE set; also for each value "
+          "retained at the start, with RETAINED=1")
+      ->check(tools::is_not_empty())
       ->type_name("COMMAND");
   command.add_flag("--table", options.table, "on a terminal: show all in a table that is redrawn");
   add_format(command, options);

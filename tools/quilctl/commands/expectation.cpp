@@ -38,6 +38,16 @@ bool is_parameter(const std::pair<const std::string, std::string>& one) {
   return parameter_of(one.first).has_value();
 }
 
+std::vector<std::string> variables_of(const Expectation& expected) {
+  std::vector<std::string> names;
+  for (const auto& one : expected) {
+    if (!is_parameter(one)) {
+      names.push_back(one.first);
+    }
+  }
+  return names;
+}
+
 Expectation read_expectation(const std::string& path) {
   const Json file = Json::parse(tools::read_file(path, max_file_size), nullptr, false);
   Expectation expectation;
@@ -142,6 +152,7 @@ ExitCode list_expected(const Options& options) {
   const auto deadline = begin + std::chrono::duration_cast<Clock::duration>(limit);
   // Its connection must end before another one begins.
   std::optional<VariableSession> session(std::in_place, options, true, default_time_limit);
+  require_known(variable_rows(session->view()), variables_of(expected));
   (void)session->session().wait_until([&] { return has_variables(expected, session->view()); });
   session->determine_clock();
   const VariableView view = session->view();

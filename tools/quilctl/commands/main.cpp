@@ -45,9 +45,10 @@ int exit_code_of(const Options& options) {
     if (std::cout.flush()) {
       return static_cast<int>(code);
     }
-    if (!reader_of_output_is_gone()) {
-      note("cannot write to standard output");
+    if (reader_of_output_is_gone()) {
+      return interrupted + SIGPIPE;  // a thread of the bus client ignores the signal itself
     }
+    note("cannot write to standard output");
     return static_cast<int>(ExitCode::failure);
   } catch (const Failure& failure) {
     note(failure.what());

@@ -129,7 +129,7 @@ void check_combinations(const Options& options) {
                        (options.fleet && (options.fleet->empty() || tools::is_pattern(*options.fleet)));
   if (options.raw && options.format.empty() &&
       (options.command == list || (is_many && options.command != watch))) {
-    throw CLI::ValidationError("--raw", "for one value only");
+    throw CLI::ValidationError("--raw", "for one value only, or with --format");
   }
   if (!options.expect_file.empty() && !options.arguments.empty()) {
     throw CLI::ValidationError("--expect", "its file names the variables");

@@ -133,7 +133,8 @@ ExitCode status(const Options& options) {
     return show(options, read_status(options));
   } catch (const BrokerFailure& failure) {
     if (options.json) {
-      print_json({{"broker", failure.broker()}, {"reachable", false}});
+      print_json(
+          {{"broker", failure.broker()}, {"reachable", false}, {"reason", json_value(failure.what())}});
     }
     throw;
   }

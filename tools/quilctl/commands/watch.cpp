@@ -56,7 +56,7 @@ class Changes {
 
   void report(const Event& event, const VariableRow& row) const {
     if (!options_.exec.empty()) {
-      run(row);
+      run(row, event.message.retained);
     } else if (options_.json) {
       Json change{{"at", tools::iso_time(event.at)}};
       if (row.unit != nullptr) {
@@ -73,9 +73,10 @@ class Changes {
     }
   }
 
-  void run(const VariableRow& row) const {
-    const int code = run_shell_command(
-        options_.exec, row, [this](int handle) { return bus_.wait_until_readable(handle, session_.end()); });
+  void run(const VariableRow& row, bool is_retained) const {
+    const int code = run_shell_command(options_.exec, row, is_retained, [this](int handle) {
+      return bus_.wait_until_readable(handle, session_.end());
+    });
     if (code != 0) {
       tools::note("the command for " + row.name + " ended with exit code " + std::to_string(code));
     }
@@ -172,7 +173,7 @@ ExitCode watch(const Options& options) {
     print_last(table, *screen);
   }
   note_losses(session);
-  return std::cout ? ExitCode::done : ExitCode::failure;
+  return ExitCode::done;
 }
 
 }  // namespace ecu::ctl

@@ -64,8 +64,9 @@ void require_known(const std::vector<VariableRow>& rows, const std::vector<std::
     if (std::ranges::none_of(
             names, [&](const std::string& name) { return tools::matches_pattern(name, pattern); })) {
       const std::string hint = tools::did_you_mean(pattern, names);
-      throw Failure(ExitCode::unknown, "no variable is named '" + pattern + '\'' +
-                                           (hint.empty() ? "; quilctl describe lists them" : hint));
+      throw Failure(ExitCode::unknown,
+                    (tools::is_pattern(pattern) ? "no variable matches '" : "no variable is named '") +
+                        pattern + '\'' + (hint.empty() ? "; quilctl describe lists them" : hint));
     }
   }
 }

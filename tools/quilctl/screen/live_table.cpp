@@ -73,21 +73,13 @@ bool LiveTable::handle(const KeyPress& press) {
   }
   const auto page = static_cast<std::ptrdiff_t>(room_);
   const auto all = static_cast<std::ptrdiff_t>(count_);
-  switch (press.key) {
-    case Key::up:
-    case Key::down:
-      scroll(press.key == Key::up ? -1 : 1);
-      break;
-    case Key::page_up:
-    case Key::page_down:
-      scroll(press.key == Key::page_up ? -page : page);
-      break;
-    case Key::home:
-    case Key::end:
-      scroll(press.key == Key::home ? -all : all);
-      break;
-    default:
-      break;
+  const std::pair<Key, std::ptrdiff_t> steps[] = {{Key::up, -1},         {Key::down, 1},
+                                                  {Key::page_up, -page}, {Key::page_down, page},
+                                                  {Key::home, -all},     {Key::end, all}};
+  for (const auto& [key, step] : steps) {
+    if (press.key == key) {
+      scroll(step);
+    }
   }
   if (press.letter == 's') {
     order_ = static_cast<Order>((static_cast<std::size_t>(order_) + 1) % order_names.size());
@@ -97,6 +89,7 @@ bool LiveTable::handle(const KeyPress& press) {
 }
 
 void LiveTable::handle_filter_key(const KeyPress& press) {
+  top_ = 0;
   if (press.key == Key::backspace) {
     remove_last_character(filter_);
   } else if (press.key == Key::letter && press.letter != '\0') {

@@ -4,13 +4,17 @@
 #include "quilctl/screen/terminal_screen.h"
 
 #include <ncursesw/curses.h>
+#include <ncursesw/termcap.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <string_view>
+#include <utility>
 
 #include <ecu/tamu/signal_mask.h>
 
@@ -52,36 +56,26 @@ bool has_colour(Look look) {
 }
 
 KeyPress key_of(int code) {
-  switch (code) {
-    case KEY_UP:
-      return {Key::up};
-    case KEY_DOWN:
-      return {Key::down};
-    case KEY_PPAGE:
-      return {Key::page_up};
-    case KEY_NPAGE:
-      return {Key::page_down};
-    case KEY_HOME:
-      return {Key::home};
-    case KEY_END:
-      return {Key::end};
-    case KEY_BACKSPACE:
-    case delete_code:
-    case '\b':
-      return {Key::backspace};
-    case KEY_ENTER:
-    case '\n':
-    case '\r':
-      return {Key::enter};
-    case escape_code:
-      return {Key::escape};
-    case KEY_RESIZE:
-      return {Key::resize};
-    case ERR:
-      return {Key::none};
-    default:
-      return {Key::letter, code >= ' ' && code <= last_byte ? static_cast<char>(code) : '\0'};
+  static constexpr std::pair<int, Key> keys[] = {{KEY_UP, Key::up},
+                                                 {KEY_DOWN, Key::down},
+                                                 {KEY_PPAGE, Key::page_up},
+                                                 {KEY_NPAGE, Key::page_down},
+                                                 {KEY_HOME, Key::home},
+                                                 {KEY_END, Key::end},
+                                                 {KEY_BACKSPACE, Key::backspace},
+                                                 {delete_code, Key::backspace},
+                                                 {'\b', Key::backspace},
+                                                 {KEY_ENTER, Key::enter},
+                                                 {'\n', Key::enter},
+                                                 {'\r', Key::enter},
+                                                 {escape_code, Key::escape},
+                                                 {KEY_RESIZE, Key::resize},
+                                                 {ERR, Key::none}};
+  const auto* const known = std::ranges::find(keys, code, &std::pair<int, Key>::first);
+  if (known != std::end(keys)) {
+    return {known->second};
   }
+  return {Key::letter, code >= ' ' && code <= last_byte ? static_cast<char>(code) : '\0'};
 }
 
 }  // namespace
@@ -97,7 +91,8 @@ TerminalScreen::~TerminalScreen() {
 
 bool TerminalScreen::is_possible() {
   const char* const type = std::getenv("TERM");
-  return ::isatty(STDOUT_FILENO) == 1 && type != nullptr && std::string_view(type) != "dumb";
+  return ::isatty(STDOUT_FILENO) == 1 && type != nullptr && std::string_view(type) != "dumb" &&
+         ::tgetent(nullptr, type) == 1;
 }
 
 void TerminalScreen::enter() {
@@ -148,7 +143,7 @@ std::size_t TerminalScreen::height() const {
   return static_cast<std::size_t>(::getmaxy(::stdscr));
 }
 
-void TerminalScreen::draw(const std::vector<ScreenLine>& lines) {
+void TerminalScreen::draw(const std::vector<ScreenLine>& lines) const {
   ::werase(::stdscr);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const auto& [text, look] = lines[i];

@@ -52,7 +52,7 @@ class TerminalScreen {
   [[nodiscard]] std::size_t width() const;
   [[nodiscard]] std::size_t height() const;
   /// Shows these lines, which fit, and nothing else.
-  void draw(const std::vector<ScreenLine>& lines);
+  void draw(const std::vector<ScreenLine>& lines) const;
 
  private:
   screen* screen_ = nullptr;  // of the library; not null between `enter` and `leave`

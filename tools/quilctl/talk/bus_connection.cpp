@@ -6,6 +6,7 @@
 #include <array>
 #include <span>
 
+#include "common/connection_text.h"
 #include "common/notes.h"
 #include "quilctl/talk/client_configuration.h"
 #include "quilctl/talk/event_queue.h"
@@ -15,21 +16,6 @@ namespace ecu::ctl {
 namespace com = tamu::com;
 
 namespace {
-
-// What the user can do about a failure; the library's own reasons help only developers. Empty: `reason` says
-// it.
-std::string sentence_for(com::ConnectionFailure failure) {
-  switch (failure) {
-    case com::ConnectionFailure::bad_credentials:
-      return "rejects the login: bad user name or password; check --user and --password-file";
-    case com::ConnectionFailure::not_authorised:
-      return "rejects the login: not authorised; check --user and --password-file";
-    case com::ConnectionFailure::protocol:
-      return "does not speak MQTT 3.1.1: check the port, and whether it expects TLS (--cafile)";
-    default:
-      return "";
-  }
-}
 
 // Waits for one of the descriptors, a signal, or the deadline. The result is that of `ppoll`.
 int wait_for(std::span<pollfd> inputs, BusConnection::Clock::time_point deadline, const sigset_t& mask) {
@@ -53,8 +39,9 @@ Failure subscription_refused(const std::string& filter) {
 BusConnection::BusConnection(const BrokerOptions& options)
     : events_(std::make_shared<EventQueue>(options.backlog)) {
   const std::unique_ptr<tamu::config::Configuration> config = client_configuration(options);
-  broker_ = broker_address(*config);
+  broker_ = tools::broker_address(*config);
   origin_ = address_origin(options, *config);
+  unread_file_hint_ = unread_file_hint(options);
   com::library_init();
   client_ = com::create_client(config, com::TransportType::mqtt, events_, {.backlog = options.backlog});
   termination_.emplace();
@@ -109,8 +96,7 @@ std::string BusConnection::loss_notice() {
 }
 
 BrokerFailure BusConnection::not_reachable(const std::string& reason, com::ConnectionFailure failure) const {
-  const std::string sentence = sentence_for(failure);
-  return {broker_, "broker " + broker_ + ' ' + (sentence.empty() ? "not reachable: " + reason : sentence)};
+  return {broker_, tools::connection_text(broker_, failure, reason) + unread_file_hint_};
 }
 
 bool BusConnection::publish(const std::string& topic, com::Message message) {

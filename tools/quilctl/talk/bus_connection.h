@@ -84,6 +84,7 @@ class BusConnection {
  private:
   std::string broker_;
   std::string origin_;
+  std::string unread_file_hint_;
   std::shared_ptr<EventQueue> events_;
   std::optional<TerminationHandler> termination_;
   std::shared_ptr<tamu::com::ITransportClient> client_;

@@ -1,5 +1,6 @@
 #include "quilctl/talk/client_configuration.h"
 
+#include <cerrno>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -15,9 +16,13 @@ using tamu::config::Configuration;
 
 namespace {
 
+bool names_broker(const BrokerOptions& options) {
+  return !options.config_file.empty() || !options.host.empty() || !options.port.empty();
+}
+
 std::string config_file_of(const BrokerOptions& options) {
-  const bool is_given = !options.config_file.empty() || !options.host.empty() || !options.port.empty();
-  return is_given || !std::ifstream(options.unit_config_file) ? options.config_file : options.unit_config_file;
+  return names_broker(options) || !std::ifstream(options.unit_config_file) ? options.config_file
+                                                                           : options.unit_config_file;
 }
 
 std::unique_ptr<Configuration> read_without_errors(const std::string& path) {
@@ -58,11 +63,12 @@ std::unique_ptr<Configuration> client_configuration(const BrokerOptions& options
   return config;
 }
 
-std::string broker_address(const Configuration& config) {
-  const std::string host = config.effective("host");
-  return host.front() == '/'                   ? host
-         : host.find(':') == std::string::npos ? host + ":" + config.effective("port")
-                                               : "[" + host + "]:" + config.effective("port");
+std::string unread_file_hint(const BrokerOptions& options) {
+  const std::string& file = options.unit_config_file;
+  if (names_broker(options) || file.empty() || std::ifstream(file) || errno == ENOENT) {
+    return "";
+  }
+  return "; " + std::string(tools::input_error(file).what()) + ", and it may name another broker";
 }
 
 std::string address_origin(const BrokerOptions& options, const Configuration& config) {

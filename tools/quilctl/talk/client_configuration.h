@@ -18,8 +18,9 @@ namespace ecu::ctl {
 /// cannot be read.
 [[nodiscard]] std::unique_ptr<tamu::config::Configuration> client_configuration(const BrokerOptions& options);
 
-/// The broker's address for messages to the user: HOST:PORT, or the path of its socket.
-[[nodiscard]] std::string broker_address(const tamu::config::Configuration& config);
+/// What to append to the report of an unreachable broker when the configuration file of the unit would apply,
+/// but cannot be read; else empty.
+[[nodiscard]] std::string unread_file_hint(const BrokerOptions& options);
 
 /// Where its address comes from: an option, a variable of the environment, a file, or "default".
 [[nodiscard]] std::string address_origin(const BrokerOptions& options,

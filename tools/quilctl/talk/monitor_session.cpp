@@ -70,7 +70,7 @@ void MonitorSession::run(const std::function<bool(const Event&)>& show) {
   }
   if (std::cout && options_.count && shown < *options_.count) {
     throw Failure(ExitCode::time_out, std::to_string(shown) + " of " + std::to_string(*options_.count) +
-                                          " messages within the time of --timeout");
+                                          " within the time of --timeout");
   }
 }
 

@@ -7,8 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
+#include <iterator>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "common/escaping.h"
 
@@ -23,12 +26,12 @@ namespace {
 constexpr int signalled = 128;      // plus the signal's number, as shells do
 constexpr int patience_ms = 2'000;  // with a command that must end
 
-constexpr const char* set_up =
-    R"(UNIT=$1; NAME=$2; export UNIT NAME; unset VALUE; [ $# -lt 3 ] || { VALUE=$3; export VALUE; }; eval "$0")";
-
 // Without the blocked signals of this process, and in a process group of its own, which can be ended as a
 // whole. The terminal would stop such a group when it reads.
-pid_t start(const char* const* words) {
+pid_t start(std::vector<std::string> words) {
+  std::vector<char*> arguments;
+  std::ranges::transform(words, std::back_inserter(arguments), [](std::string& word) { return word.data(); });
+  arguments.push_back(nullptr);
   posix_spawnattr_t attributes;
   sigset_t none;
   sigemptyset(&none);
@@ -39,9 +42,7 @@ pid_t start(const char* const* words) {
   posix_spawn_file_actions_init(&files);
   posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   pid_t pid = 0;
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the words are not changed
-  const int error =
-      ::posix_spawn(&pid, "/bin/sh", &files, &attributes, const_cast<char* const*>(words), environ);
+  const int error = ::posix_spawn(&pid, arguments.front(), &files, &attributes, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&files);
   posix_spawnattr_destroy(&attributes);
   if (error != 0) {
@@ -66,19 +67,19 @@ int exit_code_of(pid_t pid) {
 
 }  // namespace
 
-int run_shell_command(const std::string& command, const VariableRow& row,
+int run_shell_command(const std::string& command, const VariableRow& row, bool is_retained,
                       const std::function<bool(int)>& wait) {
-  const std::string unit = tools::printable(row.unit_name()),
-                    value = tools::printable(row.value().value_or(""));
-  const std::array<const char*, 8> words = {"sh",
-                                            "-c",
-                                            set_up,
-                                            command.c_str(),
-                                            unit.c_str(),
-                                            row.name.c_str(),
-                                            row.value() ? value.c_str() : nullptr,
-                                            nullptr};
-  const pid_t pid = start(words.data());
+  std::vector<std::string> words = {
+      "/usr/bin/env",    "-u", "RETAINED", "-u", "VALUE", "UNIT=" + tools::printable(row.unit_name()),
+      "NAME=" + row.name};
+  if (is_retained) {
+    words.emplace_back("RETAINED=1");
+  }
+  if (const auto value = row.value()) {
+    words.push_back("VALUE=" + tools::printable(*value));
+  }
+  words.insert(words.end(), {"/bin/sh", "-c", command, "quilctl"});
+  const pid_t pid = start(std::move(words));
   const int handle = ::pidfd_open(pid, 0);
   try {
     if (handle >= 0 && !wait(handle)) {
