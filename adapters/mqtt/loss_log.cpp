@@ -45,8 +45,7 @@ void LossLog::log_until(Clock::time_point time) {
   const auto next_line = now_() + interval;
   for (auto& [filter, topic] : topics_) {
     if (topic.count > 0 && topic.next_line <= time) {
-      mqtt_log.warning("observer too slow: ", topic.count, topic.count == 1 ? " message" : " messages",
-                       " dropped on topic ", filter);
+      mqtt_log.warning("observer too slow: ", topic.count, " messages dropped on topic ", filter);
       topic = {0, next_line};
     }
   }

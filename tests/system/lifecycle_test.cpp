@@ -88,7 +88,7 @@ TEST_F(StopTest, ASecondSignalOfTheOtherKindEndsATool) {
            {PROGRAM_DIR "/ecusim", "--host", "127.0.0.1", "--port", port},
        }) {
     Process process(command);
-    ASSERT_TRUE(process.wait_for_output("] connected to ")) << process.output();
+    ASSERT_TRUE(process.wait_for_output(" connected to ")) << process.output();
     for (const int signal : {SIGSTOP, SIGINT, SIGTERM, SIGCONT}) {
       process.signal(signal);
     }
