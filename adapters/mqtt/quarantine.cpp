@@ -140,7 +140,6 @@ void Quarantine::clear_of_suspicion(const Publication& passed, Clock::time_point
   if (suspect.set_aside == digest_of(passed)) {
     mqtt_log.notice("broker accepts the message on topic ", passed.topic, " that was set aside");
     suspects_.erase(found);
-    retest_due_ = now;
     retest_pause_ = retest_after_;
     return;
   }

@@ -262,7 +262,15 @@ TEST_F(RetestTest, AllAreTestedOnceTheBrokerIsBackOrAcceptsOne) {
   EXPECT_EQ(handled("a", "1"), "sent");
   EXPECT_EQ(retested(), "b");
   EXPECT_TRUE(lose());
+  EXPECT_EQ(handle("b", "1"), Handling::withhold);
   EXPECT_EQ(handle("c", "1"), Handling::withhold);
+  EXPECT_EQ(quarantine.due(), now + 20s);
+  now += 20s;
+  EXPECT_EQ(retested(), "c");
+  quarantine.fence_answered(now);
+  EXPECT_EQ(retested(), "b");
+  EXPECT_TRUE(lose());
+  EXPECT_EQ(handle("b", "1"), Handling::withhold);
   EXPECT_EQ(quarantine.due(), now + 20s);
 }
 
