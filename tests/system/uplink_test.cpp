@@ -87,6 +87,7 @@ TEST_F(UplinkTest, SendsEachChangeOnceAndNothingElseOfTheUnit) {
   EXPECT_THAT(received("fleet/U1/connected_since"),
               testing::ElementsAre(testing::MatchesRegex("20..-..-..T..:..:..[.]...Z")));
   EXPECT_EQ(others, 6U);
+  ASSERT_TRUE(uplink->wait_for_output("the daemon's presence is neither"));
   EXPECT_EQ(count(uplink->output(), "WARNING"), 3) << "vehicletype, vehicle/id, presence\n"
                                                    << uplink->output();
 
