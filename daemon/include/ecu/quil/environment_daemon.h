@@ -61,6 +61,8 @@ class EnvironmentDaemon final : public tamu::com::ISubscriptionObserver {
   void subscribe_to_sources();
   void publish_all(VariableSource source);
 
+  // Constant after construction, or with their own synchronisation. Destroyed from the last to the first: the
+  // later ones use the earlier ones.
   std::shared_ptr<tamu::com::ITransportClient> m_client;
   std::shared_ptr<Registry> m_registry;  // constant once m_registry_complete is true
   std::atomic<bool> m_registry_complete = false;

@@ -58,12 +58,17 @@ class QueuingPortHandler : public tamu::ipc::IDataConsumer<tamu::ipc::IpcSignal>
  private:
   using Record = tamu::ipc::signal_t_dyn<24u>;
 
+  // Constant while the reader's thread runs.
   tamu::ipc::QueuePortReader<24u, Record> m_reader;
   std::string m_read_path;
   std::string m_write_path;
   std::vector<Consumer*> m_consumers;
+
+  // Used by the owner's thread only.
   std::thread m_reader_thread;
   bool m_stopped = false;
+
+  // With its own synchronisation.
   std::atomic_bool m_writing_ended = false;
 };
 
