@@ -257,10 +257,10 @@ void MqttClient::send_publications() {
       }
       const auto handling = quarantine_.handle(publication, now);
       if (handling != Quarantine::Handling::withhold) {
-        connection_.publish(publication->topic, publication->message, now);
         if (settings_.topic_cleared && clears_topic(publication->message)) {
-          clearing_.push_back(publication);
+          clearing_.push_back(publication);  // first, because a failure to publish discards it
         }
+        connection_.publish(publication->topic, publication->message, now);
       }
       if (handling == Quarantine::Handling::test) {
         connection_.request_fence(Fence::publication);

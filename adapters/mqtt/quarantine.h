@@ -17,8 +17,8 @@
 namespace ecu::tamu::com::mqtt {
 
 /// Finds the publications for which a broker ends the connection, such as one that exceeds its packet limit
-/// or is on a denied topic, and withholds each until its topic has a different payload. quarantine.cpp
-/// describes the search. Has no lock: one thread at a time uses it.
+/// or is on a denied topic, and withholds each until its topic has a different payload or a retest passes.
+/// quarantine.cpp describes the search. Has no lock: one thread at a time uses it.
 class Quarantine {
  public:
   using Clock = std::chrono::steady_clock;
