@@ -64,17 +64,71 @@ bool may_pass(int error) noexcept {
   return error == EAGAIN || error == ENOBUFS || error == ENOMEM || error == EMFILE || error == ENFILE;
 }
 
-// The connection to the service manager. Its socket stays open, because a process without a free descriptor
-// is still alive.
+// The connection to the service manager, and the status text, which is made of parts. The newest text is sent
+// last, because each is sent with the lock held. The socket stays open, because a process without a free
+// descriptor is still alive.
 class Manager {
  public:
   // False if a further attempt may succeed.
   bool notify(std::string_view state) noexcept {
+    const MutexLock lock(mutex_);
+    return send(state);
+  }
+
+  void set_status(std::string_view part, std::string_view text) {
+    const MutexLock lock(mutex_);
+    parts_.insert_or_assign(std::string(part), without_controls(text));
+    (void)send_status();
+  }
+
+  void set_ready() {
+    const MutexLock lock(mutex_);
+    ready_is_due_ = true;
+    (void)send_status();
+  }
+
+  bool notify_again() {
+    const MutexLock lock(mutex_);
+    return send_status();
+  }
+
+ private:
+  // A line feed would end the text and begin another assignment.
+  static std::string without_controls(std::string_view text) {
+    std::string plain(text);
+    std::replace_if(
+        plain.begin(), plain.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+    return plain;
+  }
+
+  [[nodiscard]] std::string joined() const TAMU_REQUIRES(mutex_) {
+    std::string text;
+    for (const auto& [name, part] : parts_) {
+      text += (text.empty() || part.empty() ? "" : "; ") + part;
+    }
+    return text;
+  }
+
+  // Sends READY=1 and the text as far as the manager does not know them; false as for `send`.
+  bool send_status() TAMU_REQUIRES(mutex_) {
+    const std::string text = joined();
+    if (!ready_is_due_ && text == sent_) {
+      return true;
+    }
+    const std::string shown = ready_is_due_ && text.empty() ? "Running" : text;
+    if (!send((ready_is_due_ ? "READY=1\nSTATUS=" : "STATUS=") + shown)) {
+      return false;
+    }
+    ready_is_due_ = false;
+    sent_ = text;
+    return true;
+  }
+
+  bool send(std::string_view state) noexcept TAMU_REQUIRES(mutex_) {
     const std::string_view target = environment(socket_variable);
     if (target.empty()) {
       return true;
     }
-    const MutexLock lock(mutex_);
     const std::optional<Address> address = to_address(target);
     const int error = address ? deliver(*address, state) : EINVAL;
     if (error != 0 && error != error_) {
@@ -84,7 +138,7 @@ class Manager {
     return !may_pass(error);
   }
 
- private:
+  // The error, or 0.
   int deliver(const Address& address, std::string_view state) noexcept TAMU_REQUIRES(mutex_) {
     if (!channel_) {
       channel_.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -100,90 +154,27 @@ class Manager {
   // Guarded by mutex_.
   posix::UniqueFd channel_ TAMU_GUARDED_BY(mutex_);
   int error_ TAMU_GUARDED_BY(mutex_) = 0;  // of the last notification; each is logged when it begins
-};
-
-bool notify(std::string_view state) noexcept {
-  static Manager manager;
-  return manager.notify(state);
-}
-
-// READY=1 and the status text, which is made of parts. They are sent with the lock held, so that the newest
-// text is sent last.
-class Status {
- public:
-  void set(std::string_view name, std::string_view text) {
-    const MutexLock lock(mutex_);
-    parts_.insert_or_assign(std::string(name), without_controls(text));
-    (void)send();
-  }
-
-  void set_ready() {
-    const MutexLock lock(mutex_);
-    ready_is_due_ = true;
-    (void)send();
-  }
-
-  bool send_again() {
-    const MutexLock lock(mutex_);
-    return send();
-  }
-
- private:
-  // A line feed would end the text and begin another assignment.
-  static std::string without_controls(std::string_view text) {
-    std::string plain(text);
-    std::replace_if(
-        plain.begin(), plain.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
-    return plain;
-  }
-
-  // Sends what the manager does not know yet; false if a further attempt may succeed.
-  bool send() TAMU_REQUIRES(mutex_) {
-    const std::string text = joined();
-    if (!ready_is_due_ && text == sent_) {
-      return true;
-    }
-    const std::string shown = ready_is_due_ && text.empty() ? "Running" : text;
-    if (!notify((ready_is_due_ ? "READY=1\nSTATUS=" : "STATUS=") + shown)) {
-      return false;
-    }
-    ready_is_due_ = false;
-    sent_ = text;
-    return true;
-  }
-
-  [[nodiscard]] std::string joined() const TAMU_REQUIRES(mutex_) {
-    std::string text;
-    for (const auto& [name, part] : parts_) {
-      text += (text.empty() || part.empty() ? "" : "; ") + part;
-    }
-    return text;
-  }
-
-  Mutex mutex_;
-
-  // Guarded by mutex_.
   std::map<std::string, std::string> parts_ TAMU_GUARDED_BY(mutex_);
   std::string sent_ TAMU_GUARDED_BY(mutex_);
   bool ready_is_due_ TAMU_GUARDED_BY(mutex_) = false;
 };
 
-Status& status() {
-  static Status instance;
+Manager& manager() {
+  static Manager instance;
   return instance;
 }
 
 }  // namespace
 
 void application_starting() noexcept {
-  (void)notify("STATUS=Starting");
+  (void)manager().notify("STATUS=Starting");
 }
 
 void application_ready() noexcept {
   try {
-    status().set_ready();
+    manager().set_ready();
   } catch (const std::bad_alloc&) {
-    (void)notify("READY=1");
+    (void)manager().notify("READY=1");
   }
 }
 
@@ -192,7 +183,7 @@ void set_status(std::string_view part, std::string_view text) noexcept {
     return;
   }
   try {
-    status().set(part, text);
+    manager().set_status(part, text);
   } catch (const std::bad_alloc&) {
     logger.warning("No memory for the status text");
   }
@@ -200,18 +191,18 @@ void set_status(std::string_view part, std::string_view text) noexcept {
 
 bool notify_again() noexcept {
   try {
-    return status().send_again();
+    return manager().notify_again();
   } catch (const std::bad_alloc&) {
     return false;
   }
 }
 
 void notify_stopping() noexcept {
-  (void)notify("STOPPING=1");
+  (void)manager().notify("STOPPING=1");
 }
 
 void notify_watchdog() noexcept {
-  (void)notify("WATCHDOG=1");
+  (void)manager().notify("WATCHDOG=1");
 }
 
 std::optional<std::chrono::microseconds> watchdog_period() noexcept {
