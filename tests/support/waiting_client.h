@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -13,20 +11,14 @@
 
 namespace tests {
 
-/// A client without a broker whose publications a test waits for. It is not connected at the first questions,
-/// and then refuses the first publications. Thread-safe.
+/// A client without a broker whose publications a test waits for. It refuses the first ones, as without a
+/// connection. Thread-safe.
 class WaitingClient final : public FakeClient {
  public:
-  explicit WaitingClient(int refusals = 0, int absences = 0) : refusals_(refusals), absences_(absences) {}
-
-  [[nodiscard]] bool connected() const override {
-    const std::lock_guard lock(mutex_);
-    return absences_-- <= 0;
-  }
+  explicit WaitingClient(int refusals = 0) : refusals_(refusals) {}
 
   ecu::tamu::com::PublishResult publish(const std::string& topic, Message message) override {
     const std::lock_guard lock(mutex_);
-    EXPECT_LE(absences_, 0) << "published without a connection";
     if (refusals_-- > 0) {
       return ecu::tamu::com::PublishResult::not_connected;
     }
@@ -41,10 +33,9 @@ class WaitingClient final : public FakeClient {
   }
 
  private:
-  mutable std::mutex mutex_;  // guards what follows and published
+  std::mutex mutex_;  // guards refusals_ and published
   std::condition_variable changed_;
   int refusals_;
-  mutable int absences_;
 };
 
 }  // namespace tests

@@ -61,9 +61,7 @@ void Player::play(const std::stop_token& stop) {
 
 bool Player::publish(const Publication& publication) const {
   std::optional<com::Message> message = to_message(publication);
-  return !message ||
-         (client_->connected() &&  // without a connection the client would report a loss
-          client_->publish(publication.topic, std::move(*message)) == com::PublishResult::success);
+  return !message || client_->publish(publication.topic, std::move(*message)) == com::PublishResult::success;
 }
 
 bool Player::reschedule(Entry& entry) {

@@ -14,7 +14,7 @@ namespace ecu::sim {
 
 /// Publishes messages by their schedule, on its own thread, from construction to destruction.
 ///
-/// A message that is due without a connection, or that the client refuses, is tried again every 100 ms.
+/// A message that the client refuses because there is no connection is published again every 100 ms.
 /// Meanwhile all other messages wait, so that they keep their order. Periods that pass meanwhile are skipped.
 class Player {
  public:

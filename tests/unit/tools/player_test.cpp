@@ -7,7 +7,7 @@ namespace ecu::sim {
 namespace {
 
 TEST(PlayerTest, DroppedMessagesArePublishedLaterInOrder) {
-  const auto client = std::make_shared<tests::WaitingClient>(2, 2);
+  const auto client = std::make_shared<tests::WaitingClient>(2);
   const Player player(parse_scenario(R"({"messages": [
       {"topic": "b", "at_ms": 1, "raw": ""},
       {"topic": "a", "raw": ""},
