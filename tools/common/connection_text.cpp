@@ -1,5 +1,7 @@
 #include "common/connection_text.h"
 
+#include "common/notes.h"
+
 namespace ecu::tools {
 
 using tamu::com::ConnectionFailure;
@@ -16,6 +18,14 @@ std::string connection_text(const std::string& broker, ConnectionFailure failure
     default:
       return subject + "not reachable: " + reason;
   }
+}
+
+std::string refusal_text(const std::string& filter) {
+  return "the broker refuses the subscription to " + filter;
+}
+
+std::string loss_text(std::uint64_t count) {
+  return counted(count, "message") + " lost: arrived faster than processed";
 }
 
 }  // namespace ecu::tools

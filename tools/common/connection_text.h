@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include <ecu/tamu/com/connection_observer.h>
@@ -10,5 +11,11 @@ namespace ecu::tools {
 /// those of `IConnectionObserver::connection_down`.
 [[nodiscard]] std::string connection_text(const std::string& broker, tamu::com::ConnectionFailure failure,
                                           const std::string& reason);
+
+/// For `IConnectionObserver::subscription_refused`.
+[[nodiscard]] std::string refusal_text(const std::string& filter);
+
+/// For `IConnectionObserver::messages_dropped`.
+[[nodiscard]] std::string loss_text(std::uint64_t count);
 
 }  // namespace ecu::tools

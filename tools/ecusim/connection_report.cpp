@@ -20,12 +20,11 @@ void ConnectionReport::connection_down(tamu::com::ConnectionFailure failure, con
 }
 
 void ConnectionReport::subscription_refused(const std::string& filter) {
-  note("the broker refuses the subscription to " + filter);
+  note(tools::refusal_text(filter));
 }
 
 void ConnectionReport::messages_dropped(const std::string& filter, std::uint64_t count) {
-  note(std::to_string(count) + " messages lost on " + filter +
-       ": they arrived faster than they were processed");
+  note(filter + ": " + tools::loss_text(count));
 }
 
 }  // namespace ecu::sim

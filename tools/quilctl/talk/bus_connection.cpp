@@ -7,7 +7,6 @@
 #include <span>
 
 #include "common/connection_text.h"
-#include "common/notes.h"
 #include "quilctl/talk/client_configuration.h"
 #include "quilctl/talk/event_queue.h"
 
@@ -33,7 +32,7 @@ int wait_for(std::span<pollfd> inputs, BusConnection::Clock::time_point deadline
 }  // namespace
 
 Failure subscription_refused(const std::string& filter) {
-  return {ExitCode::refused, "the broker refuses the subscription to " + filter};
+  return {ExitCode::refused, tools::refusal_text(filter)};
 }
 
 BusConnection::BusConnection(const BrokerOptions& options)
@@ -92,7 +91,7 @@ bool BusConnection::wait_until_readable(int input, Clock::time_point deadline) c
 
 std::string BusConnection::loss_notice() {
   const std::uint64_t lost = events_->take_lost();
-  return lost == 0 ? "" : tools::counted(lost, "message") + " lost: arrived faster than processed";
+  return lost == 0 ? "" : tools::loss_text(lost);
 }
 
 BrokerFailure BusConnection::not_reachable(const std::string& reason, com::ConnectionFailure failure) const {
