@@ -1,4 +1,4 @@
-// vin [HOST [PORT]]: prints the VIN, or why there is none, at each change. For a Unix-domain socket: path 0.
+// vin [HOST [PORT]], or vin SOCKET 0: prints the VIN, or why there is none, at each change.
 #include <mosquittopp.h>
 
 #include <iostream>

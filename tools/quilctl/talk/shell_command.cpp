@@ -23,8 +23,8 @@ namespace ecu::ctl {
 
 namespace {
 
-constexpr int signalled = 128;      // plus the signal's number, as shells do
-constexpr int patience_ms = 2'000;  // with a command that must end
+constexpr int signalled = 128;       // plus the signal's number, as shells do
+constexpr int end_limit_ms = 2'000;  // for a command that must end
 
 // Without the blocked signals of this process, and in a process group of its own, which can be ended as a
 // whole. The terminal would stop such a group when it reads.
@@ -54,7 +54,7 @@ pid_t start(std::vector<std::string> words) {
 void end(pid_t pid, int handle) {
   ::kill(-pid, SIGTERM);
   pollfd ended{handle, POLLIN, 0};
-  if (::poll(&ended, 1, patience_ms) == 0) {
+  if (::poll(&ended, 1, end_limit_ms) == 0) {
     ::kill(-pid, SIGKILL);
   }
 }
