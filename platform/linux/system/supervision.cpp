@@ -201,8 +201,8 @@ void notify_stopping() noexcept {
   (void)manager().notify("STOPPING=1");
 }
 
-void notify_watchdog() noexcept {
-  (void)manager().notify("WATCHDOG=1");
+bool notify_watchdog() noexcept {
+  return manager().notify("WATCHDOG=1");
 }
 
 std::optional<std::chrono::microseconds> watchdog_period() noexcept {

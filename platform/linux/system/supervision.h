@@ -11,8 +11,9 @@ namespace ecu::tamu {
 
 /// Sets one part of the status text that the service manager shows, for instance the state of the broker
 /// connection; an empty text removes it. The parts are joined with "; " in the order of their names, and sent
-/// when the result changes (`STATUS=`). Control characters are sent as spaces. A text is not sent when there
-/// is no memory for it.
+/// when the result changes (`STATUS=`); a text for which the manager's socket has no room is sent at the next
+/// change or when the watchdog is notified. Control characters are sent as spaces. A text is not sent when
+/// there is no memory for it.
 void set_status(std::string_view part, std::string_view text) noexcept;
 
 /// Delivers `READY=1` and the status text if the manager's socket was full when they were due. False while it
@@ -22,8 +23,9 @@ void set_status(std::string_view part, std::string_view text) noexcept;
 /// Reports that the process has begun to stop (`STOPPING=1`).
 void notify_stopping() noexcept;
 
-/// Reports that the process is alive (`WATCHDOG=1`); due once every `watchdog_period`.
-void notify_watchdog() noexcept;
+/// Reports that the process is alive (`WATCHDOG=1`); due once every `watchdog_period`. False if the manager's
+/// socket is full, so that a later call may succeed.
+bool notify_watchdog() noexcept;
 
 /// Half of the time after which the manager considers the process dead (WATCHDOG_USEC). Returns std::nullopt
 /// if the manager does not watch, or watches another process (WATCHDOG_PID).

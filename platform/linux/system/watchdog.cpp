@@ -17,13 +17,12 @@ constexpr auto logger = logging::module("tamu.supervision");
 
 std::chrono::microseconds Watchdog::check() {
   std::string silent = check_heartbeats();
-  if (silent.empty()) {
-    notify_watchdog();
-  } else if (silent != reported_) {
+  const bool is_done = silent.empty() && notify_watchdog();
+  if (!silent.empty() && silent != reported_) {
     logger.error("no sign of life for ", period_.count() / 1000, " ms: ", silent);
   }
   reported_ = std::move(silent);
-  return reported_.empty() ? period_ : period_ / 8;
+  return is_done ? period_ : period_ / 8;
 }
 
 }  // namespace ecu::tamu

@@ -13,7 +13,8 @@ class Watchdog {
 
   /// Sends `WATCHDOG=1` if every loop has completed a cycle since the last call; otherwise logs the stalled
   /// loops if they are not those of the last line. Returns when to call this again: after the period, or
-  /// sooner while a loop is late, because the manager waits for two periods only.
+  /// sooner while a loop is late or the manager's socket is full, because the manager waits for two periods
+  /// only.
   [[nodiscard]] std::chrono::microseconds check();
 
  private:

@@ -59,6 +59,7 @@ TEST(SupervisionTest, UnreachableManagerIsReportedAndBlocksNobody) {
   };
   const Manager deaf_manager("@tolquil_deaf_" + own_pid);
   EXPECT_THAT(tests::logged_lines(flood), ElementsAre(HasSubstr("Resource temporarily unavailable")));
+  EXPECT_EQ(Watchdog(8s).check(), 1s);
   application_ready();
   set_status("broker", "on line");
   (void)deaf_manager.all_received();
