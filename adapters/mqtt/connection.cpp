@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <exception>
 #include <new>
 #include <utility>
@@ -173,7 +174,7 @@ void Connection::end_if_memory_stays_short(const Fault& fault, bool was_up) noex
   if (fault.reason == out_of_memory && ++memory_failures_ >= max_memory_failures) {
     mqtt_log.log(logging::Level::alert, "no connection to ", settings_.host, " for lack of memory, ",
                  max_memory_failures, " times in a row: the process ends");
-    std::terminate();
+    std::abort();  // not std::terminate, which would log the exception that was caught as well
   }
 }
 
