@@ -15,6 +15,7 @@
 #include "fuzz/signal_groups.h"
 #include "support/fake_client.h"
 #include "support/fake_port.h"
+#include "support/ports.h"
 
 // Plays records, frames, requests, writes and secrets in any order to the classes that keep the system
 // parameters, and to a minimal model of them. Both must publish and write the same.
@@ -57,13 +58,7 @@ Params different(const Params& held, const Params& incoming) {
 }
 
 std::string bytes_of(const Param& param) {
-  std::string bytes;
-  for (const std::size_t number : {std::size_t{param.ota_id}, param.payload.size()}) {
-    for (unsigned shift = 0; shift < 32; shift += 8) {
-      bytes += static_cast<char>(number >> shift);
-    }
-  }
-  return bytes + param.payload;
+  return tests::parameter_payload(param.ota_id, param.payload);
 }
 
 // A model of the container.

@@ -57,10 +57,7 @@ class Unit {
   }
   /// As the daemon publishes a variable.
   void publish(const std::string& variable, const std::string& value) {
-    ecu::tamu::pb::EcuVariable body;
-    body.set_value(value);
-    const auto payload = framed(body);
-    bus_.publish("system/var/" + variable, std::string(payload.begin(), payload.end()), true);
+    bus_.publish("system/var/" + variable, variable_message(value).payload, true);
   }
   [[nodiscard]] std::string log() const { return uplink_.output(); }
 

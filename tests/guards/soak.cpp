@@ -157,16 +157,12 @@ class Soak : Surroundings {
     list.add_entry()->set_ota_id(0x11);
     list.mutable_entry(0)->set_value("new " + number);
     far_side.drain();
-    bus->publish("system/sysparams/write", framed(list));
+    bus->publish("system/sysparams/write", framed(list).payload);
     (void)far_side.read_frame(std::chrono::milliseconds(200));
   }
 
   void ask(const std::string& number) {
-    ecu::tamu::pb::EcuVariableReq request;
-    for (const char* name : {"17", "40969", "nonsense"}) {
-      request.add_name(name);
-    }
-    bus->publish("system/quil/request/sysparam", framed(request));
+    bus->publish("system/quil/request/sysparam", request_for({"17", "40969", "nonsense"}).payload);
     bus->publish("system/quil/request/sysparams", std::string_view());
     bus->publish("system/quil/secstore/setmaster", number);
     bus->publish("system/quil/secstore/setremote", std::string(round_ * 983 % 20'000, 's'));

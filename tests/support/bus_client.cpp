@@ -70,8 +70,9 @@ void BusClient::publish(const std::string& topic, std::string_view payload, bool
   library_->publish(nullptr, topic.c_str(), static_cast<int>(payload.size()), payload.data(), qos, retained);
 }
 
-void BusClient::publish(const std::string& topic, const ecu::tamu::com::Payload& payload) {
-  publish(topic, std::string(payload.begin(), payload.end()));
+void BusClient::publish(const std::string& topic, const ecu::tamu::com::Payload& payload, bool retained,
+                        int qos) {
+  publish(topic, std::string(payload.begin(), payload.end()), retained, qos);
 }
 
 void BusClient::subscribe(const std::string& filter, int qos) {

@@ -36,7 +36,8 @@ class BusClient {
   ~BusClient();
 
   void publish(const std::string& topic, std::string_view payload, bool retained = false, int qos = 0);
-  void publish(const std::string& topic, const ecu::tamu::com::Payload& payload);
+  void publish(const std::string& topic, const ecu::tamu::com::Payload& payload, bool retained = false,
+               int qos = 0);
 
   /// Returns when the broker has confirmed the subscription.
   void subscribe(const std::string& filter, int qos = 1);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -11,7 +11,6 @@
 #include <cstddef>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "posix/event.h"
 #include "support/process.h"
@@ -23,9 +22,7 @@ namespace tests {
 /// '@' is in the abstract namespace.
 class DatagramSocket {
  public:
-  DatagramSocket() : DatagramSocket(std::string()) {}
-  /// At the caller's path.
-  explicit DatagramSocket(const std::string& path)
+  explicit DatagramSocket(const std::string& path = "")
       : path_(path.empty() ? dir_.path("datagrams") : path),
         socket_(ecu::tamu::posix::checked_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket")) {
     name_.sun_family = AF_UNIX;
@@ -62,28 +59,17 @@ class DatagramSocket {
     }
   }
 
-  /// Whether a datagram that contains `text` arrives; earlier ones are skipped.
-  bool wait_for(std::string_view text) const {
-    return wait([text](std::string_view datagram) { return datagram.find(text) != std::string_view::npos; });
-  }
-  /// The same for a datagram equal to `text`.
-  bool wait_for_exactly(std::string_view text) const {
-    return wait([text](std::string_view datagram) { return datagram == text; });
+  /// Whether a datagram that is, or matches, `wanted` arrives; earlier ones are skipped.
+  bool wait_for(const testing::Matcher<std::string>& wanted) const {
+    const auto deadline = std::chrono::steady_clock::now() + time_limit;
+    auto datagram = receive(time_limit);
+    while (datagram && !wanted.Matches(*datagram) && std::chrono::steady_clock::now() < deadline) {
+      datagram = receive(time_limit);
+    }
+    return datagram && wanted.Matches(*datagram);
   }
 
  private:
-  template <class Wanted>
-  bool wait(Wanted wanted) const {
-    const auto deadline = std::chrono::steady_clock::now() + time_limit;
-    while (std::chrono::steady_clock::now() < deadline) {
-      const auto datagram = receive(time_limit);
-      if (!datagram || wanted(*datagram)) {
-        return datagram.has_value();
-      }
-    }
-    return false;
-  }
-
   TempDir dir_;
   std::string path_;
   sockaddr_un name_{};

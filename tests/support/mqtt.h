@@ -5,20 +5,11 @@
 #include <string>
 #include <vector>
 
-#include <ecu/tamu/com/message.h>
-
 #include "mqtt/connection_listener.h"
 #include "mqtt/mqtt_settings.h"
+#include "support/rt_messages.h"
 
 namespace tests {
-
-inline ecu::tamu::com::Message text_message(const std::string& text, bool acknowledged = false,
-                                            bool retained = false) {
-  ecu::tamu::com::Message message = ecu::tamu::com::make_message(0, {text.begin(), text.end()});
-  message.acknowledged = acknowledged;
-  message.retained = retained;
-  return message;
-}
 
 inline ecu::tamu::com::mqtt::MqttSettings settings_for(const std::string& host, int port = 0) {
   ecu::tamu::com::mqtt::MqttSettings settings;

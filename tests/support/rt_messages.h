@@ -1,5 +1,6 @@
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -7,6 +8,29 @@
 #include <ecu/tamu/pb/messages.pb.h>
 
 namespace tests {
+
+/// The message with this body, received or sent at `timestamp`.
+inline ecu::tamu::com::Message framed(const google::protobuf::MessageLite& body,
+                                      std::uint64_t timestamp = 0) {
+  auto message = ecu::tamu::com::frame(body, ecu::tamu::com::pb_protocol_type).value();
+  message.timestamp = timestamp;
+  return message;
+}
+
+/// A variable as the daemon publishes it.
+inline ecu::tamu::com::Message variable_message(const std::string& value, std::uint64_t stamp = 7) {
+  ecu::tamu::pb::EcuVariable body;
+  body.set_value(value);
+  body.set_timestamp(stamp);
+  return framed(body);
+}
+
+/// A request for the parameters with these identifiers.
+inline ecu::tamu::com::Message request_for(std::initializer_list<const char*> identifiers) {
+  ecu::tamu::pb::EcuVariableReq body;
+  body.mutable_name()->Assign(identifiers.begin(), identifiers.end());
+  return framed(body);
+}
 
 /// A group of the real-time side, built signal by signal: `Group().bytes("data", "...").message(ts)`.
 class Group {
@@ -24,9 +48,7 @@ class Group {
     return *this;
   }
   [[nodiscard]] ecu::tamu::com::Message message(std::uint64_t timestamp = 0) const {
-    auto message = ecu::tamu::com::frame(group_, ecu::tamu::com::pb_protocol_type).value();
-    message.timestamp = timestamp;
-    return message;
+    return framed(group_, timestamp);
   }
 
  private:
@@ -40,8 +62,12 @@ class Group {
 };
 
 /// A message whose payload is `text`, unchanged.
-inline ecu::tamu::com::Message raw_message(std::string_view text) {
-  return ecu::tamu::com::make_message(0, {text.begin(), text.end()});
+inline ecu::tamu::com::Message raw_message(std::string_view text, bool acknowledged = false,
+                                           bool retained = false) {
+  auto message = ecu::tamu::com::make_message(0, {text.begin(), text.end()});
+  message.acknowledged = acknowledged;
+  message.retained = retained;
+  return message;
 }
 
 /// `body` after a header written here by hand: protocol type 1, 18 bytes long, sent at 1 ns.

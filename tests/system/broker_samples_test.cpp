@@ -1,7 +1,5 @@
 #include <regex>
 
-#include <ecu/tamu/pb/messages.pb.h>
-
 #include "system/client_fixture.h"
 #include "system/daemon.h"
 
@@ -326,9 +324,7 @@ TEST_F(FleetTest, AHostileUnitNeitherForgesNorReadsNorDisturbsAnother) {
   hostile->connect();
   hostile->start();
   const auto publish = [&](const std::string& topic, const std::string& payload) {
-    com::Message message = raw_message(payload);
-    message.retained = true;
-    (void)hostile->publish(topic, std::move(message));
+    (void)hostile->publish(topic, raw_message(payload, false, true));
   };
   for (int i = 0; i < 1000; ++i) {
     publish(unit_tree + "var/vehicleid", "forged " + std::to_string(i));
@@ -339,10 +335,7 @@ TEST_F(FleetTest, AHostileUnitNeitherForgesNorReadsNorDisturbsAnother) {
   }
   publish("fleet/unit-0001/var/vehicleid", "its own");
   ASSERT_TRUE(monitor.wait_for_text("fleet/unit-0001/var/vehicleid", "its own"));
-  ecu::tamu::pb::EcuVariable variable;
-  variable.set_value("1M8GDM9AXKP042788");
-  const auto payload = framed(variable);
-  unit.publish("system/var/vehicleid", std::string(payload.begin(), payload.end()), true);
+  unit.publish("system/var/vehicleid", variable_message("1M8GDM9AXKP042788").payload, true);
   EXPECT_TRUE(comes(monitor, unit_tree + "var/vehicleid", R"({"value":"1M8GDM9AXKP042788",)"));
   for (const BusMessage& message : monitor.history()) {
     EXPECT_EQ(message.payload.find("forged"), std::string::npos) << message.topic;

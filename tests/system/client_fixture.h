@@ -77,9 +77,7 @@ class ClientTest : public testing::Test {
     }
   }
   com::PublishResult publish(const std::string& topic, const std::string& text, bool retained = false) {
-    com::Message message = raw_message(text);
-    message.retained = retained;
-    return client->publish(topic, std::move(message));
+    return client->publish(topic, raw_message(text, false, retained));
   }
   std::shared_ptr<Recorder> make_blocked_recorder() {
     return make_recorder([this](const std::string&, const com::Message&) { gate.wait(); });

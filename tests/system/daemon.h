@@ -1,8 +1,5 @@
 #pragma once
 
-#include <ecu/tamu/com/framing.h>
-#include <ecu/tamu/pb/messages.pb.h>
-
 #include "posix/event.h"
 #include "support/broker.h"
 #include "support/bus_client.h"
@@ -89,10 +86,6 @@ inline std::vector<std::string> lines_of(const std::string& log) {
     lines.push_back(line.substr(line.find(' ') + 1));
   }
   return lines;
-}
-
-inline ecu::tamu::com::Payload framed(const google::protobuf::MessageLite& body) {
-  return ecu::tamu::com::frame(body, ecu::tamu::com::pb_protocol_type).value().payload;
 }
 
 inline ecu::tamu::com::Payload hardware_variant(const std::string& value) {

@@ -131,7 +131,7 @@ TEST(DocumentationTest, TheInstalledConfigurationHasEveryKeyAndTheDaemonAcceptsI
   config.replace(config.find("= localhost"), 11, "= /no/such/socket");
   DatagramSocket manager;
   Daemon daemon(config, {}, {"NOTIFY_SOCKET=" + manager.path()});
-  EXPECT_TRUE(manager.wait_for("READY=1"));
+  EXPECT_TRUE(manager.wait_for(HasSubstr("READY=1")));
 }
 
 TEST(DocumentationTest, TheUplinksConfigurationHasEveryKeyAndIsAccepted) {

@@ -37,7 +37,7 @@ class MemoryTest : public SystemTest {
 
   /// Returns when each observer has handled all messages so far.
   void wait_until_handled() {
-    bus.publish("rt/system/hw_variant", Group().bytes("variant", "R08_B1").message().payload);
+    bus.publish("rt/system/hw_variant", hardware_variant("R08_B1"));
     ASSERT_TRUE(bus.wait_for("system/var/hwvariant"));
     bus.publish("system/quil/request/sysparams", "");
     ASSERT_TRUE(bus.wait_for("system/sysparams"));

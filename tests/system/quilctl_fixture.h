@@ -1,12 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "system/daemon.h"
 
@@ -64,7 +58,7 @@ class QuilctlTest : public testing::Test {
   }
   /// The hardware variant, as the real-time side sends it.
   void publish_variant(const std::string& variant) {
-    bus.publish("rt/system/hw_variant", Group().bytes("variant", variant).message().payload);
+    bus.publish("rt/system/hw_variant", hardware_variant(variant));
   }
 
   TempDir dir;

@@ -4,7 +4,6 @@ namespace tests {
 namespace {
 
 using testing::AllOf;
-using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 
@@ -18,12 +17,7 @@ class QuilctlFleetTest : public QuilctlTest {
   };
 
   void start(Unit& unit, const std::string& name, const std::string& vin) {
-    ecu::tamu::pb::EcuVariable variable;
-    variable.set_value(vin);
-    variable.set_timestamp(1);
-    const auto payload = framed(variable);
-    BusClient(unit.broker.port())
-        .publish("system/var/vehicleid", std::string(payload.begin(), payload.end()), true, 1);
+    BusClient(unit.broker.port()).publish("system/var/vehicleid", variable_message(vin).payload, true, 1);
     const std::string file =
         dir.write(name, "unit = " + name + "\nhost = " + broker.socket_path() +
                             "\nbus_host = " + unit.broker.socket_path() + "\nreconnect_spread = 1\n");

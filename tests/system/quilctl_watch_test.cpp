@@ -1,17 +1,10 @@
-#include <gmock/gmock.h>
-
-#include <atomic>
 #include <csignal>
-#include <fstream>
-#include <future>
 
 #include "support/ports.h"
 #include "system/quilctl_fixture.h"
 
 namespace tests {
 namespace {
-
-using testing::HasSubstr;
 
 /// The commands that run until they are stopped.
 using QuilctlWatchTest = QuilctlTest;
@@ -33,7 +26,7 @@ TEST_F(QuilctlWatchTest, AWatchReportsEachChangeOnceAndSurvivesALossOfTheBroker)
   BusClient again(broker.port());
   again.subscribe(presence_topic);
   ASSERT_TRUE(again.wait_for_text(presence_topic, "online")) << "the daemon is back too";
-  again.publish("rt/system/hw_variant", Group().bytes("variant", "R08_D1").message().payload);
+  again.publish("rt/system/hw_variant", hardware_variant("R08_D1"));
   EXPECT_TRUE(watch.wait_for_output("  hwvariant  R08_D1\n"));
   watch.signal(SIGINT);
   EXPECT_EQ(watch.wait(), 0);
@@ -147,12 +140,8 @@ const std::string second_screen = "\x1b[?1049h", first_screen = "\x1b[?1049l";
 
 /// Runs a line of a shell that has job control, on a terminal of 60 columns and 12 lines.
 std::vector<std::string> on_terminal(const std::string& line) {
-  return {"/usr/bin/script",
-          "--quiet",
-          "--return",
-          "--command",
-          "stty cols 60 rows 12; export TERM=xterm; exec bash -c 'set -m; " + line + "'",
-          "/dev/null"};
+  return {"/usr/bin/script", "-qec",
+          "stty cols 60 rows 12; export TERM=xterm; exec bash -c 'set -m; " + line + "'", "/dev/null"};
 }
 
 /// The youngest of a process's descendants, each of which has one child at most.

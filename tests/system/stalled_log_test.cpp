@@ -68,9 +68,9 @@ TEST_F(StalledLogTest, DelaysNothingWhenItIsTheSystemLogWhichIsTheDefault) {
   while (system_log.receive()) {
   }
   expect_variable();
-  EXPECT_TRUE(system_log.wait_for(" lost: "));
-  EXPECT_TRUE(system_log.wait_for("<30>"));  // daemon.info
-  EXPECT_TRUE(system_log.wait_for("HW Variant"));
+  EXPECT_TRUE(system_log.wait_for(HasSubstr(" lost: ")));
+  EXPECT_TRUE(system_log.wait_for(HasSubstr("<30>")));  // daemon.info
+  EXPECT_TRUE(system_log.wait_for(HasSubstr("HW Variant")));
   EXPECT_EQ(daemon.output(), "");
   system_log.fill();
   daemon.signal(SIGTERM);

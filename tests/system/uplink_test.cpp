@@ -22,14 +22,7 @@ class UplinkTest : public testing::Test {
 
   /// As the daemon publishes a variable.
   void publish(const std::string& name, const std::string& value) {
-    ecu::tamu::pb::EcuVariable variable;
-    variable.set_value(value);
-    variable.set_timestamp(++stamp);
-    unit.publish("system/var/" + name, text_of(variable), true);
-  }
-  static std::string text_of(const google::protobuf::MessageLite& body) {
-    const auto payload = framed(body);
-    return {payload.begin(), payload.end()};
+    unit.publish("system/var/" + name, variable_message(value, ++stamp).payload, true);
   }
 
   /// Whether the fleet receives the variable with this value.
@@ -76,7 +69,7 @@ TEST_F(UplinkTest, SendsEachChangeOnceAndNothingElseOfTheUnit) {
   unit.publish("system/sysparams", "secret");
   unit.publish("system/quil/secstore/getmaster", "secret");
   unit.publish("system/var/vehicletype", "damaged", true);
-  unit.publish("system/var/vehicletype", text_of(ecu::tamu::pb::EcuVariable()), true);
+  unit.publish("system/var/vehicletype", framed(ecu::tamu::pb::EcuVariable()).payload, true);
   publish("last", "1");
   ASSERT_TRUE(arrives("fleet/U1/var/last", "1"));
   EXPECT_EQ(received("fleet/U1/var/vehicleid"), (std::vector<std::string>{"A", "B", "A"}));

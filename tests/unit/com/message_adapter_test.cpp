@@ -30,13 +30,6 @@ pb::EcuVariable variable(const std::string& value) {
   return body;
 }
 
-// The payload is allocated with its exact size, so that a sanitizer sees a read past its end.
-com::Message exact_message(const std::string& bytes) {
-  com::Payload payload(bytes.begin(), bytes.end());
-  payload.shrink_to_fit();
-  return com::make_message(0, std::move(payload));
-}
-
 TEST(MessageAdapter, TheHeaderHoldsTheBodysLengthAndTheTimeSinceBoot) {
   const std::uint64_t before = DateTime::time_since_boot_ns();
   const auto message = Adapter().serialize(variable(std::string(70000, 'v')));
@@ -138,11 +131,11 @@ TEST(MessageAdapter, RefusesABodyThatIsTooLargeOrGrowsMeanwhile) {
 
 TEST(MessageAdapter, AcceptsAnEmptyBodyAndIgnoresBytesAfterTheBody) {
   const std::string body = variable("abc").SerializeAsString();
-  const auto empty = Adapter().deserialize(exact_message(framed(word(1, 18, 0), "")));
+  const auto empty = Adapter().deserialize(tests::raw_message(framed(word(1, 18, 0), "")));
   EXPECT_TRUE(empty.ok);
   EXPECT_FALSE(empty.body.has_value());
   const auto followed =
-      Adapter().deserialize(exact_message(framed(word(1, 18, body.size()), body + "\xff\xff")));
+      Adapter().deserialize(tests::raw_message(framed(word(1, 18, body.size()), body + "\xff\xff")));
   EXPECT_TRUE(followed.ok);
   EXPECT_EQ(followed.body.value(), "abc");
 }
@@ -175,7 +168,7 @@ TEST(MessageAdapter, RefusesMalformedMessagesWithTheirCodeAndOneLine) {
   for (const auto& c : cases) {
     Adapter::Result result;
     const std::string log =
-        tests::logged_by([&] { result = Adapter().deserialize(exact_message(c.payload)); });
+        tests::logged_by([&] { result = Adapter().deserialize(tests::raw_message(c.payload)); });
     EXPECT_FALSE(result.ok) << c.what;
     EXPECT_EQ(static_cast<int>(result.error), c.code) << c.what;
     EXPECT_FALSE(result.body.has_value()) << c.what;
@@ -186,10 +179,10 @@ TEST(MessageAdapter, RefusesMalformedMessagesWithTheirCodeAndOneLine) {
 
 TEST(MessageAdapter, AdoptsTheProtocolTypeOfTheMessageRead) {
   Adapter adapter;
-  EXPECT_TRUE(adapter.deserialize(exact_message(framed(word(7, 18, 0), ""))).ok);
+  EXPECT_TRUE(adapter.deserialize(tests::raw_message(framed(word(7, 18, 0), ""))).ok);
   EXPECT_EQ(adapter.protocol_type(), 7);
   EXPECT_EQ(tests::header_start(*adapter.serialize({})), "\x09\x07\0\x12\0\0\0\0\0\x11"s);
-  EXPECT_FALSE(adapter.deserialize(exact_message(framed(word(0, 18, 0), ""))).ok);
+  EXPECT_FALSE(adapter.deserialize(tests::raw_message(framed(word(0, 18, 0), ""))).ok);
   EXPECT_EQ(adapter.protocol_type(), 0);
 }
 

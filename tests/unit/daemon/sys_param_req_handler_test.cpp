@@ -11,19 +11,12 @@ namespace {
 
 using namespace ecu::quil;
 using ecu::tamu::com::Message;
+using tests::request_for;
 namespace pb = ecu::tamu::pb;
 
 constexpr const char* request = "system/quil/request/sysparam";
 constexpr const char* request_all = "system/quil/request/sysparams";
 constexpr const char* write = "system/sysparams/write";
-
-Message ask_for(std::initializer_list<const char*> names) {
-  pb::EcuVariableReq body;
-  for (const char* name : names) {
-    body.add_name(name);
-  }
-  return ecu::tamu::com::PbInternalMessageAdapter<pb::EcuVariableReq>().serialize(body).value();
-}
 
 template <class Body>
 Body body_of(const Message& message) {
@@ -54,7 +47,7 @@ class SysParamReqHandlerTest : public testing::Test {
 
 TEST_F(SysParamReqHandlerTest, EveryCachedIdentifierIsAnsweredInTheOrderOfTheRequest) {
   receive({{12, "twelve"}, {0xffffffff, "last"}, {7, "seven"}});
-  const auto log = send(request, ask_for({"12abc", "abc", "-1", "99999999999", "8", " 7", "0x7", "012"}));
+  const auto log = send(request, request_for({"12abc", "abc", "-1", "99999999999", "8", " 7", "0x7", "012"}));
   std::string answers;
   for (const auto& [topic, message] : client->published) {
     EXPECT_EQ(topic, "system/sysparam/");
@@ -119,7 +112,7 @@ TEST_F(SysParamReqHandlerTest, ARequestWaitsForTheAnswerToAWrite) {
   send(write, list({{1, "new"}}));
   port->consume(SysParamContainer::to_signal({1, "new"}));
   auto answered = std::async(std::launch::async, [this] {
-    client->last_observer->message(request, ask_for({"1"}));
+    client->last_observer->message(request, request_for({"1"}));
     client->last_observer->message(request_all, {});
   });
   EXPECT_EQ(answered.wait_for(20ms), std::future_status::timeout);
@@ -137,7 +130,7 @@ TEST_F(SysParamReqHandlerTest, AStopEndsTheWaitAndTheRestOfARequestWithoutAnAnsw
   handler->stop();
   unanswered.get();
   port->frame_finished();
-  send(request, ask_for({"1"}));
+  send(request, request_for({"1"}));
   EXPECT_THAT(client->published, IsEmpty());
 }
 

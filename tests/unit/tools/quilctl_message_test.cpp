@@ -14,20 +14,11 @@ namespace {
 using namespace ecu::ctl;
 namespace com = ecu::tamu::com;
 namespace pb = ecu::tamu::pb;
-
-com::Message framed(const google::protobuf::MessageLite& body) {
-  return com::frame(body, com::pb_protocol_type).value();
-}
-
-com::Message variable(const std::string& value, std::uint64_t timestamp = 7) {
-  pb::EcuVariable body;
-  body.set_value(value);
-  body.set_timestamp(timestamp);
-  return framed(body);
-}
+using tests::framed;
+using tests::variable_message;
 
 TEST(QuilctlDecoding, ShowsEveryByteOfAMessage) {
-  com::Message message = variable("a\xff");
+  com::Message message = variable_message("a\xff");
   const std::string unknown = "\x28\x05";  // field 5
   message.payload.insert(message.payload.end(), unknown.begin(), unknown.end());
   const Json surplus = decode("system/var/x", message, false);
@@ -54,18 +45,15 @@ TEST(QuilctlDecoding, ShowsEveryByteOfAMessage) {
   EXPECT_EQ(signals[2]["value"], "-inf");
   std::ostringstream text;
   print_decoded(text, group);
-  pb::EcuVariableReq request;
-  request.add_name("40969");
-  request.add_name("\xff");
-  print_decoded(text, decode("system/quil/request/sysparam", framed(request), false));
+  print_decoded(text, decode("system/quil/request/sysparam", tests::request_for({"40969", "\xff"}), false));
   EXPECT_THAT(text.str(), HasSubstr("  signal:\n    -\n      name: d\n      data: hex 0102\n"));
   EXPECT_THAT(text.str(), HasSubstr("  name:\n    - 40969\n    - hex ff\n"));
 }
 
 TEST(QuilctlDecoding, AFaultIsDescribedAndThePayloadShown) {
-  com::Message no_type = variable("x");
+  com::Message no_type = variable_message("x");
   no_type.payload[1] = no_type.payload[2] = 0;
-  com::Message cut = variable("x");
+  com::Message cut = variable_message("x");
   cut.payload.pop_back();
   const std::pair<com::Message, std::string> cases[] = {
       {tests::raw_message("short"), "shorter than a header (18 bytes)"},
@@ -87,20 +75,20 @@ TEST(QuilctlVariableView, DistinguishesNoValueAnEmptyValueAndAFaultyMessage) {
   VariableView view;
   EXPECT_EQ(view.take("system/var/a", framed(pb::EcuVariable())), Change::changed);
   EXPECT_EQ(view.find("a")->value, std::nullopt);
-  EXPECT_EQ(view.take("system/var/a", variable("")), Change::changed);
+  EXPECT_EQ(view.take("system/var/a", variable_message("")), Change::changed);
   EXPECT_EQ(view.find("a")->value, "");
-  EXPECT_EQ(view.take("system/var/a", variable("", 8)), Change::none);
+  EXPECT_EQ(view.take("system/var/a", variable_message("", 8)), Change::none);
   EXPECT_EQ(view.find("a")->timestamp, 8u);
   EXPECT_EQ(view.take("system/var/a", tests::raw_message("junk")), Change::faulty);
   EXPECT_EQ(view.find("a")->value, "");
   EXPECT_EQ(view.take("system/var/a", {}), Change::changed);
   EXPECT_EQ(view.find("a"), nullptr);
-  EXPECT_EQ(view.take("system/other", variable("x")), Change::other);
+  EXPECT_EQ(view.take("system/other", variable_message("x")), Change::other);
 }
 
 TEST(QuilctlUnitClock, IsSetByLiveMessagesOnly) {
   UnitClock clock;
-  com::Message message = variable("x");
+  com::Message message = variable_message("x");
   message.timestamp = ecu::tamu::DateTime::time_since_boot_ns();
   message.retained = true;
   clock.take(message);

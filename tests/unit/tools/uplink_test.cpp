@@ -1,25 +1,13 @@
 #include "uplink/uplink.h"
 
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <chrono>
-#include <cstdint>
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <ecu/tamu/com/framing.h>
 #include <ecu/tamu/date_time.h>
-#include <ecu/tamu/pb/messages.pb.h>
 
 #include "common/fleet_message.h"
 #include "support/broker.h"
 #include "support/bus_client.h"
-#include "support/captured_log.h"
+#include "support/rt_messages.h"
 #include "support/temp_dir.h"
+#include "support/testing.h"
 #include "uplink/change_filter.h"
 #include "uplink/unit_clock.h"
 #include "uplink/uplink_settings.h"
@@ -27,9 +15,6 @@
 namespace {
 
 using namespace ecu::uplink;
-using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class ChangeFilterTest : public testing::Test {
  protected:
@@ -102,7 +87,6 @@ TEST(FleetMessageTest, IsOneJsonObject) {
            {R"({"value":"","since":null,"stamp":9223372036854775807,"daemon":null,"more":[]})", true},
            {R"({"value":"","since":null,"stamp":9223372036854775808,"daemon":null})", false},
            {R"({"value":"","since":null,"stamp":-1,"daemon":null})", false},
-           {"", false},
            {"null", false},
            {std::string(60'000, '['), false},
            {R"({"value":")" + std::string(70'000, 'x') + R"(","since":null,"stamp":1,"daemon":null})", false},
@@ -111,7 +95,6 @@ TEST(FleetMessageTest, IsOneJsonObject) {
            {R"({"value":"a","since":null,"stamp":1.5,"daemon":null})", false},
            {R"({"value":"a","since":null,"stamp":1,"daemon":true})", false},
            {"{\"value\":\"\xff\",\"since\":null,\"stamp\":1,\"daemon\":null}", false},
-           {R"({"value":"a","since":"2026-11-22","stamp":1,"daemon":null})", false},
            {R"({"value":"a","since":"2026-02-30T08:00:00.000Z","stamp":1,"daemon":null})", false},
            {R"({"value":"a","since":"9999-11-22T08:00:00.000Z","stamp":1,"daemon":null})", false},
            {R"({"value":"a","since":"2026-11-22T08:00:00.0","stamp":1,"daemon":null})", false},
@@ -122,6 +105,8 @@ TEST(FleetMessageTest, IsOneJsonObject) {
 
 TEST(UplinkSettingsTest, EachFaultIsOneLine) {
   const tests::TempDir dir;
+  const std::string not_a_level =
+      " is not one level of a topic, 1 to 64 bytes without '/', '+' and '#', not beginning with '$'";
   const std::vector<std::pair<std::string, std::string>> faults{
       {"", "ERROR [uplink] key 'host' is missing: the address of the fleet's broker"},
       {"host = a\nport = 0\n", "ERROR [tamu.config] line 2: key 'port': '0' is not a port, 1 to 65535"},
@@ -131,15 +116,8 @@ TEST(UplinkSettingsTest, EachFaultIsOneLine) {
        "ERROR [uplink] line 2: key 'refresh': '1h' is not a number from 0 to 31536000"},
       {"host = a\nmin_interval = -1\n",
        "ERROR [uplink] line 2: key 'min_interval': '-1' is not a number from 0 to 86400"},
-      {"host = a\nreconnect_spread =\n",
-       "ERROR [uplink] line 2: key 'reconnect_spread': '' is not a number from 0 to 86400"},
-      {"host = a\nunit = a/b\n",
-       "ERROR [uplink] line 2: key 'unit': 'a/b' is not one level of a topic, 1 to 64 bytes without '/', '+' "
-       "and '#', not beginning with '$'"},
-      {"host = a\nprefix = $SYS\n",
-       "ERROR [uplink] line 2: key 'prefix': '$SYS' is not one level of a topic, 1 to 64 bytes without '/', "
-       "'+' "
-       "and '#', not beginning with '$'"},
+      {"host = a\nunit = a/b\n", "ERROR [uplink] line 2: key 'unit': 'a/b'" + not_a_level},
+      {"host = a\nprefix = $SYS\n", "ERROR [uplink] line 2: key 'prefix': '$SYS'" + not_a_level},
       {"host = a\nvariables = ,\n", "ERROR [uplink] line 2: key 'variables': ',' names no variable"},
       {"host = a\nvariables =\n", "ERROR [uplink] line 2: key 'variables': '' names no variable"},
   };
@@ -187,7 +165,6 @@ TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
   const std::string config = "host = 127.0.0.1\nunit = U1\nport = " + std::to_string(fleet_broker.port()) +
                              "\nbus_host = " + unit_broker.socket_path();
   const std::uint64_t now = ecu::tamu::DateTime::time_since_boot_ns();
-  ecu::tamu::pb::EcuVariable variable;
   std::atomic<bool> is_set = false;
   fleet.subscribe("fleet/#");
   Uplink uplink(read_settings(dir.write("uplink.conf", config)).value(), [&]() -> std::optional<WallTime> {
@@ -195,10 +172,7 @@ TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
   });
   uplink.start();
   const auto publish = [&](const std::string& value, std::uint64_t stamp) {
-    variable.set_value(value);
-    variable.set_timestamp(stamp);
-    const auto payload = ecu::tamu::com::frame(variable, 1).value().payload;
-    unit.publish("system/var/" + value, std::string(payload.begin(), payload.end()), true);
+    unit.publish("system/var/" + value, tests::variable_message(value, stamp).payload, true);
   };
   ASSERT_TRUE(fleet.wait_for_text("fleet/U1/presence", "online"));
   EXPECT_EQ(fleet.wait_for("fleet/U1/connected_since").value().payload, "");

@@ -13,8 +13,8 @@ namespace {
 using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
 using Reaction = tests::ScriptedBroker::Reaction;
+using tests::raw_message;
 using tests::settings_for;
-using tests::text_message;
 
 /// The connection, and the broker that it is to find.
 class ConnectionTest : public testing::Test {
@@ -145,22 +145,15 @@ TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
 
 TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
   settings.answer_timeout = 100ms;
-  for (const std::string request : {"PUBLISH a=1", "SUBSCRIBE a", "UNSUBSCRIBE a", "UNSUBSCRIBE $echo"}) {
-    listener.on_event = [&](const std::string& event) {
-      if (event != "up") {
-        return;
-      }
-      if (request == "PUBLISH a=1") {
-        connection->publish("a", text_message("1", true), Connection::Clock::now());
-      } else if (request == "SUBSCRIBE a") {
-        connection->subscribe("a", 0);
-      } else if (request == "UNSUBSCRIBE a") {
-        connection->unsubscribe("a");
-      } else {
-        connection->request_fence(Fence::publication);
-      }
-    };
-    open([request](const std::string& packet) {
+  const std::pair<std::string, std::function<void()>> requests[] = {
+      {"PUBLISH a=1", [&] { connection->publish("a", raw_message("1", true), Connection::Clock::now()); }},
+      {"SUBSCRIBE a", [&] { connection->subscribe("a", 0); }},
+      {"UNSUBSCRIBE a", [&] { connection->unsubscribe("a"); }},
+      {"UNSUBSCRIBE $echo", [&] { connection->request_fence(Fence::publication); }},
+  };
+  for (const auto& [request, send] : requests) {
+    listener.on_event = [&send = send](const std::string& event) { event == "up" ? send() : void(); };
+    open([&request = request](const std::string& packet) {
       return packet == request ? Reaction::ignore : Reaction::answer;
     });
     EXPECT_THAT(run(3), ElementsAre("up", "down: no acknowledgement", "up")) << request;
@@ -193,7 +186,7 @@ TEST_F(ConnectionTest, WhatCannotBeSentOrHandledIsLoggedAndAffectsNothingElse) {
     if (event == "in") {
       throw std::runtime_error("full");
     }
-    connection->publish("a/+", text_message("1"), Connection::Clock::now());
+    connection->publish("a/+", raw_message("1"), Connection::Clock::now());
     connection->subscribe("a/#/b", 0);
     connection->unsubscribe("a/#/b");
     connection->subscribe("in", 0);

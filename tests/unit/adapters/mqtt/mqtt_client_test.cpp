@@ -9,8 +9,8 @@ namespace {
 using namespace ecu::tamu::com;
 using namespace ecu::tamu::com::mqtt;
 using Reaction = tests::ScriptedBroker::Reaction;
+using tests::raw_message;
 using tests::settings_for;
-using tests::text_message;
 
 /// Runs out of memory when the first connection comes up.
 class FailingObserver final : public IConnectionObserver, public ISubscriptionObserver {
@@ -57,17 +57,13 @@ class ClientAgainstScriptTest : public testing::Test {
   }
   void publish(const std::string& topic, const std::string& text, bool acknowledged = false,
                bool retained = false) {
-    (void)client->publish(topic, text_message(text, acknowledged, retained));
+    (void)client->publish(topic, raw_message(text, acknowledged, retained));
   }
 
   MqttSettings settings = settings_for("127.0.0.1");
   std::optional<tests::ScriptedBroker> broker;
   std::optional<MqttClient> client;
 };
-
-TEST(MqttClientTest, IsTheOnlyTypeOfClient) {
-  EXPECT_THROW((void)create_client(nullptr, static_cast<TransportType>(1), nullptr), std::invalid_argument);
-}
 
 TEST_F(ClientAgainstScriptTest, NewConnectionSendsSubscriptionsThenRetainedMessagesThenPresence) {
   settings.username = "user";

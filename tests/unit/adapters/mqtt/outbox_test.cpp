@@ -1,5 +1,6 @@
 #include "mqtt/outbox.h"
 
+#include "support/rt_messages.h"
 #include "support/testing.h"
 
 namespace {
@@ -11,10 +12,7 @@ class OutboxTest : public testing::Test {
  protected:
   PublishResult push(const std::string& topic, const std::string& text, bool retained = true,
                      bool acknowledged = false) {
-    Message message = make_message(0, {text.begin(), text.end()});
-    message.retained = retained;
-    message.acknowledged = acknowledged;
-    return outbox.push(topic, std::move(message));
+    return outbox.push(topic, tests::raw_message(text, acknowledged, retained));
   }
   std::vector<std::string> pop_all(bool takes_acknowledged = true) {
     std::vector<std::string> popped;
@@ -138,10 +136,8 @@ TEST_F(OutboxTest, StalledPublicationsCountAndRetainedOnesAmongThemAreReplaced) 
 
 TEST_F(OutboxTest, ARetainedMessageIsHeldOnceAndFreesItsExcessCapacity) {
   outbox.connection_up();
-  Message message;
-  message.retained = true;
+  Message message = tests::raw_message("x", false, true);
   message.payload.reserve(std::size_t{1} << 20U);
-  message.payload.assign({'x'});
   (void)outbox.push("a", std::move(message));
   const PublicationPtr sent = outbox.pop(true);
   EXPECT_LT(sent->message.payload.capacity(), 100u);
