@@ -64,8 +64,8 @@ struct Shared {
   std::shared_ptr<std::condition_variable> condition = std::make_shared<std::condition_variable>();
   std::shared_ptr<std::atomic_bool> running = std::make_shared<std::atomic_bool>(true);
 
-  [[nodiscard]] std::unique_ptr<VinVariable> variable(unsigned required, const char* suffix = "00") const {
-    return std::make_unique<VinVariableJ1939Ecu>(suffix, mutex, condition, running, required);
+  [[nodiscard]] std::unique_ptr<VinVariable> variable(unsigned required) const {
+    return std::make_unique<VinVariableJ1939Ecu>("00", mutex, condition, running, required);
   }
 };
 
@@ -95,17 +95,6 @@ TEST(VinConfirmation, NeedsIdenticalConsecutiveReceptions) {
   check(3, "AABAAA", ".....A");
   check(5, "AAAABAAAAA", ".........A");
   check(5, "??AAAA?", ".......");
-}
-
-TEST(VinConfirmation, EverySourceAddressIsCountedSeparately) {
-  const Shared shared;
-  const auto engine = shared.variable(2, "00"), gateway = shared.variable(2, "ee");
-  EXPECT_EQ(gateway->topic(), "rt/j1939can/rx/vi_ee");
-  EXPECT_FALSE(offer(*engine, 'A'));
-  EXPECT_FALSE(offer(*gateway, 'A'));
-  EXPECT_FALSE(offer(*gateway, 'B'));
-  EXPECT_TRUE(offer(*engine, 'A'));
-  EXPECT_TRUE(offer(*gateway, 'B'));
 }
 
 TEST(VinConfirmation, LogsTheCountAndNeedsTheMutex) {

@@ -133,4 +133,5 @@ TEST(LoggingTest, LineThatCannotBeWrittenIsLostAndKeepsErrno) {
               EXPECT_EQ(errno, ENOENT);
             }),
             "");
+  EXPECT_THAT(logged_by([] { notice("written"); }), HasSubstr(" 1 line lost: "));
 }

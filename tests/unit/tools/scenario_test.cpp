@@ -31,11 +31,7 @@ tamu::pb::Signal signal_of(const std::string& text) {
 }
 
 TEST(ScenarioTest, SignalDataIsReadInEveryForm) {
-  struct Case {
-    const char* signal;
-    std::string data;
-  };
-  const std::vector<Case> cases = {
+  const std::pair<const char*, std::string> cases[] = {
       {R"({"name": "s", "text": ""})", ""},
       {R"({"name": "s", "text": "a\u0000b"})", std::string("a\0b", 3)},
       {R"({"name": "s", "hex": "00 fFA0  1b"})", std::string("\x00\xff\xa0\x1b", 4)},
@@ -84,12 +80,7 @@ TEST(ScenarioTest, BuiltInScenarioHasTheUnitsIdentity) {
 }
 
 TEST(ScenarioTest, FaultNamesLineAndReason) {
-  struct Case {
-    int line;
-    const char* reason;
-    std::string text;
-  };
-  const std::vector<Case> cases = {
+  const std::tuple<int, const char*, std::string> cases[] = {
       {3, "unexpected end of input", "{\n\"messages\":\n["},
       {2, "unexpected ','", "{\n\"messages\": ,\n[]}"},
       {3, "expected end of input", "{\"messages\": []}\n\nx"},

@@ -79,8 +79,8 @@ TEST(RepetitionTest, FollowsAConnectionAndLateAcknowledgementsEverLaterOnASlowLi
 }
 
 TEST(MqttSettingsTest, ReadsEveryKeyOfTheConfiguration) {
-  ecu::tamu::config::Configuration config;
-  const MqttSettings preset = read_settings(config);
+  auto config = std::make_unique<ecu::tamu::config::Configuration>();
+  const MqttSettings preset = read_settings(*config);
   EXPECT_EQ(preset.broker(), "localhost:1883");
   EXPECT_EQ(preset.keepalive, 60s);
   EXPECT_EQ(preset.answer_timeout, 60s);
@@ -90,27 +90,19 @@ TEST(MqttSettingsTest, ReadsEveryKeyOfTheConfiguration) {
                            preset.presence->lost}),
               ElementsAre("system/presence/", "online", "offline", "offline"));
   EXPECT_FALSE(preset.uses_tls());
-  for (const auto& [key, value] : {std::pair{"host", "broker"},
-                                   {"port", "8883"},
-                                   {"username", "user"},
-                                   {"password", "secret"},
-                                   {"cafile", "ca"},
-                                   {"certfile", "certificate"},
-                                   {"keyfile", "key"},
-                                   {"keepalive", "7"},
-                                   {"presence", "no"},
-                                   {"client_name", "tested"}}) {
-    config.set_value(key, value);
-  }
-  const MqttSettings read = read_settings(config);
+  std::istringstream file(
+      "host=broker\nport=8883\nusername=user\npassword=secret\ncafile=ca\ncertfile=certificate\n"
+      "keyfile=key\nkeepalive=7\npresence=no\nclient_name=tested");
+  set_config_from_input(config, file);
+  const MqttSettings read = read_settings(*config);
   EXPECT_EQ(read.broker(), "broker:8883");
   EXPECT_THAT((std::vector{read.username, read.password, read.cafile, read.certfile, read.keyfile}),
               ElementsAre("user", "secret", "ca", "certificate", "key"));
   EXPECT_EQ(read.keepalive, 7s);
   EXPECT_EQ(read.answer_timeout, 7s);
   EXPECT_FALSE(read.presence);
-  config.set_value("host", "/run/broker");
-  EXPECT_EQ(read_settings(config).broker(), "/run/broker");
+  config->set_value("host", "/run/broker");
+  EXPECT_EQ(read_settings(*config).broker(), "/run/broker");
 }
 
 TEST(MqttSettingsTest, RecognisesABrokerOnThisMachine) {
