@@ -138,7 +138,7 @@ class Comparison {
   }
 
   void print_costs() const {
-    std::printf("\n%-22s%14s%20s%20s%18s%36s\n", "", "start, cpu ms", "peak resident, kB",
+    std::printf("\n%-22s%14s%20s%20s%18s%38s\n", "", "start, cpu ms", "peak resident, kB",
                 "private dirty, kB", "wake-ups in 5 s", "system calls, instructions a message");
     const std::vector<Subject> with_many = subjects(many_results);
     for (const Subject& subject : subjects(1)) {
@@ -163,23 +163,27 @@ class Comparison {
   }
 
   void print_costs(const Subject& with_one, const Subject& with_many) const {
+    print_start_and_idle_costs(with_one);
+    print_counts(with_one, 1);
+    print_counts(with_many, many_results);
+    std::printf("\n");
+  }
+
+  void print_start_and_idle_costs(const Subject& subject) const {
     std::vector<double> starts;
     for (int round = 0; round < rounds_; ++round) {
       Probe probe(host_, std::stoi(port_), 1);
-      const tests::Process process(with_one.arguments);
+      const tests::Process process(subject.arguments);
       probe.wait_for_answer();
       starts.push_back(cpu_time(process.pid()) / 1000);
     }
     Probe probe(host_, std::stoi(port_), 1);
-    const tests::Process process(with_one.arguments);
+    const tests::Process process(subject.arguments);
     probe.wait_for_answer();
     probe.stream(measured_messages);
     const IdleCosts idle = idle_costs(process.pid(), idle_seconds);
-    std::printf("%-22s%14.1f%20ld%20ld%18ld", with_one.name.c_str(), median(std::move(starts)),
+    std::printf("%-22s%14.1f%20ld%20ld%18ld", subject.name.c_str(), median(std::move(starts)),
                 idle.peak_resident_kilobytes, idle.private_dirty_kilobytes, idle.wake_ups);
-    print_counts(with_one, 1);
-    print_counts(with_many, many_results);
-    std::printf("\n");
   }
 
   void print_counts(const Subject& subject, int results) const {
