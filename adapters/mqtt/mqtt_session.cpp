@@ -1,7 +1,6 @@
 // How it works: the library's object is used without its own thread. The owner polls the descriptor; `handle`
 // makes the library read and write, and the library's callbacks (MqttLibrary) record what arrived. Each
-// call's result goes through `outcome`, which finds the most precise reason for a failure: the broker's
-// CONNACK, the result of TLS, the library's own log, and last the library's error code.
+// call's result goes through `outcome`, which has a failure explained (fault_explanation.h).
 //
 // What it relies on: the library is called by one thread at a time, queues nothing without a connection, and
 // closes its descriptor when it abandons a connection (which it may report as success). The broker answers
@@ -23,6 +22,7 @@
 
 #include <ecu/tamu/com/topics.h>
 
+#include "mqtt/fault_explanation.h"
 #include "mqtt/mqtt_library.h"
 #include "mqtt/mqtt_log.h"
 
@@ -99,7 +99,7 @@ Failure MqttSession::configure_tls() {
         library_->tls_set(settings_.cafile.c_str(), nullptr, path_or_null(settings_.certfile),
                           path_or_null(settings_.keyfile))}) {
     if (result != MOSQ_ERR_SUCCESS) {
-      return explain(fault_of(result));
+      return explained(fault_of(result));
     }
   }
   return std::nullopt;
@@ -109,7 +109,7 @@ Failure MqttSession::configured(const char* what, int result) const {
   if (result == MOSQ_ERR_SUCCESS) {
     return std::nullopt;
   }
-  Fault fault = explain(fault_of(result));
+  Fault fault = explained(fault_of(result));
   if (fault.reason != out_of_memory) {
     fault.reason.insert(0, std::string(what) + ": ");
   }
@@ -166,12 +166,12 @@ Failure MqttSession::finish_connecting() {
   int error = 0;
   socklen_t size = sizeof(error);
   if (::getsockopt(fd(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0) {
-    return explain(fault_of_errno(error));
+    return explained(fault_of_errno(error));
   }
   reachable_ = true;
   char byte = 0;
   if (::recv(fd(), &byte, sizeof(byte), MSG_PEEK | MSG_DONTWAIT) == 0) {
-    return explain(fault_of(MOSQ_ERR_CONN_LOST));
+    return explained(fault_of(MOSQ_ERR_CONN_LOST));
   }
   return std::nullopt;
 }
@@ -315,53 +315,16 @@ Failure MqttSession::outcome(int result) {
   if (result == MOSQ_ERR_SUCCESS) {
     return std::nullopt;
   }
-  return explain(fault_of(result));
+  return explained(fault_of(result));
 }
 
-Fault MqttSession::explain(Fault general) const {
-  if (general.reason == out_of_memory) {
-    return general;
-  }
-  if (library_->refusal() != 0) {
-    return fault_of_refusal(library_->refusal());
-  }
-  const bool closed = general.kind == ConnectionFailure::closed_by_peer;
-  if (!tls_ && !library_->accepted() && !settings_.is_unix_socket() && closed) {
-    general.reason += ", does it expect TLS?";
-    return general;
-  }
-  if (tls_ && !library_->accepted()) {
-    if (auto failure = explain_tls(general)) {
-      return *std::move(failure);
-    }
-  }
-  if (!library_->last_error().empty()) {
-    general.reason += " (" + library_->last_error() + ")";
-  }
-  return general;
-}
-
-// The peer's last data may be lost, and how the end of the connection shows depends on timing. Both must map
-// to one reason. Returns std::nullopt for a failure unrelated to TLS.
-Failure MqttSession::explain_tls(const Fault& general) const {
-  if (!tls_->refusal().empty()) {
-    return Fault{ConnectionFailure::tls, tls_->refusal()};
-  }
-  if (tls_->established()) {
-    return Fault{ConnectionFailure::tls,
-                 settings_.certfile.empty()
-                     ? "TLS ended by the broker, does it ask for a certificate?"
-                     : "TLS ended by the broker, does it trust the client's certificate?"};
-  }
-  if (reachable_ || general.kind == ConnectionFailure::closed_by_peer) {
-    return Fault{ConnectionFailure::tls, "no TLS handshake, does the peer speak TLS?"};
-  }
-  // The library loads the files before the handshake; its reasons help only developers.
-  if (general.kind == ConnectionFailure::tls) {
-    return Fault{ConnectionFailure::tls,
-                 "cafile, certfile or keyfile is damaged, or the key belongs to another certificate"};
-  }
-  return std::nullopt;
+Fault MqttSession::explained(Fault general) const {
+  return explain(std::move(general), {.settings = settings_,
+                                      .tls = tls_ ? &*tls_ : nullptr,
+                                      .reachable = reachable_,
+                                      .accepted = library_->accepted(),
+                                      .refusal = library_->refusal(),
+                                      .last_error = library_->last_error()});
 }
 
 void MqttSession::set_tcp_option(int option, int value) const {

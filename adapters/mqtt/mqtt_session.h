@@ -88,8 +88,7 @@ class MqttSession {
   [[nodiscard]] Failure written(int result,
                                 std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
   [[nodiscard]] Failure outcome(int result);
-  [[nodiscard]] Fault explain(Fault general) const;
-  [[nodiscard]] Failure explain_tls(const Fault& general) const;
+  [[nodiscard]] Fault explained(Fault general) const;
   void set_tcp_option(int option, int value) const;
 
   const MqttSettings& settings_;
