@@ -256,13 +256,16 @@ void MqttClient::send_publications() {
         return;
       }
       const auto handling = quarantine_.handle(publication, now);
+      if (handling == Quarantine::Handling::fence_and_test) {
+        connection_.request_fence(Fence::publication);
+      }
       if (handling != Quarantine::Handling::withhold) {
         if (settings_.topic_cleared && clears_topic(publication->message)) {
           clearing_.push_back(publication);  // first, because a failure to publish discards it
         }
         connection_.publish(publication->topic, publication->message, now);
       }
-      if (handling == Quarantine::Handling::test) {
+      if (quarantine_.testing()) {
         connection_.request_fence(Fence::publication);
       }
     }

@@ -13,8 +13,9 @@
 // however many they are.
 //
 // What it relies on: the broker judges by topic and size. If it refuses a message that was not tested, for
-// its contents for example, the last message before the loss makes its topic a suspect, too. After each loss
-// everything is tested again, because the broker may judge differently what passed before.
+// its contents for example, the last message before the loss makes its topic a suspect, too,
+// and everything is tested again, because the broker may judge differently what passed before. A fence
+// separates untested messages from a test, so that a loss under test has no such cause.
 
 #include "mqtt/quarantine.h"
 
@@ -99,6 +100,7 @@ Quarantine::Handling Quarantine::handle(const PublicationPtr& publication, Clock
     return begin_test(publication);
   }
   last_sent_ = now;
+  sent_untested_ = true;
   if (searching_) {
     last_untested_ = {publication->topic, publication->message.payload.size()};
   }
@@ -107,12 +109,14 @@ Quarantine::Handling Quarantine::handle(const PublicationPtr& publication, Clock
 
 Quarantine::Handling Quarantine::begin_test(const PublicationPtr& publication) {
   under_test_ = publication;
-  return Handling::test;
+  awaits_untested_ = std::exchange(sent_untested_, false);
+  return awaits_untested_ ? Handling::fence_and_test : Handling::test;
 }
 
 void Quarantine::fence_answered(Clock::time_point now) {
   awaits_broker_ = false;
-  if (!under_test_) {
+  last_untested_ = {};
+  if (std::exchange(awaits_untested_, false) || !under_test_) {
     return;
   }
   const PublicationPtr passed = std::exchange(under_test_, nullptr);
@@ -154,7 +158,11 @@ void Quarantine::clear_of_suspicion(const Publication& passed, Clock::time_point
 }
 
 bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point now) {
-  const PublicationPtr tested = std::exchange(under_test_, nullptr);
+  PublicationPtr tested = std::exchange(under_test_, nullptr);
+  if (std::exchange(awaits_untested_, false)) {
+    tested = nullptr;
+  }
+  sent_untested_ = false;
   retest_ = nullptr;
   const auto [last_topic, last_size] = std::exchange(last_untested_, {});
   for (auto& [topic, suspect] : suspects_) {
@@ -167,8 +175,8 @@ bool Quarantine::connection_lost(ConnectionFailure failure, Clock::time_point no
   losses_ = now - last_loss_ > search_time ? 1 : losses_ + 1;
   last_loss_ = now;
   searching_ = searching_ || losses_ >= enough_losses;
-  passed_.clear();
   if (!tested) {
+    passed_.clear();
     if (!last_topic.empty()) {
       suspects_[last_topic].lost_for(last_size, now);
     }

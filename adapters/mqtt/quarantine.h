@@ -41,8 +41,9 @@ class Quarantine {
 
   enum class Handling {
     send,
-    test,     ///< Send it and a fence, and nothing more while `testing`.
-    withhold  ///< Do not send it.
+    test,            ///< Send it and a fence, and nothing more while `testing`.
+    fence_and_test,  ///< The same after another fence, because messages before it were not tested.
+    withhold         ///< Do not send it.
   };
 
   /// Whether `handle` says `send` for every publication.
@@ -58,7 +59,7 @@ class Quarantine {
   /// Whether the answer to a fence is awaited: no publication may be sent.
   [[nodiscard]] bool testing() const noexcept { return awaits_broker_ || under_test_ != nullptr; }
 
-  /// The broker has answered the fence: the publication under test, if any, has passed.
+  /// The broker has answered a fence: everything sent before it has passed.
   void fence_answered(Clock::time_point now);
 
   /// True when the loss set a publication aside, so that the client may reconnect at once.
@@ -108,10 +109,11 @@ class Quarantine {
   int losses_ = 0;  // each within `search_time` of the one before
   Clock::time_point last_loss_;
   bool searching_ = false;
-  bool awaits_broker_ = false;  // nothing was published on this connection yet
-  std::unordered_map<std::size_t, std::size_t>
-      passed_;                               // hash of the topic: largest size since the last loss
-  std::map<std::string, Suspect> suspects_;  // by topic
+  bool awaits_broker_ = false;    // nothing was published on this connection yet
+  bool sent_untested_ = false;    // since the last fence
+  bool awaits_untested_ = false;  // the fence between these and the publication under test
+  std::unordered_map<std::size_t, std::size_t> passed_;  // hash of the topic: largest size in this search
+  std::map<std::string, Suspect> suspects_;              // by topic
   PublicationPtr under_test_;
   Clock::time_point last_sent_;
   std::pair<std::string, std::size_t> last_untested_;  // topic and size, during a search
