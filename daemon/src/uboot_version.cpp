@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -24,6 +25,13 @@ constexpr const char* unknown_version = "Unknown";
 constexpr off_t version_address = UBOOT_ADDRESS;
 static_assert(version_address % 4096 == 0, "only whole pages can be mapped");
 
+// Beyond the end of a regular file, which a container may have in place of the device, mapping succeeds but
+// reading ends the process.
+bool ends_early(int fd) {
+  struct stat status {};
+  return ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= version_address;
+}
+
 // The text in the page at `version_address`.
 std::optional<std::string> map_text(const char* device) {
   const auto page_size = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
@@ -32,7 +40,8 @@ std::optional<std::string> map_text(const char* device) {
     logger.log(logging::Level::alert, "Could not open U-Boot device");
     return std::nullopt;
   }
-  const void* const page = ::mmap(nullptr, page_size, PROT_READ, MAP_PRIVATE, fd, version_address);
+  const void* const page =
+      ends_early(fd) ? MAP_FAILED : ::mmap(nullptr, page_size, PROT_READ, MAP_PRIVATE, fd, version_address);
   if (page == MAP_FAILED) {
     logger.error("Can't map memory");
     return std::nullopt;

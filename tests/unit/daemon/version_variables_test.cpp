@@ -95,11 +95,16 @@ TEST(UBootVersion, IsReadFromThePageNineMebibytesIntoTheDevice) {
 }
 
 TEST(UBootVersion, IsUnknownWhenTheMemoryCannotBeRead) {
-  const auto log = tests::logged_lines([] {
+  const tests::TempDir dir;
+  const std::string path = dir.write("mem", "U-Boot 1-r12");
+  std::filesystem::resize_file(path, 0x900000);
+  const auto log = tests::logged_lines([&] {
     EXPECT_EQ(read_uboot_version("/nonexistent"), "Unknown");
     EXPECT_EQ(read_uboot_version("/"), "Unknown");
+    EXPECT_EQ(read_uboot_version(path.c_str()), "Unknown");
   });
   EXPECT_THAT(log, ElementsAre("ALERT [UBootVersionVariable] Could not open U-Boot device",
+                               "ERROR [UBootVersionVariable] Can't map memory",
                                "ERROR [UBootVersionVariable] Can't map memory"));
 }
 
