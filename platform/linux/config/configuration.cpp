@@ -19,6 +19,7 @@ namespace {
 constexpr auto logger = logging::module("tamu.config");
 
 constexpr std::string_view password_key = "password";
+constexpr std::string_view authority_key = "cafile";
 constexpr std::string_view certificate_key = "certfile";
 constexpr std::string_view private_key_key = "keyfile";
 
@@ -29,7 +30,7 @@ struct BuiltInKey {
 constexpr std::string_view level_key = "loglevel";
 constexpr BuiltInKey built_in_keys[] = {
     {"host", "localhost"}, {"port", "1883"},      {"username", ""},      {password_key, ""},
-    {"cafile", ""},        {certificate_key, ""}, {private_key_key, ""}, {"keepalive", "60"},
+    {authority_key, ""},   {certificate_key, ""}, {private_key_key, ""}, {"keepalive", "60"},
     {"presence", "yes"},   {"logmode", "syslog"}, {level_key, ""},       {"client_name", ""},
 };
 
@@ -80,7 +81,7 @@ constexpr ValueRule value_rules[] = {
     {"keepalive", is_keepalive, "is not a time from 5 to 65535 seconds"},
     {"presence", is_switch_or_unset, "is neither yes nor no, and counts as yes", true},
     {level_key, is_level_or_unset, "is not a level, EMERG to DEBUG"},
-    {"cafile", is_readable_or_unset, "is not a file that can be read"},
+    {authority_key, is_readable_or_unset, "is not a file that can be read"},
     {certificate_key, is_readable_or_unset, "is not a file that can be read"},
     {private_key_key, is_readable_or_unset, "is not a file that can be read"},
 };
@@ -193,6 +194,7 @@ std::vector<Fault> Configuration::faults() const {
   }
   check_pair(certificate_key, private_key_key, faults);
   check_pair(private_key_key, certificate_key, faults);
+  check_encryption(faults);
   check_access(faults);
   return faults;
 }
@@ -231,6 +233,15 @@ void Configuration::check_pair(std::string_view key, std::string_view partner,
   if (entry != nullptr && !entry->value.empty() && get(std::string(partner)).empty()) {
     faults.push_back(
         error_in(entry->line, "key '" + entry->key + "' requires key '" + std::string(partner) + "'"));
+  }
+}
+
+void Configuration::check_encryption(std::vector<Fault>& faults) const {
+  const Entry* const certificate = find(certificate_key);
+  if (certificate != nullptr && !certificate->value.empty() && !get(std::string(private_key_key)).empty() &&
+      get(std::string(authority_key)).empty()) {
+    faults.push_back({certificate->line, true,
+                      "key 'certfile' has no effect without key 'cafile': the connection is not encrypted"});
   }
 }
 

@@ -89,7 +89,10 @@ TEST(ConfigurationTest, EachFaultIsOneErrorLineWithoutAnyPassword) {
   }
 }
 
-TEST(ConfigurationTest, APresenceThatIsNeitherYesNorNoIsAWarning) {
+TEST(ConfigurationTest, AnUnusableValueThatDoesNotPreventTheStartIsAWarning) {
+  EXPECT_THAT(verified(*parsed("certfile = /dev/null\nkeyfile = /dev/null"), true),
+              AllOf(HasSubstr(" WARNING "), HasSubstr("line 1: key 'certfile' has no effect without key "
+                                                      "'cafile': the connection is not encrypted")));
   EXPECT_THAT(verified(*parsed("\npresence = No"), true),
               AllOf(HasSubstr(" WARNING "), HasSubstr("line 2: key 'presence': 'No'")));
 }

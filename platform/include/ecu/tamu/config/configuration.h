@@ -72,6 +72,7 @@ class Configuration {
   [[nodiscard]] const Entry* find(std::string_view key) const;
   void check_entry(const Entry& entry, std::vector<Fault>& faults) const;
   void check_pair(std::string_view key, std::string_view partner, std::vector<Fault>& faults) const;
+  void check_encryption(std::vector<Fault>& faults) const;
   void check_access(std::vector<Fault>& faults) const;
 
   std::vector<Entry> entries_;  // of the file, in its order, with duplicate keys
