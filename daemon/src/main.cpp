@@ -11,6 +11,8 @@
 #include <ecu/tamu/com/transport_client.h>
 #include <ecu/tamu/config/configuration.h>
 #include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/signal_mask.h>
+#include <ecu/tamu/standard_streams.h>
 
 namespace {
 
@@ -59,7 +61,8 @@ void configure_logging(const Configuration& config) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  block_broken_pipe_signal();
+  ecu::tamu::open_standard_streams();
+  ecu::tamu::block_failed_write_signals();
   if (!parse_opts(argc, argv)) {
     usage();
     return EXIT_FAILURE;

@@ -1,7 +1,6 @@
 #include <malloc.h>
 #include <signal.h>
 
-#include <array>
 #include <exception>
 
 #include <ecu/quil/process.h>
@@ -33,10 +32,6 @@ ProcessHolder& process() {
   // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): outlives every static, as a signal may come that late
   static auto* const holder = new ProcessHolder;
   return *holder;
-}
-
-void block_broken_pipe_signal() {
-  tamu::block_signals(tamu::signal_set(std::array{SIGPIPE}));
 }
 
 void limit_kept_memory() {

@@ -1,3 +1,7 @@
+#include <sys/resource.h>
+
+#include <filesystem>
+
 #include "support/ports.h"
 #include "system/daemon.h"
 
@@ -54,9 +58,30 @@ TEST_F(StalledLogTest, DoesNotDisableTheSecondSignal) {
   EXPECT_EQ(daemon.wait(), -SIGINT);
 }
 
+TEST_F(StalledLogTest, DelaysNothingWhenItIsClosedOrReachesTheLimitOfAFile) {
+  Daemon closed(config(), {"-L", "-v"}, {"/bin/sh", "-c", "exec \"$@\" <&- >&- 2>&-", "sh"});
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  for (const std::string stream : {"0", "1", "2"}) {
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(closed.pid()) + "/fd/" + stream),
+              "/dev/null");
+  }
+  closed.signal(SIGTERM);
+  EXPECT_EQ(closed.wait(), 0);
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "offline"));
+
+  Daemon full(config(), {"-L", "-v"},
+              {"/bin/sh", "-c", "ulimit -S -f 1; exec \"$@\" >" + dir.path("file"), "sh"});
+  ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));
+  expect_variable();
+  const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
+  EXPECT_EQ(::prlimit(full.pid(), RLIMIT_FSIZE, &none, nullptr), 0);
+  full.signal(SIGTERM);
+  EXPECT_EQ(full.wait(), 0);
+}
+
 // The system log's socket has a fixed path, so the program gets its own /dev.
 TEST_F(StalledLogTest, DelaysNothingWhenItIsTheSystemLogWhichIsTheDefault) {
-  const std::string isolate = R"(mount -t tmpfs none /dev && ln -s "$0" /dev/log && exec "$@")";
+  const std::string isolate = R"(mount -t tmpfs none /dev && echo U-Boot >/dev/mem && ln -s "$0" /dev/log && exec "$@")";
   if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
     GTEST_SKIP() << "no mount namespace available";
   }

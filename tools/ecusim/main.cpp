@@ -7,6 +7,7 @@
 
 #include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/standard_streams.h>
 
 #include "common/input_file.h"
 #include "common/notes.h"
@@ -88,6 +89,7 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+  ecu::tamu::open_standard_streams();
   Options options;
   if (const auto exit_code = parse_command_line(argc, argv, options)) {
     return *exit_code;

@@ -1,6 +1,4 @@
 #include <CLI/CLI.hpp>
-#include <array>
-#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <optional>
@@ -11,6 +9,7 @@
 #include <ecu/tamu/application.h>
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/signal_mask.h>
+#include <ecu/tamu/standard_streams.h>
 
 #include "common/notes.h"
 #include "common/termination.h"
@@ -73,12 +72,13 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int argc, char* argv[]) try {
+  ecu::tamu::open_standard_streams();
   Options options;
   if (const auto exit_code = parse_command_line(argc, argv, options)) {
     return *exit_code;
   }
   ecu::tamu::block_signals(ecu::tamu::termination_signals());
-  ecu::tamu::block_signals(ecu::tamu::signal_set(std::array{SIGPIPE}));
+  ecu::tamu::block_failed_write_signals();
   logging::set_log_mode(logging::LogMode::standard_error);
   ecu::tamu::application_starting();
   ecu::tamu::com::library_init();

@@ -23,6 +23,10 @@ void block_signals(const sigset_t& signals) noexcept {
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
+void block_failed_write_signals() noexcept {
+  block_signals(signal_set(std::array{SIGPIPE, SIGXFSZ}));
+}
+
 void unblock_signals(const sigset_t& signals) noexcept {
   ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -6,6 +5,7 @@
 #include <iostream>
 
 #include <ecu/tamu/logging/logging.h>
+#include <ecu/tamu/standard_streams.h>
 
 #include "common/input_file.h"
 #include "common/notes.h"
@@ -21,17 +21,6 @@ using ecu::tools::note;
 namespace logging = ecu::tamu::logging;
 
 constexpr int interrupted = 128;  // plus the signal's number, as shells do
-
-// A file that is opened later must not become a standard stream that the caller has closed.
-void fill_standard_streams() {
-  int fd = ::open("/dev/null", O_RDWR);
-  while (fd >= 0 && fd <= STDERR_FILENO) {
-    fd = ::open("/dev/null", O_RDWR);
-  }
-  if (fd >= 0) {
-    ::close(fd);
-  }
-}
 
 // Not an error: the reader has seen enough.
 bool reader_of_output_is_gone() {
@@ -67,7 +56,7 @@ int exit_code_of(const Options& options) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  fill_standard_streams();
+  ecu::tamu::open_standard_streams();
   use_terminal_encoding();
   Options options;
   if (const auto exit_code = parse_command_line(argc, argv, options)) {

@@ -17,10 +17,6 @@ struct ProcessHolder {
 /// signal.
 [[nodiscard]] ProcessHolder& process();
 
-/// Blocks SIGPIPE in the calling thread, and so in every thread that it starts later. The loss of the log's
-/// reader then causes a failed write and does not end the process. Call before anything is written.
-void block_broken_pipe_signal();
-
 /// Makes the allocator give blocks of 64 KiB and more back to the system as soon as they are freed. Left
 /// alone it keeps ever larger ones after the first large message. All threads share one heap, so that what
 /// one of them frees serves the others. Call before any thread is started.

@@ -1,0 +1,10 @@
+#pragma once
+
+namespace ecu::tamu {
+
+/// Opens /dev/null as each of standard input, output and error that the process was started without. A socket
+/// or a file that is opened later would otherwise get its number, and what is written to the stream. Call
+/// first.
+void open_standard_streams() noexcept;
+
+}  // namespace ecu::tamu
