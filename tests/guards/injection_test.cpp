@@ -2,6 +2,7 @@
 #include <sys/mman.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <random>
 
 #include "guards/allocations.h"
@@ -20,11 +21,14 @@ class SharedAllocations {
     const ecu::tamu::posix::UniqueFd file(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
     shared_ = static_cast<Allocations*>(
         ::mmap(nullptr, sizeof(Allocations), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0));
+    std::filesystem::create_symlink(FAILING_MALLOC, library_);
   }
   ~SharedAllocations() { ::munmap(shared_, sizeof(Allocations)); }
   SharedAllocations(const SharedAllocations&) = delete;
   SharedAllocations& operator=(const SharedAllocations&) = delete;
 
+  /// The library that counts them, by a path that may stand in LD_PRELOAD: without blanks and colons.
+  [[nodiscard]] const std::string& library() const noexcept { return library_; }
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
   [[nodiscard]] std::uint64_t count() const noexcept { return shared_->count; }
   void fail_after(std::uint64_t allocations) { shared_->fail_at = shared_->count + allocations; }
@@ -35,6 +39,7 @@ class SharedAllocations {
  private:
   TempDir dir_;
   std::string path_;
+  std::string library_ = dir_.path("library");
   Allocations* shared_;
 };
 
@@ -44,7 +49,7 @@ class Life : public Surroundings {
   void start() {
     daemon = std::make_unique<Daemon>(
         config(), std::vector<std::string>{"-L", "-v"},
-        std::vector<std::string>{"LD_PRELOAD=" FAILING_MALLOC,
+        std::vector<std::string>{"LD_PRELOAD=" + allocations.library(),
                                  std::string(allocations_variable) + "=" + allocations.path()});
     await([this] { return bus->wait_for(presence_topic, nullptr, milliseconds(50)).has_value(); });
   }
@@ -115,6 +120,7 @@ std::vector<std::uint64_t> measure() {
     (life.*phase.run)();
     const std::uint64_t now = life.allocations.count();
     counts.push_back(now - before);
+    EXPECT_GT(counts.back(), 0U) << phase.name << ": nothing is counted";
     before = now;
     (void)std::printf("%s: %ju allocations\n", phase.name, static_cast<std::uintmax_t>(counts.back()));
   }
