@@ -14,6 +14,7 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -54,6 +55,9 @@ MqttSession::MqttSession(const MqttSettings& settings, ConnectionListener& liste
 MqttSession::~MqttSession() = default;
 
 Failure MqttSession::open(const std::string& address) {
+  if (settings_.is_unix_socket() && address.size() >= sizeof(sockaddr_un::sun_path)) {
+    return Fault{ConnectionFailure::internal, "the path of the socket has more than 107 bytes"};
+  }
   if (auto failure = configure()) {
     return failure;
   }

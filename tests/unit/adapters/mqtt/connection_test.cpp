@@ -118,6 +118,8 @@ TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
        ConnectionFailure::internal, "presence topic: Invalid function arguments provided."},
       {Reaction::answer, [this] { settings.client_id = "\xff"; }, ConnectionFailure::internal,
        "invalid client identifier"},
+      {Reaction::answer, [this] { settings.host = '/' + std::string(107, 's'); }, ConnectionFailure::internal,
+       "the path of the socket has more than 107 bytes"},
       {Reaction::ignore, [this] { settings.connect_timeout = 50ms; }, ConnectionFailure::no_answer,
        "no answer"},
       {Reaction("\x20\x02\x00\x04"s), [] {}, ConnectionFailure::bad_credentials,
