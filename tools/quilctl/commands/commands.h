@@ -2,7 +2,7 @@
 
 #include "quilctl/base/options.h"
 
-/// The commands, one in each file; see `CommandFunction`. Each has an entry in command_table.cpp.
+/// The commands; see `CommandFunction`. Each has an entry in command_table.cpp.
 namespace ecu::ctl {
 
 [[nodiscard]] ExitCode list(const Options& options);

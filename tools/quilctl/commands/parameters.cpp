@@ -1,11 +1,15 @@
 #include <algorithm>
+#include <iostream>
 #include <iterator>
 #include <random>
 #include <set>
 
+#include "common/hexadecimal.h"
+#include "common/notes.h"
 #include "quilctl/base/value_input.h"
 #include "quilctl/commands/commands.h"
-#include "quilctl/commands/parameter_output.h"
+#include "quilctl/model/values.h"
+#include "quilctl/screen/text_table.h"
 #include "quilctl/talk/parameter_client.h"
 
 namespace ecu::ctl {
@@ -14,6 +18,9 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+
+constexpr seconds read_timeout{5};
+constexpr const char* nothing_received = "no parameters received from the other side of the ports yet";
 
 // The daemon abandons a write after 30 s, and replies to nobody meanwhile.
 constexpr seconds write_timeout{35};
@@ -24,6 +31,28 @@ constexpr seconds abandoned_after{29};
 constexpr int write_attempts = 12;
 constexpr milliseconds first_pause{50};
 constexpr milliseconds longest_pause{1000};
+
+std::uint32_t id_of_argument(const std::string& argument) {
+  const auto id = parse_id(argument);
+  if (!id) {
+    throw Failure(ExitCode::usage, "invalid identifier '" + argument +
+                                       "': use decimal, or hexadecimal after 0x, at most 32 bits");
+  }
+  return *id;
+}
+
+std::string shown_id(std::uint32_t id) {
+  return "0x" + tools::to_hex_number(id);
+}
+
+void print_line(const Options& options, const Parameter& parameter) {
+  if (options.json) {
+    print_json(
+        {{"id", parameter.id}, {"hex_id", shown_id(parameter.id)}, {"value", json_value(parameter.value)}});
+  } else {
+    std::cout << shown_id(parameter.id) << "  " << shown_value(parameter.value) << '\n';
+  }
+}
 
 // From half of the pause to all of it.
 milliseconds shortened(milliseconds pause) {
@@ -87,9 +116,51 @@ void write_and_read_back(ParameterClient& client, const Parameters& settings, st
 
 }  // namespace
 
+ExitCode param_get(const Options& options) {
+  std::vector<std::uint32_t> ids;
+  std::ranges::transform(options.arguments, std::back_inserter(ids), id_of_argument);
+  ParameterClient client(options, read_timeout);
+  const Parameters parameters = client.read();
+  std::string missing;
+  for (const std::uint32_t id : ids) {
+    const Parameter* const found = find(parameters, id);
+    if (found == nullptr) {
+      missing += (missing.empty() ? "" : ", ") + shown_id(id);
+    } else if (ids.size() == 1 && !options.json) {
+      print_value(options, found->value);
+    } else {
+      print_line(options, *found);
+    }
+  }
+  if (!missing.empty()) {
+    throw Failure(ExitCode::unknown, parameters.empty() ? nothing_received : "no such parameter: " + missing);
+  }
+  return ExitCode::done;
+}
+
+ExitCode param_list(const Options& options) {
+  ParameterClient client(options, read_timeout);
+  const Parameters parameters = client.read();
+  if (parameters.empty()) {
+    tools::note(nothing_received);
+  }
+  if (options.json) {
+    for (const Parameter& parameter : parameters) {
+      print_line(options, parameter);
+    }
+    return ExitCode::done;
+  }
+  TextTable table({"ID", "BYTES", "VALUE"});
+  for (const Parameter& parameter : parameters) {
+    table.add({shown_id(parameter.id), std::to_string(parameter.value.size()), shown_value(parameter.value)});
+  }
+  table.print(std::cout, OutputStyle::of_standard_output());
+  return ExitCode::done;
+}
+
 ExitCode param_set(const Options& options) {
   const Parameters settings = settings_of(options.arguments);
-  ParameterClient client(options, parameter_read_timeout);
+  ParameterClient client(options, read_timeout);
   const auto time_limit = options.timeout.value_or(write_timeout);
   if (client.daemon_on_line()) {
     client.session().set_time_limit(time_limit);  // the daemon may be busy with another client's write
