@@ -17,10 +17,13 @@ namespace ecu::ctl {
 
 namespace com = tamu::com;
 
+bool says_on_line(const com::Message& presence) {
+  return std::ranges::equal(presence.payload, std::string_view(com::topics::presence_online));
+}
+
 VariableView::Change VariableView::take(const std::string& topic, const com::Message& msg) {
   if (topic == com::topics::daemon_presence) {
-    on_line_ = std::string_view(reinterpret_cast<const char*>(msg.payload.data()), msg.payload.size()) ==
-               com::topics::presence_online;
+    on_line_ = says_on_line(msg);
     return Change::other;
   }
   const auto name = tools::variable_of(topic);

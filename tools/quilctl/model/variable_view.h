@@ -11,6 +11,9 @@
 
 namespace ecu::ctl {
 
+/// Whether a message of the daemon's presence says that it is on line.
+[[nodiscard]] bool says_on_line(const tamu::com::Message& presence);
+
 /// A variable as published last.
 struct Variable {
   std::optional<std::string> value;  // none: published without a value

@@ -9,6 +9,7 @@
 
 #include "common/notes.h"
 #include "quilctl/base/failure.h"
+#include "quilctl/model/variable_view.h"
 
 namespace ecu::ctl {
 
@@ -111,10 +112,10 @@ void note_losses(MonitorSession& watch) {
 }
 
 std::string MonitorSession::presence_notice(const Event& event) {
-  const auto before = presence_.daemon_on_line();
-  (void)presence_.take(event.text, event.message);
-  const auto now = presence_.daemon_on_line();
-  return now == before ? "" : now == true ? "the daemon is on line" : "the daemon is off line";
+  const bool now = says_on_line(event.message);
+  return std::exchange(daemon_on_line_, now) == now ? ""
+         : now                                      ? "the daemon is on line"
+                                                    : "the daemon is off line";
 }
 
 }  // namespace ecu::ctl

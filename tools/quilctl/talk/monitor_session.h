@@ -5,7 +5,6 @@
 #include <string>
 
 #include "quilctl/base/options.h"
-#include "quilctl/model/variable_view.h"
 #include "quilctl/talk/bus_connection.h"
 
 namespace ecu::ctl {
@@ -53,9 +52,9 @@ class MonitorSession {
   BusConnection& bus_;
   const Clock::time_point first_deadline_;
   bool was_up_ = false;
-  Clock::time_point loss_due_;  // of the next report of lost messages
-  std::string reason_;          // the reported reason for the loss of the connection
-  VariableView presence_;
+  Clock::time_point loss_due_;          // of the next report of lost messages
+  std::string reason_;                  // the reported reason for the loss of the connection
+  std::optional<bool> daemon_on_line_;  // none: no presence received
   std::string notice_;
 };
 

@@ -52,18 +52,12 @@ ParameterClient::ParameterClient(const Options& options, std::chrono::duration<d
 
 void ParameterClient::handle(const Event& event) {
   if (event.text == topics::daemon_presence) {
-    handle_presence(event);
+    on_line_ = says_on_line(event.message);
   } else if (event.text == topics::all_parameters_answer) {
     handle_list(event);
   } else {
     handle_entry(event);
   }
-}
-
-void ParameterClient::handle_presence(const Event& event) {
-  VariableView view;
-  (void)view.take(event.text, event.message);
-  on_line_ = view.daemon_on_line();
 }
 
 void ParameterClient::handle_list(const Event& event) {

@@ -46,7 +46,6 @@ class ParameterClient {
 
  private:
   void handle(const Event& event);
-  void handle_presence(const Event& event);
   void handle_list(const Event& event);
   void handle_entry(const Event& event);
   void request_all();
