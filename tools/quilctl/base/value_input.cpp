@@ -18,7 +18,7 @@ namespace {
 std::string unchecked_value(std::string_view argument) {
   constexpr std::string_view hex_prefix = "hex:";
   if (argument.starts_with('@')) {
-    return read_value_file(std::string(argument.substr(1)));
+    return tools::read_file(std::string(argument.substr(1)), max_parameter_value_size);
   }
   if (!argument.starts_with(hex_prefix)) {
     return std::string(argument);
@@ -45,14 +45,6 @@ std::string value_of_argument(std::string_view argument) {
                   "a value has at most " + std::to_string(max_parameter_value_size) + " bytes");
   }
   return value;
-}
-
-std::string read_value_file(const std::string& path) {
-  return tools::read_file(path, max_parameter_value_size);
-}
-
-std::string read_value_stream(std::istream& input, const std::string& name) {
-  return tools::read_stream(input, name, max_parameter_value_size);
 }
 
 }  // namespace ecu::ctl

@@ -5,10 +5,11 @@
 #include <string>
 #include <utility>
 
+#include <ecu/tamu/com/system_parameters.h>
 #include <ecu/tamu/com/topics.h>
 
 #include "common/hexadecimal.h"
-#include "quilctl/base/value_input.h"
+#include "common/input_file.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/values.h"
 #include "quilctl/model/variable_view.h"
@@ -84,8 +85,8 @@ std::string value_from(const std::string& source) {
     throw Failure(ExitCode::usage,
                   "do not give a secret on the command line: use @FILE, or - for standard input");
   }
-  std::string value =
-      is_file ? read_value_file(source.substr(1)) : read_value_stream(std::cin, standard_input);
+  std::string value = is_file ? tools::read_file(source.substr(1), com::max_parameter_value_size)
+                              : tools::read_stream(std::cin, standard_input, com::max_parameter_value_size);
   if (value.empty()) {
     // The output of a failed command, or a file that is still being written.
     throw Failure(ExitCode::usage,
