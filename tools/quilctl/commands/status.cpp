@@ -1,4 +1,8 @@
+#include <algorithm>
+#include <array>
+#include <cstdio>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,7 +12,6 @@
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/variable_rows.h"
 #include "quilctl/talk/parameter_client.h"
-#include "quilctl/talk/service_status.h"
 #include "quilctl/talk/variable_session.h"
 
 namespace ecu::ctl {
@@ -22,6 +25,9 @@ constexpr std::chrono::seconds parameter_timeout{2};
 
 // Published at each start of the daemon, and never again.
 constexpr const char* start_name = "versionuboot";
+
+constexpr const char* service_command =
+    "SYSTEMD_BUS_TIMEOUT=2 exec systemctl show --property=StatusText --value tolquil.service 2>/dev/null";
 
 struct Status {
   std::string broker, origin;          // its address and where that comes from
@@ -59,6 +65,27 @@ std::optional<std::size_t> count_parameters(const Options& options) {
   ParameterClient client(options, parameter_timeout);
   const auto parameters = client.try_read();
   return parameters ? std::optional(parameters->size()) : std::nullopt;
+}
+
+// A tunnel to another machine that begins on this one is not recognised.
+bool may_run_here(const std::string& broker) {
+  constexpr std::array beginnings{"/", "localhost:", "127.", "[::1]:"};
+  return std::ranges::any_of(beginnings,
+                             [&](const char* beginning) { return broker.starts_with(beginning); });
+}
+
+// What the daemon reports to this machine's service manager, for instance "on line; receive port away since
+// 14:02"; nothing when it is not a running service. Takes at most a few seconds.
+std::optional<std::string> service_status() {
+  // NOLINTNEXTLINE(cert-env33-c): the command is constant, and the user's own environment may choose programs
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> output(::popen(service_command, "r"), ::pclose);
+  std::array<char, 256> line{};
+  if (!output || std::fgets(line.data(), line.size(), output.get()) == nullptr) {
+    return std::nullopt;
+  }
+  std::string text = line.data();
+  text.resize(std::min(text.size(), text.find('\n')));
+  return text.empty() ? std::nullopt : std::optional(text);
 }
 
 const char* shown(const std::optional<bool>& daemon_on_line) {
@@ -113,7 +140,9 @@ Status read_status(const Options& options) {
   if (status.daemon_on_line != true) {
     status.running.reset();
   }
-  status.service = service_status(status.broker);
+  if (may_run_here(status.broker)) {
+    status.service = service_status();
+  }
   return status;
 }
 
