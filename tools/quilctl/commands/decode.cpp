@@ -4,14 +4,11 @@
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/decoding.h"
 #include "quilctl/model/values.h"
-#include "quilctl/talk/bus_connection.h"
 #include "quilctl/talk/monitor_session.h"
 
 namespace ecu::ctl {
 
 namespace {
-
-constexpr const char* all_topics = "#";
 
 // Whether the event is a message.
 bool print(const Options& options, const Event& event) {
@@ -33,16 +30,8 @@ bool print(const Options& options, const Event& event) {
 }  // namespace
 
 ExitCode decode(const Options& options) {
-  BusConnection bus(options.broker);
-  bus.subscribe(options.filter.empty() ? all_topics : options.filter);
-  bus.connect();
-  MonitorSession session(options, bus);
-  try {
-    session.run([&options](const Event& event) { return print(options, event); });
-  } catch (const Interrupted&) {
-    // The normal way to stop: Ctrl-C.
-  }
-  note_losses(session);
+  MonitorSession session(options, {options.filter.empty() ? "#" : options.filter});
+  session.run([&options](const Event& event) { return print(options, event); });
   return ExitCode::done;
 }
 

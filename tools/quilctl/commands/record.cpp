@@ -14,7 +14,6 @@
 #include "quilctl/base/failure.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/recording.h"
-#include "quilctl/talk/bus_connection.h"
 #include "quilctl/talk/monitor_session.h"
 
 namespace ecu::ctl {
@@ -25,8 +24,6 @@ namespace {
 
 using Clock = BusConnection::Clock;
 using std::chrono::microseconds;
-
-constexpr const char* all_topics = "#";
 
 // Restricts the file to its owner, whether it exists or is about to be created. Leaves a device unchanged.
 void keep_from_others(const std::string& path) {
@@ -87,13 +84,12 @@ class Recorder {
   std::size_t count_ = 0;
 };
 
-void record_messages(const Options& options, const BusConnection& bus, MonitorSession& session,
-                     Recorder& recorder) {
+void record_messages(const Options& options, MonitorSession& session, Recorder& recorder) {
   while (!session.was_up()) {
     (void)session.next();
   }
   // Keeps an existing file when the broker is unreachable.
-  recorder.begin(tools::wall_clock_now(), bus.broker());
+  recorder.begin(tools::wall_clock_now(), session.bus().broker());
   const auto end = options.duration
                        ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*options.duration)
                        : Clock::time_point::max();
@@ -110,12 +106,9 @@ void record_messages(const Options& options, const BusConnection& bus, MonitorSe
 
 ExitCode record(const Options& options) {
   Recorder recorder(options);
-  BusConnection bus(options.broker);
-  bus.subscribe(options.filter.empty() ? all_topics : options.filter, 1);
-  bus.connect();
-  MonitorSession session(options, bus);
+  MonitorSession session(options, {options.filter.empty() ? "#" : options.filter}, 1);
   try {
-    record_messages(options, bus, session, recorder);
+    record_messages(options, session, recorder);
   } catch (const Interrupted&) {
     // The normal way to stop: Ctrl-C.
   }

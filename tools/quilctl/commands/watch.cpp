@@ -23,9 +23,8 @@ namespace {
 /// Prints the changes, or runs a command for each.
 class Changes {
  public:
-  Changes(const Options& options, const BusConnection& bus, const MonitorSession& session,
-          VariableSource& source)
-      : options_(options), bus_(bus), session_(session), source_(source) {}
+  Changes(const Options& options, const MonitorSession& session, VariableSource& source)
+      : options_(options), session_(session), source_(source) {}
 
   /// Whether the event is a change that the user asked for.
   bool handle(const Event& event) {
@@ -75,7 +74,7 @@ class Changes {
 
   void run(const VariableRow& row, bool is_retained) const {
     const int code = run_shell_command(options_.exec, row, is_retained, [this](int handle) {
-      return bus_.wait_until_readable(handle, session_.end());
+      return session_.bus().wait_until_readable(handle, session_.end());
     });
     if (code != 0) {
       tools::note("the command for " + row.name + " ended with exit code " + std::to_string(code));
@@ -83,7 +82,6 @@ class Changes {
   }
 
   const Options& options_;
-  const BusConnection& bus_;
   const MonitorSession& session_;
   VariableSource& source_;
 };
@@ -98,7 +96,7 @@ bool handle_keys(LiveTable& table, TerminalScreen& screen) {
   return true;
 }
 
-void show(LiveTable& table, TerminalScreen& screen, MonitorSession& session) {
+void follow(LiveTable& table, TerminalScreen& screen, MonitorSession& session) {
   while (session.goes_on(0) && handle_keys(table, screen)) {
     const auto wake = screen.is_entered() ? table.redraw_due() : LiveTable::Clock::time_point::max();
     const auto event = session.next(wake, screen.keyboard());
@@ -129,50 +127,44 @@ void print_last(const LiveTable& table, TerminalScreen& screen) {
   }
 }
 
-std::unique_ptr<VariableSource> source_of(const Options& options, const BusConnection& bus) {
+void show(LiveTable& table, TerminalScreen& screen, MonitorSession& session) {
+  try {
+    follow(table, screen, session);
+  } catch (const Interrupted&) {
+    // The normal way to stop: Ctrl-C.
+  }
+  print_last(table, screen);
+  session.note_losses();
+}
+
+std::unique_ptr<VariableSource> source_of(const Options& options) {
   if (options.fleet) {
     return std::make_unique<FleetSource>(options);
   }
-  auto unit = std::make_unique<UnitSource>(options.arguments);
-  if (bus.is_local()) {
-    unit->use_local_clock();
-  }
-  return unit;
+  return std::make_unique<UnitSource>(options.arguments);
 }
 
 }  // namespace
 
 ExitCode watch(const Options& options) {
-  const bool as_table = options.table && TerminalScreen::is_possible();
-  if (options.table && !as_table) {
+  std::optional<TerminalScreen> screen;
+  if (options.table && TerminalScreen::is_possible()) {
+    screen.emplace();
+  } else if (options.table) {
     tools::note("a table needs a terminal that can place text; printing a line for each change instead");
   }
-  std::optional<TerminalScreen> screen;
-  if (as_table) {
-    screen.emplace();
-  }
-  BusConnection bus(options.broker);
-  const std::unique_ptr<VariableSource> source = source_of(options, bus);
-  for (const std::string& filter : source->filters(as_table)) {
-    bus.subscribe(filter);
-  }
-  bus.connect();
-  MonitorSession session(options, bus);
-  LiveTable table(bus.broker(), *source);
-  try {
-    if (screen) {
-      show(table, *screen, session);
-    } else {
-      Changes changes(options, bus, session, *source);
-      session.run([&changes](const Event& event) { return changes.handle(event); });
-    }
-  } catch (const Interrupted&) {
-    // The normal way to stop: Ctrl-C.
+  const std::unique_ptr<VariableSource> source = source_of(options);
+  MonitorSession session(options, source->filters(screen.has_value()));
+  if (session.bus().is_local()) {
+    source->use_local_clock();
   }
   if (screen) {
-    print_last(table, *screen);
+    LiveTable table(session.bus().broker(), *source);
+    show(table, *screen, session);
+  } else {
+    Changes changes(options, session, *source);
+    session.run([&changes](const Event& event) { return changes.handle(event); });
   }
-  note_losses(session);
   return ExitCode::done;
 }
 

@@ -35,7 +35,8 @@ Failure subscription_refused(const std::string& filter) {
   return {ExitCode::refused, tools::refusal_text(filter)};
 }
 
-BusConnection::BusConnection(const BrokerOptions& options)
+BusConnection::BusConnection(const BrokerOptions& options, const std::vector<std::string>& filters,
+                             int max_qos)
     : events_(std::make_shared<EventQueue>(options.backlog)) {
   const std::unique_ptr<tamu::config::Configuration> config = client_configuration(options);
   broker_ = tools::broker_address(*config);
@@ -43,21 +44,17 @@ BusConnection::BusConnection(const BrokerOptions& options)
   unread_file_hint_ = unread_file_hint(options);
   com::library_init();
   client_ = com::create_client(config, com::TransportType::mqtt, events_, {.backlog = options.backlog});
+  for (const std::string& filter : filters) {
+    client_->subscribe(filter, max_qos, events_);
+  }
   termination_.emplace();
+  client_->connect();
+  client_->start();
 }
 
 BusConnection::~BusConnection() {
   client_.reset();
   com::library_cleanup();
-}
-
-void BusConnection::subscribe(const std::string& filter, int max_qos) {
-  client_->subscribe(filter, max_qos, events_);
-}
-
-void BusConnection::connect() {
-  client_->connect();
-  client_->start();
 }
 
 std::optional<Event> BusConnection::next(Clock::time_point deadline, int input, bool until_signal) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <ecu/tamu/com/transport_client.h>
 
@@ -38,18 +39,13 @@ class BusConnection {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Throws as `client_configuration` does.
-  explicit BusConnection(const BrokerOptions& options);
+  /// Connects, and reconnects whenever that fails or the connection is lost. Subscribes to the topics of
+  /// `filters` at a maximum quality of service. Throws as `client_configuration` does.
+  BusConnection(const BrokerOptions& options, const std::vector<std::string>& filters, int max_qos = 0);
   /// Sends what has been published, for at most 2 s, and closes the connection.
   ~BusConnection();
   BusConnection(const BusConnection&) = delete;
   BusConnection& operator=(const BusConnection&) = delete;
-
-  /// Subscribes to topics at a maximum quality of service. Must be called before `connect`.
-  void subscribe(const std::string& filter, int max_qos = 0);
-
-  /// Connects, and reconnects whenever that fails or the connection is lost.
-  void connect();
 
   /// The next event; nothing at the deadline, as soon as the descriptor `input`, if given, is readable, or
   /// `until_signal` when a signal has been handled. Throws `Interrupted`.

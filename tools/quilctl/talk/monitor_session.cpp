@@ -20,9 +20,9 @@ constexpr std::chrono::seconds loss_interval{1};
 
 }  // namespace
 
-MonitorSession::MonitorSession(const Options& options, BusConnection& bus)
+MonitorSession::MonitorSession(const Options& options, const std::vector<std::string>& filters, int max_qos)
     : options_(options),
-      bus_(bus),
+      bus_(options.broker, filters, max_qos),
       first_deadline_(Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                          options.timeout.value_or(default_timeout))) {}
 
@@ -62,17 +62,22 @@ bool MonitorSession::goes_on(unsigned shown) const {
 
 void MonitorSession::run(const std::function<bool(const Event&)>& show) {
   unsigned shown = 0;
-  while (goes_on(shown)) {
-    const auto event = next();
-    if (!notice_.empty()) {
-      tools::note(notice_);
+  try {
+    while (goes_on(shown)) {
+      const auto event = next();
+      if (!notice_.empty()) {
+        tools::note(notice_);
+      }
+      shown += event && show(*event) ? 1 : 0;
     }
-    shown += event && show(*event) ? 1 : 0;
+    if (std::cout && options_.count && shown < *options_.count) {
+      throw Failure(ExitCode::time_out, std::to_string(shown) + " of " + std::to_string(*options_.count) +
+                                            " within the time of --timeout");
+    }
+  } catch (const Interrupted&) {
+    // The normal way to stop: Ctrl-C.
   }
-  if (std::cout && options_.count && shown < *options_.count) {
-    throw Failure(ExitCode::time_out, std::to_string(shown) + " of " + std::to_string(*options_.count) +
-                                          " within the time of --timeout");
-  }
+  note_losses();
 }
 
 std::string MonitorSession::notice_of(const Event& event) {
@@ -105,8 +110,8 @@ std::string MonitorSession::loss_notice() {
   return notice;
 }
 
-void note_losses(MonitorSession& watch) {
-  if (const std::string losses = watch.loss_notice(); !losses.empty()) {
+void MonitorSession::note_losses() {
+  if (const std::string losses = loss_notice(); !losses.empty()) {
     tools::note(losses);
   }
 }

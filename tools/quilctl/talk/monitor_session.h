@@ -3,6 +3,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "quilctl/base/options.h"
 #include "quilctl/talk/bus_connection.h"
@@ -15,8 +16,8 @@ class MonitorSession {
  public:
   using Clock = BusConnection::Clock;
 
-  /// Both must outlive the session.
-  MonitorSession(const Options& options, BusConnection& bus);
+  /// See `BusConnection`. The options must outlive the session.
+  MonitorSession(const Options& options, const std::vector<std::string>& filters, int max_qos = 0);
 
   /// The next event; nothing at `wake` or when the descriptor `input` is readable, and sometimes before.
   /// Throws `Interrupted`, and `Failure` when the broker is unreachable at the start or refuses a
@@ -24,14 +25,16 @@ class MonitorSession {
   [[nodiscard]] std::optional<Event> next(Clock::time_point wake = Clock::time_point::max(),
                                           int input = BusConnection::no_input);
 
-  /// Passes on each event, and prints the notices, until a signal, --count or --timeout ends the command or
-  /// output fails. `show` returns whether the event counts. Throws as `next` does, and `Failure` when the
-  /// time has passed before --count events.
+  /// Passes on each event, and prints the notices, until --count, --timeout or a signal, the normal way to
+  /// stop, ends the command or output fails. `show` returns whether the event counts. Throws `Failure` as
+  /// `next` does, and when the time has passed before --count events.
   void run(const std::function<bool(const Event&)>& show);
   /// Whether output works, and neither --count nor --timeout ends the command. `shown` events have counted.
   [[nodiscard]] bool goes_on(unsigned shown) const;
   /// The time at which --timeout ends the command.
   [[nodiscard]] Clock::time_point end() const;
+
+  [[nodiscard]] const BusConnection& bus() const noexcept { return bus_; }
 
   /// Whether there has been a connection.
   [[nodiscard]] bool was_up() const noexcept { return was_up_; }
@@ -42,6 +45,8 @@ class MonitorSession {
 
   /// The lost messages that have not been reported yet; may be empty.
   [[nodiscard]] std::string loss_notice();
+  /// Prints them, at the end.
+  void note_losses();
 
  private:
   [[nodiscard]] std::optional<Event> next_event(Clock::time_point wake, int input);
@@ -49,7 +54,7 @@ class MonitorSession {
   [[nodiscard]] std::string presence_notice(const Event& event);
 
   const Options& options_;
-  BusConnection& bus_;
+  BusConnection bus_;
   const Clock::time_point first_deadline_;
   bool was_up_ = false;
   Clock::time_point loss_due_;          // of the next report of lost messages
@@ -57,8 +62,5 @@ class MonitorSession {
   std::optional<bool> daemon_on_line_;  // none: no presence received
   std::string notice_;
 };
-
-/// Call it at the end: reports the lost messages that have not been reported yet.
-void note_losses(MonitorSession& watch);
 
 }  // namespace ecu::ctl

@@ -11,12 +11,8 @@ namespace ecu::ctl {
 
 RequestSession::RequestSession(const Options& options, const std::vector<std::string>& filters,
                                Handler on_message, std::chrono::duration<double> default_timeout)
-    : bus_(options.broker), on_message_(std::move(on_message)) {
+    : bus_(options.broker, filters), on_message_(std::move(on_message)) {
   set_time_limit(options.timeout.value_or(default_timeout));
-  for (const std::string& filter : filters) {
-    bus_.subscribe(filter);
-  }
-  bus_.connect();
   settle();
 }
 

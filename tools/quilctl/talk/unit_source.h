@@ -16,9 +16,7 @@ class UnitSource final : public VariableSource {
   /// `patterns` select the variables.
   explicit UnitSource(std::vector<std::string> patterns) : patterns_(std::move(patterns)) {}
 
-  /// For a broker on the same machine: ages are known from the start.
-  void use_local_clock() noexcept { clock_.use_local_clock(); }
-
+  void use_local_clock() noexcept override { clock_.use_local_clock(); }
   [[nodiscard]] std::vector<std::string> filters(bool for_table) const override;
   Update take(const Event& message) override;
   [[nodiscard]] std::vector<VariableRow> rows() const override { return variable_rows(view_, patterns_); }

@@ -26,6 +26,8 @@ class VariableSource {
 
   virtual ~VariableSource() = default;
 
+  /// For a broker on the same machine: ages are known from the start.
+  virtual void use_local_clock() noexcept {}
   /// The topics to subscribe to; more for a live table.
   [[nodiscard]] virtual std::vector<std::string> filters(bool for_table) const = 0;
   /// Takes a message of these topics.
