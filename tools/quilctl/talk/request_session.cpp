@@ -28,14 +28,10 @@ std::string RequestSession::time_limit() const {
 }
 
 void RequestSession::settle() {
-  while (!settled_) {
-    const std::optional<Event> event = bus_.next(deadline_);
-    if (!event) {
-      const std::string reason = "no answer within " + time_limit();
-      throw up_ ? BrokerFailure(bus_.broker(), "broker " + bus_.broker() + " does not respond: " + reason)
-                : bus_.not_reachable(reason);
-    }
-    handle(*event);
+  if (!wait_until([this] { return settled_; })) {
+    const std::string reason = "no answer within " + time_limit();
+    throw up_ ? BrokerFailure(bus_.broker(), "broker " + bus_.broker() + " does not respond: " + reason)
+              : bus_.not_reachable(reason);
   }
   if (const std::string losses = bus_.loss_notice(); !losses.empty()) {
     tools::note(losses);
