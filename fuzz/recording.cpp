@@ -16,7 +16,7 @@ namespace {
 using namespace ecu::ctl;
 
 Recorded read_back(const Recorded& message) {
-  std::istringstream text(std::string(recording_header()) + '\n' + line_of(message) + '\n');
+  std::istringstream text(std::string(recording_header) + '\n' + line_of(message) + '\n');
   RecordingReader reader(text, "text");
   const auto again = reader.next();
   fuzz::require(again.has_value() && !reader.next(), "one line is one message");
@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   FuzzedDataProvider input(data, size);
   if (input.ConsumeBool()) {
     const bool with_header = input.ConsumeBool();
-    read_text((with_header ? std::string(recording_header()) + '\n' : "") +
+    read_text((with_header ? std::string(recording_header) + '\n' : "") +
               input.ConsumeRemainingBytesAsString());
     return 0;
   }

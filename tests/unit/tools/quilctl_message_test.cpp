@@ -119,7 +119,7 @@ std::vector<Recorded> read(const std::string& text) {
   return all;
 }
 
-const std::string header = std::string(recording_header()) + "\n";
+const std::string header = std::string(recording_header) + "\n";
 
 TEST(QuilctlRecording, EveryMessageIsReadAsItWasWritten) {
   std::string bytes;

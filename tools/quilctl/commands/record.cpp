@@ -52,7 +52,7 @@ class Recorder {
       }
     }
     begin_ = at;
-    out() << recording_header() << "\n# " << tools::iso_time(at) << ", broker " << broker << std::endl;
+    out() << recording_header << "\n# " << tools::iso_time(at) << ", broker " << broker << std::endl;
   }
   void add(const Event& event) {
     const bool is_secret = com::topic_matches(com::topics::secure_storage_filter, event.text);

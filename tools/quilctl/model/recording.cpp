@@ -18,7 +18,6 @@ namespace {
 
 using std::chrono::microseconds;
 
-constexpr std::string_view header = "quilctl-recording 1";
 constexpr std::string_view retained_flag = "retained";
 constexpr std::string_view acknowledged_flag = "qos1";
 constexpr std::string_view redacted_mark = "redacted";
@@ -26,7 +25,7 @@ constexpr std::string_view hex_prefix = "hex:";
 constexpr std::string_view escaped_quote = R"(\x22)";
 constexpr std::string_view blanks = " \t\r";
 constexpr std::size_t decimals = 6;
-constexpr std::int64_t max_seconds = 1'000'000'000;
+constexpr std::uint32_t max_seconds = 1'000'000'000;
 constexpr std::size_t max_first_line_size = 1024;
 // Room for the largest payload that is recorded, 16 MiB, with every byte escaped.
 constexpr std::size_t max_line_size = std::size_t{65} * 1024 * 1024;
@@ -63,17 +62,7 @@ std::string_view next_word(std::string_view& rest) {
   return word;
 }
 
-std::optional<std::int64_t> number_of(std::string_view digits) {
-  const auto number = tamu::text::parse_number(digits);
-  return number && std::in_range<std::int64_t>(*number) ? std::optional(static_cast<std::int64_t>(*number))
-                                                        : std::nullopt;
-}
-
 }  // namespace
-
-std::string_view recording_header() noexcept {
-  return header;
-}
 
 std::string line_of(const Recorded& message) {
   const std::string fraction = std::to_string(1'000'000 + message.at.count() % 1'000'000).substr(1);
@@ -95,8 +84,8 @@ std::string line_of(const Recorded& message) {
 RecordingReader::RecordingReader(std::istream& input, std::string name)
     : input_(input), name_(std::move(name)) {
   std::string line;
-  if (!read_line(line, max_first_line_size) || trimmed(line) != header) {
-    fail("not a recording: the first line is not '" + std::string(header) + "'");
+  if (!read_line(line, max_first_line_size) || trimmed(line) != recording_header) {
+    fail("not a recording: the first line is not '" + std::string(recording_header) + "'");
   }
 }
 
@@ -158,10 +147,10 @@ Recorded RecordingReader::parse(std::string_view line) const {
 
 microseconds RecordingReader::parse_time(std::string_view text) const {
   const std::size_t point = text.find('.');
-  const auto seconds = number_of(text.substr(0, point));
+  const auto seconds = tamu::text::parse_number<std::uint32_t>(text.substr(0, point));
   std::string fraction(point == std::string_view::npos ? "" : text.substr(point + 1));
   fraction.resize(std::max(fraction.size(), decimals), '0');
-  const auto micros = number_of(fraction);
+  const auto micros = tamu::text::parse_number<std::uint32_t>(fraction);
   if (!seconds || *seconds > max_seconds || !micros || fraction.size() > decimals) {
     fail("'" + std::string(text) + "' is not a time in seconds with at most 6 decimals");
   }

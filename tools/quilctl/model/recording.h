@@ -27,7 +27,7 @@ struct Recorded {
 };
 
 /// The first line of a recording, and the line of a message, both without line end.
-[[nodiscard]] std::string_view recording_header() noexcept;
+inline constexpr std::string_view recording_header = "quilctl-recording 1";
 [[nodiscard]] std::string line_of(const Recorded& message);
 
 /// Reads a recording line by line. Throws `Failure` with name, line and reason when it is malformed, and
