@@ -14,7 +14,6 @@
 
 #include "common/escaping.h"
 #include "common/hexadecimal.h"
-#include "quilctl/model/message_header.h"
 
 namespace ecu::ctl {
 
@@ -28,14 +27,10 @@ std::string text_of(std::span<const std::uint8_t> bytes) {
   return {bytes.begin(), bytes.end()};
 }
 
-Json bytes_of(const std::string& bytes) {
-  return json_value(bytes);
-}
-
 Json fields_of(const pb::EcuVariable& body) {
   Json fields = Json::object();
   if (body.has_value()) {
-    fields["value"] = bytes_of(body.value());
+    fields["value"] = json_value(body.value());
   }
   if (body.has_timestamp()) {
     fields["timestamp"] = body.timestamp();
@@ -46,7 +41,7 @@ Json fields_of(const pb::EcuVariable& body) {
 Json fields_of(const pb::EcuVariableReq& body) {
   Json names = Json::array();
   for (const std::string& name : body.name()) {
-    names.push_back(bytes_of(name));
+    names.push_back(json_value(name));
   }
   return {{"name", std::move(names)}};
 }
@@ -65,13 +60,13 @@ Json fields_of(const pb::SystemParameterEntry& body) {
     fields["hex_id"] = "0x" + tools::to_hex_number(body.ota_id());
   }
   if (body.has_name()) {
-    fields["name"] = bytes_of(body.name());
+    fields["name"] = json_value(body.name());
   }
   if (body.has_type()) {
     fields["type"] = body.type();
   }
   if (body.has_value()) {
-    fields["value"] = bytes_of(body.value());
+    fields["value"] = json_value(body.value());
   }
   return fields;
 }
@@ -103,7 +98,7 @@ std::string_view without_padding(std::string_view data) {
 Json fields_of(const pb::SignalGroup& body) {
   Json signals = Json::array();
   for (const pb::Signal& signal : body.signal()) {
-    Json fields{{"name", bytes_of(signal.name())}};
+    Json fields{{"name", json_value(signal.name())}};
     if (signal.has_data()) {
       fields["data"] = {{"hex", tools::to_hex(signal.data())}};
       const std::string_view text = without_padding(signal.data());
@@ -169,7 +164,7 @@ void decode_framed(Json& decoded, std::span<const std::uint8_t> payload) {
 
 void decode_plain(Json& decoded, std::span<const std::uint8_t> payload) {
   if (!payload.empty()) {
-    decoded["payload"] = bytes_of(text_of(payload));
+    decoded["payload"] = json_value(text_of(payload));
   }
 }
 
@@ -204,13 +199,26 @@ const Kind& kind_of(std::string_view topic) {
 
 }  // namespace
 
+std::optional<MessageHeader> header_of(std::span<const std::uint8_t> payload) {
+  pb::TXFHeader header;
+  // A partial parse, because a full one logs an error when a field is missing.
+  if (payload.size() < com::txf_header_size ||
+      !header.ParsePartialFromArray(payload.data(), static_cast<int>(com::txf_header_size)) ||
+      !header.IsInitialized()) {
+    return std::nullopt;
+  }
+  const std::uint64_t framing = header.framing();
+  return MessageHeader{static_cast<std::uint16_t>(framing), static_cast<std::uint16_t>(framing >> 16U),
+                       static_cast<std::uint32_t>(framing >> 32U), header.send_time_ns()};
+}
+
 std::string not_decodable(const std::string& topic) {
   return "cannot decode the message on " + topic;
 }
 
 Json decode(const std::string& topic, const com::Message& msg, bool reveal) {
   const Kind& kind = kind_of(topic);
-  Json decoded{{"topic", bytes_of(topic)}, {"kind", kind.name}};
+  Json decoded{{"topic", json_value(topic)}, {"kind", kind.name}};
   decoded["retained"] = msg.retained;
   decoded["bytes"] = msg.payload.size();
   if (kind.decoder != nullptr) {

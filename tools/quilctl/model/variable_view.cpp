@@ -11,7 +11,7 @@
 #include <ecu/tamu/pb/messages.pb.h>
 
 #include "common/variable_catalogue.h"
-#include "quilctl/model/message_header.h"
+#include "quilctl/model/decoding.h"
 
 namespace ecu::ctl {
 
