@@ -71,17 +71,6 @@ void require_known(const std::vector<VariableRow>& rows, const std::vector<std::
   }
 }
 
-std::vector<std::string> columns_of(const VariableRow& row, const UnitClock& clock) {
-  const auto age = row.age(clock);
-  std::vector<std::string> columns = {tools::printable(row.name), shown_value(row.value()),
-                                      age ? tools::age_text(*age) : "-",
-                                      row.info == nullptr ? "-" : row.info->sources_text()};
-  if (row.unit != nullptr) {
-    columns.insert(columns.begin(), tools::printable(row.unit->name));
-  }
-  return columns;
-}
-
 std::string line_of(const VariableRow& row, bool raw) {
   const auto value = row.value();
   return (row.unit == nullptr ? "" : tools::printable(row.unit->name) + "  ") + tools::printable(row.name) +

@@ -46,9 +46,6 @@ struct VariableRow {
 /// Throws `Failure` when a pattern matches no row's variable; the text names the nearest variable.
 void require_known(const std::vector<VariableRow>& rows, const std::vector<std::string>& patterns);
 
-/// The columns name, value, age and source, in a fleet after that of the unit.
-[[nodiscard]] std::vector<std::string> columns_of(const VariableRow& row, const UnitClock& clock);
-
 /// A row as a line of text: the unit in a fleet, the name, and the value, escaped unless `raw`.
 [[nodiscard]] std::string line_of(const VariableRow& row, bool raw = false);
 

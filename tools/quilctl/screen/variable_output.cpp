@@ -3,7 +3,9 @@
 #include <iostream>
 #include <utility>
 
+#include "common/escaping.h"
 #include "common/notes.h"
+#include "common/times.h"
 #include "quilctl/model/line_format.h"
 
 namespace ecu::ctl {
@@ -32,7 +34,14 @@ TextTable table_of(const std::vector<VariableRow>& rows, const UnitClock& clock,
   }
   TextTable table(std::move(headings), essential);
   for (const VariableRow& row : rows) {
-    table.add(columns_of(row, clock));
+    const auto age = row.age(clock);
+    std::vector<std::string> columns = {tools::printable(row.name), shown_value(row.value()),
+                                        age ? tools::age_text(*age) : "-",
+                                        row.info == nullptr ? "-" : row.info->sources_text()};
+    if (of_fleet) {
+      columns.insert(columns.begin(), tools::printable(row.unit_name()));
+    }
+    table.add(std::move(columns));
   }
   return table;
 }
