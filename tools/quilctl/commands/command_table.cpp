@@ -13,6 +13,10 @@ namespace {
 constexpr double max_speed = 1e6;
 constexpr const char* names_purpose = "names; * stands for any characters, ? for any one character";
 
+void add_names(CLI::App& command, Options& options) {
+  command.add_option("NAME", options.arguments, names_purpose);
+}
+
 void add_format(CLI::App& command, Options& options) {
   command
       .add_option("--format", options.format,
@@ -27,7 +31,7 @@ void add_format(CLI::App& command, Options& options) {
 }
 
 void add_list_options(CLI::App& command, Options& options) {
-  command.add_option("NAME", options.arguments, names_purpose);
+  add_names(command, options);
   add_format(command, options);
   command.add_flag("--shell", options.shell, "assignments for eval in a shell");
   command
@@ -63,10 +67,6 @@ void add_watch_options(CLI::App& command, Options& options) {
       ->type_name("COMMAND");
   command.add_flag("--table", options.table, "on a terminal: show all in a table that is redrawn");
   add_format(command, options);
-}
-
-void add_describe_options(CLI::App& command, Options& options) {
-  command.add_option("NAME", options.arguments, names_purpose);
 }
 
 void add_param_get_options(CLI::App& command, Options& options) {
@@ -169,7 +169,7 @@ const CommandEntry table[] = {
     {.name = "describe",
      .purpose = "Explains variables, without a connection.",
      .examples = "  quilctl describe\n  quilctl describe hwversion",
-     .add_options = add_describe_options,
+     .add_options = add_names,
      .run = describe},
     {.name = "param",
      .purpose = "Reads and writes system parameters.",
