@@ -11,6 +11,7 @@
 #include "common/times.h"
 #include "quilctl/commands/commands.h"
 #include "quilctl/model/variable_rows.h"
+#include "quilctl/talk/client_configuration.h"
 #include "quilctl/talk/parameter_client.h"
 #include "quilctl/talk/variable_session.h"
 
@@ -45,8 +46,6 @@ Status read_variables(const Options& options) {
   session.determine_clock();
   const VariableView& view = session.view();
   Status status;
-  status.broker = session.session().bus().broker();
-  status.origin = session.session().bus().origin();
   status.daemon_on_line = view.daemon_on_line();
   status.with_value = view.with_value();
   for (const VariableRow& row : variable_rows(view)) {
@@ -59,12 +58,6 @@ Status read_variables(const Options& options) {
     }
   }
   return status;
-}
-
-std::optional<std::size_t> count_parameters(const Options& options) {
-  ParameterClient client(options, parameter_timeout);
-  const auto parameters = client.try_read();
-  return parameters ? std::optional(parameters->size()) : std::nullopt;
 }
 
 // A tunnel to another machine that begins on this one is not recognised.
@@ -132,38 +125,36 @@ Json json_of(const Status& status) {
 Status read_status(const Options& options) {
   Status status = read_variables(options);
   if (status.daemon_on_line != false) {
-    status.parameters = count_parameters(options);
-  }
-  if (status.parameters) {
-    status.daemon_on_line = true;
+    if (const auto parameters = ParameterClient(options, parameter_timeout).try_read()) {
+      status.parameters = parameters->size();
+      status.daemon_on_line = true;
+    }
   }
   if (status.daemon_on_line != true) {
     status.running.reset();
   }
-  if (may_run_here(status.broker)) {
-    status.service = service_status();
-  }
   return status;
-}
-
-ExitCode show(const Options& options, const Status& status) {
-  if (options.json) {
-    print_json(json_of(status));
-  } else {
-    print(status);
-  }
-  return status.daemon_on_line == true ? ExitCode::done : ExitCode::daemon_off_line;
 }
 
 }  // namespace
 
 ExitCode status(const Options& options) {
+  const auto config = client_configuration(options.broker);
+  const std::string broker = tools::broker_address(*config);
   try {
-    return show(options, read_status(options));
-  } catch (const BrokerFailure& failure) {
+    Status status = read_status(options);
+    status.broker = broker;
+    status.origin = address_origin(options.broker, *config);
+    status.service = may_run_here(broker) ? service_status() : std::nullopt;
     if (options.json) {
-      print_json(
-          {{"broker", failure.broker()}, {"reachable", false}, {"reason", json_value(failure.what())}});
+      print_json(json_of(status));
+    } else {
+      print(status);
+    }
+    return status.daemon_on_line == true ? ExitCode::done : ExitCode::daemon_off_line;
+  } catch (const Failure& failure) {
+    if (options.json && failure.code() == ExitCode::broker_unreachable) {
+      print_json({{"broker", broker}, {"reachable", false}, {"reason", json_value(failure.what())}});
     }
     throw;
   }

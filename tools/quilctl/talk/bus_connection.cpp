@@ -40,7 +40,6 @@ BusConnection::BusConnection(const BrokerOptions& options, const std::vector<std
     : events_(std::make_shared<EventQueue>(options.backlog)) {
   const std::unique_ptr<tamu::config::Configuration> config = client_configuration(options);
   broker_ = tools::broker_address(*config);
-  origin_ = address_origin(options, *config);
   unread_file_hint_ = unread_file_hint(options);
   com::library_init();
   client_ = com::create_client(config, com::TransportType::mqtt, events_, {.backlog = options.backlog});
@@ -91,8 +90,8 @@ std::string BusConnection::loss_notice() {
   return lost == 0 ? "" : tools::loss_text(lost);
 }
 
-BrokerFailure BusConnection::not_reachable(const std::string& reason, com::ConnectionFailure failure) const {
-  return {broker_, tools::connection_text(broker_, failure, reason) + unread_file_hint_};
+Failure BusConnection::not_reachable(const std::string& reason, com::ConnectionFailure failure) const {
+  return {ExitCode::broker_unreachable, tools::connection_text(broker_, failure, reason) + unread_file_hint_};
 }
 
 bool BusConnection::publish(const std::string& topic, com::Message message) {

@@ -18,18 +18,6 @@ namespace ecu::ctl {
 
 class EventQueue;
 
-/// The broker is unreachable, the connection to it is lost, or it rejects the login.
-class BrokerFailure : public Failure {
- public:
-  BrokerFailure(std::string broker, const std::string& reason)
-      : Failure(ExitCode::broker_unreachable, reason), broker_(std::move(broker)) {}
-
-  [[nodiscard]] const std::string& broker() const noexcept { return broker_; }
-
- private:
-  std::string broker_;
-};
-
 /// The failure of a command whose subscription the broker refuses.
 [[nodiscard]] Failure subscription_refused(const std::string& filter);
 
@@ -67,11 +55,9 @@ class BusConnection {
 
   /// The broker's address for messages to the user.
   [[nodiscard]] const std::string& broker() const noexcept { return broker_; }
-  /// Where the address comes from, for the user.
-  [[nodiscard]] const std::string& origin() const noexcept { return origin_; }
   /// The failure that ends a command whose first attempt to connect fails; both arguments are those of the
   /// event.
-  [[nodiscard]] BrokerFailure not_reachable(
+  [[nodiscard]] Failure not_reachable(
       const std::string& reason,
       tamu::com::ConnectionFailure failure = tamu::com::ConnectionFailure::no_answer) const;
   /// Whether the broker is certain to run on this machine.
@@ -79,7 +65,6 @@ class BusConnection {
 
  private:
   std::string broker_;
-  std::string origin_;
   std::string unread_file_hint_;
   std::shared_ptr<EventQueue> events_;
   std::optional<TerminationHandler> termination_;

@@ -30,8 +30,9 @@ std::string RequestSession::time_limit() const {
 void RequestSession::settle() {
   if (!wait_until([this] { return settled_; })) {
     const std::string reason = "no answer within " + time_limit();
-    throw up_ ? BrokerFailure(bus_.broker(), "broker " + bus_.broker() + " does not respond: " + reason)
-              : bus_.not_reachable(reason);
+    throw up_
+        ? Failure(ExitCode::broker_unreachable, "broker " + bus_.broker() + " does not respond: " + reason)
+        : bus_.not_reachable(reason);
   }
   if (const std::string losses = bus_.loss_notice(); !losses.empty()) {
     tools::note(losses);
@@ -78,9 +79,9 @@ void RequestSession::handle(const Event& event) {
       up_ = true;
       break;
     case Event::Kind::down:
-      throw up_
-          ? BrokerFailure(bus_.broker(), "connection to broker " + bus_.broker() + " lost: " + event.text)
-          : bus_.not_reachable(event.text, event.failure);
+      throw up_ ? Failure(ExitCode::broker_unreachable,
+                          "connection to broker " + bus_.broker() + " lost: " + event.text)
+                : bus_.not_reachable(event.text, event.failure);
     case Event::Kind::refused:
       throw subscription_refused(event.text);
     case Event::Kind::settled:
