@@ -49,6 +49,11 @@ CLI::Validator is_not_empty() {
   return validator([](const std::string& text) { return !text.empty(); }, "a value");
 }
 
+CLI::Option* add_text(CLI::App& command, const std::string& name, std::string& target,
+                      const std::string& type, const std::string& purpose) {
+  return command.add_option(name, target, purpose)->check(is_not_empty())->type_name(type);
+}
+
 void add_seconds(CLI::App& command, const std::string& name,
                  std::optional<std::chrono::duration<double>>& target, const std::string& purpose) {
   command
@@ -63,7 +68,7 @@ void add_broker_options(CLI::App& app, BrokerOptions& options, const std::string
   constexpr int max_port = 65'535;
   const auto add = [&](const std::string& name, std::string& target, const std::string& variable,
                        const std::string& type, const std::string& purpose) {
-    CLI::Option* const option = app.add_option(name, target, purpose)->check(is_not_empty())->type_name(type);
+    CLI::Option* const option = add_text(app, name, target, type, purpose);
     return environment.empty() ? option : option->envname(environment + variable);
   };
   add("--host", options.host, "HOST", "ADDRESS",

@@ -21,6 +21,10 @@ namespace ecu::tools {
 /// An unset variable of the shell gives an empty value, which must not select the default.
 [[nodiscard]] CLI::Validator is_not_empty();
 
+/// Adds an option for a text, which must not be empty.
+CLI::Option* add_text(CLI::App& command, const std::string& name, std::string& target,
+                      const std::string& type, const std::string& purpose);
+
 /// Adds an option for a time in seconds.
 void add_seconds(CLI::App& command, const std::string& name,
                  std::optional<std::chrono::duration<double>>& target, const std::string& purpose);

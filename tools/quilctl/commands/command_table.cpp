@@ -18,13 +18,10 @@ void add_names(CLI::App& command, Options& options) {
 }
 
 void add_format(CLI::App& command, Options& options) {
-  command
-      .add_option("--format", options.format,
+  tools::add_text(command, "--format", options.format, "TEXT",
                   "a line with the fields {unit}, {name}, {value}, {age}, {time} and {topic}; "
                   R"(\n, \t and \\ are escapes)")
-      ->check(tools::is_not_empty())
-      ->check(CLI::Validator(fault_of_format, ""))
-      ->type_name("TEXT");
+      ->check(CLI::Validator(fault_of_format, ""));
   command.add_flag("--raw", options.raw,
                    "values unchanged, without escapes (get: without line end; list: with --format only); "
                    "not with --json");
@@ -34,11 +31,8 @@ void add_list_options(CLI::App& command, Options& options) {
   add_names(command, options);
   add_format(command, options);
   command.add_flag("--shell", options.shell, "assignments for eval in a shell");
-  command
-      .add_option("--expect", options.expect_file,
-                  "wait until all values are as in \"expect\" of this JSON file")
-      ->check(tools::is_not_empty())
-      ->type_name("FILE");
+  tools::add_text(command, "--expect", options.expect_file, "FILE",
+                  "wait until all values are as in \"expect\" of this JSON file");
 }
 
 void add_get_options(CLI::App& command, Options& options) {
@@ -58,13 +52,10 @@ void add_count(CLI::App& command, Options& options, const std::string& what) {
 void add_watch_options(CLI::App& command, Options& options) {
   command.add_option("PATTERN", options.arguments, names_purpose);
   add_count(command, options, "changes, with the values retained at the start");
-  command
-      .add_option(
-          "--exec", options.exec,
-          "run this shell command for each change, with UNIT, NAME and VALUE set; also for each value "
-          "retained at the start, with RETAINED=1")
-      ->check(tools::is_not_empty())
-      ->type_name("COMMAND");
+  tools::add_text(
+      command, "--exec", options.exec, "COMMAND",
+      "run this shell command for each change, with UNIT, NAME and VALUE set; also for each value "
+      "retained at the start, with RETAINED=1");
   command.add_flag("--table", options.table, "on a terminal: show all in a table that is redrawn");
   add_format(command, options);
 }

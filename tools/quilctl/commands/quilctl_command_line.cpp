@@ -57,13 +57,11 @@ class ShortListFormatter final : public CLI::Formatter {
 
 void add_common_options(CLI::App& app, Options& options) {
   tools::add_broker_options(app, options.broker, "QUILCTL_");
-  app.add_option("--config", options.broker.config_file,
-                 std::string("the daemon's configuration file, for the options above that are not given; "
-                             "without --host and --port ") +
-                     quil::default_config_path + ", when it is readable")
-      ->check(tools::is_not_empty())
-      ->envname("QUILCTL_CONFIG")
-      ->type_name("FILE");
+  tools::add_text(app, "--config", options.broker.config_file, "FILE",
+                  std::string("the daemon's configuration file, for the options above that are not given; "
+                              "without --host and --port ") +
+                      quil::default_config_path + ", when it is readable")
+      ->envname("QUILCTL_CONFIG");
   app.add_option_function<std::string>(
          "--fleet", [&options](const std::string& units) { options.fleet = units; },
          "the broker is that of a fleet: the units of this name or pattern, or all; "
