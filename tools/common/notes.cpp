@@ -8,7 +8,9 @@
 namespace ecu::tools {
 
 void note(std::string_view text) {
-  std::cerr << program_invocation_short_name << ": " << printable(text) << std::endl;
+  if (!text.empty()) {
+    std::cerr << program_invocation_short_name << ": " << printable(text) << std::endl;
+  }
 }
 
 std::string counted(std::uint64_t count, std::string_view noun) {

@@ -6,7 +6,8 @@
 
 namespace ecu::tools {
 
-/// Prints a diagnostic line on standard error, after the program's name; `text` is escaped.
+/// Prints a diagnostic line on standard error, after the program's name; `text` is escaped. Prints nothing
+/// for an empty text.
 void note(std::string_view text);
 
 /// A count with its noun, whose plural ends in "s": "1 message", "2 messages".

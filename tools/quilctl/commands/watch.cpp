@@ -35,9 +35,7 @@ class Changes {
       return false;
     }
     const auto update = source_.take(event);
-    if (!update.notice.empty()) {
-      tools::note(update.notice);
-    }
+    tools::note(update.notice);
     if (update.changed) {
       report(event, *update.changed);
     }
@@ -134,7 +132,7 @@ void show(LiveTable& table, TerminalScreen& screen, MonitorSession& session) {
     // The normal way to stop: Ctrl-C.
   }
   print_last(table, screen);
-  session.note_losses();
+  tools::note(session.loss_notice());
 }
 
 std::unique_ptr<VariableSource> source_of(const Options& options) {

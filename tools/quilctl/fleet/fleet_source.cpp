@@ -20,11 +20,7 @@ void require_topic_level(const std::string& text) {
 }
 
 RequestSession::Handler handler_of(FleetSource& source) {
-  return [&source](const Event& message) {
-    if (const auto update = source.take(message); !update.notice.empty()) {
-      tools::note(update.notice);
-    }
-  };
+  return [&source](const Event& message) { tools::note(source.take(message).notice); };
 }
 
 FleetSource::FleetSource(const Options& options)

@@ -65,9 +65,7 @@ void MonitorSession::run(const std::function<bool(const Event&)>& show) {
   try {
     while (goes_on(shown)) {
       const auto event = next();
-      if (!notice_.empty()) {
-        tools::note(notice_);
-      }
+      tools::note(notice_);
       shown += event && show(*event) ? 1 : 0;
     }
     if (std::cout && options_.count && shown < *options_.count) {
@@ -77,7 +75,7 @@ void MonitorSession::run(const std::function<bool(const Event&)>& show) {
   } catch (const Interrupted&) {
     // The normal way to stop: Ctrl-C.
   }
-  note_losses();
+  tools::note(loss_notice());
 }
 
 std::string MonitorSession::notice_of(const Event& event) {
@@ -108,12 +106,6 @@ std::string MonitorSession::loss_notice() {
     loss_due_ = Clock::now() + loss_interval;
   }
   return notice;
-}
-
-void MonitorSession::note_losses() {
-  if (const std::string losses = loss_notice(); !losses.empty()) {
-    tools::note(losses);
-  }
 }
 
 std::string MonitorSession::presence_notice(const Event& event) {

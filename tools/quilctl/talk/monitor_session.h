@@ -43,10 +43,8 @@ class MonitorSession {
   /// Lost messages are reported once a second.
   [[nodiscard]] const std::string& notice() const noexcept { return notice_; }
 
-  /// The lost messages that have not been reported yet; may be empty.
+  /// The lost messages that have not been reported yet, for the end; may be empty.
   [[nodiscard]] std::string loss_notice();
-  /// Prints them, at the end.
-  void note_losses();
 
  private:
   [[nodiscard]] std::optional<Event> next_event(Clock::time_point wake, int input);

@@ -34,9 +34,7 @@ void RequestSession::settle() {
         ? Failure(ExitCode::broker_unreachable, "broker " + bus_.broker() + " does not respond: " + reason)
         : bus_.not_reachable(reason);
   }
-  if (const std::string losses = bus_.loss_notice(); !losses.empty()) {
-    tools::note(losses);
-  }
+  tools::note(bus_.loss_notice());
 }
 
 bool RequestSession::wait_until(const std::function<bool()>& is_done, Clock::time_point deadline) {
