@@ -2,7 +2,7 @@
 #include <iostream>
 #include <iterator>
 #include <random>
-#include <set>
+#include <utility>
 
 #include "common/hexadecimal.h"
 #include "common/notes.h"
@@ -71,12 +71,12 @@ Parameter setting_of(const std::string& argument) {
 
 Parameters settings_of(const std::vector<std::string>& arguments) {
   Parameters settings;
-  std::set<std::uint32_t> ids;
   for (const std::string& argument : arguments) {
-    settings.push_back(setting_of(argument));
-    if (!ids.insert(settings.back().id).second) {
-      throw Failure(ExitCode::usage, shown_id(settings.back().id) + " is given twice");
+    Parameter setting = setting_of(argument);
+    if (find(settings, setting.id) != nullptr) {
+      throw Failure(ExitCode::usage, shown_id(setting.id) + " is given twice");
     }
+    settings.push_back(std::move(setting));
   }
   return settings;
 }
@@ -90,8 +90,6 @@ bool holds_all(const Parameters& parameters, const Parameters& wanted) {
 
 // `held_id` is a parameter that the daemon has.
 void write_and_read_back(ParameterClient& client, const Parameters& settings, std::uint32_t held_id) {
-  std::vector<std::uint32_t> ids;
-  std::ranges::transform(settings, std::back_inserter(ids), &Parameter::id);
   milliseconds pause = first_pause;
   for (int attempt = 0; attempt < write_attempts; ++attempt) {
     if (attempt > 0) {
@@ -100,7 +98,7 @@ void write_and_read_back(ParameterClient& client, const Parameters& settings, st
     }
     const auto begin = RequestSession::Clock::now();
     client.write(settings);
-    if (holds_all(client.read(ids, held_id), settings)) {
+    if (holds_all(client.read(settings, held_id), settings)) {
       return;
     }
     if (RequestSession::Clock::now() - begin >= abandoned_after) {

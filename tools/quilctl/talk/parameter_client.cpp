@@ -111,11 +111,11 @@ Parameters ParameterClient::read() {
 // it has handled our write, even when the other parameters do not exist. Only an older reply to another
 // client with the same last parameter can end the wait early; then the values are old, and the caller tries
 // again.
-Parameters ParameterClient::read(const std::vector<std::uint32_t>& ids, std::uint32_t held_id) {
+Parameters ParameterClient::read(const Parameters& parameters, std::uint32_t held_id) {
   pb::EcuVariableReq request;
-  for (const std::uint32_t id : ids) {
-    if (id != held_id) {
-      request.add_name(name_of(id));
+  for (const Parameter& parameter : parameters) {
+    if (parameter.id != held_id) {
+      request.add_name(name_of(parameter.id));
     }
   }
   request.add_name(name_of(held_id));

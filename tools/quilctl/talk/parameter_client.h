@@ -34,9 +34,9 @@ class ParameterClient {
   /// Like `read`, but returns std::nullopt instead of throwing `Failure`.
   [[nodiscard]] std::optional<Parameters> try_read();
 
-  /// The parameters among `ids` that exist once the daemon has handled what was published before this call.
-  /// `held_id` must be a parameter that the daemon has. Throws as `read()` does.
-  [[nodiscard]] Parameters read(const std::vector<std::uint32_t>& ids, std::uint32_t held_id);
+  /// Those of `parameters` that exist once the daemon has handled what was published before this call, with
+  /// the daemon's values. `held_id` must be a parameter that the daemon has. Throws as `read()` does.
+  [[nodiscard]] Parameters read(const Parameters& parameters, std::uint32_t held_id);
 
   /// Requests a write. Read the parameters to learn its result.
   void write(const Parameters& parameters);
