@@ -41,10 +41,9 @@ constexpr std::chrono::seconds default_echo_timeout{5};
 constexpr std::chrono::duration<double> longest_wait(1e9);
 
 com::Message message_of(const Recorded& recorded, const std::string& payload) {
-  com::Message message = com::make_message(0, {payload.begin(), payload.end()});
-  message.acknowledged = recorded.acknowledged;
-  message.retained = recorded.retained;
-  return message;
+  return {.acknowledged = recorded.acknowledged,
+          .payload = {payload.begin(), payload.end()},
+          .retained = recorded.retained};
 }
 
 bool is_played(const Options& options, const std::string& topic) {

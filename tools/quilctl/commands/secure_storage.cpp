@@ -3,7 +3,6 @@
 #include <iostream>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include <ecu/tamu/com/system_parameters.h>
 #include <ecu/tamu/com/topics.h>
@@ -46,9 +45,7 @@ class SecretSession {
   /// Publishes the value on `topic`, and returns once the daemon has confirmed it; throws `Failure` when it
   /// does not.
   void store(const std::string& topic, const std::string& value) {
-    com::Message message = com::make_message(0, {value.begin(), value.end()});
-    message.acknowledged = true;
-    (void)session_.bus().publish(topic, std::move(message));
+    (void)session_.bus().publish(topic, {.acknowledged = true, .payload = {value.begin(), value.end()}});
     const bool is_confirmed = session_.wait_until([&] {
       require_daemon();
       return is_live_ && value_ == value;
