@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <utility>
 
 #include "common/escaping.h"
@@ -17,10 +18,10 @@ namespace {
 constexpr std::chrono::milliseconds redraw_delay{50};
 constexpr std::chrono::seconds redraw_interval{1};
 constexpr std::chrono::seconds highlight_time{5};
-constexpr std::size_t max_notices = 4;
-constexpr std::size_t fixed_lines = 3;  // heading, headings of the table, keys
-constexpr std::size_t low_height = 16;  // has room for one notice only
-constexpr std::size_t mark_width = 2;   // of the mark of a fresh row
+constexpr std::ptrdiff_t max_notices = 4;
+constexpr std::ptrdiff_t fixed_lines = 3;  // heading, headings of the table, keys
+constexpr std::size_t low_height = 16;     // has room for one notice only
+constexpr std::size_t mark_width = 2;      // of the mark of a fresh row
 
 constexpr std::array order_names = {"none", "name", "age", "change"};
 
@@ -60,7 +61,7 @@ void LiveTable::add_notice(const std::string& text) {
 
 void LiveTable::add_line(std::chrono::system_clock::time_point at, const std::string& text) {
   notices_.push_back(tools::local_time(at) + "  " + text);
-  if (notices_.size() > max_notices) {
+  if (std::ssize(notices_) > max_notices) {
     notices_.pop_front();
   }
 }
@@ -71,11 +72,9 @@ bool LiveTable::handle(const KeyPress& press) {
     handle_filter_key(press);
     return true;
   }
-  const auto page = static_cast<std::ptrdiff_t>(room_);
-  const auto all = static_cast<std::ptrdiff_t>(count_);
-  const std::pair<Key, std::ptrdiff_t> steps[] = {{Key::up, -1},         {Key::down, 1},
-                                                  {Key::page_up, -page}, {Key::page_down, page},
-                                                  {Key::home, -all},     {Key::end, all}};
+  const std::pair<Key, std::ptrdiff_t> steps[] = {{Key::up, -1},          {Key::down, 1},
+                                                  {Key::page_up, -room_}, {Key::page_down, room_},
+                                                  {Key::home, -count_},   {Key::end, count_}};
   for (const auto& [key, step] : steps) {
     if (press.key == key) {
       scroll(step);
@@ -101,9 +100,7 @@ void LiveTable::handle_filter_key(const KeyPress& press) {
 }
 
 void LiveTable::scroll(std::ptrdiff_t by) {
-  const auto last = static_cast<std::ptrdiff_t>(count_ > room_ ? count_ - room_ : 0);
-  top_ =
-      static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(static_cast<std::ptrdiff_t>(top_) + by, 0, last));
+  top_ = std::clamp<std::ptrdiff_t>(top_ + by, 0, std::max<std::ptrdiff_t>(count_ - room_, 0));
 }
 
 ScreenLine LiveTable::heading() const {
@@ -164,9 +161,7 @@ std::string LiveTable::key_line() const {
 
 std::vector<ScreenLine> LiveTable::whole(std::size_t width) const {
   std::vector<ScreenLine> all = {heading()};
-  for (ScreenLine& line : table_lines(width)) {
-    all.push_back(std::move(line));
-  }
+  std::ranges::move(table_lines(width), std::back_inserter(all));
   for (const std::string& line : notices_) {
     all.push_back({line});
   }
@@ -178,18 +173,16 @@ std::vector<ScreenLine> LiveTable::whole(std::size_t width) const {
 
 std::vector<ScreenLine> LiveTable::draw(std::size_t width, std::size_t height) {
   redraw_due_ = Clock::now() + redraw_interval;
-  const std::size_t notices = std::min(notices_.size(), height < low_height ? 1 : max_notices);
-  room_ = height > fixed_lines + notices ? height - fixed_lines - notices : 1;
-  std::vector<ScreenLine> all = whole(width);
-  count_ = all.size() - notices_.size() - 2;
+  const std::ptrdiff_t notices = std::min(std::ssize(notices_), height < low_height ? 1 : max_notices);
+  room_ = std::max<std::ptrdiff_t>(static_cast<std::ptrdiff_t>(height) - fixed_lines - notices, 1);
+  const std::vector<ScreenLine> all = whole(width);
+  count_ = std::ssize(all) - std::ssize(notices_) - 2;
   scroll(0);
   const auto first = all.begin() + 2;  // after the headings
-  const auto rows_end = first + static_cast<std::ptrdiff_t>(count_);
   std::vector<ScreenLine> shown(all.begin(), first);
-  const auto row = [&](std::size_t number) { return first + static_cast<std::ptrdiff_t>(number); };
-  shown.insert(shown.end(), row(top_), row(std::min(top_ + room_, count_)));
-  shown.resize(2 + room_);
-  shown.insert(shown.end(), rows_end + static_cast<std::ptrdiff_t>(notices_.size() - notices), all.end());
+  shown.insert(shown.end(), first + top_, first + std::min(top_ + room_, count_));
+  shown.resize(static_cast<std::size_t>(2 + room_));
+  shown.insert(shown.end(), all.end() - notices, all.end());
   shown.push_back({cut_to_width(key_line(), width), Look::heading});
   shown.resize(std::min(shown.size(), height));
   return shown;

@@ -60,9 +60,9 @@ class LiveTable {
   Order order_ = Order::catalogue;
   std::string filter_;  // rows contain it
   bool is_filter_edited_ = false;
-  std::size_t top_ = 0;    // the first row that is shown
-  std::size_t room_ = 1;   // rows on the screen
-  std::size_t count_ = 0;  // rows when the table was drawn last
+  std::ptrdiff_t top_ = 0;    // the first row that is shown
+  std::ptrdiff_t room_ = 1;   // rows on the screen
+  std::ptrdiff_t count_ = 0;  // rows when the table was drawn last
 };
 
 }  // namespace ecu::ctl
