@@ -13,7 +13,13 @@ RequestSession::RequestSession(const Options& options, const std::vector<std::st
                                Handler on_message, std::chrono::duration<double> default_timeout)
     : bus_(options.broker, filters), on_message_(std::move(on_message)) {
   set_time_limit(options.timeout.value_or(default_timeout));
-  settle();
+  if (!wait_until([this] { return settled_; })) {
+    const std::string reason = "no answer within " + time_limit();
+    throw up_
+        ? Failure(ExitCode::broker_unreachable, "broker " + bus_.broker() + " does not respond: " + reason)
+        : bus_.not_reachable(reason);
+  }
+  tools::note(bus_.loss_notice());
 }
 
 void RequestSession::set_time_limit(std::chrono::duration<double> time) {
@@ -25,16 +31,6 @@ std::string RequestSession::time_limit() const {
   std::ostringstream text;
   text << limit_.count() << " s";
   return text.str();
-}
-
-void RequestSession::settle() {
-  if (!wait_until([this] { return settled_; })) {
-    const std::string reason = "no answer within " + time_limit();
-    throw up_
-        ? Failure(ExitCode::broker_unreachable, "broker " + bus_.broker() + " does not respond: " + reason)
-        : bus_.not_reachable(reason);
-  }
-  tools::note(bus_.loss_notice());
 }
 
 bool RequestSession::wait_until(const std::function<bool()>& is_done, Clock::time_point deadline) {

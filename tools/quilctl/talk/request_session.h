@@ -49,7 +49,6 @@ class RequestSession {
   BusConnection& bus() noexcept { return bus_; }
 
  private:
-  void settle();
   void handle(const Event& event);
 
   BusConnection bus_;
