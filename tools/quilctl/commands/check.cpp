@@ -44,11 +44,8 @@ void print(const Options& options, const Fault& fault) {
                 {"text", tools::printable(fault.text)}});
     return;
   }
-  std::cout << options.file << ':';
-  if (fault.line > 0) {
-    std::cout << fault.line << ':';
-  }
-  std::cout << ' ' << level << ": " << tools::printable(fault.text) << '\n';
+  std::cout << options.file << ':' << (fault.line > 0 ? std::to_string(fault.line) + ':' : "") << ' ' << level
+            << ": " << tools::printable(fault.text) << '\n';
 }
 
 void print_setting(const Options& options, const std::string& key, const std::string& value) {

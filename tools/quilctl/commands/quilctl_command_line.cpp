@@ -46,11 +46,9 @@ class ShortListFormatter final : public CLI::Formatter {
  public:
   std::string make_subcommand(const CLI::App* command) const override {
     const std::string text = command->get_description();
-    const std::size_t examples_end = text.rfind("\n\n");
+    const std::string purpose = text.substr(text.rfind('\n') + 1);  // after the examples
     std::ostringstream line;
-    CLI::detail::format_help(line, command->get_name(),
-                             examples_end == std::string::npos ? text : text.substr(examples_end + 2),
-                             get_column_width());
+    CLI::detail::format_help(line, command->get_name(), purpose, get_column_width());
     return line.str();
   }
 };

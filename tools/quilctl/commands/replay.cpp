@@ -95,10 +95,7 @@ class RecordingPlayer {
 
   void handle_echo(const Event& event) {
     const auto& payload = event.message.payload;
-    const auto found = waiting_.find(TopicAndPayload(event.text, {payload.begin(), payload.end()}));
-    if (found != waiting_.end()) {
-      waiting_.erase(found);
-    }
+    (void)waiting_.extract(TopicAndPayload(event.text, {payload.begin(), payload.end()}));
   }
 
   std::multiset<TopicAndPayload> waiting_;
