@@ -19,7 +19,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr seconds read_timeout{5};
 constexpr const char* nothing_received = "no parameters received from the other side of the ports yet";
 
 // The daemon abandons a write after 30 s, and replies to nobody meanwhile.
@@ -117,7 +116,7 @@ void write_and_read_back(ParameterClient& client, const Parameters& settings, st
 ExitCode param_get(const Options& options) {
   std::vector<std::uint32_t> ids;
   std::ranges::transform(options.arguments, std::back_inserter(ids), id_of_argument);
-  ParameterClient client(options, read_timeout);
+  ParameterClient client(options);
   const Parameters parameters = client.read();
   std::string missing;
   for (const std::uint32_t id : ids) {
@@ -137,7 +136,7 @@ ExitCode param_get(const Options& options) {
 }
 
 ExitCode param_list(const Options& options) {
-  ParameterClient client(options, read_timeout);
+  ParameterClient client(options);
   const Parameters parameters = client.read();
   if (parameters.empty()) {
     tools::note(nothing_received);
@@ -158,7 +157,7 @@ ExitCode param_list(const Options& options) {
 
 ExitCode param_set(const Options& options) {
   const Parameters settings = settings_of(options.arguments);
-  ParameterClient client(options, read_timeout);
+  ParameterClient client(options);
   const auto time_limit = options.timeout.value_or(write_timeout);
   if (client.daemon_on_line()) {
     client.session().set_time_limit(time_limit);  // the daemon may be busy with another client's write

@@ -1,6 +1,7 @@
 #include "quilctl/talk/parameter_client.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include <ecu/tamu/com/pb_internal_message_adapter.h>
@@ -33,16 +34,22 @@ std::optional<Body> decoded(const Event& event) {
   return std::move(result.body);
 }
 
-// The daemon reads an identifier as a signed decimal number of 32 bits.
-std::string name_of(std::uint32_t id) {
-  return std::to_string(static_cast<std::int32_t>(id));
-}
-
 }  // namespace
 
 const Parameter* find(const Parameters& parameters, std::uint32_t id) {
   const auto found = std::ranges::find(parameters, id, &Parameter::id);
   return found == parameters.end() ? nullptr : &*found;
+}
+
+void request_parameters(RequestSession& session, const std::vector<std::uint32_t>& ids) {
+  pb::EcuVariableReq request;
+  for (const std::uint32_t id : ids) {
+    // The daemon reads an identifier as a signed decimal number of 32 bits.
+    request.add_name(std::to_string(static_cast<std::int32_t>(id)));
+  }
+  if (auto message = com::PbInternalMessageAdapter<pb::EcuVariableReq>().serialize(request)) {
+    (void)session.bus().publish(topics::parameter_request, std::move(*message));
+  }
 }
 
 ParameterClient::ParameterClient(const Options& options, std::chrono::duration<double> default_timeout)
@@ -112,20 +119,14 @@ Parameters ParameterClient::read() {
 // client with the same last parameter can end the wait early; then the values are old, and the caller tries
 // again.
 Parameters ParameterClient::read(const Parameters& parameters, std::uint32_t held_id) {
-  pb::EcuVariableReq request;
-  for (const Parameter& parameter : parameters) {
-    if (parameter.id != held_id) {
-      request.add_name(name_of(parameter.id));
-    }
-  }
-  request.add_name(name_of(held_id));
-  auto message = com::PbInternalMessageAdapter<pb::EcuVariableReq>().serialize(request);
+  std::vector<std::uint32_t> ids;
+  std::ranges::transform(parameters, std::back_inserter(ids), &Parameter::id);
+  std::erase(ids, held_id);
+  ids.push_back(held_id);
   reply_.reset();
   entries_.clear();
   end_id_ = held_id;
-  if (message) {
-    (void)session_.bus().publish(topics::parameter_request, std::move(*message));
-  }
+  request_parameters(session_, ids);
   return await_reply();
 }
 

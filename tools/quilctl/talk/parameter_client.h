@@ -21,11 +21,15 @@ using Parameters = std::vector<Parameter>;
 /// The parameter with that identifier; null when there is none.
 [[nodiscard]] const Parameter* find(const Parameters& parameters, std::uint32_t id);
 
+/// Requests these parameters, which the daemon answers one by one.
+void request_parameters(RequestSession& session, const std::vector<std::uint32_t>& ids);
+
 /// Requests system parameters from the daemon and writes new values.
 class ParameterClient {
  public:
   /// Connects; see `RequestSession`.
-  ParameterClient(const Options& options, std::chrono::duration<double> default_timeout);
+  explicit ParameterClient(const Options& options,
+                           std::chrono::duration<double> default_timeout = std::chrono::seconds(5));
 
   /// All parameters of the daemon, in its order. Throws `Failure` when the daemon is off line or does not
   /// reply in time. It does not reply while it waits for the other side of the ports.

@@ -1,16 +1,14 @@
 #include "quilctl/talk/variable_session.h"
 
-#include <ecu/tamu/com/pb_internal_message_adapter.h>
 #include <ecu/tamu/com/system_parameters.h>
 #include <ecu/tamu/com/topics.h>
-#include <ecu/tamu/pb/messages.pb.h>
 
 #include "common/notes.h"
+#include "quilctl/talk/parameter_client.h"
 
 namespace ecu::ctl {
 
-namespace com = tamu::com;
-namespace topics = com::topics;
+namespace topics = tamu::com::topics;
 
 namespace {
 
@@ -42,11 +40,7 @@ void VariableSession::determine_clock() {
   if (clock().known() || view().daemon_on_line() == false) {
     return;
   }
-  tamu::pb::EcuVariableReq request;
-  request.add_name(std::to_string(com::top_version_id));
-  if (auto message = com::PbInternalMessageAdapter<tamu::pb::EcuVariableReq>().serialize(request)) {
-    (void)session_.bus().publish(topics::parameter_request, std::move(*message));
-  }
+  request_parameters(session_, {tamu::com::top_version_id});
   (void)session_.wait_until([this] { return clock().known(); }, RequestSession::Clock::now() + clock_timeout);
 }
 
