@@ -56,9 +56,8 @@ bool is_played(const Options& options, const std::string& topic) {
 class RecordingPlayer {
  public:
   explicit RecordingPlayer(const Options& options)
-      : session_(
-            options, {options.filter.empty() ? topics::signal_group_filter : options.filter},
-            [this](const Event& event) { handle_echo(event); }, default_echo_timeout),
+      : session_(options, {options.filter.empty() ? topics::signal_group_filter : options.filter},
+                 [this](const Event& event) { handle_echo(event); }),
         echo_timeout_(options.timeout.value_or(default_echo_timeout)) {
     session_.remove_time_limit();
   }

@@ -33,11 +33,7 @@ constexpr std::size_t max_line_size = std::size_t{65} * 1024 * 1024;
 std::string quoted(std::string_view bytes) {
   std::string text = "\"";
   for (const char character : tools::printable(bytes)) {
-    if (character == '"') {
-      text += escaped_quote;
-    } else {
-      text += character;
-    }
+    text += character == '"' ? escaped_quote : std::string_view(&character, 1);
   }
   return text + '"';
 }

@@ -24,11 +24,7 @@ std::string shown_value(const std::optional<std::string>& value) {
 }
 
 void print_value(const Options& options, const std::string& value) {
-  if (options.raw) {
-    std::cout << value;
-  } else {
-    std::cout << tools::printable(value) << '\n';
-  }
+  std::cout << (options.raw ? value : tools::printable(value) + '\n');
 }
 
 void print_json(const Json& object) {
