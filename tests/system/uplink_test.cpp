@@ -12,11 +12,12 @@ class UplinkTest : public testing::Test {
  protected:
   UplinkTest() { fleet.subscribe("fleet/#"); }
 
-  void start(const std::string& more = "unit = U1\n") {
+  void start(const std::string& more = "unit = U1\n") { start(more, unit_broker); }
+  void start(const std::string& more, const Broker& bus) {
     const std::string file =
         dir.write("uplink.conf",
                   config_for(fleet_broker.port(), "bus_host = 127.0.0.1\nreconnect_spread = 1\nbus_port = " +
-                                                      std::to_string(unit_broker.port()) + '\n' + more));
+                                                      std::to_string(bus.port()) + '\n' + more));
     uplink.emplace(std::vector<std::string>{PROGRAM_DIR "/tolquil-uplink", "-c", file, "-l", "DEBUG"});
   }
 
@@ -94,6 +95,38 @@ TEST_F(UplinkTest, SendsEachChangeOnceAndNothingElseOfTheUnit) {
   EXPECT_EQ(message.at("stamp"), 6);
   EXPECT_EQ(message.at("daemon"), "online");
   EXPECT_THAT(message.at("since").get<std::string>(), testing::MatchesRegex("20..-..-..T..:..:..[.]...Z"));
+}
+
+TEST_F(UplinkTest, FetchesWhatItMissedAfterALossThatItNoticesAndOnceARefresh) {
+  for (const std::string refresh : {"0", "1"}) {
+    Broker narrow("allow_anonymous true\nmax_queued_messages 10");
+    BusClient talker(narrow.port());
+    const auto change = [&](const std::string& name, const std::string& value) {
+      talker.publish("system/var/" + name, variable_message(value, ++stamp).payload, true);
+    };
+    const std::string tree = "fleet/U" + refresh + "/var/";
+    start("unit = U" + refresh + "\nmin_interval = 0\nvariables = vehicleid, later\nrefresh = " + refresh +
+              '\n',
+          narrow);
+    change("vehicleid", "old");
+    ASSERT_TRUE(arrives(tree + "vehicleid", "old"));
+    uplink->signal(SIGSTOP);
+    for (int flood = 0; flood < 200; ++flood) {
+      talker.publish("system/var/other", std::string(60'000, 'x'));
+    }
+    ASSERT_TRUE(narrow.wait_for_log("messages are being dropped"));
+    change("vehicleid", "new");
+    talker.subscribe("end");  // answered after the change
+    uplink->signal(SIGCONT);
+    do {
+      change("later", "");
+    } while (!fleet.wait_for(tree + "later", nullptr, 100ms));
+    if (refresh == "0") {
+      EXPECT_THAT(received(tree + "vehicleid"), ElementsAre("old"));
+      talker.publish("system/var/other", std::string(1'100'000, 'x'));  // more than may wait
+    }
+    EXPECT_TRUE(arrives(tree + "vehicleid", "new")) << uplink->output();
+  }
 }
 
 TEST_F(UplinkTest, TheLastOfFastChangesIsSentAfterTheInterval) {

@@ -32,11 +32,18 @@ constexpr std::size_t longest_value = 4096;
 constexpr std::size_t max_faulty = 64;
 constexpr std::size_t longest_subject = 80;
 
+// From a loss to the subscription that repairs it, which during a flood would be lost, too.
+constexpr std::chrono::seconds repair_pause{5};
+// The broker drops messages for a slow client without a word.
+constexpr std::chrono::seconds longest_subscription{600};
+
 // How often an unset wall clock is checked.
 constexpr std::chrono::seconds clock_period{5};
 
-// A wake-up a day, because a wait without end would need another call.
-constexpr BootTime longest_pause = std::chrono::hours(24);
+BootTime subscription_period(std::chrono::seconds refresh) {
+  return refresh > std::chrono::seconds::zero() ? std::min(refresh, longest_subscription)
+                                                : longest_subscription;
+}
 
 }  // namespace
 
@@ -58,7 +65,9 @@ class Uplink::BusConnection final : public com::IConnectionObserver {
   }
   void subscription_refused(const std::string& /*filter*/) override {}
   void subscriptions_settled() override {}
-  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {}
+  void messages_dropped(const std::string& /*filter*/, std::uint64_t /*count*/) override {
+    uplink_.messages_lost();
+  }
 
  private:
   Uplink& uplink_;
@@ -79,6 +88,7 @@ Uplink::~Uplink() {
     is_stopping_ = true;
   }
   timer_wake_.notify_all();
+  timer_ = {};  // it uses bus_
 }
 
 void Uplink::start() {
@@ -86,8 +96,6 @@ void Uplink::start() {
     const tamu::MutexLock lock(mutex_);
     set_unit(settings_.unit);
   }
-  bus_->subscribe(topics::daemon_presence, at_least_once, observer_);
-  bus_->subscribe(topics::all_variables_filter, at_least_once, observer_);
   bus_->connect();
   bus_->start();
   timer_ = std::jthread([this] { run_timer(); });
@@ -130,6 +138,21 @@ void Uplink::send_and_plan() {
 void Uplink::bus_up() {
   const tamu::MutexLock lock(mutex_);
   bus_is_up_ = true;
+}
+
+void Uplink::messages_lost() {
+  const tamu::MutexLock lock(mutex_);
+  subscribe_due_ = std::min(subscribe_due_, boot_time_now() + repair_pause);
+  send_and_plan();
+}
+
+// The broker sends all retained values for a new subscription. Waits for the end of the observer's call,
+// which locks mutex_.
+void Uplink::subscribe() {
+  for (const char* const filter : {topics::daemon_presence, topics::all_variables_filter}) {
+    bus_->unsubscribe(filter, observer_);
+    bus_->subscribe(filter, at_least_once, observer_);
+  }
 }
 
 // Also called for each attempt to connect that fails.
@@ -271,6 +294,13 @@ void Uplink::run_timer() {
   ::pthread_setname_np(::pthread_self(), "uplink-timer");
   tamu::MutexLock lock(mutex_);
   while (!is_stopping_) {
+    if (subscribe_due_ <= boot_time_now()) {
+      subscribe_due_ = boot_time_now() + subscription_period(settings_.limits.refresh);
+      lock.unlock();
+      subscribe();
+      lock.lock();
+      continue;
+    }
     if (clock_was_unset_ && wall_clock_()) {
       clock_was_unset_ = false;
       filter_.send_all_again();
@@ -280,15 +310,14 @@ void Uplink::run_timer() {
     }
     send_due();
     timer_due_ = next_task();
-    const BootTime pause = timer_due_ - boot_time_now();
     timer_wake_.wait_until(
-        lock, std::chrono::steady_clock::now() + std::clamp(pause, BootTime::zero(), longest_pause));
+        lock, std::chrono::steady_clock::now() + std::max(timer_due_ - boot_time_now(), BootTime::zero()));
   }
 }
 
 BootTime Uplink::next_task() const {
   const BootTime clock_due = clock_was_unset_ ? boot_time_now() + clock_period : BootTime::max();
-  return std::min(clock_due, fleet_ ? filter_.next_due() : BootTime::max());
+  return std::min({subscribe_due_, clock_due, fleet_ ? filter_.next_due() : BootTime::max()});
 }
 
 }  // namespace ecu::uplink

@@ -24,6 +24,9 @@ namespace ecu::uplink {
 /// `mutex_` while they publish, so that the newest value of a topic is published last. The leader of the bus
 /// takes it for short steps, too, and waits up to 2 s while the unit's name changes. While the unit's bus is
 /// away, the daemon's presence is unknown, and cleared at the fleet's broker.
+///
+/// The timer thread also subscribes, and does so again 5 s after messages were dropped, once a refresh, and
+/// at least every 10 minutes: what was missed is retained, and comes with the new subscription.
 class Uplink {
  public:
   using WallClock = FleetLink::WallClock;
@@ -50,6 +53,8 @@ class Uplink {
   void handle(const std::string& topic, const tamu::com::Message& msg);
   void bus_up();
   void bus_down();
+  void messages_lost();
+  void subscribe() TAMU_EXCLUDES(mutex_);
   void send_and_plan() TAMU_REQUIRES(mutex_);
   void take_presence(const std::string& state) TAMU_REQUIRES(mutex_);
   void take_variable(const std::string& name, const tamu::com::Message& msg) TAMU_REQUIRES(mutex_);
@@ -82,6 +87,7 @@ class Uplink {
   bool clock_was_unset_ TAMU_GUARDED_BY(mutex_);          // at the start, or when a message was composed
   bool is_full_ TAMU_GUARDED_BY(mutex_) = false;          // which has been reported
   std::set<std::string> faulty_ TAMU_GUARDED_BY(mutex_);  // the subjects that were reported as unusable
+  BootTime subscribe_due_ TAMU_GUARDED_BY(mutex_) = BootTime::min();
   BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // when the timer thread wakes by itself
   bool is_stopping_ TAMU_GUARDED_BY(mutex_) = false;
   std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);  // null until the unit's name is known
