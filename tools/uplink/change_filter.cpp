@@ -12,8 +12,11 @@ bool ChangeFilter::take(const std::string& key, const std::string& text, BootTim
     }
     return true;
   }
-  if (entries_.size() >= limits_.max_keys) {
-    return false;
+  if (!reserved_.contains(key)) {
+    if (room_for_others_ == 0) {
+      return false;
+    }
+    --room_for_others_;
   }
   entries_[key].value = {text, published};
   return true;

@@ -5,7 +5,9 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 
 namespace ecu::uplink {
 
@@ -19,7 +21,7 @@ class ChangeFilter {
   struct Limits {
     std::chrono::seconds min_interval{};  ///< between two values of one key; the last one is sent
     std::chrono::seconds refresh{};       ///< from a value to its repetition; 0: never repeated
-    std::size_t max_keys = 256;
+    std::size_t max_keys = 256;           ///< including the reserved ones, which must fit
   };
 
   struct Value {
@@ -31,7 +33,11 @@ class ChangeFilter {
 
   using Send = std::function<void(const std::string& key, const Value& value)>;
 
-  explicit ChangeFilter(const Limits& limits) : limits_(limits) {}
+  /// There is always room for the keys of `reserved`.
+  explicit ChangeFilter(const Limits& limits, std::set<std::string> reserved = {})
+      : limits_(limits),
+        reserved_(std::move(reserved)),
+        room_for_others_(limits.max_keys - reserved_.size()) {}
 
   /// Takes the value that a source has published. `published` counts only if the value differs from the last
   /// one. False for one key too many, which is not taken.
@@ -60,6 +66,8 @@ class ChangeFilter {
   [[nodiscard]] BootTime due(const Entry& entry) const;
 
   Limits limits_;
+  std::set<std::string> reserved_;
+  std::size_t room_for_others_;
   std::map<std::string, Entry> entries_;
 };
 

@@ -40,6 +40,15 @@ constexpr std::chrono::seconds longest_subscription{600};
 // How often an unset wall clock is checked.
 constexpr std::chrono::seconds clock_period{5};
 
+// What the daemon publishes.
+std::set<std::string> reserved_keys() {
+  std::set<std::string> keys{topics::fleet_daemon};
+  for (const tools::VariableInfo& variable : tools::variables()) {
+    keys.insert(topics::fleet_variable_prefix + std::string(variable.name));
+  }
+  return keys;
+}
+
 BootTime subscription_period(std::chrono::seconds refresh) {
   return refresh > std::chrono::seconds::zero() ? std::min(refresh, longest_subscription)
                                                 : longest_subscription;
@@ -77,7 +86,7 @@ Uplink::Uplink(UplinkSettings settings, WallClock wall_clock)
     : settings_(std::move(settings)),
       wall_clock_(std::move(wall_clock)),
       observer_(std::make_shared<BusObserver>(*this)),
-      filter_(settings_.limits),
+      filter_(settings_.limits, reserved_keys()),
       clock_was_unset_(!wall_clock_()),
       bus_(com::create_client(settings_.bus, com::TransportType::mqtt, std::make_shared<BusConnection>(*this),
                               {.name = "unit"})) {}
@@ -224,8 +233,8 @@ bool Uplink::must_report(const std::string& subject) {
 
 void Uplink::take(const std::string& key, const std::string& text, BootTime published) {
   if (!filter_.take(key, text, published) && !std::exchange(is_full_, true)) {
-    uplink_log.warning(key, " and further variables are not sent: there are more than ",
-                       settings_.limits.max_keys);
+    uplink_log.warning(key, " and further variables are not sent: there is room for ",
+                       settings_.limits.max_keys, ", those of the daemon included");
   }
 }
 

@@ -27,7 +27,7 @@ class ChangeFilterTest : public testing::Test {
     return sent;
   }
 
-  ChangeFilter filter{{.min_interval = 10s, .refresh = 100s, .max_keys = 2}};
+  ChangeFilter filter{{.min_interval = 10s, .refresh = 100s, .max_keys = 4}, {"own", "own too"}};
 };
 
 TEST_F(ChangeFilterTest, AChangeIsSentOnceAndAtMostOnceAnInterval) {
@@ -71,8 +71,10 @@ TEST_F(ChangeFilterTest, ItsMemoryIsBounded) {
   EXPECT_TRUE(filter.take("a", "1", 0s));
   EXPECT_TRUE(filter.take("b", "1", 0s));
   EXPECT_FALSE(filter.take("c", "1", 0s));
+  EXPECT_TRUE(filter.take("own", "1", 0s)) << "its place is reserved";
+  EXPECT_FALSE(filter.take("c", "1", 0s));
   EXPECT_TRUE(filter.take("a", "2", 0s));
-  EXPECT_THAT(sent_at(0), ElementsAre("a=2@0", "b=1@0"));
+  EXPECT_THAT(sent_at(0), ElementsAre("a=2@0", "b=1@0", "own=1@0"));
 }
 
 TEST(FleetMessageTest, IsOneJsonObject) {
