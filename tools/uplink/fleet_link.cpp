@@ -38,7 +38,10 @@ class FleetLink::ConnectionObserver final : public com::IConnectionObserver {
   explicit ConnectionObserver(FleetLink& link) : link_(link) {}
 
   void connection_up() override {
-    link_.connected_at_ = boot_time_now().count();
+    {
+      const tamu::MutexLock lock(link_.mutex_);
+      link_.connected_at_ = boot_time_now();
+    }
     link_.publish_connection_time();
   }
   void connection_down(com::ConnectionFailure /*failure*/, const std::string& /*reason*/) override {}
@@ -72,10 +75,11 @@ void FleetLink::publish(const std::string& topic, const std::string& payload) {
 }
 
 void FleetLink::publish_connection_time() {
-  if (const BootTime at(connected_at_); at != BootTime::zero()) {
+  const tamu::MutexLock lock(mutex_);
+  if (connected_at_ != BootTime::zero()) {
     const auto now = wall_clock_();
     publish(topic(topics::fleet_connected_since),
-            now ? tools::iso_time(*now - (boot_time_now() - at)) : std::string());
+            now ? tools::iso_time(*now - (boot_time_now() - connected_at_)) : std::string());
   }
 }
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include <ecu/tamu/com/transport_client.h>
+#include <ecu/tamu/thread_safety.h>
 
 #include "uplink/old_topics.h"
 #include "uplink/unit_clock.h"
@@ -40,7 +40,7 @@ class FleetLink {
   void publish(const std::string& topic, const std::string& payload);
 
   /// Publishes when the present or last connection began; clears that topic while the wall clock is not set.
-  void publish_connection_time();
+  void publish_connection_time() TAMU_EXCLUDES(mutex_);
 
   /// Requests the stop; see ITransportClient::stop.
   void stop() { client_->stop(); }
@@ -53,8 +53,10 @@ class FleetLink {
   const std::string tree_;
   const WallClock wall_clock_;
 
-  // With their own synchronisation.
-  std::atomic<BootTime::rep> connected_at_ = 0;  // 0: never
+  tamu::Mutex mutex_;  // held while the time is published, so that the latest one stays
+  BootTime connected_at_ TAMU_GUARDED_BY(mutex_){};  // 0: never
+
+  // With its own synchronisation.
   const std::shared_ptr<tamu::com::ITransportClient> client_;
 };
 

@@ -40,6 +40,9 @@ constexpr std::chrono::seconds longest_subscription{600};
 // How often an unset wall clock is checked.
 constexpr std::chrono::seconds clock_period{5};
 
+// A connection to the fleet that finds the clock unset does not wake the timer.
+constexpr BootTime longest_pause = std::chrono::minutes(1);
+
 // What the daemon publishes.
 std::set<std::string> reserved_keys() {
   std::set<std::string> keys{topics::fleet_daemon};
@@ -86,8 +89,8 @@ Uplink::Uplink(UplinkSettings settings, WallClock wall_clock)
     : settings_(std::move(settings)),
       wall_clock_(std::move(wall_clock)),
       observer_(std::make_shared<BusObserver>(*this)),
-      filter_(settings_.limits, reserved_keys()),
       clock_was_unset_(!wall_clock_()),
+      filter_(settings_.limits, reserved_keys()),
       bus_(com::create_client(settings_.bus, com::TransportType::mqtt, std::make_shared<BusConnection>(*this),
                               {.name = "unit"})) {}
 
@@ -256,7 +259,8 @@ void Uplink::set_unit(const std::string& unit) {
     uplink_log.notice("the unit's name changes from ", fleet_->unit(), " to ", unit);
     leave_name();
   }
-  fleet_ = std::make_unique<FleetLink>(settings_, unit, wall_clock_, old_topics_);
+  fleet_ = std::make_unique<FleetLink>(
+      settings_, unit, [this] { return wall_time(); }, old_topics_);
   if (!daemon_presence_) {
     fleet_->publish(fleet_->topic(topics::fleet_daemon), "");  // of an earlier run, perhaps
   }
@@ -290,13 +294,20 @@ std::string Uplink::payload_of(const std::string& key, const ChangeFilter::Value
   if (key == topics::fleet_daemon) {
     return value.text;
   }
-  std::optional<WallTime> since = wall_clock_();
+  std::optional<WallTime> since = wall_time();
   if (since) {
     *since -= boot_time_now() - value.since;
-  } else {
-    clock_was_unset_ = true;
   }
   return tools::to_json({value.text, since, value.since.count(), daemon_presence_});
+}
+
+// For a message, which is composed again once the clock is set.
+std::optional<WallTime> Uplink::wall_time() {
+  const std::optional<WallTime> now = wall_clock_();
+  if (!now) {
+    clock_was_unset_ = true;
+  }
+  return now;
 }
 
 void Uplink::run_timer() {
@@ -319,8 +330,9 @@ void Uplink::run_timer() {
     }
     send_due();
     timer_due_ = next_task();
+    const BootTime pause = timer_due_ - boot_time_now();
     timer_wake_.wait_until(
-        lock, std::chrono::steady_clock::now() + std::max(timer_due_ - boot_time_now(), BootTime::zero()));
+        lock, std::chrono::steady_clock::now() + std::clamp(pause, BootTime::zero(), longest_pause));
   }
 }
 

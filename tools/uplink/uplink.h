@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <set>
@@ -66,6 +67,7 @@ class Uplink {
   void send_due() TAMU_REQUIRES(mutex_);
   [[nodiscard]] std::string payload_of(const std::string& key, const ChangeFilter::Value& value)
       TAMU_REQUIRES(mutex_);
+  [[nodiscard]] std::optional<WallTime> wall_time();
   void run_timer();
   [[nodiscard]] BootTime next_task() const TAMU_REQUIRES(mutex_);
 
@@ -77,6 +79,10 @@ class Uplink {
   // With their own synchronisation.
   const std::shared_ptr<OldTopics> old_topics_ = std::make_shared<OldTopics>();
 
+  // At the start, or when a message was composed. Also set by the link's threads, which must not wait for
+  // mutex_: it is held while they end.
+  std::atomic<bool> clock_was_unset_;
+
   tamu::Mutex mutex_;
   tamu::ConditionVariable timer_wake_;
 
@@ -84,8 +90,7 @@ class Uplink {
   ChangeFilter filter_ TAMU_GUARDED_BY(mutex_);
   bool bus_is_up_ TAMU_GUARDED_BY(mutex_) = false;
   std::optional<std::string> daemon_presence_ TAMU_GUARDED_BY(mutex_);  // nothing while it is unknown
-  bool clock_was_unset_ TAMU_GUARDED_BY(mutex_);          // at the start, or when a message was composed
-  bool is_full_ TAMU_GUARDED_BY(mutex_) = false;          // which has been reported
+  bool is_full_ TAMU_GUARDED_BY(mutex_) = false;                        // which has been reported
   std::set<std::string> faulty_ TAMU_GUARDED_BY(mutex_);  // the subjects that were reported as unusable
   BootTime subscribe_due_ TAMU_GUARDED_BY(mutex_) = BootTime::min();
   BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // when the timer thread wakes by itself

@@ -165,7 +165,7 @@ TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
   tests::BusClient unit(unit_broker.port()), fleet(fleet_broker.port());
   const tests::TempDir dir;
   const std::string config = "host = 127.0.0.1\nunit = U1\nport = " + std::to_string(fleet_broker.port()) +
-                             "\nbus_host = " + unit_broker.socket_path();
+                             "\nreconnect_spread = 1\nbus_host = " + unit_broker.socket_path();
   const std::uint64_t now = ecu::tamu::DateTime::time_since_boot_ns();
   std::atomic<bool> is_set = false;
   fleet.subscribe("fleet/#");
@@ -192,6 +192,17 @@ TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
   const auto message = fleet.wait_for("fleet/U1/var/future");
   ASSERT_TRUE(message);
   EXPECT_LT(message->payload, R"({"value":"future","since":"2100-01-02)") << "no later than now";
+
+  is_set = false;  // a new connection clears its time then
+  fleet_broker.restart();
+  tests::BusClient office(fleet_broker.port());
+  office.subscribe("fleet/#");
+  ASSERT_TRUE(office.wait_for_text("fleet/U1/presence", "online"));
+  is_set = true;
+  publish("a", now);  // wakes the timer
+  EXPECT_TRUE(office.wait_for("fleet/U1/connected_since", [](const tests::BusMessage& time) {
+    return time.payload.starts_with("2100-01-01T00:");
+  }));
 }
 
 }  // namespace
