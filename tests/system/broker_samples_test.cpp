@@ -219,8 +219,8 @@ class FleetTest : public testing::Test {
     return dir.path("certificates/" + name + ".key");
   }
   std::string fleet_configuration() {
-    Process script({SOURCE_DIR "/deploy/fleet/fleet-certificates", dir.path("certificates"), "127.0.0.1", id,
-                    "unit-0001"});
+    Process script({"/bin/bash", "-c", R"(printf 'unit-0001\n%s' "$2" | "$0" "$1" 127.0.0.1 -)",
+                    SOURCE_DIR "/deploy/fleet/fleet-certificates", dir.path("certificates"), id});
     EXPECT_EQ(script.wait(), 0) << script.output();
     return "password_file " + write_passwords(dir, {"monitor"}) + '\n' +
            sample("fleet.conf",
