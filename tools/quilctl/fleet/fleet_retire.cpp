@@ -68,12 +68,16 @@ class UnitTopics {
 
 // Without a terminal there is nobody to ask.
 bool may_clear(const Options& options, UnitTopics& topics, const std::string& unit) {
+  if (topics.is_online()) {
+    tools::note(unit +
+                " is online: its variables come back with the next change or refresh, its presence with the "
+                "next connection");
+  }
   if (options.yes) {
     return true;
   }
   std::cerr << "Clear the " << topics.retained().size() << " topics of " << tools::printable(unit)
-            << (topics.is_online() ? ", which is ONLINE and publishes again" : "") << "? [y/N] "
-            << std::flush;
+            << "? [y/N] " << std::flush;
   topics.session().remove_time_limit();
   topics.session().process_until_readable(STDIN_FILENO);
   std::string answer;
