@@ -56,7 +56,10 @@ TEST_F(QuilctlFleetTest, ShowsTheUnitsAndRetiresOne) {
   EXPECT_THAT(call({"--fleet", "retire", "U2"}, 2).all, HasSubstr("give --yes"));
   EXPECT_EQ(call({"--fleet", "retire", "U2", "--yes"}).all, "quilctl: 3 topics of U2 cleared\n");
   EXPECT_THAT(call({"--fleet", "retire", "U2", "--yes"}, 3).all, HasSubstr("no unit is named 'U2'"));
-  EXPECT_EQ(call({"--fleet", "get", "vehicleid"}).out, "U1  vehicleid  A\n");
+  bus.publish("fleet/U1/var/", R"({"value":"nameless","since":null,"stamp":1,"daemon":null})", true, 1);
+  EXPECT_EQ(call({"--fleet", "list"}).out, call({"--fleet", "list", "vehicleid"}).out);
+  EXPECT_THAT(call({"--fleet", "retire", "U1", "--yes"}).all,
+              AllOf(HasSubstr("U1 is online: its variables come back"), HasSubstr("4 topics of U1 cleared")));
 }
 
 TEST_F(QuilctlFleetTest, AMessageThatCannotBeReadIsOneLine) {

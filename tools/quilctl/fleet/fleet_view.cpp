@@ -80,6 +80,9 @@ FleetView::Change FleetView::take(const std::string& topic, const tamu::com::Mes
     return {};
   }
   const std::string name = topic.substr(begin, end - begin), key = topic.substr(end + 1);
+  if (key == topics::fleet_variable_prefix) {
+    return {};  // an empty name
+  }
   const std::string payload(message.payload.begin(), message.payload.end());
   Unit& unit = this->unit(name);
   Change change{.unit = &unit};
