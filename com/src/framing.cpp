@@ -2,6 +2,7 @@
 #include <stdexcept>
 
 #include <ecu/tamu/com/framing.h>
+#include <ecu/tamu/com/quiet_framing.h>
 #include <ecu/tamu/date_time.h>
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/pb/messages.pb.h>
@@ -72,9 +73,54 @@ bool parse(google::protobuf::MessageLite& message, std::span<const std::uint8_t>
   }
 }
 
-Error refuse(Error error, logging::Level level, std::string_view text) noexcept {
-  logger.log(level, text);
+Error report(Error error) noexcept {
+  using logging::Level;
+
+  switch (error) {
+    case Error::success:
+      break;
+    case Error::too_short:
+      logger.log(Level::error, "Total length is smaller then expected header length");
+      break;
+    case Error::bad_header:
+      logger.log(Level::error, "Unable to decode the header.");
+      break;
+    case Error::protocol_not_used:
+      logger.log(Level::error, "ProtocolType is set to not used!");
+      break;
+    case Error::bad_header_length:
+      logger.log(Level::error, "Specified hdr-len does not comply.");
+      break;
+    case Error::bad_body:
+      logger.log(Level::emerg, "Unable to deserialize protobuf");
+      break;
+  }
   return error;
+}
+
+Result<std::span<const std::uint8_t>, Error> check_frame(std::span<const std::uint8_t> payload,
+                                                         std::uint16_t& protocol_type) noexcept {
+  if (payload.size() < txf_header_size) {
+    return Error::too_short;
+  }
+  pb::TXFHeader header;
+  if (!parse(header, payload.first(txf_header_size))) {
+    return Error::bad_header;
+  }
+  const std::uint64_t framing = header.framing();
+  protocol_type = static_cast<std::uint16_t>(framing);
+  if (protocol_type == 0) {
+    return Error::protocol_not_used;
+  }
+  if (static_cast<std::uint16_t>(framing >> header_length_shift) != txf_header_size) {
+    return Error::bad_header_length;
+  }
+  const auto body_size = static_cast<std::int32_t>(framing >> body_length_shift);
+  const std::span<const std::uint8_t> rest = payload.subspan(txf_header_size);
+  if (body_size < 0 || static_cast<std::size_t>(body_size) > rest.size()) {
+    return Error::bad_body;
+  }
+  return rest.first(static_cast<std::size_t>(body_size));
 }
 
 }  // namespace
@@ -90,42 +136,29 @@ std::optional<Message> frame_parts(const BodyParts& parts, std::uint16_t protoco
 
 Result<std::span<const std::uint8_t>, Error> framed_body(std::span<const std::uint8_t> payload,
                                                          std::uint16_t& protocol_type) noexcept {
-  using logging::Level;
-
-  if (payload.size() < txf_header_size) {
-    return refuse(Error::too_short, Level::error, "Total length is smaller then expected header length");
+  auto body = check_frame(payload, protocol_type);
+  if (!body) {
+    report(body.error());
   }
-  pb::TXFHeader header;
-  if (!parse(header, payload.first(txf_header_size))) {
-    return refuse(Error::bad_header, Level::error, "Unable to decode the header.");
-  }
-  const std::uint64_t framing = header.framing();
-  protocol_type = static_cast<std::uint16_t>(framing);
-  if (protocol_type == 0) {
-    return refuse(Error::protocol_not_used, Level::error, "ProtocolType is set to not used!");
-  }
-  if (static_cast<std::uint16_t>(framing >> header_length_shift) != txf_header_size) {
-    return refuse(Error::bad_header_length, Level::error, "Specified hdr-len does not comply.");
-  }
-  const auto body_size = static_cast<std::int32_t>(framing >> body_length_shift);
-  const std::span<const std::uint8_t> rest = payload.subspan(txf_header_size);
-  if (body_size < 0 || static_cast<std::size_t>(body_size) > rest.size()) {
-    return refuse_body();
-  }
-  return rest.first(static_cast<std::size_t>(body_size));
+  return body;
 }
 
 Error refuse_body() noexcept {
-  return refuse(Error::bad_body, logging::Level::emerg, "Unable to deserialize protobuf");
+  return report(Error::bad_body);
 }
 
 Error unframe(std::span<const std::uint8_t> payload, google::protobuf::MessageLite& body,
               std::uint16_t& protocol_type) noexcept {
-  const auto bytes = framed_body(payload, protocol_type);
+  return report(unframe_quietly(payload, body, protocol_type));
+}
+
+Error unframe_quietly(std::span<const std::uint8_t> payload, google::protobuf::MessageLite& body,
+                      std::uint16_t& protocol_type) noexcept {
+  const auto bytes = check_frame(payload, protocol_type);
   if (!bytes) {
     return bytes.error();
   }
-  return parse(body, *bytes) ? Error::success : refuse_body();
+  return parse(body, *bytes) ? Error::success : Error::bad_body;
 }
 
 }  // namespace ecu::tamu::com

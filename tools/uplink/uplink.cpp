@@ -1,13 +1,11 @@
 #include "uplink/uplink.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <chrono>
 #include <utility>
 #include <vector>
 
-#include <ecu/tamu/com/pb_internal_message_adapter.h>
+#include <ecu/tamu/com/quiet_framing.h>
 #include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/pb/messages.pb.h>
@@ -25,23 +23,10 @@ namespace {
 
 constexpr auto uplink_log = tamu::logging::module("uplink");
 
-constexpr int at_least_once = 1;
 constexpr std::size_t longest_value = 4096;
-
-// Of what is unusable, so many subjects are remembered and reported.
-constexpr std::size_t max_faulty = 64;
-constexpr std::size_t longest_subject = 80;
 
 // From a loss to the subscription that repairs it, which during a flood would be lost, too.
 constexpr std::chrono::seconds repair_pause{5};
-// The broker drops messages for a slow client without a word.
-constexpr std::chrono::seconds longest_subscription{600};
-
-// How often an unset wall clock is checked.
-constexpr std::chrono::seconds clock_period{5};
-
-// A connection to the fleet that finds the clock unset does not wake the timer.
-constexpr BootTime longest_pause = std::chrono::minutes(1);
 
 // What the daemon publishes.
 std::set<std::string> reserved_keys() {
@@ -50,11 +35,6 @@ std::set<std::string> reserved_keys() {
     keys.insert(topics::fleet_variable_prefix + std::string(variable.name));
   }
   return keys;
-}
-
-BootTime subscription_period(std::chrono::seconds refresh) {
-  return refresh > std::chrono::seconds::zero() ? std::min(refresh, longest_subscription)
-                                                : longest_subscription;
 }
 
 }  // namespace
@@ -158,15 +138,6 @@ void Uplink::messages_lost() {
   send_and_plan();
 }
 
-// The broker sends all retained values for a new subscription. Waits for the end of the observer's call,
-// which locks mutex_.
-void Uplink::subscribe() {
-  for (const char* const filter : {topics::daemon_presence, topics::all_variables_filter}) {
-    bus_->unsubscribe(filter, observer_);
-    bus_->subscribe(filter, at_least_once, observer_);
-  }
-}
-
 // Also called for each attempt to connect that fails.
 void Uplink::bus_down() {
   const tamu::MutexLock lock(mutex_);
@@ -182,7 +153,7 @@ void Uplink::take_presence(const std::string& state) {
     return;  // it arrived before the connection was lost
   }
   if (state == topics::presence_online || state == topics::presence_offline) {
-    faulty_.erase(topics::fleet_daemon);
+    faults_.set_usable(topics::fleet_daemon);
     daemon_presence_ = state;
     take(topics::fleet_daemon, state, boot_time_now());
   } else if (must_report(topics::fleet_daemon)) {
@@ -197,11 +168,19 @@ void Uplink::take_variable(const std::string& name, const com::Message& msg) {
   if (!is_selected && name != settings_.unit_variable) {
     return;
   }
-  const auto variable = com::PbInternalMessageAdapter<tamu::pb::EcuVariable>().deserialize(msg);
-  if (!variable.ok || !variable.body.has_value()) {
+  tamu::pb::EcuVariable variable;
+  std::uint16_t protocol_type = 0;
+  if (com::unframe_quietly(msg.payload, variable, protocol_type) !=
+      com::err::PbInternalDeserializationError::success) {
+    if (must_report(topics::fleet_variable_prefix + name)) {
+      uplink_log.warning("the message about the variable ", name, " cannot be read");
+    }
     return;
   }
-  const std::string& value = variable.body.value();
+  if (!variable.has_value()) {
+    return;
+  }
+  const std::string& value = variable.value();
   if (!is_sendable(name, value)) {
     return;
   }
@@ -210,14 +189,14 @@ void Uplink::take_variable(const std::string& name, const com::Message& msg) {
   }
   if (is_selected) {
     const auto now = static_cast<std::uint64_t>(boot_time_now().count());
-    take(topics::fleet_variable_prefix + name, value, BootTime(std::min(variable.body.timestamp(), now)));
+    take(topics::fleet_variable_prefix + name, value, BootTime(std::min(variable.timestamp(), now)));
   }
 }
 
 bool Uplink::is_sendable(const std::string& name, const std::string& value) {
   const std::string subject = topics::fleet_variable_prefix + name;
   if (tools::is_fleet_level(name) && value.size() <= longest_value) {
-    faulty_.erase(subject);
+    faults_.set_usable(subject);
     return true;
   }
   if (must_report(subject)) {
@@ -229,9 +208,8 @@ bool Uplink::is_sendable(const std::string& name, const std::string& value) {
   return false;
 }
 
-// Once, until the subject has been usable.
 bool Uplink::must_report(const std::string& subject) {
-  return faulty_.size() < max_faulty && faulty_.insert(subject.substr(0, longest_subject)).second;
+  return faults_.must_report(subject, boot_time_now());
 }
 
 void Uplink::take(const std::string& key, const std::string& text, BootTime published) {
@@ -251,7 +229,7 @@ void Uplink::set_unit(const std::string& unit) {
     }
     return;
   }
-  faulty_.erase("unit");
+  faults_.set_usable("unit");
   if (fleet_ && fleet_->unit() == unit) {
     return;
   }
@@ -299,46 +277,6 @@ std::string Uplink::payload_of(const std::string& key, const ChangeFilter::Value
     *since -= boot_time_now() - value.since;
   }
   return tools::to_json({value.text, since, value.since.count(), daemon_presence_});
-}
-
-// For a message, which is composed again once the clock is set.
-std::optional<WallTime> Uplink::wall_time() {
-  const std::optional<WallTime> now = wall_clock_();
-  if (!now) {
-    clock_was_unset_ = true;
-  }
-  return now;
-}
-
-void Uplink::run_timer() {
-  ::pthread_setname_np(::pthread_self(), "uplink-timer");
-  tamu::MutexLock lock(mutex_);
-  while (!is_stopping_) {
-    if (subscribe_due_ <= boot_time_now()) {
-      subscribe_due_ = boot_time_now() + subscription_period(settings_.limits.refresh);
-      lock.unlock();
-      subscribe();
-      lock.lock();
-      continue;
-    }
-    if (clock_was_unset_ && wall_clock_()) {
-      clock_was_unset_ = false;
-      filter_.send_all_again();
-      if (fleet_) {
-        fleet_->publish_connection_time();
-      }
-    }
-    send_due();
-    timer_due_ = next_task();
-    const BootTime pause = timer_due_ - boot_time_now();
-    timer_wake_.wait_until(
-        lock, std::chrono::steady_clock::now() + std::clamp(pause, BootTime::zero(), longest_pause));
-  }
-}
-
-BootTime Uplink::next_task() const {
-  const BootTime clock_due = clock_was_unset_ ? boot_time_now() + clock_period : BootTime::max();
-  return std::min({subscribe_due_, clock_due, fleet_ ? filter_.next_due() : BootTime::max()});
 }
 
 }  // namespace ecu::uplink

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <thread>
 
@@ -11,6 +10,7 @@
 #include <ecu/tamu/thread_safety.h>
 
 #include "uplink/change_filter.h"
+#include "uplink/fault_reports.h"
 #include "uplink/fleet_link.h"
 #include "uplink/old_topics.h"
 #include "uplink/unit_clock.h"
@@ -74,7 +74,7 @@ class Uplink {
   // Constant after construction.
   const UplinkSettings settings_;
   const WallClock wall_clock_;
-  const std::shared_ptr<BusObserver> observer_;
+  const std::shared_ptr<tamu::com::ISubscriptionObserver> observer_;
 
   // With their own synchronisation.
   const std::shared_ptr<OldTopics> old_topics_ = std::make_shared<OldTopics>();
@@ -91,7 +91,7 @@ class Uplink {
   bool bus_is_up_ TAMU_GUARDED_BY(mutex_) = false;
   std::optional<std::string> daemon_presence_ TAMU_GUARDED_BY(mutex_);  // nothing while it is unknown
   bool is_full_ TAMU_GUARDED_BY(mutex_) = false;                        // which has been reported
-  std::set<std::string> faulty_ TAMU_GUARDED_BY(mutex_);  // the subjects that were reported as unusable
+  FaultReports faults_ TAMU_GUARDED_BY(mutex_);
   BootTime subscribe_due_ TAMU_GUARDED_BY(mutex_) = BootTime::min();
   BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // when the timer thread wakes by itself
   bool is_stopping_ TAMU_GUARDED_BY(mutex_) = false;

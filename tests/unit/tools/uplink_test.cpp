@@ -9,6 +9,7 @@
 #include "support/temp_dir.h"
 #include "support/testing.h"
 #include "uplink/change_filter.h"
+#include "uplink/fault_reports.h"
 #include "uplink/unit_clock.h"
 #include "uplink/uplink_settings.h"
 
@@ -75,6 +76,19 @@ TEST_F(ChangeFilterTest, ItsMemoryIsBounded) {
   EXPECT_FALSE(filter.take("c", "1", 0s));
   EXPECT_TRUE(filter.take("a", "2", 0s));
   EXPECT_THAT(sent_at(0), ElementsAre("a=2@0", "b=1@0", "own=1@0"));
+}
+
+TEST(FaultReportsTest, ASubjectIsReportedAgainOnceItWasUsableAndTenMinutesHavePassed) {
+  FaultReports reports;
+  EXPECT_TRUE(reports.must_report("a", 0s));
+  reports.set_usable("a");
+  EXPECT_FALSE(reports.must_report("a", 599s));
+  EXPECT_FALSE(reports.must_report("a", 601s)) << "still unusable";
+  reports.set_usable("a");
+  EXPECT_TRUE(reports.must_report("a", 602s));
+  for (int other = 1; other <= 64; ++other) {
+    EXPECT_EQ(reports.must_report(std::to_string(other), 700s), other < 64);
+  }
 }
 
 TEST(FleetMessageTest, IsOneJsonObject) {
