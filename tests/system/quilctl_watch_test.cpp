@@ -52,6 +52,9 @@ TEST_F(QuilctlWatchTest, AWatchEndsAfterACountOrATimeAndRunsACommand) {
   EXPECT_EQ(run.out, "hwvariant=R08_B1 1\n");
   EXPECT_THAT(run.all,
               testing::ContainsRegex("quilctl: 1: absent: not found\n(.|\n)*ended with exit code 3\n"));
+  bus.publish("system/var/long", variable_message(std::string(60'000, '\x01')).payload, true, 1);
+  EXPECT_THAT(call({"watch", "long", "--count", "1", "--exec", "true"}).all,
+              HasSubstr("quilctl: the value of long is too long for a command\n"));
   const std::string hanging = "trap '' TERM; echo started; sleep 1000; sleep 1000";
   EXPECT_EQ(call({"watch", "hwvariant", "--timeout", "1", "--exec", hanging}).out, "started\n");
   Process interrupted(command({"watch", "hwvariant", "--exec", "echo started; read none; sleep 1000"}));

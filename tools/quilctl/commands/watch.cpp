@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "common/notes.h"
 #include "common/times.h"
@@ -70,13 +71,18 @@ class Changes {
     }
   }
 
-  void run(const VariableRow& row, bool is_retained) const {
+  void run(const VariableRow& row, bool is_retained) const try {
     const int code = run_shell_command(options_.exec, row, is_retained, [this](int handle) {
       return session_.bus().wait_until_readable(handle, session_.end());
     });
     if (code != 0) {
       tools::note("the command for " + row.name + " ended with exit code " + std::to_string(code));
     }
+  } catch (const std::system_error& failure) {
+    if (failure.code() != std::errc::argument_list_too_long) {
+      throw;
+    }
+    tools::note("the value of " + row.name + " is too long for a command");
   }
 
   const Options& options_;
