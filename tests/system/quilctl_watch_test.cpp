@@ -131,7 +131,8 @@ TEST_F(QuilctlWatchTest, ReplayDetectsAMissingBrokerAndDeniedMessages) {
   Process replay(
       {PROGRAM_DIR "/quilctl", "replay", recording, "--timeout", "3", "--host", deaf.socket_path()});
   EXPECT_EQ(replay.wait(), 5);
-  EXPECT_THAT(replay.output(), HasSubstr("the broker did not return 1 of 1 messages"));
+  EXPECT_THAT(replay.output(),
+              HasSubstr("1 of 1 messages did not come back from the broker; its access rules"));
   broker.stop();
   call({"record", recording}, 7);
   EXPECT_GT(std::ifstream(recording).seekg(0, std::ios::end).tellg(), 0);

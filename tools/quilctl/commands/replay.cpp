@@ -33,8 +33,9 @@ using Clock = BusConnection::Clock;
 // The delay before a message is published again that the broker was too slow to accept.
 constexpr std::chrono::milliseconds overload_pause{5};
 
-// Of the published messages that have not come back yet: their number, and the time limit for each.
-constexpr std::size_t max_waiting = 1000;
+// Of the published messages that have not come back yet: their number, fewer than the bus client holds for
+// this program, and the time limit for each.
+constexpr std::size_t max_waiting = 200;
 constexpr std::chrono::seconds default_echo_timeout{5};
 
 // 30 years: more than that after the beginning is no time that the clock has.
@@ -80,10 +81,12 @@ class RecordingPlayer {
   void wait_until_back(std::size_t rest = 0) {
     const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(echo_timeout_);
     if (!session_.wait_until([&] { return waiting_.size() <= rest; }, deadline)) {
-      throw Failure(waiting_.size() == count_ ? ExitCode::refused : ExitCode::time_out,
-                    "the broker did not return " + std::to_string(waiting_.size()) + " of " +
-                        std::to_string(count_) +
-                        " messages; its access rules probably deny publishing or receiving them");
+      const std::string lost = session_.bus().loss_notice();
+      throw Failure(
+          waiting_.size() == count_ ? ExitCode::refused : ExitCode::time_out,
+          std::to_string(waiting_.size()) + " of " + std::to_string(count_) +
+              " messages did not come back from the broker; " +
+              (lost.empty() ? "its access rules probably deny publishing or receiving them" : lost));
     }
   }
 
