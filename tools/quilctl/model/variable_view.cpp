@@ -61,8 +61,9 @@ const Variable* VariableView::find(std::string_view name) const {
 }
 
 std::size_t VariableView::with_value() const {
-  return static_cast<std::size_t>(
-      std::ranges::count_if(variables_, [](const auto& entry) { return entry.second.value.has_value(); }));
+  return static_cast<std::size_t>(std::ranges::count_if(variables_, [](const auto& entry) {
+    return entry.second.value && tools::find_variable(entry.first) != nullptr;
+  }));
 }
 
 void UnitClock::take(const com::Message& msg) {

@@ -44,7 +44,7 @@ class VariableView {
   }
   /// The variable of that name; null when it has not been published.
   [[nodiscard]] const Variable* find(std::string_view name) const;
-  /// How many have a value.
+  /// How many of the catalogue have a value.
   [[nodiscard]] std::size_t with_value() const;
 
   /// Whether the daemon is on line; nothing when it has published no presence.
