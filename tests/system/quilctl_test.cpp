@@ -89,6 +89,13 @@ TEST_F(QuilctlTest, ReportsAMissingDaemonOrBrokerAtOnce) {
   simulator.signal(SIGTERM);
   EXPECT_EQ(simulator.wait(), 0);
   EXPECT_THAT(simulator.output(), testing::Not(HasSubstr("Refused")));
+  broker.start();
+  const std::string nodes = broker.socket_path() + ",127.0.0.1:" + std::to_string(closed.port());
+  Process fleet({PROGRAM_DIR "/ecusim", "fleet", "1", "--spread", "0", "--host", nodes});
+  EXPECT_TRUE(fleet.wait_for_output("ecusim: unit-00001: no connection: Connection Refused: not authorised"));
+  BusClient of_fleet(broker.port());
+  of_fleet.subscribe("fleet/unit-00001/presence");
+  EXPECT_TRUE(of_fleet.wait_for_text("fleet/unit-00001/presence", "online"));
   const std::string faulty = dir.write("faulty", "quilctl-recording 1\n0.0 \"rt/x\" \"1\"\nx\n");
   EXPECT_THAT(call({"replay", faulty}, 1).all, HasSubstr(faulty + ":3: ")) << "before anything is published";
 }

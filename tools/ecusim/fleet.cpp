@@ -2,15 +2,19 @@
 
 #include <poll.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <deque>
 #include <iomanip>
 #include <iostream>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include <ecu/tamu/com/transport_client.h>
+
+#include "common/broker_options.h"
 
 namespace ecu::sim {
 
@@ -34,7 +38,9 @@ void serve(std::deque<FleetUnit>& units, std::vector<pollfd>& requests) {
   for (std::size_t i = 0; i < units.size(); ++i) {
     requests[i] = units[i].request();
   }
-  ::poll(requests.data(), requests.size(), static_cast<int>(tick_period.count()));
+  if (::poll(requests.data(), requests.size(), static_cast<int>(tick_period.count())) < 0 && errno != EINTR) {
+    throw std::system_error(errno, std::generic_category(), "cannot wait for all units, see ulimit -n");
+  }
   for (std::size_t i = 0; i < units.size(); ++i) {
     if (requests[i].revents != 0) {
       units[i].handle(std::exchange(requests[i].revents, short{0}));
@@ -81,6 +87,11 @@ void serve_until_signal(std::deque<FleetUnit>& units, std::vector<pollfd>& reque
 }  // namespace
 
 void run_fleet(const FleetSetup& setup) {
+  for (const std::string& host : setup.hosts) {
+    if (tools::parse_broker_address(host).is_tls) {
+      throw tools::InputError("the units of a fleet connect without TLS: " + host);
+    }
+  }
   tamu::com::library_init();
   for (const int number : {SIGINT, SIGTERM}) {
     (void)std::signal(number, [](int) { stop_requested = 1; });

@@ -8,11 +8,14 @@
 #include <chrono>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 #include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/date_time.h>
 
+#include "common/broker_options.h"
 #include "common/fleet_message.h"
+#include "common/notes.h"
 #include "common/times.h"
 #include "common/variable_catalogue.h"
 
@@ -104,6 +107,8 @@ void FleetUnit::connect() {
   mosquitto_connect_callback_set(handle_.get(), [](mosquitto*, void* unit, int refusal) {
     if (refusal == 0) {
       static_cast<FleetUnit*>(unit)->is_accepted_ = true;
+    } else {
+      static_cast<FleetUnit*>(unit)->report_failure(mosquitto_connack_string(refusal));
     }
   });
   mosquitto_publish_callback_set(handle_.get(), [](mosquitto*, void* unit, int) {
@@ -115,8 +120,11 @@ void FleetUnit::connect() {
   const std::string_view lost = topics::presence_lost;
   mosquitto_will_set(handle_.get(), presence.c_str(), static_cast<int>(lost.size()), lost.data(), qos, true);
   due_ = Clock::now() + connect_timeout;
-  const std::string& host = setup_.hosts[attempts_++ % setup_.hosts.size()];
-  check(mosquitto_connect_async(handle_.get(), host.c_str(), setup_.port, keep_alive_seconds));
+  const auto address = tools::parse_broker_address(setup_.hosts[attempts_++ % setup_.hosts.size()]);
+  const int port = address.host.front() == '/' ? 0  // a socket, for the library
+                   : address.port.empty()      ? setup_.port
+                                               : std::stoi(address.port);
+  check(mosquitto_connect_async(handle_.get(), address.host.c_str(), port, keep_alive_seconds));
 }
 
 void FleetUnit::connected() {
@@ -153,12 +161,19 @@ void FleetUnit::check(int result) {
   if (result == MOSQ_ERR_SUCCESS && mosquitto_socket(handle_.get()) >= 0) {
     return;
   }
+  report_failure(mosquitto_strerror(result == MOSQ_ERR_SUCCESS ? MOSQ_ERR_CONN_LOST : result));
   counters_.connected -= is_connected_ ? 1U : 0U;
   counters_.unacknowledged -= unacknowledged_;
   unacknowledged_ = 0;
   is_connected_ = is_accepted_ = false;
   handle_.reset();
   due_ = Clock::now() + random_pause(setup_.reconnect_spread);
+}
+
+void FleetUnit::report_failure(const char* reason) {
+  if (!std::exchange(counters_.has_reported_failure, true)) {
+    tools::note(name_ + ": no connection: " + reason + "; further failures are not reported");
+  }
 }
 
 FleetUnit::Clock::duration FleetUnit::random_pause(unsigned seconds) {

@@ -16,8 +16,9 @@ namespace ecu::sim {
 /// How the units of a simulated fleet behave.
 struct FleetSetup {
   unsigned units = 100;
-  std::vector<std::string> hosts{"localhost"};  ///< of the fleet's broker; each attempt takes the next one
-  int port = 1883;
+  /// Addresses of the fleet's broker, see `tools::parse_broker_address`; each attempt takes the next one.
+  std::vector<std::string> hosts{"localhost"};
+  int port = 1883;  ///< of an address without one
   /// Seconds; an attempt to reconnect follows a random pause of at most this.
   unsigned reconnect_spread = 30;
   /// Seconds between two changes of one unit; 0: nothing changes.
@@ -30,6 +31,7 @@ struct FleetCounters {
   std::uint64_t connections = 0;
   std::uint64_t published = 0;
   std::uint64_t unacknowledged = 0;  ///< at present
+  bool has_reported_failure = false;
 };
 
 /// A unit of a fleet as its broker sees it: a connection on which it publishes what tolquil-uplink(8) would.
@@ -66,6 +68,7 @@ class FleetUnit {
   void publish(const std::string& key, std::string_view payload);
   void publish_variable(std::string_view name, std::string value);
   void check(int result);
+  void report_failure(const char* reason);
   [[nodiscard]] Clock::duration random_pause(unsigned seconds);
 
   const FleetSetup& setup_;
