@@ -46,8 +46,11 @@ std::optional<Scenario> load_scenario(const std::string& path) {
 }
 
 int print_scenario() {
-  std::cout << default_scenario() << std::flush;
-  return std::cout ? exit_done : exit_failure;
+  if (std::cout << default_scenario() << std::flush) {
+    return exit_done;
+  }
+  note("cannot write to standard output");
+  return exit_failure;
 }
 
 int play(const Options& options, Scenario scenario) {
