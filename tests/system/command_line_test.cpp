@@ -51,7 +51,7 @@ TEST(CommandLineTest, OptionsThatEndTheProgramHaveTheirExitCodeAndText) {
   EXPECT_EQ(Process({"/bin/bash", "-c", without_reader, program}).wait(), 1);
 }
 
-TEST(CommandLineTest, QuilctlNamesTheInvalidWord) {
+TEST(CommandLineTest, AToolNamesTheInvalidWord) {
   for (const auto& [line, text] : std::vector<std::pair<std::string, std::string>>{
            {"quilctl lst", "unknown command 'lst'; did you mean 'list'?\n"},
            {"quilctl secstore sett master -",
@@ -68,10 +68,15 @@ TEST(CommandLineTest, QuilctlNamesTheInvalidWord) {
            {"quilctl watch --exec \"\"", "--exec: "},
            {"quilctl list --format \"\"", "--format: "},
            {"quilctl list a --raw", "--raw: for one value only, or with --format\n"},
+           {"ecusim --ports \"\"", "--ports: '' is not a folder\n"},
+           {"ecusim \"\"", "SCENARIO: "},
+           {"ecusim fleet --host a:0", "invalid address 'a:0'"},
+           {"ecusim fleet --host mqtts://a", "the units of a fleet connect without TLS"},
        }) {
-    Process quilctl({"/bin/sh", "-c", "PATH=\"" PROGRAM_DIR ":$PATH\"; " + line});
-    EXPECT_EQ(quilctl.wait(), 2) << line;
-    EXPECT_THAT(quilctl.output(), testing::StartsWith("quilctl: " + text)) << line;
+    Process tool({"/bin/sh", "-c", "PATH=\"" PROGRAM_DIR ":$PATH\"; " + line});
+    EXPECT_EQ(tool.wait(), 2) << line;
+    const std::string name = line.starts_with("ecusim") ? "ecusim: " : "quilctl: ";
+    EXPECT_THAT(tool.output(), testing::StartsWith(name + text)) << line;
   }
 }
 

@@ -41,8 +41,9 @@ CLI::Validator is_topic_filter() {
 }
 
 CLI::Validator is_folder() {
-  return validator([](const std::string& text) { return ::access((text + "/.").c_str(), F_OK) == 0; },
-                   "a folder");
+  return validator(
+      [](const std::string& text) { return !text.empty() && ::access((text + "/.").c_str(), F_OK) == 0; },
+      "a folder");
 }
 
 CLI::Validator is_not_empty() {

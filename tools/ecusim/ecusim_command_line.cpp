@@ -70,7 +70,8 @@ void set_mode(FifoAccess& access, const std::string& octal) {
 }
 
 void add_play_options(CLI::App& command, Options& options) {
-  command.add_option("SCENARIO", options.scenario_path, "JSON file; default: the built-in scenario");
+  command.add_option("SCENARIO", options.scenario_path, "JSON file; default: the built-in scenario")
+      ->check(tools::is_not_empty());
   tools::add_broker_options(command, options.broker);
   CLI::Option* const ports = command
                                  .add_option("--ports", options.ports_folder,
@@ -98,7 +99,7 @@ void add_fleet_options(CLI::App& command, FleetSetup& fleet) {
       ->delimiter(',')
       ->check(tools::is_not_empty())
       ->type_name("ADDRESS[,ADDRESS...]");
-  command.add_option("-p,--port", fleet.port, "its port; default: 1883")
+  command.add_option("-p,--port", fleet.port, "port of an address without one; default: 1883")
       ->check(tools::is_positive_number())
       ->check(CLI::Range(1U, most_port));
   command
