@@ -68,6 +68,7 @@ TEST_F(QuilctlWatchTest, AWatchEndsAfterACountOrATimeAndRunsACommand) {
               128 + SIGPIPE)
         << line;
   }
+  EXPECT_EQ(Process({"/bin/sh", "-c", R"(exec "$0" describe >&-)", PROGRAM_DIR "/quilctl"}).wait(), 1);
 }
 
 TEST_F(QuilctlWatchTest, ASignalEndsEveryWait) {
