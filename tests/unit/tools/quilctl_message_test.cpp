@@ -77,6 +77,8 @@ TEST(QuilctlVariableView, DistinguishesNoValueAnEmptyValueAndAFaultyMessage) {
   EXPECT_EQ(view.find("a")->value, std::nullopt);
   EXPECT_EQ(view.take("system/var/a", variable_message("")), Change::changed);
   EXPECT_EQ(view.find("a")->value, "");
+  EXPECT_EQ(view.take("system/var/vehicleid", variable_message("")), Change::changed);
+  EXPECT_EQ(view.with_value(), 1u) << "a is not in the catalogue";
   EXPECT_EQ(view.take("system/var/a", variable_message("", 8)), Change::none);
   EXPECT_EQ(view.find("a")->timestamp, 8u);
   EXPECT_EQ(view.take("system/var/a", tests::raw_message("junk")), Change::faulty);
