@@ -33,8 +33,7 @@ using Clock = BusConnection::Clock;
 // The delay before a message is published again that the broker was too slow to accept.
 constexpr std::chrono::milliseconds overload_pause{5};
 
-// Of the published messages that have not come back yet: their number, fewer than the bus client holds for
-// this program, and the time limit for each.
+// Of the messages that have not come back yet: their number (the bus client holds 256), and the time limit.
 constexpr std::size_t max_waiting = 200;
 constexpr std::chrono::seconds default_echo_timeout{5};
 

@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <iostream>
 #include <memory>
 #include <optional>

@@ -11,8 +11,7 @@ namespace ecu::ctl {
 /// VALUE, which is escaped, only when there is one, RETAINED, which is 1, only when the broker had retained
 /// the value, and returns its exit code, or 128 and the number of the signal that ended it. The command's
 /// standard input is empty. `wait` returns whether a descriptor becomes readable in time; if not, or when it
-/// throws, the command and what it has started are ended. Throws std::system_error when no command can be
-/// started, as for a value that is too long.
+/// throws, the command and what it has started are ended. Throws std::system_error if it cannot start.
 [[nodiscard]] int run_shell_command(const std::string& command, const VariableRow& row, bool is_retained,
                                     const std::function<bool(int)>& wait);
 
