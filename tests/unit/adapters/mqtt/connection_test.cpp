@@ -155,7 +155,7 @@ TEST_F(ConnectionTest, AnOverdueAnswerFailsTheConnection) {
   };
   for (const auto& [request, send] : requests) {
     listener.on_event = [&send = send](const std::string& event) { event == "up" ? send() : void(); };
-    open([&request = request](const std::string& packet) {
+    open([request = request](const std::string& packet) {
       return packet == request ? Reaction::ignore : Reaction::answer;
     });
     EXPECT_THAT(run(3), ElementsAre("up", "down: no acknowledgement", "up")) << request;
