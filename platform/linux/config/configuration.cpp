@@ -227,10 +227,15 @@ void Configuration::check_entry(const Entry& entry, std::vector<Fault>& faults) 
   }
 }
 
+bool Configuration::is_set(std::string_view key) const {
+  const std::string value = get(std::string(key));
+  return !value.empty();
+}
+
 void Configuration::check_pair(std::string_view key, std::string_view partner,
                                std::vector<Fault>& faults) const {
   const Entry* const entry = find(key);
-  if (entry != nullptr && !entry->value.empty() && get(std::string(partner)).empty()) {
+  if (entry != nullptr && !entry->value.empty() && !is_set(partner)) {
     faults.push_back(
         error_in(entry->line, "key '" + entry->key + "' requires key '" + std::string(partner) + "'"));
   }
@@ -238,8 +243,8 @@ void Configuration::check_pair(std::string_view key, std::string_view partner,
 
 void Configuration::check_encryption(std::vector<Fault>& faults) const {
   const Entry* const certificate = find(certificate_key);
-  if (certificate != nullptr && !certificate->value.empty() && !get(std::string(private_key_key)).empty() &&
-      get(std::string(authority_key)).empty()) {
+  if (certificate != nullptr && is_set(certificate_key) && is_set(private_key_key) &&
+      !is_set(authority_key)) {
     faults.push_back({certificate->line, true,
                       "key 'certfile' has no effect without key 'cafile': the connection is not encrypted"});
   }

@@ -71,6 +71,7 @@ class Configuration {
   void read(std::istream& input);
   [[nodiscard]] const Entry* find(std::string_view key) const;
   void check_entry(const Entry& entry, std::vector<Fault>& faults) const;
+  [[nodiscard]] bool is_set(std::string_view key) const;
   void check_pair(std::string_view key, std::string_view partner, std::vector<Fault>& faults) const;
   void check_encryption(std::vector<Fault>& faults) const;
   void check_access(std::vector<Fault>& faults) const;
