@@ -81,7 +81,8 @@ TEST_F(StalledLogTest, DelaysNothingWhenItIsClosedOrReachesTheLimitOfAFile) {
 
 // The system log's socket has a fixed path, so the program gets its own /dev.
 TEST_F(StalledLogTest, DelaysNothingWhenItIsTheSystemLogWhichIsTheDefault) {
-  const std::string isolate = R"(mount -t tmpfs none /dev && echo U-Boot >/dev/mem && ln -s "$0" /dev/log && exec "$@")";
+  const std::string isolate =
+      R"(mount -t tmpfs none /dev && echo U-Boot >/dev/mem && ln -s "$0" /dev/log && exec "$@")";
   if (Process({"/usr/bin/unshare", "-rm", "/bin/sh", "-c", isolate, "/", "/bin/true"}).wait() != 0) {
     GTEST_SKIP() << "no mount namespace available";
   }
