@@ -2,7 +2,6 @@
 #include <stdexcept>
 
 #include <ecu/tamu/com/framing.h>
-#include <ecu/tamu/com/quiet_framing.h>
 #include <ecu/tamu/date_time.h>
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/pb/messages.pb.h>

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include <ecu/tamu/com/quiet_framing.h>
+#include <ecu/tamu/com/framing.h>
 #include <ecu/tamu/com/topics.h>
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/pb/messages.pb.h>

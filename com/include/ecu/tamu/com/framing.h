@@ -65,4 +65,9 @@ err::PbInternalDeserializationError refuse_body() noexcept;
                                                           google::protobuf::MessageLite& body,
                                                           std::uint16_t& protocol_type) noexcept;
 
+/// Like `unframe`, but logs nothing, for a caller that limits its own lines.
+[[nodiscard]] err::PbInternalDeserializationError unframe_quietly(std::span<const std::uint8_t> payload,
+                                                                  google::protobuf::MessageLite& body,
+                                                                  std::uint16_t& protocol_type) noexcept;
+
 }  // namespace ecu::tamu::com
