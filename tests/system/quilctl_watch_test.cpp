@@ -68,7 +68,11 @@ TEST_F(QuilctlWatchTest, AWatchEndsAfterACountOrATimeAndRunsACommand) {
               128 + SIGPIPE)
         << line;
   }
-  EXPECT_EQ(Process({"/bin/sh", "-c", R"(exec "$0" describe >&-)", PROGRAM_DIR "/quilctl"}).wait(), 1);
+  for (const auto& [tool, word] : {std::pair{"/quilctl", "describe"}, {"/ecusim", "scenario"}}) {
+    EXPECT_EQ(
+        Process({"/bin/sh", "-c", R"(exec "$0" "$1" >&-)", PROGRAM_DIR + std::string(tool), word}).wait(), 1)
+        << tool;
+  }
 }
 
 TEST_F(QuilctlWatchTest, ASignalEndsEveryWait) {

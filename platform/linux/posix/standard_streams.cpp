@@ -6,12 +6,11 @@
 namespace ecu::tamu {
 
 void open_standard_streams() noexcept {
-  int fd = ::open("/dev/null", O_RDWR);
-  while (fd >= 0 && fd <= STDERR_FILENO) {
-    fd = ::open("/dev/null", O_RDWR);
-  }
-  if (fd >= 0) {
-    ::close(fd);
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    if (::fcntl(stream, F_GETFD) < 0) {
+      // open returns the lowest free number, which is that of the stream.
+      (void)!::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
   }
 }
 

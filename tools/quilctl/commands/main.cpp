@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -57,9 +56,6 @@ int exit_code_of(const Options& options) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  if (::fcntl(STDOUT_FILENO, F_GETFD) < 0) {  // closed: writing must still fail
-    (void)::dup2(::open("/dev/null", O_RDONLY), STDOUT_FILENO);
-  }
   ecu::tamu::open_standard_streams();
   use_terminal_encoding();
   Options options;
