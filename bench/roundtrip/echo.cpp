@@ -6,6 +6,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <cstdint>
+#include <span>
 #include <vector>
 
 #include <ecu/tamu/com/framing.h>
@@ -44,12 +46,15 @@ class Echo : public mosqpp::mosquittopp {
   void on_message(const mosquitto_message* /*message*/) override { publish_results(); }
 
  protected:
-  [[nodiscard]] int results() const { return static_cast<int>(topics_.size()); }
   void publish_results() {
     for (const std::string& topic : topics_) {
-      publish(nullptr, topic.c_str(), static_cast<int>(payload_.size()), payload_.data(), 0, true);
+      publish_result(topic, payload_);
     }
   }
+  void publish_result(const std::string& topic, const com::Payload& payload) {
+    publish(nullptr, topic.c_str(), static_cast<int>(payload.size()), payload.data(), 0, true);
+  }
+  [[nodiscard]] const std::vector<std::string>& topics() const { return topics_; }
   void set_tcp_option(int option, int value) {
     if (is_tcp_) {
       ::setsockopt(socket(), IPPROTO_TCP, option, &value, sizeof(value));
@@ -61,6 +66,25 @@ class Echo : public mosqpp::mosquittopp {
   bool is_tcp_;
   std::vector<std::string> topics_;
   com::Payload payload_ = result();
+};
+
+class WorkingEcho final : public Echo {
+ public:
+  using Echo::Echo;
+
+  void on_message(const mosquitto_message* message) override {
+    const std::span request(static_cast<const std::uint8_t*>(message->payload),
+                            static_cast<std::size_t>(message->payloadlen));
+    std::uint16_t protocol_type = 0;
+    if (com::unframe(request, group_, protocol_type) == com::err::PbInternalDeserializationError::success) {
+      for (const std::string& topic : topics()) {
+        publish_result(topic, result());
+      }
+    }
+  }
+
+ private:
+  ecu::tamu::pb::SignalGroup group_;
 };
 
 class BatchingEcho final : public Echo {
@@ -86,7 +110,7 @@ class BatchingEcho final : public Echo {
 
  private:
   void send_all() {
-    const bool several = waiting_ * results() > 1;
+    const bool several = waiting_ > 1 || topics().size() > 1;
     if (several) {
       set_tcp_option(TCP_CORK, 1);
     }
@@ -106,8 +130,11 @@ class BatchingEcho final : public Echo {
 void run_echo(std::string_view kind, const std::string& host, int port, int results) {
   if (kind == batching_echo) {
     BatchingEcho(host, port, results).run();
+  } else if (kind == working_echo) {
+    WorkingEcho(host, port, results).loop_forever();
+  } else {
+    Echo(host, port, results).loop_forever();
   }
-  Echo(host, port, results).loop_forever();
 }
 
 }  // namespace bench

@@ -14,9 +14,13 @@ inline constexpr const char* single_result_topic = "system/var/serialnumber";
 inline constexpr const char* group_request_topic = "rt/system/hw_properties";
 inline constexpr const char* last_result_topic = "system/var/hasextsim";
 
-/// Programs that one would write by hand in the place of the daemon. Each publishes constants.
-inline constexpr std::string_view inline_echo = "inline";   ///< from the callback of the library
-inline constexpr std::string_view batching_echo = "batch";  ///< after reading all that waits, with TCP_CORK
+/// Programs that one would write by hand in the place of the daemon.
+/// Publishes constants from the callback of the library.
+inline constexpr std::string_view inline_echo = "inline";
+/// Parses the request and serialises each result there, too.
+inline constexpr std::string_view working_echo = "work";
+/// Publishes constants after reading all that waits, with TCP_CORK.
+inline constexpr std::string_view batching_echo = "batch";
 
 /// Runs one of these programs until the process ends. A `host` that begins with "/" is the path of a socket.
 void run_echo(std::string_view kind, const std::string& host, int port, int results);

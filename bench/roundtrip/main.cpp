@@ -1,6 +1,6 @@
-// Measures the path of a message through a real broker. The daemon, optionally that of another build, and two
-// programs written by hand take turns in the middle. Each round measures all of them, and the ratios are
-// those of one round, so that a machine whose speed changes does not change them.
+// Measures the path of a message through a real broker. The daemon, optionally that of another build, and
+// three programs written by hand take turns in the middle. Each round measures all of them, and the ratios
+// are those of one round, so that a machine whose speed changes does not change them.
 
 #include <mosquittopp.h>
 
@@ -154,8 +154,10 @@ class Comparison {
       return std::vector<std::string>{"/proc/self/exe", std::string(kind), host_, port_,
                                       std::to_string(results)};
     };
-    std::vector<Subject> all{{"inline echo", echo(inline_echo)}, {"batching echo", echo(batching_echo)}};
-    all.push_back({"daemon", {daemons_.front(), "-c", config_}});
+    std::vector<Subject> all{{"inline echo", echo(inline_echo)},
+                             {"working echo", echo(working_echo)},
+                             {"batching echo", echo(batching_echo)},
+                             {"daemon", {daemons_.front(), "-c", config_}}};
     if (daemons_.size() > 1) {
       all.push_back({other_daemon, {daemons_.back(), "-c", config_}});
     }
