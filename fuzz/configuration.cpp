@@ -63,11 +63,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(config->line_of(key) > 0, "a key has a line");
   }
   ecu::quil::fill_in_defaults(*config);
+  // The fuzzer may find it out and set another key to it.
+  const bool password_stands_once = text.find(password) == text.rfind(password);
   bool fit = true;
   for (const auto& fault : config->faults()) {
     fit = fit && fault.is_warning;
     fuzz::require(!fault.text.empty() && fault.line >= 0, "a fault says what and where");
-    fuzz::require(fault.text.find(password) == std::string::npos, "no fault shows the password");
+    fuzz::require(!password_stands_once || fault.text.find(password) == std::string::npos,
+                  "no fault shows the password");
   }
   fuzz::require(config->verify() == fit, "faults and verification agree");
   for (const std::string& key : config->keys()) {
