@@ -31,6 +31,7 @@ class ConnectionListener {
   /// A message has arrived that is larger than `max_waiting_bytes`, so that nothing could queue it.
   virtual void oversized_message(const std::string& topic) = 0;
   virtual void subscription_refused(const std::string& filter) = 0;
+  virtual void subscription_granted(const std::string& filter) = 0;
   /// The broker has answered a fence: it has handled everything that was sent before it on this connection.
   virtual void fence_answered(Fence fence) = 0;
   /// The broker has taken longer than `late_acknowledgement` to acknowledge a publication.

@@ -37,6 +37,7 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
       connection_(settings_, *this),
       quarantine_(settings_.retest_after),
       repetition_(settings_.repeat_after),
+      refused_(settings_.retest_after),
       threads_([this] { lead(); }),
       heartbeat_("mqtt", [this] { handle_wake_up_request(); }) {}
 
@@ -108,6 +109,7 @@ void MqttClient::connection_down(ConnectionFailure failure, const std::string& r
   settled_after_.reset();
   clearing_.clear();
   repetition_.connection_lost();
+  refused_.connection_lost();
   fence_wanted_ = false;
   first_fence_wanted_ = false;
   try {
@@ -126,8 +128,17 @@ void MqttClient::connection_down(ConnectionFailure failure, const std::string& r
 }
 
 void MqttClient::subscription_refused(const std::string& filter) {
+  if (refused_.refused(filter, Connection::Clock::now())) {
+    mqtt_log.warning("broker refuses the subscription to ", filter);
+  }
   if (observer_) {
     observer_->subscription_refused(filter);
+  }
+}
+
+void MqttClient::subscription_granted(const std::string& filter) {
+  if (refused_.granted(filter)) {
+    mqtt_log.notice("broker grants the subscription to ", filter, " that it had refused");
   }
 }
 
@@ -217,8 +228,20 @@ void MqttClient::repeat_publications() {
   }
 }
 
+void MqttClient::retry_subscriptions() {
+  if (!refused_.take_due(Connection::Clock::now())) {
+    return;
+  }
+  for (const auto& [filter, max_qos] : delivery_.subscriptions()) {
+    if (refused_.contains(filter)) {
+      connection_.subscribe(filter, max_qos);
+    }
+  }
+}
+
 void MqttClient::send_all() {
   repeat_publications();
+  retry_subscriptions();
   std::vector<SubscriptionChange> changes;
   const bool several = queue_.take_changes(changes) > 1;
   if (several) {
@@ -311,7 +334,8 @@ void MqttClient::sleep() {
   // A publication that is due but cannot be sent must wait for the broker.
   const auto withheld_until = retry_is_due ? Clock::time_point::max() : quarantine_.due();
   connection_.wait(wake_, work_left ? Clock::time_point()
-                                    : std::min({withheld_until, delivery_.losses_due(), repetition_.due()}));
+                                    : std::min({withheld_until, delivery_.losses_due(), repetition_.due(),
+                                                refused_.due()}));
   queue_.end_sleep();
 }
 

@@ -15,6 +15,7 @@
 #include "mqtt/mqtt_settings.h"
 #include "mqtt/outbox.h"
 #include "mqtt/quarantine.h"
+#include "mqtt/refused_subscriptions.h"
 #include "mqtt/repetition.h"
 #include "mqtt/send_queue.h"
 #include "posix/event.h"
@@ -47,6 +48,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void message(const std::string& topic, Message message) override;
   void oversized_message(const std::string& topic) override;
   void subscription_refused(const std::string& filter) override;
+  void subscription_granted(const std::string& filter) override;
   void fence_answered(Fence fence) override;
   void acknowledged_late() override;
 
@@ -58,6 +60,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   void report_settlement();
   void send_subscription_changes(const std::vector<SubscriptionChange>& changes);
   void repeat_publications();
+  void retry_subscriptions();
   void send_publications();
   void forget_cleared_topics();
   [[nodiscard]] bool take_batch();
@@ -87,6 +90,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   // The number of messages to deliver before the subscriptions count as settled.
   std::optional<std::uint64_t> settled_after_;
   Repetition repetition_;
+  RefusedSubscriptions refused_;
 
   // With their own synchronisation, and destroyed first: their threads use the members above.
   LeaderThreads threads_;

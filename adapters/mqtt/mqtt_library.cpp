@@ -96,9 +96,13 @@ void MqttLibrary::on_message(const mosquitto_message* message) {
 void MqttLibrary::on_subscribe(int mid, int count, const int* granted) {
   guard([&] {
     const auto request = pending_.take(mid);
-    if (request && count > 0 && granted[0] == refused_qos) {
-      mqtt_log.warning("broker refuses the subscription to ", request->filter);
+    if (!request || count < 1) {
+      return;
+    }
+    if (granted[0] == refused_qos) {
       listener_.subscription_refused(request->filter);
+    } else {
+      listener_.subscription_granted(request->filter);
     }
   });
 }

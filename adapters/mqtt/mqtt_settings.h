@@ -38,7 +38,8 @@ struct MqttSettings {
   /// How long the broker may take for a mandatory answer; `read_settings` sets it to the keep-alive.
   std::chrono::milliseconds answer_timeout{60'000};
 
-  /// The first pause before a message for which the broker ended the connection is tested again.
+  /// The first pause before a message for which the broker ended the connection is tested again, and before a
+  /// refused subscription is requested again.
   std::chrono::seconds retest_after{60};
 
   [[nodiscard]] bool is_unix_socket() const { return host.front() == '/'; }

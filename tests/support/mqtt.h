@@ -36,6 +36,7 @@ class EventLog final : public ecu::tamu::com::mqtt::ConnectionListener {
   void message(const std::string& topic, ecu::tamu::com::Message /*message*/) override { happened(topic); }
   void oversized_message(const std::string& topic) override { happened(topic); }
   void subscription_refused(const std::string& filter) override { happened("refused " + filter); }
+  void subscription_granted(const std::string& filter) override { happened("granted " + filter); }
   void fence_answered(ecu::tamu::com::mqtt::Fence /*fence*/) override { happened("fence"); }
   void acknowledged_late() override { happened("late"); }
 

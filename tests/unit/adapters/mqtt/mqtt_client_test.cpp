@@ -188,6 +188,31 @@ TEST_F(ClientAgainstScriptTest, AConnectionThatCouldNotBeSetUpIsNeverKeptAndARef
   EXPECT_EQ(observer->refused.get_future().get(), "in/a");
 }
 
+TEST_F(ClientAgainstScriptTest, ARefusedSubscriptionIsReportedOnceAndRequestedUntilItIsGranted) {
+  settings.retest_after = 1s;
+  const std::string log = tests::logged_by([&] {
+    start(
+        [requests = 0](const std::string& packet) mutable {
+          if (packet == "PUBLISH lose=1") {
+            return Reaction::close;
+          }
+          return packet == "SUBSCRIBE in/a" && ++requests < 3 ? Reaction::refuse : Reaction::answer;
+        },
+        nullptr, std::make_shared<FailingObserver>());
+    ASSERT_TRUE(broker->wait_for("PUBLISH kept=1"));
+    publish("lose", "1");
+    ASSERT_TRUE(broker->wait_for("SUBSCRIBE in/a", 3));
+    publish("lose", "2");
+    ASSERT_TRUE(broker->wait_for("PUBLISH lose=2"));
+    client.reset();
+  });
+  EXPECT_EQ(tests::count(log, "WARNING [tamu.com.mqtt] broker refuses the subscription to in/a\n"), 1) << log;
+  EXPECT_EQ(
+      tests::count(log, "NOTICE [tamu.com.mqtt] broker grants the subscription to in/a that it had refused"),
+      1)
+      << log;
+}
+
 TEST_F(ClientAgainstScriptTest, AnUnacceptablePublicationIsSetAsideUntilItsValueChanges) {
   for (const bool acknowledged : {false, true}) {
     const std::string log = tests::logged_by([&] {

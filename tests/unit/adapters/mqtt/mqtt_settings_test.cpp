@@ -3,6 +3,7 @@
 #include <set>
 
 #include "mqtt/backoff.h"
+#include "mqtt/refused_subscriptions.h"
 #include "mqtt/repetition.h"
 #include "support/mqtt.h"
 #include "support/testing.h"
@@ -76,6 +77,29 @@ TEST(RepetitionTest, FollowsAConnectionAndLateAcknowledgementsEverLaterOnASlowLi
   never.connection_up(at(0));
   never.acknowledged_late(at(0));
   EXPECT_FALSE(never.take_due(at(1000)));
+}
+
+TEST(RefusedSubscriptionsTest, AreDueAfterPausesThatDoubleOnOneConnection) {
+  const auto at = [](int seconds) {
+    return RefusedSubscriptions::Clock::time_point(std::chrono::seconds(1000 + seconds));
+  };
+  RefusedSubscriptions subscriptions(60s);
+  // The second of a refusal: when the next request is due.
+  for (const auto& [refused, due] : {std::pair{0, 60}, {60, 180}, {180, 420}, {10'000, 10'480}}) {
+    EXPECT_EQ(subscriptions.refused("a", at(refused)), refused == 0);
+    EXPECT_FALSE(subscriptions.take_due(at(due - 1)));
+    EXPECT_TRUE(subscriptions.take_due(at(due)));
+  }
+  EXPECT_FALSE(subscriptions.refused("a", at(11'000)));
+  subscriptions.connection_lost();
+  EXPECT_FALSE(subscriptions.take_due(at(100'000)));
+  EXPECT_TRUE(subscriptions.refused("b", at(100'000)));
+  EXPECT_EQ(subscriptions.due(), at(100'060));
+  EXPECT_TRUE(subscriptions.granted("a"));
+  EXPECT_TRUE(subscriptions.refused("a", at(100'001)));
+  RefusedSubscriptions never(0s);
+  EXPECT_TRUE(never.refused("a", at(0)));
+  EXPECT_FALSE(never.take_due(at(100'000)));
 }
 
 TEST(MqttSettingsTest, ReadsEveryKeyOfTheConfiguration) {
