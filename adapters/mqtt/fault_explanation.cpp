@@ -23,7 +23,8 @@ Failure explain_handshake(const Fault& general, const Circumstances& known) {
   }
   // The library loads the files before the handshake; its reasons help only developers.
   if (general.kind == ConnectionFailure::tls) {
-    return because("cafile, certfile or keyfile is damaged, or the key belongs to another certificate");
+    return because(
+        "cafile, certfile or keyfile is damaged or empty, or the key belongs to another certificate");
   }
   return std::nullopt;
 }

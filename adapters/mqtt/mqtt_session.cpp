@@ -26,6 +26,7 @@
 #include "mqtt/fault_explanation.h"
 #include "mqtt/mqtt_library.h"
 #include "mqtt/mqtt_log.h"
+#include "posix/regular_file.h"
 
 namespace ecu::tamu::com::mqtt {
 
@@ -45,6 +46,19 @@ constexpr std::size_t max_bytes_per_read = std::size_t{256} * 1024;
 // The library sends nothing for an invalid topic or filter, and the session continues.
 bool is_malformed(int result) {
   return result == MOSQ_ERR_INVAL || result == MOSQ_ERR_MALFORMED_UTF8;
+}
+
+// The library would wait for the other end of a FIFO, and its own reasons do not name the file.
+Failure check_tls_files(const MqttSettings& settings) {
+  for (const auto& [key, path] : {std::pair("cafile", settings.cafile),
+                                  {"certfile", settings.certfile},
+                                  {"keyfile", settings.keyfile}}) {
+    const std::string reason = path.empty() ? "" : posix::why_unreadable(path);
+    if (!reason.empty()) {
+      return Fault{ConnectionFailure::tls, std::string(key) + " '" + path + "': " + reason};
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -92,6 +106,9 @@ Failure MqttSession::configure() {
 
 Failure MqttSession::configure_tls() {
   const auto path_or_null = [](const std::string& path) { return path.empty() ? nullptr : path.c_str(); };
+  if (auto failure = check_tls_files(settings_)) {
+    return failure;
+  }
   tls_.emplace(settings_.host);
   if (tls_->handle() == nullptr) {
     return Fault{ConnectionFailure::internal, "cannot set up TLS"};

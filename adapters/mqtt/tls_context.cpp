@@ -34,12 +34,21 @@ TlsContext::TlsContext(const std::string& host) : context_(::SSL_CTX_new(::TLS_c
       return;
     }
   }
+  ::SSL_CTX_set_default_passwd_cb(context, on_passphrase);
+  ::SSL_CTX_set_default_passwd_cb_userdata(context, this);
   ::SSL_CTX_set_cert_verify_callback(context, on_verify, this);
   ::SSL_CTX_set_info_callback(context, on_progress);
   SSL_CTX_set_app_data(context, this);
 }
 
 TlsContext::~TlsContext() = default;
+
+// Without it OpenSSL would ask on the terminal or read standard input, and wait there.
+int TlsContext::on_passphrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* self) {
+  constexpr int refused = -1;
+  static_cast<TlsContext*>(self)->refusal_ = "keyfile is encrypted; encrypted keys are not supported";
+  return refused;
+}
 
 int TlsContext::on_verify(X509_STORE_CTX* chain, void* self) {
   // The library's own callback, which compares the name, accepts no peer in a context that the library did

@@ -22,8 +22,8 @@ class TlsContext {
   /// For the library, which may use it as long as this object lives; null when OpenSSL could not create it.
   [[nodiscard]] SSL_CTX* handle() const noexcept { return context_.get(); }
 
-  /// Why this side does not trust the peer, or why the peer refuses the handshake; empty when neither is
-  /// known.
+  /// Why this side cannot use its key or does not trust the peer, or why the peer refuses the handshake;
+  /// empty when nothing of this is known.
   [[nodiscard]] const std::string& refusal() const noexcept { return refusal_; }
   /// Whether a handshake was attempted, which requires that all files are valid.
   [[nodiscard]] bool begun() const noexcept { return begun_; }
@@ -31,6 +31,7 @@ class TlsContext {
   [[nodiscard]] bool established() const noexcept { return established_; }
 
  private:
+  static int on_passphrase(char* buffer, int size, int writing, void* self);
   static int on_verify(X509_STORE_CTX* chain, void* self);
   static void on_progress(const SSL* session, int where, int detail);
 

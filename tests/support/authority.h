@@ -15,6 +15,12 @@ class Authority {
 
   [[nodiscard]] std::string file() const { return dir_.path("ca.pem"); }
 
+  /// The authority's own key, encrypted.
+  [[nodiscard]] std::string encrypted_key() const {
+    openssl("pkey -in ca.key -aes128 -passout pass:secret -out encrypted.key");
+    return dir_.path("encrypted.key");
+  }
+
   /// Signs a certificate for a name such as "IP:127.0.0.1", valid for this number of days from now (before
   /// now, if negative). Returns the two lines `certfile` and `keyfile` with its paths; `assign` separates key
   /// and value.
@@ -29,7 +35,7 @@ class Authority {
   }
 
  private:
-  void openssl(const std::string& arguments) {
+  void openssl(const std::string& arguments) const {
     Process shell(
         {"/bin/sh", "-c",
          "kind='-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes'; cd \"$0\" && openssl " + arguments,

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -10,7 +9,7 @@
 #include <ecu/tamu/logging/logging.h>
 #include <ecu/tamu/text/parse_number.h>
 
-#include "posix/unique_fd.h"
+#include "posix/regular_file.h"
 
 namespace ecu::tamu::config {
 
@@ -62,12 +61,7 @@ bool is_switch_or_unset(const std::string& value) {
 }
 
 bool is_readable_or_unset(const std::string& value) {
-  if (value.empty()) {
-    return true;
-  }
-  const posix::UniqueFd file(::open(value.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  struct stat status {};
-  return file && ::fstat(file.get(), &status) == 0 && !S_ISDIR(status.st_mode);
+  return value.empty() || posix::why_unreadable(value).empty();
 }
 
 struct ValueRule {

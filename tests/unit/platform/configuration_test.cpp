@@ -34,8 +34,8 @@ TEST(ConfigurationTest, WellFormedFilesAreRead) {
       {"host = \"\"", ""},
       {"host = a=b#c # d", "a=b#c # d"},
       {"host = " + std::string(100'000, 'x') + "\nport = 1", std::string(100'000, 'x')},
-      {"port = 65535\nkeepalive = 5\npresence = no\nloglevel = info\ncafile = /dev/null\ncertfile = "
-       "/dev/null\nkeyfile=/dev/null",
+      {"port = 65535\nkeepalive = 5\npresence = no\nloglevel = info\ncafile = /etc/passwd\ncertfile = "
+       "/etc/passwd\nkeyfile=/etc/passwd",
        ""},
       {"keepalive = 65535\npresence =\nloglevel =\ncafile =\ncertfile =\nkeyfile =\nusername = u\nhost =",
        ""},
@@ -75,9 +75,9 @@ TEST(ConfigurationTest, EachFaultIsOneErrorLineWithoutAnyPassword) {
       {"port = 18446744073709551617", {"line 1: key 'port'"}},
       {"keepalive = 4\nloglevel = LOUD", {"line 1: key 'keepalive'", "line 2: key 'loglevel'"}},
       {"keepalive = 65536", {"line 1: key 'keepalive'"}},
-      {"certfile = /dev/null", {"line 1: key 'certfile' requires key 'keyfile'"}},
-      {"certfile =\nkeyfile = /dev/null", {"line 2: key 'keyfile' requires key 'certfile'"}},
-      {"cafile = /nowhere\ncertfile = /\nkeyfile = /dev/null/x",
+      {"certfile = /etc/passwd", {"line 1: key 'certfile' requires key 'keyfile'"}},
+      {"certfile =\nkeyfile = /etc/passwd", {"line 2: key 'keyfile' requires key 'certfile'"}},
+      {"cafile = /nowhere\ncertfile = /\nkeyfile = /dev/null",
        {"1: key 'cafile'", "2: key 'cert", "3: key 'key"}},
   };
   for (const auto& [text, faults] : cases) {
@@ -90,7 +90,7 @@ TEST(ConfigurationTest, EachFaultIsOneErrorLineWithoutAnyPassword) {
 }
 
 TEST(ConfigurationTest, AnUnusableValueThatDoesNotPreventTheStartIsAWarning) {
-  EXPECT_THAT(verified(*parsed("certfile = /dev/null\nkeyfile = /dev/null"), true),
+  EXPECT_THAT(verified(*parsed("certfile = /etc/passwd\nkeyfile = /etc/passwd"), true),
               AllOf(HasSubstr(" WARNING "), HasSubstr("line 1: key 'certfile' has no effect without key "
                                                       "'cafile': the connection is not encrypted")));
   EXPECT_THAT(verified(*parsed("\npresence = No"), true),

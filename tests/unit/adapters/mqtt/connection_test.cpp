@@ -1,11 +1,13 @@
 #include "mqtt/connection.h"
 
 #include <poll.h>
+#include <sys/stat.h>
 
 #include "mqtt/name_lookup.h"
 #include "support/authority.h"
 #include "support/mqtt.h"
 #include "support/scripted_broker.h"
+#include "support/temp_dir.h"
 #include "support/testing.h"
 
 namespace {
@@ -103,6 +105,14 @@ TEST_F(ConnectionTest, APermanentLackOfMemoryEndsTheProcessWithALine) {
 
 TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
   const tests::Authority authority;
+  const tests::TempDir dir;
+  const std::string fifo = dir.path("fifo");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  const auto use_tls = [&](const std::string& certificate, const std::string& key) {
+    settings.cafile = authority.file();
+    settings.certfile = certificate;
+    settings.keyfile = key;
+  };
   const struct {
     Reaction to_connect;
     std::function<void()> change;
@@ -131,9 +141,14 @@ TEST_F(ConnectionTest, AnAttemptFailsWithItsReason) {
       // A ClientHello passes for the packet CONNECT, and the answer is a fatal alert.
       {Reaction("\x15\x03\x03\x00\x02\x02\x28"s), [&] { settings.cafile = authority.file(); },
        ConnectionFailure::tls, "the broker refuses the TLS handshake: handshake failure"},
-      {Reaction::answer, [&] { settings.cafile = settings.certfile = settings.keyfile = authority.file(); },
-       ConnectionFailure::tls,
-       "cafile, certfile or keyfile is damaged, or the key belongs to another certificate"},
+      {Reaction::answer, [&] { use_tls(authority.file(), authority.file()); }, ConnectionFailure::tls,
+       "cafile, certfile or keyfile is damaged or empty, or the key belongs to another certificate"},
+      {Reaction::answer, [&] { use_tls(authority.file(), authority.encrypted_key()); },
+       ConnectionFailure::tls, "keyfile is encrypted; encrypted keys are not supported"},
+      {Reaction::answer, [&] { use_tls("/no/such/file", authority.file()); }, ConnectionFailure::tls,
+       "certfile '/no/such/file': No such file or directory"},
+      {Reaction::answer, [&] { use_tls(authority.file(), fifo); }, ConnectionFailure::tls,
+       "keyfile '" + fifo + "': not a regular file"},
   };
   for (const auto& c : cases) {
     settings = settings_for("127.0.0.1");
