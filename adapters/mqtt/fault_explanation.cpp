@@ -29,6 +29,11 @@ Failure explain_handshake(const Fault& general, const Circumstances& known) {
   return std::nullopt;
 }
 
+// OpenSSL's error when a TLS connection ends without being closed, which may come with any code.
+bool is_end_of_file(const std::string& library_error) {
+  return library_error.find("unexpected eof while reading") != std::string::npos;
+}
+
 }  // namespace
 
 Fault explain(Fault general, const Circumstances& known) {
@@ -37,6 +42,9 @@ Fault explain(Fault general, const Circumstances& known) {
   }
   if (known.refusal != 0) {
     return fault_of_refusal(known.refusal);
+  }
+  if (known.accepted && is_end_of_file(known.last_error)) {
+    return fault_of_errno(0);
   }
   const bool closed = general.kind == ConnectionFailure::closed_by_peer;
   if (known.tls == nullptr && !known.accepted && !known.settings.is_unix_socket() && closed) {
@@ -48,7 +56,8 @@ Fault explain(Fault general, const Circumstances& known) {
       return *std::move(failure);
     }
   }
-  if (!known.last_error.empty()) {
+  // The library logs an error for some ends of a connection and none for others.
+  if (!closed && !known.last_error.empty()) {
     general.reason += " (" + known.last_error + ")";
   }
   return general;

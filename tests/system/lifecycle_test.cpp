@@ -158,6 +158,15 @@ TEST(LoginTest, OnlyTheRightServerIsTrustedAndARefusalIsLoggedOnceAndRetriedWith
   }
 }
 
+TEST(LoginTest, ABrokerThatDiesIsTheSameEventWithTls) {
+  Authority authority;
+  Broker broker("allow_anonymous true\n" + authority.certify("IP:127.0.0.1"));
+  Daemon daemon(config_for(broker.port(), "cafile = " + authority.file()));
+  ASSERT_TRUE(daemon.wait_until_connected());
+  broker.stop();
+  EXPECT_TRUE(daemon.wait_for_output(" lost: connection closed by the peer\n")) << daemon.output();
+}
+
 TEST_F(ConnectionTest, ASilentBrokerIsDetectedAndFoundAgain) {
   Daemon daemon(config("keepalive = 5\n"));
   ASSERT_TRUE(bus.wait_for_text(presence_topic, "online"));

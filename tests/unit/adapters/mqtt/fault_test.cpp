@@ -4,6 +4,8 @@
 
 #include <cerrno>
 
+#include "mqtt/fault_explanation.h"
+#include "support/mqtt.h"
 #include "support/testing.h"
 
 namespace {
@@ -34,6 +36,31 @@ TEST(FaultTest, EveryFailureHasItsKindAndReason) {
   for (const auto& [fault, kind, reason] : cases) {
     EXPECT_EQ(fault.reason, reason);
     EXPECT_EQ(fault.kind, kind) << reason;
+  }
+}
+
+TEST(FaultTest, EveryEndOfAnEstablishedConnectionHasOneReason) {
+  const std::string eof = "OpenSSL Error[0]: error:0A000126:SSL routines::unexpected eof while reading";
+  const MqttSettings settings = tests::settings_for("127.0.0.1");
+  const TlsContext tls("127.0.0.1");
+  const std::string closed = "connection closed by the peer";
+  const std::tuple<Fault, std::string, std::string> cases[] = {
+      {fault_of(MOSQ_ERR_CONN_LOST), "", closed},
+      {fault_of(MOSQ_ERR_CONN_LOST), eof, closed},
+      {fault_of(MOSQ_ERR_TLS), eof, closed},
+      {fault_of_errno(EPROTO), eof, closed},
+      {fault_of_errno(ECONNRESET), "OpenSSL Error[0]: another one", closed},
+      {fault_of(MOSQ_ERR_TLS), "bad record mac", "A TLS error occurred. (bad record mac)"},
+  };
+  for (const auto& [general, last_error, reason] : cases) {
+    const Fault fault = explain(general, {.settings = settings,
+                                          .tls = &tls,
+                                          .reachable = true,
+                                          .accepted = true,
+                                          .refusal = 0,
+                                          .last_error = last_error});
+    EXPECT_EQ(fault.reason, reason) << last_error;
+    EXPECT_EQ(fault.kind, reason == closed ? Kind::closed_by_peer : Kind::tls) << last_error;
   }
 }
 
