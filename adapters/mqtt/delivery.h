@@ -58,7 +58,8 @@ class Delivery {
   /// Queues a message for every observer whose subscription matches, once for each.
   void post(const std::string& topic, Message message);
 
-  /// Counts a message for every observer whose subscription matches as dropped, without queueing it.
+  /// Counts a message that is too large for a queue as dropped, for every observer whose subscription
+  /// matches.
   void drop(const std::string& topic);
 
   /// How many messages have been posted.

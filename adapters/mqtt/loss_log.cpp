@@ -9,7 +9,9 @@ namespace ecu::tamu::com::mqtt {
 void LossLog::add(const Loss& loss) {
   {
     const MutexLock lock(mutex_);
-    topics_[loss.filter].count += loss.count;
+    Topic& topic = topics_[loss.filter];
+    topic.count += loss.count;
+    topic.too_large += loss.too_large;
   }
   log_due();
 }
@@ -41,12 +43,18 @@ void LossLog::log_all() {
   log_until(Clock::time_point::max());
 }
 
+const char* LossLog::cause_of(const Topic& losses) noexcept {
+  return losses.too_large == 0              ? "observer too slow"
+         : losses.too_large == losses.count ? "message too large"
+                                            : "observer too slow or message too large";
+}
+
 void LossLog::log_until(Clock::time_point time) {
   const auto next_line = now_() + interval;
   for (auto& [filter, topic] : topics_) {
     if (topic.count > 0 && topic.next_line <= time) {
-      mqtt_log.warning("observer too slow: ", topic.count, " messages dropped on topic ", filter);
-      topic = {0, next_line};
+      mqtt_log.warning(cause_of(topic), ": ", topic.count, " messages dropped on topic ", filter);
+      topic = {.next_line = next_line};
     }
   }
 }

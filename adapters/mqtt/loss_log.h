@@ -11,10 +11,12 @@
 
 namespace ecu::tamu::com::mqtt {
 
-/// Messages on a subscribed topic that were dropped because its queue was full.
+/// Messages on a subscribed topic that were dropped because its queue was full, or because they are too large
+/// for it.
 struct Loss {
   std::string filter;
   std::uint64_t count;
+  std::uint64_t too_large = 0;  // how many of them
 };
 
 /// Logs how many messages were dropped: one WARNING line per topic when a burst begins, and at most one per
@@ -43,9 +45,11 @@ class LossLog {
  private:
   struct Topic {
     std::uint64_t count = 0;      // dropped since the last line
+    std::uint64_t too_large = 0;  // of these
     Clock::time_point next_line;  // not before
   };
 
+  static const char* cause_of(const Topic& losses) noexcept;
   void log_until(Clock::time_point time) TAMU_REQUIRES(mutex_);
 
   // Constant after construction.

@@ -44,6 +44,7 @@ bool Mailbox::put(const std::string& filter, std::shared_ptr<const QueuedMessage
   const std::size_t bytes = size_of(*message);
   if (bytes > max_waiting_bytes) {
     ++queue->dropped;
+    ++queue->too_large;
     return false;
   }
   queue->waiting.push_back(std::move(message));
@@ -61,6 +62,7 @@ bool Mailbox::put(const std::string& filter, std::shared_ptr<const QueuedMessage
 void Mailbox::drop(const std::string& filter) noexcept {
   if (TopicQueue* const queue = find(filter)) {
     ++queue->dropped;
+    ++queue->too_large;
   }
 }
 
@@ -88,8 +90,8 @@ std::optional<Loss> Mailbox::take_loss() {
   if (lossy == queues_.end()) {
     return std::nullopt;
   }
-  Loss loss{lossy->filter, lossy->dropped};
-  lossy->dropped = 0;
+  Loss loss{lossy->filter, lossy->dropped, lossy->too_large};
+  lossy->dropped = lossy->too_large = 0;
   return loss;
 }
 

@@ -47,7 +47,7 @@ class Mailbox {
   /// the limits. A message that exceeds the limit of a queue is itself dropped.
   [[nodiscard]] bool put(const std::string& filter, std::shared_ptr<const QueuedMessage> message);
 
-  /// Counts a message that arrived on a subscribed topic as dropped.
+  /// Counts a message that arrived on a subscribed topic as dropped because it is too large.
   void drop(const std::string& filter) noexcept;
 
   /// Removes the message that has waited longest; null when the mailbox is empty.
@@ -68,6 +68,7 @@ class Mailbox {
     std::deque<std::shared_ptr<const QueuedMessage>> waiting;
     std::size_t bytes = 0;
     std::uint64_t dropped = 0;
+    std::uint64_t too_large = 0;  // of these
   };
 
   [[nodiscard]] TopicQueue* find(const std::string& filter) noexcept;

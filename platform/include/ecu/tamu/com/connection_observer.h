@@ -39,9 +39,9 @@ class IConnectionObserver {
   /// have ended.
   virtual void subscriptions_settled() = 0;
 
-  /// A subscriber was too slow: this number of the oldest messages that waited for it on `filter` were
-  /// dropped. Called on the transport thread that serves the subscriber, possibly at the same time as the
-  /// other functions.
+  /// This number of messages on `filter` was dropped: the oldest that waited for a subscriber that was too
+  /// slow, or messages that are too large to wait. Called on the transport thread that serves the subscriber,
+  /// possibly at the same time as the other functions.
   virtual void messages_dropped(const std::string& filter, std::uint64_t count) = 0;
 };
 
