@@ -86,6 +86,13 @@ TEST(CommandLineTest, AConfigurationThatFailsVerificationEndsTheProgram) {
   EXPECT_THAT(lines_of(daemon.standard_output()), testing::SizeIs(2)) << daemon.output();
 }
 
+TEST(CommandLineTest, ATerminalThatStopsBackgroundWritersDoesNotStopTheDaemon) {
+  const std::string in_background = "stty tostop; set -m; " + program + " -V & wait $!; echo status $?";
+  Process terminal({"/usr/bin/script", "-qec", in_background, "/dev/null"});
+  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_THAT(terminal.output(), AllOf(HasSubstr("13.3.0"), HasSubstr("status 0")));
+}
+
 TEST(CommandLineTest, TheCommandLineOverridesTheFileAndALaterOptionAnEarlierOne) {
   for (const auto& [config, options, debug_goes_to] :
        std::vector<std::tuple<std::string, std::vector<std::string>, std::string>>{

@@ -24,7 +24,7 @@ void block_signals(const sigset_t& signals) noexcept {
 }
 
 void block_failed_write_signals() noexcept {
-  block_signals(signal_set(std::array{SIGPIPE, SIGXFSZ}));
+  block_signals(signal_set(std::array{SIGPIPE, SIGXFSZ, SIGTTOU}));
 }
 
 void unblock_signals(const sigset_t& signals) noexcept {

@@ -14,8 +14,9 @@ namespace ecu::tamu {
 void block_signals(const sigset_t& signals) noexcept;
 void unblock_signals(const sigset_t& signals) noexcept;
 
-/// Blocks SIGPIPE and SIGXFSZ. The loss of the log's reader, or a log that reaches the limit of a file's
-/// size, then causes a failed write and does not end the process. Call before anything is written.
+/// Blocks SIGPIPE, SIGXFSZ and SIGTTOU. The loss of the log's reader, or a log that reaches the limit of a
+/// file's size, then causes a failed write and does not end the process, and a terminal that stops background
+/// processes that write to it does not stop this one. Call before anything is written.
 void block_failed_write_signals() noexcept;
 
 /// The current mask without `signals`, to pass to a wait such as `ppoll` so that they can interrupt it.
