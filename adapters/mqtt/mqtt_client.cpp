@@ -99,8 +99,9 @@ void MqttClient::connection_up() {
     observer_->connection_up();
     fence_wanted_ = true;
   }
-  first_fence_wanted_ = quarantine_.connection_made();
-  repetition_.connection_up(Connection::Clock::now());
+  const auto now = Connection::Clock::now();
+  first_fence_wanted_ = quarantine_.connection_made(now);
+  repetition_.connection_up(now);
   queue_.connection_up();
 }
 

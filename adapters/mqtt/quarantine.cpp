@@ -72,9 +72,7 @@ bool Quarantine::has_passed(const Publication& publication) const {
 }
 
 Quarantine::Handling Quarantine::handle(const PublicationPtr& publication, Clock::time_point now) {
-  if (searching_ && now - last_loss_ > search_time) {
-    end_search();
-  }
+  end_overdue_search(now);
   const auto found = suspects_.empty() ? suspects_.end() : suspects_.find(publication->topic);
   const bool suspicious = found != suspects_.end();
   if (suspicious) {
@@ -127,10 +125,22 @@ void Quarantine::fence_answered(Clock::time_point now) {
   }
 }
 
-void Quarantine::end_search() {
+// Without an answer to the first fence, `handle` is not called and cannot end the search.
+bool Quarantine::connection_made(Clock::time_point now) noexcept {
+  end_overdue_search(now);
+  return awaits_broker_ = searching_;
+}
+
+void Quarantine::end_search() noexcept {
   searching_ = false;
   losses_ = 0;
   passed_.clear();
+}
+
+void Quarantine::end_overdue_search(Clock::time_point now) noexcept {
+  if (searching_ && now - last_loss_ > search_time) {
+    end_search();
+  }
 }
 
 // Only a message of the same size shows that another cause ended the connection. A larger one shows that no

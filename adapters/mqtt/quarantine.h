@@ -54,7 +54,7 @@ class Quarantine {
 
   /// Call on each new connection. When it returns true, send a fence after the subscriptions, and no
   /// publication while `testing`: a broker that ends the connection for another reason does so before.
-  [[nodiscard]] bool connection_made() noexcept { return awaits_broker_ = searching_; }
+  [[nodiscard]] bool connection_made(Clock::time_point now) noexcept;
 
   /// Whether the answer to a fence is awaited: no publication may be sent.
   [[nodiscard]] bool testing() const noexcept { return awaits_broker_ || under_test_ != nullptr; }
@@ -100,7 +100,8 @@ class Quarantine {
   static Digest digest_of(const Publication& publication);
   [[nodiscard]] bool has_passed(const Publication& publication) const;
   Handling begin_test(const PublicationPtr& publication);
-  void end_search();
+  void end_search() noexcept;
+  void end_overdue_search(Clock::time_point now) noexcept;
   void clear_of_suspicion(const Publication& passed, Clock::time_point now);
   void set_aside(const Publication& publication, Suspect& suspect, Clock::time_point now);
   void await_retest(Suspect& suspect, Clock::time_point now);

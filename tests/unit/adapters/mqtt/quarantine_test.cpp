@@ -207,19 +207,31 @@ TEST_F(QuarantineTest, LossesWithAnotherCauseSetNothingAside) {
 }
 
 TEST_F(QuarantineTest, ALossBeforeTheFirstPublicationOfAConnectionSetsNothingAside) {
-  EXPECT_FALSE(quarantine.connection_made());
+  EXPECT_FALSE(quarantine.connection_made(now));
   EXPECT_FALSE(lose_by("a", "1"));
   EXPECT_FALSE(lose_by("a", "1"));
   for (int i = 0; i < 10; ++i) {  // a subscription, say, that the broker does not want
-    EXPECT_TRUE(quarantine.connection_made());
+    EXPECT_TRUE(quarantine.connection_made(now));
     EXPECT_TRUE(quarantine.testing());
     EXPECT_FALSE(lose());
   }
-  EXPECT_TRUE(quarantine.connection_made());
+  EXPECT_TRUE(quarantine.connection_made(now));
   quarantine.fence_answered(now);
   EXPECT_FALSE(quarantine.testing());
   EXPECT_FALSE(lose_by("a", "1"));
   EXPECT_TRUE(lose_by("a", "1"));
+}
+
+TEST_F(QuarantineTest, TheSearchEndsAlsoIfNoConnectionAnswersItsFirstFence) {
+  EXPECT_FALSE(lose_by("a", "1"));
+  EXPECT_FALSE(lose_by("a", "1"));
+  for (const bool searches : {true, true, false}) {
+    EXPECT_EQ(quarantine.connection_made(now), searches);
+    EXPECT_EQ(quarantine.testing(), searches);
+    EXPECT_FALSE(lose());
+    now += Quarantine::search_time / 2 + 1ms;
+  }
+  EXPECT_EQ(handled("a", "1"), "sent");
 }
 
 TEST_F(QuarantineTest, ATopicThatKeepsFailingIsRetriedAfterDoublingPauses) {
