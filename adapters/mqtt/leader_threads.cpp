@@ -5,7 +5,8 @@
 // The old leader notices the loss of the lead when its present call returns. It then becomes the stand-in, or
 // ends if the new leader has started one meanwhile.
 //
-// A stand-in is started when calls begin and there is none; until then an old leader has time to return. A
+// A stand-in is started when calls begin and there is none; until then an old leader has time to return. If
+// that fails, the calls may last for ever, so another thread tries again during them (`ensure_relief`). A
 // thread that ends leaves its handle in retired_, where the next one joins it, so at most one ended thread
 // waits to be joined.
 
@@ -144,9 +145,12 @@ bool LeaderThreads::leading() const {
   return leader_ == std::this_thread::get_id();
 }
 
-bool LeaderThreads::cannot_be_relieved() const {
+bool LeaderThreads::ensure_relief() {
   const MutexLock lock(mutex_);
-  return in_calls_ && !has_stand_in_;
+  if (in_calls_) {
+    ensure_stand_in();
+  }
+  return !in_calls_ || has_stand_in_;
 }
 
 bool LeaderThreads::end_calls() {

@@ -34,12 +34,13 @@ class LeaderThreads {
   void start();
 
   /// The leader is about to call observers. Without a stand-in it keeps the lead until its calls are over,
-  /// however long they wait. Each call of this function tries to start a missing stand-in.
+  /// however long they wait. This function and `ensure_relief` try to start a missing stand-in.
   void begin_calls();
   /// Whether the calling thread still leads; false once it has been relieved.
   [[nodiscard]] bool leading() const;
-  /// Whether the leader is inside calls and there is no thread to relieve it.
-  [[nodiscard]] bool cannot_be_relieved() const;
+  /// While the leader is inside calls, tries to start a missing stand-in; false if there is still none to
+  /// relieve it. Any thread; returns at once.
+  [[nodiscard]] bool ensure_relief();
   /// The leader has called the observers. False when it was relieved meanwhile.
   [[nodiscard]] bool end_calls();
 

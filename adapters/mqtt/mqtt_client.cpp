@@ -197,10 +197,10 @@ bool MqttClient::deliver() {
   return false;
 }
 
-// An observer may block for a long time. The network is not at fault then, even if no thread can take the
-// lead.
+// An observer may block for a long time. The network is not at fault while no thread can be started to take
+// the lead.
 void MqttClient::handle_wake_up_request() {
-  if (threads_.cannot_be_relieved()) {
+  if (!threads_.ensure_relief()) {
     heartbeat_.beat();
   }
   wake_.signal();
