@@ -16,8 +16,12 @@ namespace ecu::tamu::com::mqtt {
 
 namespace {
 
+std::size_t size_of(const std::string& topic, const Message& message) {
+  return topic.size() + message.payload.size();
+}
+
 std::size_t size_of(const Publication& publication) {
-  return publication.topic.size() + publication.message.payload.size();
+  return size_of(publication.topic, publication.message);
 }
 
 PublicationPtr make_publication(const std::string& topic, Message message) {
@@ -31,7 +35,7 @@ PublishResult Outbox::push(const std::string& topic, Message message) {
   if (!connected_ && !retained) {
     return drop(PublishResult::not_connected, topic);
   }
-  const bool is_full = full(topic, message.acknowledged);
+  const bool is_full = full(topic, message);
   if (is_full && !retained) {
     return drop(PublishResult::overload, topic);
   }
@@ -74,6 +78,7 @@ void Outbox::connection_lost() noexcept {
   stalled_topics_.clear();
   queued_bytes_ = 0;
   stalled_bytes_ = 0;
+  large_is_unwritten_ = false;
 }
 
 void Outbox::announce(const std::string& topic, Message message) {
@@ -105,6 +110,7 @@ void Outbox::pop_batch(std::size_t most, std::size_t most_acknowledged, std::vec
       return;
     }
     bytes += size_of(*next);
+    large_is_unwritten_ = large_is_unwritten_ || bytes > max_queued_bytes;
     most_acknowledged -= next->message.acknowledged ? 1U : 0U;
     batch.push_back(std::move(next));
   }
@@ -159,10 +165,15 @@ void Outbox::forget(const std::vector<PublicationPtr>& publications) {
   }
 }
 
-bool Outbox::full(const std::string& topic, bool acknowledged) const {
-  const bool stalls = !stalled_.empty() && (acknowledged || stalled_topics_.contains(topic));
-  return queue_.size() + (stalls ? stalled_.size() : 0) >= max_queued_publications ||
-         queued_bytes_ + (stalls ? stalled_bytes_ : 0) >= max_queued_bytes;
+bool Outbox::full(const std::string& topic, const Message& message) const {
+  const bool stalls = !stalled_.empty() && (message.acknowledged || stalled_topics_.contains(topic));
+  const std::size_t waiting = queue_.size() + (stalls ? stalled_.size() : 0);
+  const std::size_t bytes = size_of(topic, message);
+  if (bytes > max_queued_bytes) {
+    return waiting > 0 || large_is_unwritten_;
+  }
+  return waiting >= max_queued_publications ||
+         queued_bytes_ + (stalls ? stalled_bytes_ : 0) + bytes > max_queued_bytes;
 }
 
 bool Outbox::replace_retained(const PublicationPtr& publication) {

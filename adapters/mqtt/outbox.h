@@ -14,7 +14,8 @@
 namespace ecu::tamu::com::mqtt {
 
 /// The limits for messages that wait for a slow broker. Beyond them only retained messages are queued; each
-/// replaces a waiting message of its topic.
+/// replaces a waiting message of its topic. A message that exceeds the second limit by itself is queued while
+/// nothing else waits and the connection has written the last one of its kind.
 inline constexpr std::size_t max_queued_publications = 1024;
 inline constexpr std::size_t max_queued_bytes = std::size_t{1024} * 1024;
 
@@ -56,9 +57,9 @@ class Outbox {
 
   [[nodiscard]] bool connected() const noexcept { return connected_; }
   [[nodiscard]] std::size_t size() const noexcept { return queue_.size() + stalled_.size(); }
-  /// Whether the limits are reached, so that only a retained message is queued. Publications that wait for
-  /// acknowledgements leave room for those that do not.
-  [[nodiscard]] bool full(const std::string& topic, bool acknowledged) const;
+  /// Whether the message would exceed the limits, so that it is queued only if it is retained. Publications
+  /// that wait for acknowledgements leave room for those that do not.
+  [[nodiscard]] bool full(const std::string& topic, const Message& message) const;
 
   /// Whether there is a publication to send. While the connection accepts none of quality of service 1,
   /// others overtake these, except on the same topic.
@@ -68,6 +69,8 @@ class Outbox {
   /// Appends to `batch` what is to be sent next: publications until it holds `most`, or has grown by
   /// `max_batch_bytes`; of quality of service 1, at most `most_acknowledged`.
   void pop_batch(std::size_t most, std::size_t most_acknowledged, std::vector<PublicationPtr>& batch);
+  /// The connection has written everything that was taken.
+  void batches_written() noexcept { large_is_unwritten_ = false; }
 
  private:
   using Queue = std::deque<PublicationPtr>;
@@ -87,8 +90,9 @@ class Outbox {
   Queue queue_;
   Queue stalled_;  // older than queue_; its first awaited room for quality of service 1
   std::unordered_multiset<std::string> stalled_topics_;
-  std::size_t queued_bytes_ = 0;   // of queue_
-  std::size_t stalled_bytes_ = 0;  // of stalled_
+  std::size_t queued_bytes_ = 0;     // of queue_
+  std::size_t stalled_bytes_ = 0;    // of stalled_
+  bool large_is_unwritten_ = false;  // a batch had more than max_queued_bytes
   bool connected_ = false;
   bool drop_reported_ = false;  // since the connection was up and the queue empty
 };

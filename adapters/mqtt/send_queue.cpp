@@ -39,17 +39,17 @@ SendQueue::SendQueue(std::optional<Presence> presence, Delivery& delivery, const
 
 PublishResult SendQueue::publish(const std::string& topic, Message message) {
   MutexLock lock(mutex_);
-  if (!message.retained && outbox_.full(topic, message.acknowledged) && delivery_.is_calling_here()) {
-    wait_for_outbox_space(lock, topic, message.acknowledged);
+  if (!message.retained && outbox_.full(topic, message) && delivery_.is_calling_here()) {
+    wait_for_outbox_space(lock, topic, message);
   }
   const PublishResult result = outbox_.push(topic, std::move(message));
   wake_leader(lock);
   return result;
 }
 
-void SendQueue::wait_for_outbox_space(MutexLock& lock, const std::string& topic, bool acknowledged) {
+void SendQueue::wait_for_outbox_space(MutexLock& lock, const std::string& topic, const Message& message) {
   const auto waited_enough = [&]() TAMU_REQUIRES(mutex_) {
-    return broker_stuck_ || stopped_ || !outbox_.connected() || !outbox_.full(topic, acknowledged);
+    return broker_stuck_ || stopped_ || !outbox_.connected() || !outbox_.full(topic, message);
   };
   if (!outbox_space_.wait_for(lock, outbox_space_timeout, waited_enough)) {
     broker_stuck_ = true;
@@ -147,6 +147,9 @@ std::size_t SendQueue::take_changes(std::vector<SubscriptionChange>& changes) {
 
 bool SendQueue::take_batch(const Room& room, std::vector<PublicationPtr>& batch) {
   const MutexLock lock(mutex_);
+  if (room.publications > 0) {
+    outbox_.batches_written();
+  }
   if (batch.empty() && !can_send(room)) {
     outbox_space_.notify_all();
     return false;

@@ -27,7 +27,8 @@ struct SubscriptionChange {
 /// message or the subscription that it was called for; after one for the leader the connection must be ended.
 class SendQueue {
  public:
-  /// How many publications may be sent now, and how many of them with quality of service 1.
+  /// How many publications may be sent now, and how many of them with quality of service 1. There is room
+  /// only when everything before has been written.
   struct Room {
     std::size_t publications = 0;
     std::size_t acknowledged = 0;
@@ -79,7 +80,7 @@ class SendQueue {
   void end_sleep();
 
  private:
-  void wait_for_outbox_space(MutexLock& lock, const std::string& topic, bool acknowledged)
+  void wait_for_outbox_space(MutexLock& lock, const std::string& topic, const Message& message)
       TAMU_REQUIRES(mutex_);
   void wake_leader(MutexLock& lock) TAMU_RELEASE(mutex_);
   void announce_online() TAMU_REQUIRES(mutex_);

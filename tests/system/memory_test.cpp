@@ -108,7 +108,8 @@ TEST_F(MemoryTest, AMessageCostsAFewTimesItsSizeAndNothingLater) {
         << attack.topic << " " << testing::PrintToString(attack.body.substr(0, 8));
   }
   receive_frame(std::string(60000, 'x'));
-  EXPECT_LT(peak([this] { wait_until_handled(); }), 20 * 60 * 5 / 2);  // the answer and its packet
+  EXPECT_LT(peak([this] { wait_until_handled(), wait_until_handled(); }),
+            20 * 60 * 5 / 2);  // the answer and its packet
   const auto end = std::chrono::steady_clock::now() + time_limit;
   do {
     ordinary_messages();
