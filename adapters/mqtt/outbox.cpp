@@ -167,13 +167,9 @@ void Outbox::forget(const std::vector<PublicationPtr>& publications) {
 
 bool Outbox::full(const std::string& topic, const Message& message) const {
   const bool stalls = !stalled_.empty() && (message.acknowledged || stalled_topics_.contains(topic));
-  const std::size_t waiting = queue_.size() + (stalls ? stalled_.size() : 0);
-  const std::size_t bytes = size_of(topic, message);
-  if (bytes > max_queued_bytes) {
-    return waiting > 0 || large_is_unwritten_;
-  }
-  return waiting >= max_queued_publications ||
-         queued_bytes_ + (stalls ? stalled_bytes_ : 0) + bytes > max_queued_bytes;
+  return queue_.size() + (stalls ? stalled_.size() : 0) >= max_queued_publications ||
+         queued_bytes_ + (stalls ? stalled_bytes_ : 0) >= max_queued_bytes ||
+         (large_is_unwritten_ && size_of(topic, message) > max_queued_bytes);
 }
 
 bool Outbox::replace_retained(const PublicationPtr& publication) {

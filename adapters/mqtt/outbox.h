@@ -14,8 +14,8 @@
 namespace ecu::tamu::com::mqtt {
 
 /// The limits for messages that wait for a slow broker. Beyond them only retained messages are queued; each
-/// replaces a waiting message of its topic. A message that exceeds the second limit by itself is queued while
-/// nothing else waits and the connection has written the last one of its kind.
+/// replaces a waiting message of its topic. A message that exceeds the second limit by itself is beyond them
+/// until the connection has written the last one of its kind.
 inline constexpr std::size_t max_queued_publications = 1024;
 inline constexpr std::size_t max_queued_bytes = std::size_t{1024} * 1024;
 
@@ -57,8 +57,8 @@ class Outbox {
 
   [[nodiscard]] bool connected() const noexcept { return connected_; }
   [[nodiscard]] std::size_t size() const noexcept { return queue_.size() + stalled_.size(); }
-  /// Whether the message would exceed the limits, so that it is queued only if it is retained. Publications
-  /// that wait for acknowledgements leave room for those that do not.
+  /// Whether the limits are reached, so that the message is queued only if it is retained. Publications that
+  /// wait for acknowledgements leave room for those that do not.
   [[nodiscard]] bool full(const std::string& topic, const Message& message) const;
 
   /// Whether there is a publication to send. While the connection accepts none of quality of service 1,
