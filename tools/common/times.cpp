@@ -37,7 +37,7 @@ std::string iso_time(std::chrono::system_clock::time_point at) {
 }
 
 std::optional<std::chrono::system_clock::time_point> from_iso_time(const std::string& text) {
-  constexpr int first_year = 70, last_year = 299;  // since 1900
+  constexpr int first_year = 70, last_year = 361;  // since 1900
   std::tm parts{};
   const char* const end = ::strptime(text.c_str(), "%FT%T.", &parts);
   if (end == nullptr || parts.tm_year < first_year || parts.tm_year > last_year) {

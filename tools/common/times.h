@@ -13,7 +13,7 @@ namespace ecu::tools {
 [[nodiscard]] std::string iso_time(std::chrono::system_clock::time_point at);
 [[nodiscard]] std::string local_time(std::chrono::system_clock::time_point at);
 
-/// The inverse of `iso_time`; nothing for any other text, or a time that is not in the years 1970 to 2199.
+/// The inverse of `iso_time`; nothing for any other text, or a time that is not in the years 1970 to 2261.
 [[nodiscard]] std::optional<std::chrono::system_clock::time_point> from_iso_time(const std::string& text);
 
 /// A duration in the largest unit that fits: "3 s", "5 min", "2 h", "4 d".

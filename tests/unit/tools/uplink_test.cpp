@@ -114,6 +114,8 @@ TEST(FleetMessageTest, IsOneJsonObject) {
            {R"({"value":"a","since":"2026-02-30T08:00:00.000Z","stamp":1,"daemon":null})", false},
            {R"({"value":"a","since":"9999-11-22T08:00:00.000Z","stamp":1,"daemon":null})", false},
            {R"({"value":"a","since":"2026-11-22T08:00:00.0","stamp":1,"daemon":null})", false},
+           {R"({"value":"a","since":"2261-12-31T23:59:59.999Z","stamp":1,"daemon":null})", true},
+           {R"({"value":"a","since":"2262-01-01T00:00:00.000Z","stamp":1,"daemon":null})", false},
        }) {
     EXPECT_EQ(fleet_variable_from_json(text).has_value(), is_valid) << text.substr(0, 80);
   }
