@@ -30,8 +30,9 @@ class UnitTopics {
   [[nodiscard]] const std::set<std::string>& retained() const noexcept { return retained_; }
   [[nodiscard]] bool is_online() const { return presence_ == com::topics::presence_online; }
 
-  /// The broker does not report a denied publication, but sends back an accepted one.
-  void clear() {
+  /// The broker does not report a denied publication, but sends back an accepted one. In each `time` at least
+  /// one topic must be cleared.
+  void clear(std::chrono::duration<double> time) {
     const std::size_t count = retained_.size();
     for (const std::string& topic : retained_) {
       com::Message nothing;
@@ -39,7 +40,12 @@ class UnitTopics {
       nothing.retained = true;
       (void)session_.bus().publish(topic, std::move(nothing));
     }
-    if (!session_.wait_until([this] { return retained_.empty(); })) {
+    std::size_t left = 0;
+    do {
+      left = retained_.size();
+      session_.set_time_limit(time);
+    } while (!session_.wait_until([this] { return retained_.empty(); }) && retained_.size() < left);
+    if (!retained_.empty()) {
       throw Failure(retained_.size() == count ? ExitCode::refused : ExitCode::time_out,
                     std::to_string(retained_.size()) + " of " + std::to_string(count) +
                         " topics remain, such as " + *retained_.begin() +
@@ -103,8 +109,7 @@ ExitCode retire(const Options& options) {
   if (!may_clear(options, topics, unit)) {
     throw Failure(ExitCode::failure, "nothing is cleared");
   }
-  topics.session().set_time_limit(options.timeout.value_or(std::chrono::seconds(5)));
-  topics.clear();
+  topics.clear(options.timeout.value_or(std::chrono::seconds(5)));
   if (options.json) {
     print_json({{"unit", json_value(unit)}, {"cleared", count}});
   } else {
