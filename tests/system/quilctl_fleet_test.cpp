@@ -67,11 +67,17 @@ TEST_F(QuilctlFleetTest, AMessageThatCannotBeReadIsOneLine) {
   bus.publish("fleet/U1/presence", "asleep", true);
   bus.publish("fleet/U\xe2\x80\x8e/var/good",
               R"({"value":"\u001b[2J\u009b","since":null,"stamp":1,"daemon":null})", true, 1);
-  const std::string all = call({"--fleet"}).all;
-  EXPECT_THAT(all,
-              AllOf(HasSubstr("quilctl: cannot read the message on fleet/U1/var/bad\n"),
-                    HasSubstr("quilctl: cannot read the message on fleet/U1/presence\n"),
-                    HasSubstr(R"(U\xe2\x80\x8e  good  \x1b[2J\xc2\x9b  -    -)"), Not(HasSubstr("\x1b"))));
+  const std::string all = call({"--fleet"}, 6).all;
+  EXPECT_THAT(all, AllOf(HasSubstr("quilctl: cannot read the message on fleet/U1/var/bad\n"),
+                         HasSubstr("quilctl: cannot read the message on fleet/U1/presence\n"),
+                         HasSubstr(R"(U\xe2\x80\x8e  good  \x1b[2J\xc2\x9b  -    -)"), Not(HasSubstr("\x1b")),
+                         HasSubstr("quilctl: no unit is online: these values were published last\n")));
+}
+
+TEST_F(QuilctlFleetTest, FollowsTheBrokerOverAnOutage) {
+  broker.stop();
+  EXPECT_THAT(call({"--fleet", "status", "--json"}, 7).out,
+              HasSubstr(R"("reachable":false,"reason":"broker /)"));
 }
 
 TEST_F(QuilctlFleetTest, RefusesWhatItCannotDo) {
@@ -88,6 +94,7 @@ TEST_F(QuilctlFleetTest, RefusesWhatItCannotDo) {
            {{"retire", "U1"}, 2, "retire needs --fleet"},
            {{"--fleet", "U1", "retire", "U2"}, 2, "--fleet: retire names its unit itself"},
            {{"--fleet", "U2", "status"}, 3, "no unit is named 'U2'"},
+           {{"--fleet", "U2", "get", "vehicleid", "--wait", "0.1"}, 27, "no unit is named 'U2'"},
            {{"--fleet", "--fleet-prefix", "trucks"}, 3, "no unit is known"},
            {{"--fleet", "list", "vehicleidd"}, 3, "did you mean 'vehicleid'?"},
        }) {

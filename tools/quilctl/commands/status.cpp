@@ -10,6 +10,7 @@
 #include "common/escaping.h"
 #include "common/times.h"
 #include "quilctl/commands/commands.h"
+#include "quilctl/fleet/fleet_commands.h"
 #include "quilctl/model/variable_rows.h"
 #include "quilctl/talk/client_configuration.h"
 #include "quilctl/talk/parameter_client.h"
@@ -142,6 +143,9 @@ ExitCode status(const Options& options) {
   const auto config = client_configuration(options.broker);
   const std::string broker = tools::broker_address(*config);
   try {
+    if (options.fleet) {
+      return fleet::status(options);
+    }
     Status status = read_status(options);
     status.broker = broker;
     status.origin = address_origin(options.broker, *config);

@@ -11,6 +11,9 @@ ExitCode list(const Options& options) {
   RequestSession session(options, source.filters(false), handler_of(source));
   source.require_known();
   print_rows(options, source.rows(), source.clock());
+  if (!source.is_any_online()) {
+    throw Failure(ExitCode::daemon_off_line, "no unit is online: these values were published last");
+  }
   return ExitCode::done;
 }
 
@@ -18,6 +21,7 @@ ExitCode get(const Options& options) {
   FleetSource source(options);
   RequestSession session(options, source.filters(false), handler_of(source));
   session.await_values(options, [&source] { return source.rows(true); });
+  source.require_units(options.wait ? ExitCode::time_out : ExitCode::unknown);
   source.require_known();
   const bool is_single =
       source.is_one_unit() && options.arguments.size() == 1 && !tools::is_pattern(options.arguments.front());

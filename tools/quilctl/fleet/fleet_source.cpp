@@ -110,12 +110,15 @@ std::vector<VariableRow> FleetSource::rows(bool with_missing) const {
   return all;
 }
 
-void FleetSource::require_units() const {
+void FleetSource::require_units(ExitCode code) const {
   if (std::ranges::none_of(units(), &FleetView::Unit::is_known)) {
-    throw Failure(ExitCode::unknown,
-                  (pattern_ == "*" ? "no unit is known" : "no unit is named '" + pattern_ + '\'') +
-                      ": nothing is published, or the broker's access rules deny access");
+    throw Failure(code, (pattern_ == "*" ? "no unit is known" : "no unit is named '" + pattern_ + '\'') +
+                            ": nothing is published, or the broker's access rules deny access");
   }
+}
+
+bool FleetSource::is_any_online() const {
+  return std::ranges::any_of(units(), &FleetView::Unit::is_online);
 }
 
 void FleetSource::require_known() const {

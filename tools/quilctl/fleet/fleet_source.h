@@ -32,7 +32,9 @@ class FleetSource final : public VariableSource {
   /// The chosen units.
   [[nodiscard]] std::vector<const FleetView::Unit*> units() const;
   /// Throws `Failure` when --fleet chooses no unit.
-  void require_units() const;
+  void require_units(ExitCode code = ExitCode::unknown) const;
+  /// Whether one of the chosen units is online.
+  [[nodiscard]] bool is_any_online() const;
   /// Whether --fleet names one unit.
   [[nodiscard]] bool is_one_unit() const;
 

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -52,7 +51,7 @@ ExitCode status(const Options& options) {
     print_table(units);
     std::cout << source.summary().text << '\n';
   }
-  return std::ranges::any_of(units, &FleetView::Unit::is_online) ? ExitCode::done : ExitCode::daemon_off_line;
+  return source.is_any_online() ? ExitCode::done : ExitCode::daemon_off_line;
 }
 
 }  // namespace ecu::ctl::fleet
