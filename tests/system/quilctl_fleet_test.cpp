@@ -75,6 +75,12 @@ TEST_F(QuilctlFleetTest, AMessageThatCannotBeReadIsOneLine) {
 }
 
 TEST_F(QuilctlFleetTest, FollowsTheBrokerOverAnOutage) {
+  bus.publish("fleet/U1/presence", "online", true, 1);
+  bus.publish("fleet/U1/var/a", R"({"value":"x","since":null,"stamp":1,"daemon":null})", true, 1);
+  Process watch(command({"--fleet", "watch"}));
+  ASSERT_TRUE(watch.wait_for_output("U1  a  x\n"));
+  broker.restart();
+  EXPECT_TRUE(watch.wait_for_output("U1  a  (no value)\n")) << "it retains nothing";
   broker.stop();
   EXPECT_THAT(call({"--fleet", "status", "--json"}, 7).out,
               HasSubstr(R"("reachable":false,"reason":"broker /)"));

@@ -13,6 +13,7 @@
 #include "common/variable_catalogue.h"
 #include "quilctl/base/failure.h"
 #include "quilctl/base/value_input.h"
+#include "quilctl/fleet/fleet_source.h"
 #include "quilctl/model/line_format.h"
 #include "quilctl/screen/display_width.h"
 #include "quilctl/screen/live_table.h"
@@ -247,6 +248,41 @@ TEST(QuilctlTable, FollowsTheBusAndTheKeyboard) {
       EXPECT_LE(display_width(line.text), std::max<std::size_t>(size, 2));
     }
   }
+}
+
+TEST(QuilctlTable, WhatIsGoneAfterAnOutageIsShownAsCleared) {
+  Options options;
+  options.fleet = "";
+  FleetSource source(options);
+  LiveTable table("broker:1", source);
+  const auto connect = [&](const std::vector<std::string>& units) {
+    table.handle(Event{Event::Kind::up, {}, {}, {}});
+    for (const std::string& unit : units) {
+      EXPECT_FALSE(source.next_missed()) << "before everything has arrived";
+      table.handle(
+          Event{Event::Kind::message, "fleet/" + unit + "/presence", tests::raw_message("online"), {}});
+      table.handle(Event{
+          Event::Kind::message,
+          "fleet/" + unit + "/var/vin",
+          tests::raw_message(R"({"value":"A","since":"2261-12-31T23:59:59.000Z","stamp":1,"daemon":null})"),
+          {}});
+    }
+    table.handle(Event{Event::Kind::settled, {}, {}, {}});
+    while (const auto missed = source.next_missed()) {
+      table.handle(*missed);
+    }
+    std::string text;
+    for (const ScreenLine& line : table.whole(60)) {
+      text += line.text + '\n';
+    }
+    return text;
+  };
+  EXPECT_THAT(connect({"U1", "U2"}), testing::StartsWith("2 of 2 units online  broker:1\n"));
+  EXPECT_THAT(connect({"U2"}), testing::MatchesRegex("1 of 1 units online  broker:1\n"
+                                                     "  UNIT .*\n"
+                                                     "  U2 +vin +A +0 s +-\n"
+                                                     ".*  U1 is retired\n"
+                                                     ".*  U1  vin  [(]no value[)]\n"));
 }
 
 TEST(QuilctlCatalogue, HoldsWhatTheDaemonPublishes) {

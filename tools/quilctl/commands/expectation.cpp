@@ -75,15 +75,11 @@ std::optional<std::string> value_of(const std::string& name, const VariableView&
   return variable == nullptr ? std::nullopt : variable->value;
 }
 
-bool has_variables(const Expectation& expected, const VariableView& view) {
-  return std::ranges::all_of(expected, [&view](const auto& one) {
-    return is_parameter(one) || value_of(one.first, view, {}).value_or("") == one.second;
-  });
-}
-
-bool has_parameters(const Expectation& expected, const Parameters& held) {
-  return std::ranges::all_of(expected, [&held](const auto& one) {
-    return !is_parameter(one) || value_of(one.first, {}, held).value_or("") == one.second;
+// Of the parameters, or of the variables.
+bool is_met(const Expectation& expected, bool of_parameters, const VariableView& view,
+            const Parameters& held) {
+  return std::ranges::all_of(expected, [&](const auto& one) {
+    return is_parameter(one) != of_parameters || value_of(one.first, view, held).value_or("") == one.second;
   });
 }
 
@@ -99,10 +95,10 @@ Parameters await_parameters(const Options& options, const Expectation& expected,
     if (auto reply = client.try_read()) {
       held = std::move(*reply);
     }
-    if (!has_parameters(expected, held)) {
+    if (!is_met(expected, true, {}, held)) {
       client.session().process_until(deadline);  // at most until the time limit
     }
-  } while (!has_parameters(expected, held) && Clock::now() < deadline);
+  } while (!is_met(expected, true, {}, held) && Clock::now() < deadline);
   return held;
 }
 
@@ -153,7 +149,7 @@ ExitCode list_expected(const Options& options) {
   // Its connection must end before another one begins.
   std::optional<VariableSession> session(std::in_place, options, true, default_time_limit);
   require_known(variable_rows(session->view()), variables_of(expected));
-  (void)session->session().wait_until([&] { return has_variables(expected, session->view()); });
+  (void)session->session().wait_until([&] { return is_met(expected, false, session->view(), {}); });
   session->determine_clock();
   const VariableView view = session->view();
   const UnitClock clock = session->clock();

@@ -30,9 +30,6 @@ class Changes {
     if (event.kind == Event::Kind::settled) {
       note_unknown_names();
     }
-    if (event.kind != Event::Kind::message) {
-      return false;
-    }
     const auto update = source_.take(event);
     tools::note(update.notice);
     if (update.changed) {
@@ -90,12 +87,11 @@ class Changes {
 
 // False when a key ends the table.
 bool handle_keys(LiveTable& table, TerminalScreen& screen) {
-  for (KeyPress press = screen.next_key(); press.key != Key::none; press = screen.next_key()) {
-    if (!table.handle(press)) {
-      return false;
-    }
+  KeyPress press = screen.next_key();
+  while (press.key != Key::none && table.handle(press)) {
+    press = screen.next_key();
   }
-  return true;
+  return press.key == Key::none;
 }
 
 void follow(LiveTable& table, TerminalScreen& screen, MonitorSession& session) {
@@ -156,7 +152,7 @@ ExitCode watch(const Options& options) {
     tools::note("a table needs a terminal that can place text; printing a line for each change instead");
   }
   const std::unique_ptr<VariableSource> source = source_of(options);
-  MonitorSession session(options, source->filters(screen.has_value()));
+  MonitorSession session(options, source->filters(screen.has_value()), 0, source.get());
   if (session.bus().is_local()) {
     source->use_local_clock();
   }

@@ -7,6 +7,7 @@
 #include "common/fleet_message.h"
 #include "common/name_pattern.h"
 #include "common/notes.h"
+#include "common/times.h"
 #include "quilctl/base/failure.h"
 
 namespace ecu::ctl {
@@ -67,7 +68,24 @@ std::vector<std::string> FleetSource::filters(bool for_table) const {
   return filters;
 }
 
-VariableSource::Update FleetSource::take(const Event& message) {
+VariableSource::Update FleetSource::take(const Event& event) {
+  if (event.kind == Event::Kind::up) {
+    unconfirmed_ = view_.topics();
+  }
+  settled_ = event.kind == Event::Kind::settled || (settled_ && event.kind == Event::Kind::message);
+  return event.kind == Event::Kind::message ? take_message(event) : Update();
+}
+
+// What the broker retained before the connection was lost, but retains no longer, was cleared meanwhile.
+std::optional<Event> FleetSource::next_missed() {
+  if (!settled_ || unconfirmed_.empty()) {
+    return std::nullopt;
+  }
+  return Event{.text = *unconfirmed_.begin(), .message = {}, .at = tools::wall_clock_now()};
+}
+
+VariableSource::Update FleetSource::take_message(const Event& message) {
+  unconfirmed_.erase(message.text);
   const auto [kind, unit, variable] = view_.take(message.text, message.message);
   if (kind == VariableView::Change::faulty) {
     return {.notice = "cannot read the message on " + message.text};

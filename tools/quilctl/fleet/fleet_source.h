@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,7 +21,8 @@ class FleetSource final : public VariableSource {
   [[nodiscard]] std::vector<std::string> filters(bool for_table) const override;
   /// Of the states of the units: presence, the daemon's presence, and the time of the connection.
   [[nodiscard]] std::vector<std::string> state_filters() const;
-  Update take(const Event& message) override;
+  Update take(const Event& event) override;
+  [[nodiscard]] std::optional<Event> next_missed() override;
   [[nodiscard]] std::vector<VariableRow> rows() const override { return rows(false); }
   /// The chosen variables; `with_missing` adds those of the catalogue that a unit has not published.
   [[nodiscard]] std::vector<VariableRow> rows(bool with_missing) const;
@@ -40,12 +43,15 @@ class FleetSource final : public VariableSource {
 
  private:
   [[nodiscard]] std::string filter(const std::string& end) const;
+  [[nodiscard]] Update take_message(const Event& message);
 
   const std::string pattern_;  // of the units
   const std::string prefix_;
   const std::vector<std::string> names_;
   FleetView view_;
-  const UnitClock clock_;  // never known: ages are by the wall clock
+  std::set<std::string> unconfirmed_;  // topics that the present connection has not brought
+  bool settled_ = false;               // it has brought everything
+  const UnitClock clock_;              // never known: ages are by the wall clock
 };
 
 /// Passes each message to the source, and notes those that cannot be read.

@@ -73,6 +73,20 @@ FleetView::Unit& FleetView::unit(const std::string& name) {
       .first->second;
 }
 
+std::set<std::string> FleetView::topics() const {
+  std::set<std::string> all;
+  for (const auto& [name, unit] : units_) {
+    for (const char* const state :
+         {topics::fleet_presence, topics::fleet_daemon, topics::fleet_connected_since}) {
+      all.insert(prefix_ + '/' + name + '/' + state);
+    }
+    for (const auto& [variable, value] : unit.variables.all()) {
+      all.insert(unit.unit.variable_prefix + variable);
+    }
+  }
+  return all;
+}
+
 FleetView::Change FleetView::take(const std::string& topic, const tamu::com::Message& message) {
   const std::size_t begin = prefix_.size() + 1;
   const std::size_t end = topic.find('/', begin);

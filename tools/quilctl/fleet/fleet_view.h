@@ -3,6 +3,7 @@
 #include <chrono>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -43,6 +44,8 @@ class FleetView {
 
   /// All units, by name.
   [[nodiscard]] const std::map<std::string, Unit, std::less<>>& units() const noexcept { return units_; }
+  /// The topics that may be retained, as far as messages or `unit` have named them.
+  [[nodiscard]] std::set<std::string> topics() const;
   /// The unit of that name; adds it if it has not published anything.
   Unit& unit(const std::string& name);
 

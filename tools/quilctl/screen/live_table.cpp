@@ -42,15 +42,13 @@ std::pair<std::string, std::string> key_of(const VariableRow& row) {
 void LiveTable::handle(const Event& event) {
   connected_ = event.kind == Event::Kind::up || (connected_ && event.kind != Event::Kind::down);
   settled_ = settled_ || event.kind == Event::Kind::settled;
-  if (event.kind == Event::Kind::message) {
-    const auto update = source_.take(event);
-    if (!update.notice.empty()) {
-      add_line(event.at, tools::printable(update.notice));
-    }
-    if (update.changed && settled_) {
-      changed_[key_of(*update.changed)] = Clock::now();
-      add_line(event.at, line_of(*update.changed));
-    }
+  const auto update = source_.take(event);
+  if (!update.notice.empty()) {
+    add_line(event.at, tools::printable(update.notice));
+  }
+  if (update.changed && settled_) {
+    changed_[key_of(*update.changed)] = Clock::now();
+    add_line(event.at, line_of(*update.changed));
   }
   redraw_due_ = std::min(redraw_due_, Clock::now() + redraw_delay);
 }

@@ -36,12 +36,6 @@ std::unique_ptr<Configuration> read_without_errors(const std::string& path) {
   return config;
 }
 
-// The broker closes a connection when another client takes its identifier. A process identifier is unique on
-// one machine only.
-std::string new_client_identifier() {
-  return "quilctl-" + tools::to_hex_number(std::random_device()());
-}
-
 }  // namespace
 
 std::unique_ptr<Configuration> read_configuration(const std::string& path) {
@@ -57,7 +51,9 @@ std::unique_ptr<Configuration> read_configuration(const std::string& path) {
 std::unique_ptr<Configuration> client_configuration(const BrokerOptions& options) {
   const std::string file = config_file_of(options);
   auto config = file.empty() ? std::make_unique<Configuration>() : read_without_errors(file);
-  config->set_value("client_name", new_client_identifier());
+  // The broker closes a connection when another client takes its identifier. A process identifier is unique
+  // on one machine only.
+  config->set_value("client_name", "quilctl-" + tools::to_hex_number(std::random_device()()));
   config->set_value("presence", "no");
   tools::apply(options, *config);
   return config;

@@ -20,21 +20,20 @@ constexpr std::chrono::seconds loss_interval{1};
 
 }  // namespace
 
-MonitorSession::MonitorSession(const Options& options, const std::vector<std::string>& filters, int max_qos)
+MonitorSession::MonitorSession(const Options& options, const std::vector<std::string>& filters, int max_qos,
+                               VariableSource* source)
     : options_(options),
       bus_(options.broker, filters, max_qos),
+      source_(source),
       first_deadline_(Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                          options.timeout.value_or(default_timeout))) {}
 
 std::optional<Event> MonitorSession::next(Clock::time_point wake, int input) {
-  notice_.clear();
   auto event = next_event(wake, input);
   if (!event && !was_up_ && Clock::now() >= first_deadline_) {
     throw bus_.not_reachable("no answer");
   }
-  if (event) {
-    notice_ = notice_of(*event);
-  }
+  notice_ = event ? notice_of(*event) : "";
   if (notice_.empty() && Clock::now() >= loss_due_) {
     notice_ = loss_notice();
   }
@@ -48,7 +47,8 @@ std::optional<Event> MonitorSession::next_event(Clock::time_point wake, int inpu
   if (Clock::now() < loss_due_) {
     wake = std::min(wake, loss_due_);
   }
-  return bus_.next(wake, input, true);
+  auto event = source_ != nullptr ? source_->next_missed() : std::nullopt;
+  return event ? std::move(event) : bus_.next(wake, input, true);
 }
 
 MonitorSession::Clock::time_point MonitorSession::end() const {

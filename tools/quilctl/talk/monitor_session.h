@@ -7,6 +7,7 @@
 
 #include "quilctl/base/options.h"
 #include "quilctl/talk/bus_connection.h"
+#include "quilctl/talk/variable_source.h"
 
 namespace ecu::ctl {
 
@@ -16,8 +17,10 @@ class MonitorSession {
  public:
   using Clock = BusConnection::Clock;
 
-  /// See `BusConnection`. The options must outlive the session.
-  MonitorSession(const Options& options, const std::vector<std::string>& filters, int max_qos = 0);
+  /// See `BusConnection`. What `source` has missed comes before the events of the bus. The options and the
+  /// source must outlive the session.
+  MonitorSession(const Options& options, const std::vector<std::string>& filters, int max_qos = 0,
+                 VariableSource* source = nullptr);
 
   /// The next event; nothing at `wake` or when the descriptor `input` is readable, and sometimes before.
   /// Throws `Interrupted`, and `Failure` when the broker is unreachable at the start or refuses a
@@ -53,6 +56,7 @@ class MonitorSession {
 
   const Options& options_;
   BusConnection bus_;
+  VariableSource* const source_;  // may be null
   const Clock::time_point first_deadline_;
   bool was_up_ = false;
   Clock::time_point loss_due_;          // of the next report of lost messages

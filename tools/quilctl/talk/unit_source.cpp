@@ -40,6 +40,9 @@ std::vector<std::string> UnitSource::filters(bool for_table) const {
 }
 
 VariableSource::Update UnitSource::take(const Event& message) {
+  if (message.kind != Event::Kind::message) {
+    return {};
+  }
   if (message.text == topics::ignition) {
     return take_ignition(message);
   }

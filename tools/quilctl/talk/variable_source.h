@@ -30,8 +30,10 @@ class VariableSource {
   virtual void use_local_clock() noexcept {}
   /// The topics to subscribe to; more for a live table.
   [[nodiscard]] virtual std::vector<std::string> filters(bool for_table) const = 0;
-  /// Takes a message of these topics.
-  virtual Update take(const Event& message) = 0;
+  /// Takes an event; messages are of these topics.
+  virtual Update take(const Event& event) = 0;
+  /// A message to take before the next event of the bus: one that was missed.
+  [[nodiscard]] virtual std::optional<Event> next_missed() { return std::nullopt; }
 
   /// The chosen variables. They refer to the source until its next message.
   [[nodiscard]] virtual std::vector<VariableRow> rows() const = 0;
