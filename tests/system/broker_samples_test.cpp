@@ -302,6 +302,19 @@ TEST_F(BridgeTest, AUnitsPresenceIsVisibleEvenIfAnotherTakesItsIdentifier) {
   EXPECT_TRUE(monitor.wait_for_text(unit_tree + "connected", "0"));
 }
 
+TEST_F(FleetTest, CertificatesThatCannotBeMadeAreNamed) {
+  const std::string script = SOURCE_DIR "/deploy/fleet/fleet-certificates";
+  for (const auto& [words, reason] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{script, "/proc", "broker"}, "openssl cannot make the certificate of the authority in /proc"},
+           {{script, dir.path("certificates"), "broker", "c d"},
+            "'c d' is not a unit's name: 1 to 64 letters"},
+       }) {
+    Process refused(words);
+    EXPECT_EQ(refused.wait(), 1);
+    EXPECT_THAT(refused.output(), testing::StartsWith("fleet-certificates: " + reason));
+  }
+}
+
 TEST_F(FleetTest, AHostileUnitNeitherForgesNorReadsNorDisturbsAnother) {
   Broker unit_broker;
   BusClient unit(unit_broker.port());
