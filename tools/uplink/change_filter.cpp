@@ -23,18 +23,25 @@ bool ChangeFilter::take(const std::string& key, const std::string& text, BootTim
 }
 
 void ChangeFilter::send_all_again() {
+  send_again([](const std::string&, const Context&) { return true; });
+}
+
+void ChangeFilter::send_again(const Test& is_outdated) {
   for (auto& [key, entry] : entries_) {
-    entry.sent.reset();
-    entry.is_changed = true;
+    if (entry.sent && is_outdated(key, entry.sent_in)) {
+      entry.sent.reset();
+      entry.is_changed = true;
+    }
   }
 }
 
-void ChangeFilter::send_due(BootTime now, const Send& send) {
+void ChangeFilter::send_due(BootTime now, const Context& context, const Send& send) {
   for (auto& [key, entry] : entries_) {
     if (due(entry) <= now) {
       entry.sent = entry.value.text;
       entry.is_changed = false;
       entry.sent_at = now;
+      entry.sent_in = context;
       send(key, entry.value);
     }
   }

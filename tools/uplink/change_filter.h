@@ -14,6 +14,9 @@ namespace ecu::uplink {
 /// Time since the unit's boot (CLOCK_BOOTTIME), which no change of the wall clock affects.
 using BootTime = std::chrono::nanoseconds;
 
+/// A time of day in UTC, also after 2038 on 32 bits.
+using WallTime = std::chrono::system_clock::time_point;
+
 /// Decides which values are sent to the fleet, and when: a value that changed, at most once a minimum
 /// interval, and every value once a refresh. Its memory is bounded. Not thread-safe.
 class ChangeFilter {
@@ -31,7 +34,14 @@ class ChangeFilter {
     friend bool operator==(const Value&, const Value&) = default;
   };
 
+  /// What a message says besides its value.
+  struct Context {
+    std::optional<WallTime> booted;     ///< the unit's boot by its wall clock; nothing while that is not set
+    std::optional<std::string> daemon;  ///< the daemon's presence; nothing while it is unknown
+  };
+
   using Send = std::function<void(const std::string& key, const Value& value)>;
+  using Test = std::function<bool(const std::string& key, const Context& context)>;
 
   /// There is always room for the keys of `reserved`.
   explicit ChangeFilter(const Limits& limits, std::set<std::string> reserved = {})
@@ -46,8 +56,11 @@ class ChangeFilter {
   /// Makes every value due at once, as if none had been sent.
   void send_all_again();
 
-  /// Calls `send` for each value that is due. It counts as sent, even if `send` throws.
-  void send_due(BootTime now, const Send& send);
+  /// The same for each value for which `is_outdated` holds with the context in which it was sent.
+  void send_again(const Test& is_outdated);
+
+  /// Calls `send` for each value that is due. It counts as sent in `context`, even if `send` throws.
+  void send_due(BootTime now, const Context& context, const Send& send);
 
   /// Calls `visit` with the key of each value that was sent.
   void for_each_sent(const std::function<void(const std::string& key)>& visit) const;
@@ -61,6 +74,7 @@ class ChangeFilter {
     std::optional<std::string> sent;
     bool is_changed = true;  // the value differs from what was sent
     BootTime sent_at{};
+    Context sent_in{};
   };
 
   [[nodiscard]] BootTime due(const Entry& entry) const;

@@ -37,13 +37,7 @@ class FleetLink::ConnectionObserver final : public com::IConnectionObserver {
  public:
   explicit ConnectionObserver(FleetLink& link) : link_(link) {}
 
-  void connection_up() override {
-    {
-      const tamu::MutexLock lock(link_.mutex_);
-      link_.connected_at_ = boot_time_now();
-    }
-    link_.publish_connection_time();
-  }
+  void connection_up() override { link_.connection_up(); }
   void connection_down(com::ConnectionFailure /*failure*/, const std::string& /*reason*/) override {}
   void subscription_refused(const std::string& /*filter*/) override {}
   void subscriptions_settled() override {}
@@ -54,10 +48,11 @@ class FleetLink::ConnectionObserver final : public com::IConnectionObserver {
 };
 
 FleetLink::FleetLink(const UplinkSettings& settings, const std::string& unit, WallClock wall_clock,
-                     const std::shared_ptr<OldTopics>& old_topics)
+                     const std::shared_ptr<OldTopics>& old_topics, std::function<void()> connected)
     : unit_(unit),
       tree_(settings.prefix + '/' + unit + '/'),
       wall_clock_(std::move(wall_clock)),
+      connected_(std::move(connected)),
       client_(create_client(settings, unit, tree_, std::make_shared<ConnectionObserver>(*this), old_topics)) {
   old_topics->remove_tree(tree_);
   for (const std::string& topic : old_topics->all()) {
@@ -74,13 +69,27 @@ void FleetLink::publish(const std::string& topic, const std::string& payload) {
   (void)client_->publish(topic, std::move(message));  // remembered without a connection, too
 }
 
-void FleetLink::publish_connection_time() {
-  const tamu::MutexLock lock(mutex_);
-  if (connected_at_ != BootTime::zero()) {
-    const auto now = wall_clock_();
-    publish(topic(topics::fleet_connected_since),
-            now ? tools::iso_time(*now - (boot_time_now() - connected_at_)) : std::string());
+void FleetLink::connection_up() {
+  {
+    const tamu::MutexLock lock(mutex_);
+    connected_at_ = boot_time_now();
+    publish_connection_time();
   }
+  connected_();
+}
+
+void FleetLink::complete_connection_time() {
+  const tamu::MutexLock lock(mutex_);
+  if (is_time_missing_) {
+    publish_connection_time();
+  }
+}
+
+void FleetLink::publish_connection_time() {
+  const auto now = wall_clock_();
+  is_time_missing_ = !now;
+  publish(topic(topics::fleet_connected_since),
+          now ? tools::iso_time(*now - (boot_time_now() - connected_at_)) : std::string());
 }
 
 }  // namespace ecu::uplink

@@ -23,9 +23,10 @@ class FleetLink {
   using WallClock = std::function<std::optional<WallTime>()>;
 
   /// Begins to connect. `settings` is only read during the call. Clears `old_topics`, and removes each that
-  /// the broker has cleared.
+  /// the broker has cleared. `connected` is called on the transport's leader for each connection, before what
+  /// was published so far is sent; it must not wait for a thread that destroys this link.
   FleetLink(const UplinkSettings& settings, const std::string& unit, WallClock wall_clock,
-            const std::shared_ptr<OldTopics>& old_topics);
+            const std::shared_ptr<OldTopics>& old_topics, std::function<void()> connected);
   /// Stops, which takes at most 2 s.
   ~FleetLink() = default;
   FleetLink(const FleetLink&) = delete;
@@ -39,8 +40,8 @@ class FleetLink {
   /// Publishes `payload` on a topic. An empty one clears what the broker retains.
   void publish(const std::string& topic, const std::string& payload);
 
-  /// Publishes when the present or last connection began; clears that topic while the wall clock is not set.
-  void publish_connection_time() TAMU_EXCLUDES(mutex_);
+  /// Publishes when the present or last connection began if the wall clock was not set at that time.
+  void complete_connection_time() TAMU_EXCLUDES(mutex_);
 
   /// Requests the stop; see ITransportClient::stop.
   void stop() { client_->stop(); }
@@ -48,13 +49,18 @@ class FleetLink {
  private:
   class ConnectionObserver;
 
+  void connection_up() TAMU_EXCLUDES(mutex_);
+  void publish_connection_time() TAMU_REQUIRES(mutex_);
+
   // Constant after construction.
   const std::string unit_;
   const std::string tree_;
   const WallClock wall_clock_;
+  const std::function<void()> connected_;
 
   tamu::Mutex mutex_;  // held while the time is published, so that the latest one stays
-  BootTime connected_at_ TAMU_GUARDED_BY(mutex_){};  // 0: never
+  BootTime connected_at_ TAMU_GUARDED_BY(mutex_){};
+  bool is_time_missing_ TAMU_GUARDED_BY(mutex_) = false;  // because the wall clock was not set
 
   // With its own synchronisation.
   const std::shared_ptr<tamu::com::ITransportClient> client_;

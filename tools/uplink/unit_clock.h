@@ -1,14 +1,10 @@
 #pragma once
 
-#include <chrono>
 #include <optional>
 
 #include "uplink/change_filter.h"
 
 namespace ecu::uplink {
-
-/// A time of day in UTC, also after 2038 on 32 bits.
-using WallTime = std::chrono::system_clock::time_point;
 
 [[nodiscard]] BootTime boot_time_now();
 

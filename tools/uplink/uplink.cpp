@@ -37,6 +37,16 @@ std::set<std::string> reserved_keys() {
   return keys;
 }
 
+std::string payload_of(const std::string& key, const ChangeFilter::Value& value,
+                       const ChangeFilter::Context& context) {
+  if (key == topics::fleet_daemon) {
+    return value.text;
+  }
+  return tools::to_json({value.text,
+                         context.booted ? std::optional(*context.booted + value.since) : std::nullopt,
+                         value.since.count(), context.daemon});
+}
+
 }  // namespace
 
 class Uplink::BusObserver final : public com::ISubscriptionObserver {
@@ -69,17 +79,13 @@ Uplink::Uplink(UplinkSettings settings, WallClock wall_clock)
     : settings_(std::move(settings)),
       wall_clock_(std::move(wall_clock)),
       observer_(std::make_shared<BusObserver>(*this)),
-      clock_was_unset_(!wall_clock_()),
       filter_(settings_.limits, reserved_keys()),
       bus_(com::create_client(settings_.bus, com::TransportType::mqtt, std::make_shared<BusConnection>(*this),
                               {.name = "unit"})) {}
 
 Uplink::~Uplink() {
-  {
-    const tamu::MutexLock lock(mutex_);
-    is_stopping_ = true;
-  }
-  timer_wake_.notify_all();
+  is_stopping_ = true;
+  timer_wake_.signal();
   timer_ = {};  // it uses bus_
 }
 
@@ -123,7 +129,7 @@ void Uplink::handle(const std::string& topic, const com::Message& msg) {
 void Uplink::send_and_plan() {
   send_due();
   if (next_task() < timer_due_) {
-    timer_wake_.notify_all();
+    timer_wake_.signal();
   }
 }
 
@@ -237,8 +243,8 @@ void Uplink::set_unit(const std::string& unit) {
     uplink_log.notice("the unit's name changes from ", fleet_->unit(), " to ", unit);
     leave_name();
   }
-  fleet_ = std::make_unique<FleetLink>(
-      settings_, unit, [this] { return wall_time(); }, old_topics_);
+  fleet_ =
+      std::make_unique<FleetLink>(settings_, unit, wall_clock_, old_topics_, [this] { handle_connection(); });
   if (!daemon_presence_) {
     fleet_->publish(fleet_->topic(topics::fleet_daemon), "");  // of an earlier run, perhaps
   }
@@ -262,21 +268,16 @@ void Uplink::send_due() {
   if (!fleet_) {
     return;
   }
-  filter_.send_due(boot_time_now(),
-                   [this](const std::string& key, const ChangeFilter::Value& value) TAMU_REQUIRES(mutex_) {
-                     fleet_->publish(fleet_->topic(key), payload_of(key, value));
+  const ChangeFilter::Context now = context();
+  filter_.send_due(boot_time_now(), now,
+                   [&](const std::string& key, const ChangeFilter::Value& value) TAMU_REQUIRES(mutex_) {
+                     fleet_->publish(fleet_->topic(key), payload_of(key, value, now));
                    });
 }
 
-std::string Uplink::payload_of(const std::string& key, const ChangeFilter::Value& value) {
-  if (key == topics::fleet_daemon) {
-    return value.text;
-  }
-  std::optional<WallTime> since = wall_time();
-  if (since) {
-    *since -= boot_time_now() - value.since;
-  }
-  return tools::to_json({value.text, since, value.since.count(), daemon_presence_});
+ChangeFilter::Context Uplink::context() const {
+  const std::optional<WallTime> now = wall_clock_();
+  return {now ? std::optional(*now - boot_time_now()) : std::nullopt, daemon_presence_};
 }
 
 }  // namespace ecu::uplink

@@ -15,6 +15,7 @@
 #include "uplink/old_topics.h"
 #include "uplink/unit_clock.h"
 #include "uplink/uplink_settings.h"
+#include "uplink/wake_up.h"
 
 namespace ecu::uplink {
 
@@ -25,6 +26,9 @@ namespace ecu::uplink {
 /// `mutex_` while they publish, so that the newest value of a topic is published last. The leader of the bus
 /// takes it for short steps, too, and waits up to 2 s while the unit's name changes. While the unit's bus is
 /// away, the daemon's presence is unknown, and cleared at the fleet's broker.
+///
+/// The fleet's client sends its latest messages again on each connection, as they were composed. The timer
+/// thread then replaces those that another wall clock or presence of the daemon has made wrong since.
 ///
 /// The timer thread also subscribes, and does so again 5 s after messages were dropped, once a refresh, and
 /// at least every 10 minutes: what was missed is retained, and comes with the new subscription.
@@ -65,10 +69,12 @@ class Uplink {
   void set_unit(const std::string& unit) TAMU_REQUIRES(mutex_);
   void leave_name() TAMU_REQUIRES(mutex_);
   void send_due() TAMU_REQUIRES(mutex_);
-  [[nodiscard]] std::string payload_of(const std::string& key, const ChangeFilter::Value& value)
-      TAMU_REQUIRES(mutex_);
-  [[nodiscard]] std::optional<WallTime> wall_time();
+  [[nodiscard]] ChangeFilter::Context context() const TAMU_REQUIRES(mutex_);
+  void handle_connection();
+  void correct() TAMU_REQUIRES(mutex_);
   void run_timer();
+  [[nodiscard]] bool subscription_is_due() TAMU_EXCLUDES(mutex_);
+  [[nodiscard]] BootTime run_tasks() TAMU_EXCLUDES(mutex_);
   [[nodiscard]] BootTime next_task() const TAMU_REQUIRES(mutex_);
 
   // Constant after construction.
@@ -78,13 +84,13 @@ class Uplink {
 
   // With their own synchronisation.
   const std::shared_ptr<OldTopics> old_topics_ = std::make_shared<OldTopics>();
-
-  // At the start, or when a message was composed. Also set by the link's threads, which must not wait for
-  // mutex_: it is held while they end.
-  std::atomic<bool> clock_was_unset_;
+  WakeUp timer_wake_;
+  std::atomic<bool> is_stopping_ = false;
+  // A connection to the fleet has begun. Set by the link's threads, which must not wait for mutex_: it is
+  // held while they end.
+  std::atomic<bool> is_newly_connected_ = false;
 
   tamu::Mutex mutex_;
-  tamu::ConditionVariable timer_wake_;
 
   // Guarded by mutex_.
   ChangeFilter filter_ TAMU_GUARDED_BY(mutex_);
@@ -94,8 +100,7 @@ class Uplink {
   FaultReports faults_ TAMU_GUARDED_BY(mutex_);
   BootTime subscribe_due_ TAMU_GUARDED_BY(mutex_) = BootTime::min();
   BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // when the timer thread wakes by itself
-  bool is_stopping_ TAMU_GUARDED_BY(mutex_) = false;
-  std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);  // null until the unit's name is known
+  std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);      // null until the unit's name is known
 
   std::jthread timer_;
 

@@ -21,12 +21,20 @@ constexpr std::chrono::seconds longest_subscription{600};
 // How often an unset wall clock is checked.
 constexpr std::chrono::seconds clock_period{5};
 
-// A connection to the fleet that finds the clock unset does not wake the timer.
+// The boot time continues while the unit sleeps, which the wait does not.
 constexpr BootTime longest_pause = std::chrono::minutes(1);
+
+// From here on, a message must show the new time. The two clocks are not read at the same moment.
+constexpr std::chrono::seconds clock_jump{1};
 
 BootTime subscription_period(std::chrono::seconds refresh) {
   return refresh > std::chrono::seconds::zero() ? std::min(refresh, longest_subscription)
                                                 : longest_subscription;
+}
+
+// Whether `now` has a time, and the message another one or none.
+bool has_wrong_time(const ChangeFilter::Context& message, const ChangeFilter::Context& now) {
+  return now.booted && (!message.booted || std::chrono::abs(*now.booted - *message.booted) >= clock_jump);
 }
 
 }  // namespace
@@ -40,43 +48,59 @@ void Uplink::subscribe() {
   }
 }
 
-// For a message, which is composed again once the clock is set.
-std::optional<WallTime> Uplink::wall_time() {
-  const std::optional<WallTime> now = wall_clock_();
-  if (!now) {
-    clock_was_unset_ = true;
+void Uplink::handle_connection() {
+  is_newly_connected_ = true;
+  timer_wake_.signal();
+}
+
+// What was sent without a time gets it once the clock is set. Otherwise a message shows what was true when it
+// was sent: only a connection, which sends it again, makes it wrong.
+void Uplink::correct() {
+  const ChangeFilter::Context now = context();
+  const bool is_sent_again = is_newly_connected_.exchange(false);
+  filter_.send_again([&](const std::string& key, const ChangeFilter::Context& message) {
+    if (key == topics::fleet_daemon) {
+      return false;  // a text without a time
+    }
+    return is_sent_again ? has_wrong_time(message, now) || message.daemon != now.daemon
+                         : !message.booted && now.booted;
+  });
+  if (fleet_ && now.booted) {
+    fleet_->complete_connection_time();
   }
-  return now;
 }
 
 void Uplink::run_timer() {
   ::pthread_setname_np(::pthread_self(), "uplink-timer");
-  tamu::MutexLock lock(mutex_);
   while (!is_stopping_) {
-    if (subscribe_due_ <= boot_time_now()) {
-      subscribe_due_ = boot_time_now() + subscription_period(settings_.limits.refresh);
-      lock.unlock();
+    if (subscription_is_due()) {
       subscribe();
-      lock.lock();
-      continue;
     }
-    if (clock_was_unset_ && wall_clock_()) {
-      clock_was_unset_ = false;
-      filter_.send_all_again();
-      if (fleet_) {
-        fleet_->publish_connection_time();
-      }
-    }
-    send_due();
-    timer_due_ = next_task();
-    const BootTime pause = timer_due_ - boot_time_now();
-    timer_wake_.wait_until(
-        lock, std::chrono::steady_clock::now() + std::clamp(pause, BootTime::zero(), longest_pause));
+    const BootTime due = run_tasks();
+    timer_wake_.wait_for(std::clamp(due - boot_time_now(), BootTime::zero(), longest_pause));
   }
 }
 
+bool Uplink::subscription_is_due() {
+  const tamu::MutexLock lock(mutex_);
+  if (boot_time_now() < subscribe_due_) {
+    return false;
+  }
+  subscribe_due_ = boot_time_now() + subscription_period(settings_.limits.refresh);
+  return true;
+}
+
+// Returns when the next one is due.
+BootTime Uplink::run_tasks() {
+  const tamu::MutexLock lock(mutex_);
+  correct();
+  send_due();
+  timer_due_ = next_task();
+  return timer_due_;
+}
+
 BootTime Uplink::next_task() const {
-  const BootTime clock_due = clock_was_unset_ ? boot_time_now() + clock_period : BootTime::max();
+  const BootTime clock_due = wall_clock_() ? BootTime::max() : boot_time_now() + clock_period;
   return std::min({subscribe_due_, clock_due, fleet_ ? filter_.next_due() : BootTime::max()});
 }
 

@@ -22,12 +22,14 @@ class ChangeFilterTest : public testing::Test {
   /// What is sent at this second: "key=text" and the second since which the text holds.
   std::vector<std::string> sent_at(int second) {
     std::vector<std::string> sent;
-    filter.send_due(std::chrono::seconds(second), [&](const std::string& key, const auto& value) {
-      sent.push_back(key + "=" + value.text + "@" + std::to_string(value.since / 1s));
-    });
+    filter.send_due(std::chrono::seconds(second), {.booted = std::nullopt, .daemon = daemon},
+                    [&](const std::string& key, const auto& value) {
+                      sent.push_back(key + "=" + value.text + "@" + std::to_string(value.since / 1s));
+                    });
     return sent;
   }
 
+  std::string daemon = "online";
   ChangeFilter filter{{.min_interval = 10s, .refresh = 100s, .max_keys = 4}, {"own", "own too"}};
 };
 
@@ -64,8 +66,20 @@ TEST_F(ChangeFilterTest, EveryValueIsRepeatedOnceARefreshAndOnRequest) {
   EXPECT_THAT(sent_at(132), IsEmpty());
   ChangeFilter never{{.min_interval = 10s, .refresh = 0s}};
   (void)never.take("a", "1", 0s);
-  never.send_due(0s, [](const std::string&, const auto&) {});
+  never.send_due(0s, {}, [](const std::string&, const auto&) {});
   EXPECT_EQ(never.next_due(), BootTime::max());
+}
+
+TEST_F(ChangeFilterTest, OnRequestOnlyWhatWasSentInAnotherContextIsRepeated) {
+  (void)filter.take("a", "1", 0s);
+  EXPECT_THAT(sent_at(0), ElementsAre("a=1@0"));
+  daemon = "offline";
+  (void)filter.take("b", "2", 1s);
+  EXPECT_THAT(sent_at(1), ElementsAre("b=2@1"));
+  for (const auto& sent : {std::vector<std::string>{"a=1@0"}, {}}) {
+    filter.send_again([](const std::string&, const auto& context) { return context.daemon != "offline"; });
+    EXPECT_EQ(sent_at(2), sent);
+  }
 }
 
 TEST_F(ChangeFilterTest, ItsMemoryIsBounded) {
@@ -176,22 +190,36 @@ TEST(UplinkSettingsTest, EveryKeyIsRead) {
             "/run/socket1884uplink");
 }
 
-TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
-  tests::Broker unit_broker, fleet_broker;
-  tests::BusClient unit(unit_broker.port()), fleet(fleet_broker.port());
+/// The brokers of a unit and of a fleet, for an uplink within the test, whose clock the test sets.
+class UplinkTest : public testing::Test {
+ protected:
+  UplinkTest() { fleet.subscribe("fleet/#"); }
+
+  [[nodiscard]] UplinkSettings settings(const std::string& more = "unit = U1\nmin_interval = 0\n") const {
+    const std::string config =
+        "host = 127.0.0.1\nreconnect_spread = 1\nport = " + std::to_string(fleet_broker.port()) +
+        "\nbus_host = " + unit_broker.socket_path() + '\n' + more;
+    return read_settings(dir.write("uplink.conf", config)).value();
+  }
+  void publish(const std::string& value, std::uint64_t stamp) {
+    unit.publish("system/var/" + value, tests::variable_message(value, stamp).payload, true);
+  }
+  static std::size_t count(const tests::BusClient& client, const std::string& topic) {
+    return static_cast<std::size_t>(std::ranges::count(client.history(), topic, &tests::BusMessage::topic));
+  }
+
   const tests::TempDir dir;
-  const std::string config = "host = 127.0.0.1\nunit = U1\nport = " + std::to_string(fleet_broker.port()) +
-                             "\nreconnect_spread = 1\nbus_host = " + unit_broker.socket_path();
+  tests::Broker unit_broker, fleet_broker;
+  tests::BusClient unit{unit_broker.port()}, fleet{fleet_broker.port()};
   const std::uint64_t now = ecu::tamu::DateTime::time_since_boot_ns();
+};
+
+TEST_F(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
   std::atomic<bool> is_set = false;
-  fleet.subscribe("fleet/#");
-  Uplink uplink(read_settings(dir.write("uplink.conf", config)).value(), [&]() -> std::optional<WallTime> {
+  Uplink uplink(settings(), [&]() -> std::optional<WallTime> {
     return is_set ? std::optional(WallTime(4'102'444'801s) + boot_time_now() - BootTime(now)) : std::nullopt;
   });
   uplink.start();
-  const auto publish = [&](const std::string& value, std::uint64_t stamp) {
-    unit.publish("system/var/" + value, tests::variable_message(value, stamp).payload, true);
-  };
   ASSERT_TRUE(fleet.wait_for_text("fleet/U1/presence", "online"));
   EXPECT_EQ(fleet.wait_for("fleet/U1/connected_since").value().payload, "");
   publish("a", now);
@@ -210,15 +238,47 @@ TEST(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
   EXPECT_LT(message->payload, R"({"value":"future","since":"2100-01-02)") << "no later than now";
 
   is_set = false;  // a new connection clears its time then
+  publish("b", now);
+  ASSERT_TRUE(fleet.wait_for("fleet/U1/var/b"));
   fleet_broker.restart();
   tests::BusClient office(fleet_broker.port());
   office.subscribe("fleet/#");
   ASSERT_TRUE(office.wait_for_text("fleet/U1/presence", "online"));
   is_set = true;
-  publish("a", now);  // wakes the timer
   EXPECT_TRUE(office.wait_for("fleet/U1/connected_since", [](const tests::BusMessage& time) {
     return time.payload.starts_with("2100-01-01T00:");
   }));
+  EXPECT_TRUE(office.wait_for("fleet/U1/var/b", [](const tests::BusMessage& timed) {
+    return timed.payload.starts_with(R"({"value":"b","since":"2100-01-01T00:00:0)");
+  }));
+  EXPECT_EQ(count(office, "fleet/U1/var/a"), 1U) << "the fleet knows its time";
+}
+
+TEST_F(UplinkTest, AConnectionCorrectsWhatWasSentWithAnotherClockOrPresenceOfTheDaemon) {
+  std::atomic<WallTime> booted = WallTime(4'102'444'800s);
+  Uplink uplink(settings(), [&] { return std::optional(booted.load() + boot_time_now()); });
+  unit.publish("system/presence/quil", "online", true);
+  publish("a", 1'500'000'000);
+  uplink.start();
+  const auto arrives = [](tests::BusClient& client, const std::string& since, const std::string& daemon) {
+    return client
+        .wait_for("fleet/U1/var/a",
+                  [&](const tests::BusMessage& message) {
+                    return message.payload.starts_with(R"({"value":"a","since":")" + since) &&
+                           message.payload.ends_with(R"(,"daemon":")" + daemon + "\"}");
+                  })
+        .has_value();
+  };
+  ASSERT_TRUE(arrives(fleet, "2100-01-01T00:00:01.", "online"));
+  booted = WallTime(4'102'444'860s);
+  unit.publish("system/presence/quil", "offline", true);
+  ASSERT_TRUE(fleet.wait_for_text("fleet/U1/daemon", "offline"));
+  EXPECT_EQ(count(fleet, "fleet/U1/var/a"), 1U) << "it shows what was true when it was sent";
+  fleet_broker.restart();
+  tests::BusClient office(fleet_broker.port());
+  office.subscribe("fleet/#");
+  EXPECT_TRUE(arrives(office, "2100-01-01T00:01:01.", "offline"));
+  EXPECT_EQ(count(office, "fleet/U1/daemon"), 1U);
 }
 
 }  // namespace
