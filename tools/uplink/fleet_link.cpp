@@ -53,11 +53,10 @@ FleetLink::FleetLink(const UplinkSettings& settings, const std::string& unit, Wa
       tree_(settings.prefix + '/' + unit + '/'),
       wall_clock_(std::move(wall_clock)),
       connected_(std::move(connected)),
+      old_topics_(old_topics),
       client_(create_client(settings, unit, tree_, std::make_shared<ConnectionObserver>(*this), old_topics)) {
-  old_topics->remove_tree(tree_);
-  for (const std::string& topic : old_topics->all()) {
-    publish(topic, "");
-  }
+  old_topics_->remove_tree(tree_);
+  clear_old_topics();
   client_->connect();
   client_->start();
 }
@@ -67,6 +66,22 @@ void FleetLink::publish(const std::string& topic, const std::string& payload) {
   message.acknowledged = true;
   message.retained = true;
   (void)client_->publish(topic, std::move(message));  // remembered without a connection, too
+}
+
+void FleetLink::clear_old_topics() {
+  for (const std::string& topic : old_topics_->all()) {
+    publish(topic, "");
+  }
+}
+
+// From here on the presence is sent twice on each connection, once by the transport.
+void FleetLink::repair() {
+  clear_old_topics();
+  const tamu::MutexLock lock(mutex_);
+  if (connected_at_ != BootTime::zero()) {
+    publish(topic(topics::fleet_presence), topics::presence_online);
+    publish_connection_time();
+  }
 }
 
 void FleetLink::connection_up() {

@@ -43,12 +43,17 @@ class FleetLink {
   /// Publishes when the present or last connection began if the wall clock was not set at that time.
   void complete_connection_time() TAMU_EXCLUDES(mutex_);
 
+  /// Publishes again what the connections of former names may have undone with messages that arrived late:
+  /// clears the old topics, and publishes the presence and the time of the connection.
+  void repair() TAMU_EXCLUDES(mutex_);
+
   /// Requests the stop; see ITransportClient::stop.
   void stop() { client_->stop(); }
 
  private:
   class ConnectionObserver;
 
+  void clear_old_topics();
   void connection_up() TAMU_EXCLUDES(mutex_);
   void publish_connection_time() TAMU_REQUIRES(mutex_);
 
@@ -59,10 +64,11 @@ class FleetLink {
   const std::function<void()> connected_;
 
   tamu::Mutex mutex_;  // held while the time is published, so that the latest one stays
-  BootTime connected_at_ TAMU_GUARDED_BY(mutex_){};
+  BootTime connected_at_ TAMU_GUARDED_BY(mutex_){};       // 0: never
   bool is_time_missing_ TAMU_GUARDED_BY(mutex_) = false;  // because the wall clock was not set
 
   // With its own synchronisation.
+  const std::shared_ptr<OldTopics> old_topics_;
   const std::shared_ptr<tamu::com::ITransportClient> client_;
 };
 

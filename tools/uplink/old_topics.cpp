@@ -2,6 +2,16 @@
 
 namespace ecu::uplink {
 
+void OldTopics::hold() {
+  const tamu::MutexLock lock(mutex_);
+  are_held_ = true;
+}
+
+void OldTopics::release() {
+  const tamu::MutexLock lock(mutex_);
+  are_held_ = false;
+}
+
 bool OldTopics::add(const std::string& topic) {
   const tamu::MutexLock lock(mutex_);
   if (topics_.size() >= max_topics && !topics_.contains(topic)) {
@@ -13,7 +23,9 @@ bool OldTopics::add(const std::string& topic) {
 
 void OldTopics::remove(const std::string& topic) {
   const tamu::MutexLock lock(mutex_);
-  topics_.erase(topic);
+  if (!are_held_) {
+    topics_.erase(topic);
+  }
 }
 
 void OldTopics::remove_tree(const std::string& tree) {

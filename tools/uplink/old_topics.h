@@ -9,12 +9,17 @@
 
 namespace ecu::uplink {
 
-/// The topics of the unit's former names that the fleet's broker may still retain: they must be cleared on a
-/// later connection if the present one is lost first. Thread-safe.
+/// The topics of the unit's former names that the fleet's broker may still retain, or retain again: they must
+/// be cleared on a later connection if the present one is lost first. Thread-safe.
 class OldTopics {
  public:
   /// Beyond this number no topic is added.
   static constexpr std::size_t max_topics = 4096;
+
+  /// From now on, until `release`, `remove` has no effect: what the connection of the former name has sent
+  /// may arrive late.
+  void hold();
+  void release();
 
   /// False, without effect, for one topic too many.
   bool add(const std::string& topic);
@@ -28,6 +33,7 @@ class OldTopics {
  private:
   mutable tamu::Mutex mutex_;
   std::set<std::string> topics_ TAMU_GUARDED_BY(mutex_);
+  bool are_held_ TAMU_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace ecu::uplink

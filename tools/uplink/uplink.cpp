@@ -28,6 +28,11 @@ constexpr std::size_t longest_value = 4096;
 // From a loss to the subscription that repairs it, which during a flood would be lost, too.
 constexpr std::chrono::seconds repair_pause{5};
 
+// From a change of the name to the time at which no message of the old connection arrives any more, in
+// keep-alive times: a broker ends a connection that has been silent for 1.5 of them (MQTT 3.1.1, 3.1.2.10),
+// and a message that was delayed for as long begins that time again.
+constexpr int late_messages = 3;
+
 // What the daemon publishes.
 std::set<std::string> reserved_keys() {
   std::set<std::string> keys{topics::fleet_daemon};
@@ -253,6 +258,8 @@ void Uplink::set_unit(const std::string& unit) {
 
 void Uplink::leave_name() {
   const FleetLink& old = *fleet_;
+  old_topics_->hold();
+  repair_due_ = boot_time_now() + late_messages * settings_.keepalive;
   bool all_added = old_topics_->add(old.topic(topics::fleet_presence)) &&
                    old_topics_->add(old.topic(topics::fleet_connected_since));
   filter_.for_each_sent(

@@ -28,7 +28,9 @@ namespace ecu::uplink {
 /// away, the daemon's presence is unknown, and cleared at the fleet's broker.
 ///
 /// The fleet's client sends its latest messages again on each connection, as they were composed. The timer
-/// thread then replaces those that another wall clock or presence of the daemon has made wrong since.
+/// thread then replaces those that another wall clock or presence of the daemon has made wrong since. Some
+/// time after a change of the name it clears the old topics and sends everything once more, because messages
+/// of the old connection and its last will may arrive late.
 ///
 /// The timer thread also subscribes, and does so again 5 s after messages were dropped, once a refresh, and
 /// at least every 10 minutes: what was missed is retained, and comes with the new subscription.
@@ -72,6 +74,7 @@ class Uplink {
   [[nodiscard]] ChangeFilter::Context context() const TAMU_REQUIRES(mutex_);
   void handle_connection();
   void correct() TAMU_REQUIRES(mutex_);
+  void repair_names() TAMU_REQUIRES(mutex_);
   void run_timer();
   [[nodiscard]] bool subscription_is_due() TAMU_EXCLUDES(mutex_);
   [[nodiscard]] BootTime run_tasks() TAMU_EXCLUDES(mutex_);
@@ -99,8 +102,9 @@ class Uplink {
   bool is_full_ TAMU_GUARDED_BY(mutex_) = false;                        // which has been reported
   FaultReports faults_ TAMU_GUARDED_BY(mutex_);
   BootTime subscribe_due_ TAMU_GUARDED_BY(mutex_) = BootTime::min();
-  BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // when the timer thread wakes by itself
-  std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);      // null until the unit's name is known
+  BootTime repair_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // of the topics of former names
+  BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();   // when the timer thread wakes by itself
+  std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);       // null until the unit's name is known
 
   std::jthread timer_;
 

@@ -151,6 +151,7 @@ std::optional<UplinkSettings> read_settings(const std::string& path) {
   if (!is_well_formed || !reader.is_valid()) {
     return std::nullopt;
   }
+  settings.keepalive = std::chrono::seconds(std::stoi(settings.fleet->effective("keepalive")));
   return settings;
 }
 

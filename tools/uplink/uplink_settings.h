@@ -16,6 +16,7 @@ namespace ecu::uplink {
 struct UplinkSettings {
   std::unique_ptr<tamu::config::Configuration> bus;    ///< of the client of the unit's bus
   std::unique_ptr<tamu::config::Configuration> fleet;  ///< of the client of the fleet's broker
+  std::chrono::seconds keepalive{};                    ///< of that client
   std::chrono::seconds reconnect_spread{};
   std::chrono::seconds repeat_after{};  ///< 0: not again
   std::string prefix;

@@ -70,6 +70,16 @@ void Uplink::correct() {
   }
 }
 
+void Uplink::repair_names() {
+  if (boot_time_now() < repair_due_) {
+    return;
+  }
+  repair_due_ = BootTime::max();
+  old_topics_->release();
+  fleet_->repair();
+  filter_.send_all_again();
+}
+
 void Uplink::run_timer() {
   ::pthread_setname_np(::pthread_self(), "uplink-timer");
   while (!is_stopping_) {
@@ -94,6 +104,7 @@ bool Uplink::subscription_is_due() {
 BootTime Uplink::run_tasks() {
   const tamu::MutexLock lock(mutex_);
   correct();
+  repair_names();
   send_due();
   timer_due_ = next_task();
   return timer_due_;
@@ -101,7 +112,7 @@ BootTime Uplink::run_tasks() {
 
 BootTime Uplink::next_task() const {
   const BootTime clock_due = wall_clock_() ? BootTime::max() : boot_time_now() + clock_period;
-  return std::min({subscribe_due_, clock_due, fleet_ ? filter_.next_due() : BootTime::max()});
+  return std::min({subscribe_due_, clock_due, repair_due_, fleet_ ? filter_.next_due() : BootTime::max()});
 }
 
 }  // namespace ecu::uplink

@@ -281,4 +281,33 @@ TEST_F(UplinkTest, AConnectionCorrectsWhatWasSentWithAnotherClockOrPresenceOfThe
   EXPECT_EQ(count(office, "fleet/U1/daemon"), 1U);
 }
 
+TEST_F(UplinkTest, WhatTheConnectionsOfFormerNamesSendLateIsRepaired) {
+  UplinkSettings fast = settings("min_interval = 0\n");
+  fast.keepalive = 2s;
+  Uplink uplink(std::move(fast));
+  const auto is_filled = [](const tests::BusMessage& message) { return !message.payload.empty(); };
+  publish("a", 1);
+  uplink.start();
+  for (const std::string name : {"A", "B", "A"}) {
+    unit.publish("system/var/serialnumber", tests::variable_message(name, 1).payload, true);
+    ASSERT_TRUE(fleet.wait_for("fleet/" + name + "/var/a", is_filled));
+  }
+  ASSERT_TRUE(fleet.wait_for_text("fleet/B/presence", ""));
+  ASSERT_TRUE(fleet.wait_for_text("fleet/B/var/a", ""));
+  tests::BusClient late(fleet_broker.port()), office(fleet_broker.port());
+  late.publish("fleet/B/presence", "lost", true);
+  late.publish("fleet/B/var/a", "late", true);
+  for (const char* key : {"presence", "var/a", "connected_since"}) {
+    late.publish(std::string("fleet/A/") + key, "", true);
+  }
+  late.publish("fleet/end", "");
+  ASSERT_TRUE(fleet.wait_for("fleet/end"));
+  office.subscribe("fleet/#");
+  EXPECT_TRUE(office.wait_for_text("fleet/B/presence", ""));
+  EXPECT_TRUE(office.wait_for_text("fleet/B/var/a", ""));
+  EXPECT_TRUE(office.wait_for_text("fleet/A/presence", "online"));
+  EXPECT_TRUE(office.wait_for("fleet/A/connected_since", is_filled));
+  EXPECT_TRUE(office.wait_for("fleet/A/var/a", is_filled));
+}
+
 }  // namespace
