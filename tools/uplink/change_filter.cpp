@@ -8,7 +8,7 @@ bool ChangeFilter::take(const std::string& key, const std::string& text, BootTim
   if (const auto found = entries_.find(key); found != entries_.end()) {
     if (found->second.value.text != text) {
       found->second.value = {text, published};
-      found->second.is_changed = found->second.sent != text;
+      found->second.is_changed = found->second.sent != found->second.value;
     }
     return true;
   }
@@ -38,7 +38,7 @@ void ChangeFilter::send_again(const Test& is_outdated) {
 void ChangeFilter::send_due(BootTime now, const Context& context, const Send& send) {
   for (auto& [key, entry] : entries_) {
     if (due(entry) <= now) {
-      entry.sent = entry.value.text;
+      entry.sent = entry.value;
       entry.is_changed = false;
       entry.sent_at = now;
       entry.sent_in = context;

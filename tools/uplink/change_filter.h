@@ -71,8 +71,8 @@ class ChangeFilter {
  private:
   struct Entry {
     Value value;
-    std::optional<std::string> sent;
-    bool is_changed = true;  // the value differs from what was sent
+    std::optional<Value> sent{};
+    bool is_changed = true;  // the value, or only its time, differs from what was sent
     BootTime sent_at{};
     Context sent_in{};
   };

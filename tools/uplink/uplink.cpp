@@ -25,6 +25,9 @@ constexpr auto uplink_log = tamu::logging::module("uplink");
 
 constexpr std::size_t longest_value = 4096;
 
+// Of the daemon's presence: a state that returns within the minimum interval is known to the fleet.
+constexpr BootTime sent_without_time{};
+
 // From a loss to the subscription that repairs it, which during a flood would be lost, too.
 constexpr std::chrono::seconds repair_pause{5};
 
@@ -154,7 +157,7 @@ void Uplink::bus_down() {
   const tamu::MutexLock lock(mutex_);
   bus_is_up_ = false;
   if (std::exchange(daemon_presence_, std::nullopt)) {
-    take(topics::fleet_daemon, "", boot_time_now());
+    take(topics::fleet_daemon, "", sent_without_time);
     send_and_plan();
   }
 }
@@ -166,7 +169,7 @@ void Uplink::take_presence(const std::string& state) {
   if (state == topics::presence_online || state == topics::presence_offline) {
     faults_.set_usable(topics::fleet_daemon);
     daemon_presence_ = state;
-    take(topics::fleet_daemon, state, boot_time_now());
+    take(topics::fleet_daemon, state, sent_without_time);
   } else if (must_report(topics::fleet_daemon)) {
     uplink_log.warning("the daemon's presence is neither ", topics::presence_online, " nor ",
                        topics::presence_offline);
