@@ -31,11 +31,6 @@ constexpr BootTime sent_without_time{};
 // From a loss to the subscription that repairs it, which during a flood would be lost, too.
 constexpr std::chrono::seconds repair_pause{5};
 
-// From a change of the name to the time at which no message of the old connection arrives any more, in
-// keep-alive times: a broker ends a connection that has been silent for 1.5 of them (MQTT 3.1.1, 3.1.2.10),
-// and a message that was delayed for as long begins that time again.
-constexpr int late_messages = 3;
-
 // What the daemon publishes.
 std::set<std::string> reserved_keys() {
   std::set<std::string> keys{topics::fleet_daemon};
@@ -100,7 +95,7 @@ Uplink::~Uplink() {
 void Uplink::start() {
   if (!settings_.unit.empty()) {
     const tamu::MutexLock lock(mutex_);
-    set_unit(settings_.unit);
+    take_unit(settings_.unit);
   }
   bus_->connect();
   bus_->start();
@@ -199,7 +194,7 @@ void Uplink::take_variable(const std::string& name, const com::Message& msg) {
     return;
   }
   if (name == settings_.unit_variable) {
-    set_unit(value);
+    take_unit(value);
   }
   if (is_selected) {
     const auto now = static_cast<std::uint64_t>(boot_time_now().count());
@@ -231,47 +226,6 @@ void Uplink::take(const std::string& key, const std::string& text, BootTime publ
     uplink_log.warning(key, " and further variables are not sent: there is room for ",
                        settings_.limits.max_keys, ", those of the daemon included");
   }
-}
-
-// The old name's topics are cleared by the new link, because the old one ends with "offline", and may be
-// without a connection.
-void Uplink::set_unit(const std::string& unit) {
-  if (!tools::is_fleet_level(unit)) {
-    if (must_report("unit")) {
-      uplink_log.warning("'", unit,
-                         "' cannot be the unit's name: it is not a level of a topic of at most 64 bytes");
-    }
-    return;
-  }
-  faults_.set_usable("unit");
-  if (fleet_ && fleet_->unit() == unit) {
-    return;
-  }
-  if (fleet_) {
-    uplink_log.notice("the unit's name changes from ", fleet_->unit(), " to ", unit);
-    leave_name();
-  }
-  fleet_ =
-      std::make_unique<FleetLink>(settings_, unit, wall_clock_, old_topics_, [this] { handle_connection(); });
-  if (!daemon_presence_) {
-    fleet_->publish(fleet_->topic(topics::fleet_daemon), "");  // of an earlier run, perhaps
-  }
-  filter_.send_all_again();
-}
-
-void Uplink::leave_name() {
-  const FleetLink& old = *fleet_;
-  old_topics_->hold();
-  repair_due_ = boot_time_now() + late_messages * settings_.keepalive;
-  bool all_added = old_topics_->add(old.topic(topics::fleet_presence)) &&
-                   old_topics_->add(old.topic(topics::fleet_connected_since));
-  filter_.for_each_sent(
-      [&](const std::string& key) { all_added = old_topics_->add(old.topic(key)) && all_added; });
-  if (!all_added) {
-    uplink_log.warning("topics of ", old.unit(), " stay at the fleet's broker: more than ",
-                       OldTopics::max_topics, " of former names wait for a connection");
-  }
-  fleet_.reset();
 }
 
 void Uplink::send_due() {

@@ -68,6 +68,8 @@ class Uplink {
   void take(const std::string& key, const std::string& text, BootTime published) TAMU_REQUIRES(mutex_);
   [[nodiscard]] bool is_sendable(const std::string& name, const std::string& value) TAMU_REQUIRES(mutex_);
   [[nodiscard]] bool must_report(const std::string& subject) TAMU_REQUIRES(mutex_);
+  void take_unit(const std::string& unit) TAMU_REQUIRES(mutex_);
+  void set_unit_if_due() TAMU_REQUIRES(mutex_);
   void set_unit(const std::string& unit) TAMU_REQUIRES(mutex_);
   void leave_name() TAMU_REQUIRES(mutex_);
   void send_due() TAMU_REQUIRES(mutex_);
@@ -104,7 +106,9 @@ class Uplink {
   BootTime subscribe_due_ TAMU_GUARDED_BY(mutex_) = BootTime::min();
   BootTime repair_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // of the topics of former names
   BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();   // when the timer thread wakes by itself
-  std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);       // null until the unit's name is known
+  std::string next_unit_ TAMU_GUARDED_BY(mutex_);                  // empty: none
+  BootTime next_unit_due_ TAMU_GUARDED_BY(mutex_){};
+  std::unique_ptr<FleetLink> fleet_ TAMU_GUARDED_BY(mutex_);  // null until the unit's name is known
 
   std::jthread timer_;
 

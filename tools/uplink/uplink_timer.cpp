@@ -70,16 +70,6 @@ void Uplink::correct() {
   }
 }
 
-void Uplink::repair_names() {
-  if (boot_time_now() < repair_due_) {
-    return;
-  }
-  repair_due_ = BootTime::max();
-  old_topics_->release();
-  fleet_->repair();
-  filter_.send_all_again();
-}
-
 void Uplink::run_timer() {
   ::pthread_setname_np(::pthread_self(), "uplink-timer");
   while (!is_stopping_) {
@@ -103,6 +93,7 @@ bool Uplink::subscription_is_due() {
 // Returns when the next one is due.
 BootTime Uplink::run_tasks() {
   const tamu::MutexLock lock(mutex_);
+  set_unit_if_due();
   correct();
   repair_names();
   send_due();
@@ -112,7 +103,9 @@ BootTime Uplink::run_tasks() {
 
 BootTime Uplink::next_task() const {
   const BootTime clock_due = wall_clock_() ? BootTime::max() : boot_time_now() + clock_period;
-  return std::min({subscribe_due_, clock_due, repair_due_, fleet_ ? filter_.next_due() : BootTime::max()});
+  const BootTime unit_due = next_unit_.empty() ? BootTime::max() : next_unit_due_;
+  const BootTime link_due = fleet_ ? std::min(repair_due_, filter_.next_due()) : BootTime::max();
+  return std::min({subscribe_due_, clock_due, unit_due, link_due});
 }
 
 }  // namespace ecu::uplink
