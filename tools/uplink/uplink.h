@@ -103,6 +103,8 @@ class Uplink {
   std::optional<std::string> daemon_presence_ TAMU_GUARDED_BY(mutex_);  // nothing while it is unknown
   bool is_full_ TAMU_GUARDED_BY(mutex_) = false;                        // which has been reported
   FaultReports faults_ TAMU_GUARDED_BY(mutex_);
+  // Messages that were sent again on a new connection may show the time of another clock.
+  bool are_times_old_ TAMU_GUARDED_BY(mutex_) = false;
   BootTime subscribe_due_ TAMU_GUARDED_BY(mutex_) = BootTime::min();
   BootTime repair_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();  // of the topics of former names
   BootTime timer_due_ TAMU_GUARDED_BY(mutex_) = BootTime::max();   // when the timer thread wakes by itself

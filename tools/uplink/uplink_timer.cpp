@@ -32,9 +32,8 @@ BootTime subscription_period(std::chrono::seconds refresh) {
                                                 : longest_subscription;
 }
 
-// Whether `now` has a time, and the message another one or none.
-bool has_wrong_time(const ChangeFilter::Context& message, const ChangeFilter::Context& now) {
-  return now.booted && (!message.booted || std::chrono::abs(*now.booted - *message.booted) >= clock_jump);
+bool has_jumped(WallTime booted, WallTime now_booted) {
+  return std::chrono::abs(now_booted - booted) >= clock_jump;
 }
 
 }  // namespace
@@ -54,19 +53,24 @@ void Uplink::handle_connection() {
 }
 
 // What was sent without a time gets it once the clock is set. Otherwise a message shows what was true when it
-// was sent: only a connection, which sends it again, makes it wrong.
+// was sent. Only a connection, which sends it again, can make it wrong; its time, once the clock is set.
 void Uplink::correct() {
   const ChangeFilter::Context now = context();
   const bool is_sent_again = is_newly_connected_.exchange(false);
-  filter_.send_again([&](const std::string& key, const ChangeFilter::Context& message) {
+  are_times_old_ = are_times_old_ || is_sent_again;
+  filter_.send_again([&](const std::string& key, const ChangeFilter::Context& sent) TAMU_REQUIRES(mutex_) {
     if (key == topics::fleet_daemon) {
       return false;  // a text without a time
     }
-    return is_sent_again ? has_wrong_time(message, now) || message.daemon != now.daemon
-                         : !message.booted && now.booted;
+    const bool has_wrong_time =
+        now.booted && (!sent.booted || (are_times_old_ && has_jumped(*sent.booted, *now.booted)));
+    return has_wrong_time || (is_sent_again && sent.daemon != now.daemon);
   });
-  if (fleet_ && now.booted) {
-    fleet_->complete_connection_time();
+  if (now.booted) {
+    are_times_old_ = false;
+    if (fleet_) {
+      fleet_->complete_connection_time();
+    }
   }
 }
 

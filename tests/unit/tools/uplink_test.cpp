@@ -259,8 +259,12 @@ TEST_F(UplinkTest, AMessageIsSentAgainWithItsTimeOnceTheClockIsSet) {
 }
 
 TEST_F(UplinkTest, AConnectionCorrectsWhatWasSentWithAnotherClockOrPresenceOfTheDaemon) {
+  constexpr WallTime unset{};
   std::atomic<WallTime> booted = WallTime(4'102'444'800s);
-  Uplink uplink(settings(), [&] { return std::optional(booted.load() + boot_time_now()); });
+  Uplink uplink(settings(), [&] {
+    const WallTime start = booted;
+    return start == unset ? std::nullopt : std::optional(start + boot_time_now());
+  });
   unit.publish("system/presence/quil", "online", true);
   publish("a", 1'500'000'000);
   uplink.start();
@@ -283,6 +287,15 @@ TEST_F(UplinkTest, AConnectionCorrectsWhatWasSentWithAnotherClockOrPresenceOfThe
   office.subscribe("fleet/#");
   EXPECT_TRUE(arrives(office, "2100-01-01T00:01:01.", "offline"));
   EXPECT_EQ(count(office, "fleet/U1/daemon"), 1U);
+
+  booted = unset;
+  fleet_broker.restart();
+  tests::BusClient late(fleet_broker.port());
+  late.subscribe("fleet/#");
+  ASSERT_TRUE(late.wait_for_text("fleet/U1/presence", "online"));
+  ASSERT_TRUE(arrives(late, "2100-01-01T00:01:01.", "offline"));
+  booted = WallTime(4'102'444'920s);
+  EXPECT_TRUE(arrives(late, "2100-01-01T00:02:01.", "offline")) << "once the clock is set";
 }
 
 TEST_F(UplinkTest, WhatTheConnectionsOfFormerNamesSendLateIsRepaired) {
