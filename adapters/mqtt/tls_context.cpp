@@ -56,9 +56,9 @@ int TlsContext::on_verify(X509_STORE_CTX* chain, void* self) {
   ::X509_STORE_CTX_set_verify_cb(chain, [](int so_far, X509_STORE_CTX* /*chain*/) { return so_far; });
   const int trusted = ::X509_verify_cert(chain);
   if (trusted != 1) {
-    static_cast<TlsContext*>(self)->refusal_ =
-        std::string("the broker's certificate is not trusted: ") +
-        ::X509_verify_cert_error_string(::X509_STORE_CTX_get_error(chain));
+    auto& context = *static_cast<TlsContext*>(self);
+    context.refusal_ = "the broker's certificate is not trusted: ";
+    context.refusal_detail_ = ::X509_verify_cert_error_string(::X509_STORE_CTX_get_error(chain));
   }
   return trusted;
 }
@@ -76,8 +76,8 @@ void TlsContext::on_progress(const SSL* session, int where, int detail) {
   } else if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
     self.established_ = true;
   } else if (where == SSL_CB_READ_ALERT && detail >> level_shift == SSL3_AL_FATAL && !self.established_) {
-    self.refusal_ =
-        std::string("the broker refuses the TLS handshake: ") + ::SSL_alert_desc_string_long(detail);
+    self.refusal_ = "the broker refuses the TLS handshake: ";
+    self.refusal_detail_ = ::SSL_alert_desc_string_long(detail);
   }
 }
 

@@ -24,7 +24,7 @@ class TlsContext {
 
   /// Why this side cannot use its key or does not trust the peer, or why the peer refuses the handshake;
   /// empty when nothing of this is known.
-  [[nodiscard]] const std::string& refusal() const noexcept { return refusal_; }
+  [[nodiscard]] std::string refusal() const { return std::string(refusal_) + refusal_detail_; }
   /// Whether a handshake was attempted, which requires that all files are valid.
   [[nodiscard]] bool begun() const noexcept { return begun_; }
   /// Whether the handshake was completed on this side. The peer may still refuse this side's certificate.
@@ -40,7 +40,9 @@ class TlsContext {
   };
   std::unique_ptr<SSL_CTX, Free> context_;
   std::string server_name_;  // empty when the host is an address
-  std::string refusal_;
+  // Constant texts: memory must not run out in OpenSSL's callbacks.
+  const char* refusal_ = "";
+  const char* refusal_detail_ = "";
   bool begun_ = false;
   bool established_ = false;
 };
