@@ -42,7 +42,7 @@ MqttClient::MqttClient(MqttSettings settings, std::shared_ptr<IConnectionObserve
       heartbeat_("mqtt", [this] { handle_wake_up_request(); }) {}
 
 MqttClient::~MqttClient() {
-  stop();
+  request_stop();
   threads_.join();
 }
 
@@ -61,9 +61,15 @@ void MqttClient::run() {
 }
 
 void MqttClient::stop() {
-  if (!stop_requested_.exchange(true)) {
+  if (!stop_requested_) {
     notify_stopping();
   }
+  request_stop();
+}
+
+// The process may go on without this client, so the service manager must not be notified.
+void MqttClient::request_stop() {
+  stop_requested_ = true;
   queue_.stop();
   stop_.signal();
   wake_.signal();
@@ -129,9 +135,10 @@ void MqttClient::connection_down(ConnectionFailure failure, const std::string& r
 }
 
 void MqttClient::subscription_refused(const std::string& filter) {
-  if (refused_.refused(filter, Connection::Clock::now())) {
-    mqtt_log.warning("broker refuses the subscription to ", filter);
+  if (!refused_.refused(filter, Connection::Clock::now())) {
+    return;
   }
+  mqtt_log.warning("broker refuses the subscription to ", filter);
   if (observer_) {
     observer_->subscription_refused(filter);
   }

@@ -42,6 +42,7 @@ class MqttClient final : public ITransportClient, private ConnectionListener {
   [[nodiscard]] bool connected() const override;
 
  private:
+  void request_stop();
   void report_status(const std::string& text) const;
   void connection_up() override;
   void connection_down(ConnectionFailure failure, const std::string& reason) override;

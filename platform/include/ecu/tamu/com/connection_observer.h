@@ -31,7 +31,7 @@ class IConnectionObserver {
   /// for people: its wording may change.
   virtual void connection_down(ConnectionFailure failure, const std::string& reason) = 0;
 
-  /// The broker refuses a subscription of this client.
+  /// The broker refuses a subscription of this client. Called once until the broker grants it.
   virtual void subscription_refused(const std::string& filter) = 0;
 
   /// Called once per connection: the broker has answered every subscription that existed when the connection
