@@ -111,20 +111,20 @@ TEST_F(QuilctlFleetTest, RefusesWhatItCannotDo) {
   BusClient writer(guarded.port(), "", "writer");
   writer.publish("fleet/U1/var/a", "x", true, 1);
   const std::vector<std::string> retire{
-      PROGRAM_DIR "/quilctl", "--fleet", "retire", "U1", "--yes", "--timeout", "1", "--host",
+      PROGRAM_DIR "/quilctl", "--fleet", "retire", "U1", "--yes", "--timeout", "2", "--host",
       guarded.socket_path()};
   Process denied(retire);
   EXPECT_EQ(denied.wait(), 5);
   EXPECT_THAT(denied.output(),
               HasSubstr("1 of 1 topics remain, such as fleet/U1/var/a: the broker's access rules"));
 
-  const std::string topics = "abcdefg";
+  const std::string topics = "abcdefghij";
   for (const char topic : topics) {
     writer.publish(std::string("fleet/U1/var/") + topic, "x", true, 1);
   }
   Process slow(retire);
   for (const char topic : topics) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
     writer.publish(std::string("fleet/U1/var/") + topic, "", true, 1);
   }
   EXPECT_EQ(slow.wait(), 0) << "longer than the time limit: " << slow.output();

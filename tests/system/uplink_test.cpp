@@ -1,5 +1,6 @@
 #include <nlohmann/json.hpp>
 
+#include "support/datagram_socket.h"
 #include "system/daemon.h"
 
 namespace tests {
@@ -18,7 +19,8 @@ class UplinkTest : public testing::Test {
         dir.write("uplink.conf",
                   config_for(fleet_broker.port(), "bus_host = 127.0.0.1\nreconnect_spread = 1\nbus_port = " +
                                                       std::to_string(bus.port()) + '\n' + more));
-    uplink.emplace(std::vector<std::string>{PROGRAM_DIR "/tolquil-uplink", "-c", file, "-l", "DEBUG"});
+    uplink.emplace(std::vector<std::string>{"/usr/bin/env", environment, PROGRAM_DIR "/tolquil-uplink", "-c",
+                                            file, "-l", "DEBUG"});
   }
 
   /// As the daemon publishes a variable.
@@ -49,6 +51,7 @@ class UplinkTest : public testing::Test {
   Broker unit_broker, fleet_broker;
   BusClient unit{unit_broker.port()}, fleet{fleet_broker.port()};
   std::uint64_t stamp = 0;
+  std::string environment = "NOTIFY_SOCKET=";
   std::optional<Process> uplink;
 };
 
@@ -148,12 +151,19 @@ TEST_F(UplinkTest, TheLastOfFastChangesOfAValueOrTheNameCountsAfterTheInterval) 
     publish("serialnumber", std::to_string(change));
   }
   ASSERT_TRUE(arrives("fleet/50/var/serialnumber", "50"));
-  EXPECT_LE(count(uplink->output(), "the unit's name changes from "), 3);
+  EXPECT_LE(count(uplink->output(), "the unit's name changes from "), 10) << "a few on a slow machine";
 }
 
 TEST_F(UplinkTest, TheValueOfAVariableIsTheNameAndAnotherOneClearsTheOldTopics) {
   unit.publish("system/presence/quil", "online", true);
   publish("vehicleid", "A");
+  const DatagramSocket manager;
+  const auto expect_no_stop = [&manager] {
+    while (const auto notification = manager.receive()) {
+      EXPECT_NE(notification, "STOPPING=1");
+    }
+  };
+  environment += manager.path();
   start("min_interval = 0\n");
   ASSERT_TRUE(uplink->wait_for_output("connected to "));
   publish("serialnumber", "not/a/level");
@@ -166,6 +176,7 @@ TEST_F(UplinkTest, TheValueOfAVariableIsTheNameAndAnotherOneClearsTheOldTopics) 
   for (const char* name : {"S3", "S4", "S2"}) {
     publish("serialnumber", name);
     ASSERT_TRUE(uplink->wait_for_output(std::string(" to ") + name));
+    expect_no_stop();
   }
   fleet_broker.thaw();
   ASSERT_TRUE(arrives("fleet/S2/var/vehicleid", "A"));
@@ -173,6 +184,7 @@ TEST_F(UplinkTest, TheValueOfAVariableIsTheNameAndAnotherOneClearsTheOldTopics) 
   ASSERT_TRUE(fleet.wait_for_text("fleet/S2/daemon", "online"));
   ASSERT_TRUE(fleet.wait_for_text("fleet/S2/presence", "online"));
   ASSERT_TRUE(fleet.wait_for("fleet/S2/connected_since"));
+  expect_no_stop();
   EXPECT_EQ(count(uplink->output(), "cannot be the unit's name"), 1);
   BusClient late(fleet_broker.port());
   late.subscribe("#");

@@ -109,10 +109,12 @@ void Uplink::run() {
 void Uplink::stop() {
   {
     const tamu::MutexLock lock(mutex_);
+    is_stopping_ = true;  // nothing may replace the link, or its "offline", from here on
     if (fleet_) {
       fleet_->stop();
     }
   }
+  timer_wake_.signal();
   bus_->stop();
 }
 

@@ -39,14 +39,14 @@ void Uplink::take_unit(const std::string& unit) {
 
 // A name is limited like a value, because another one costs a connection and all topics.
 void Uplink::set_unit_if_due() {
-  if (next_unit_.empty() || boot_time_now() < next_unit_due_) {
+  if (is_stopping_ || next_unit_.empty() || boot_time_now() < next_unit_due_) {
     return;
   }
-  const std::string unit = std::exchange(next_unit_, {});
-  if (!fleet_ || fleet_->unit() != unit) {
-    set_unit(unit);
+  if (!fleet_ || fleet_->unit() != next_unit_) {
+    set_unit(next_unit_);
     next_unit_due_ = boot_time_now() + settings_.limits.min_interval;
   }
+  next_unit_.clear();  // last: after a failure it is set again
 }
 
 // The old name's topics are cleared by the new link, because the old one ends with "offline", and may be

@@ -97,6 +97,9 @@ bool Uplink::subscription_is_due() {
 // Returns when the next one is due.
 BootTime Uplink::run_tasks() {
   const tamu::MutexLock lock(mutex_);
+  if (is_stopping_) {
+    return BootTime::max();
+  }
   set_unit_if_due();
   correct();
   repair_names();
